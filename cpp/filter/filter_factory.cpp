@@ -1,0 +1,37 @@
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "bit/bit_filter.h"
+#include "filter/op_filter.h"
+
+namespace Nimbrel {
+namespace {
+
+struct FilterType {
+    std::string_view name;
+    OpFilter* (*make)();
+};
+
+template <typename Filter>
+OpFilter* make_filter() {
+    return new Filter();
+}
+
+/// A new filter class is one row here.
+constexpr std::array filter_types{
+    FilterType{"StreamBitQPU", make_filter<OpFilter_BitQPUSim>},
+};
+
+}  // namespace
+
+OpFilter* OpFilter::AllocateNew(QPU_Base* /*qpu*/, const char* type_name, unsigned long /*unused*/,
+                                unsigned long /*unused*/) {
+    for (const FilterType& type : filter_types) {
+        if (type.name == type_name) return type.make();
+    }
+    throw std::runtime_error(std::string("Error: Unknown Filter type: ") + type_name);
+}
+
+}  // namespace Nimbrel

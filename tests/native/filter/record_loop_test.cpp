@@ -1,0 +1,87 @@
+#include "filter/record_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <stdexcept>
+
+#include "filter/op_filter.h"
+#include "filter/shared_records.h"
+
+namespace {
+
+using namespace Nimbrel;
+
+QPUOp record(unsigned long opcode, unsigned long target_mask = 0) {
+    QPUOp op{};
+    op.opcode = opcode;
+    op.target_mask = target_mask;
+    return op;
+}
+
+TEST(RecordLoop, AFilterWithoutARegisterTakesEveryJump) {
+    QPUOp jump = record(OP_JUMP_FWD, 5);
+    jump.cond_flag = -1;  // fails with any register
+    unsigned long open_label = 0;
+    steer_program(jump, nullptr, open_label);
+    EXPECT_EQ(open_label, 5UL);
+
+    const QPU qpu(0, nullptr);
+    open_label = 0;
+    steer_program(jump, &qpu, open_label);
+    EXPECT_EQ(open_label, 0UL);
+}
+
+TEST(RecordLoop, DispatchesInOrderAndSkipsOnlyWhatAJumpSkips) {
+    const QPU qpu(0, nullptr);
+    const std::vector<QPUOp> ops{record(OP_X, 1),     record(OP_JUMP_FWD, 9), record(OP_X, 2),
+                                 record(OP_LABEL, 8), record(OP_X, 3),        record(OP_LABEL, 9),
+                                 record(OP_X, 4)};
+    std::vector<unsigned long> seen;
+    unsigned long open_label = 0;
+    run_records(ops.data(), ops.size(), &qpu, open_label,
+                [&](const QPUOp& op) { seen.push_back(op.target_mask); });
+    EXPECT_EQ(seen, (std::vector<unsigned long>{1, 4}));
+}
+
+TEST(RecordLoop, ACountThatNoVectorHoldsFailsBeforeAnyRecord) {
+    OpFilter* filter = OpFilter::AllocateNew(nullptr, "StreamBitQPU", 0, 0);
+    const QPUOp open_event = record(OP_OPEN_EVENT);
+    try {
+        filter->put_instructions(&open_event, std::numeric_limits<unsigned long>::max());
+        ADD_FAILURE() << "no exception";
+    } catch (const std::length_error& error) {
+        EXPECT_STREQ(error.what(), "vector::reserve");
+    }
+    EXPECT_TRUE(filter->event_stack.ids.empty());
+    OpFilter::delete_filter(filter->handle);
+}
+
+/// The loop keeps jumps from ever getting here, so only a direct call can show the guard.
+TEST(SharedRecords, AJumpThatSlipsThroughIsNamed) {
+    OpFilter* filter = OpFilter::AllocateNew(nullptr, "StreamBitQPU", 0, 0);
+    for (const unsigned long jump : {OP_JUMP_FWD, OP_LABEL, OP_JUMP_NOTHING, OP_JUMP_BACK}) {
+        try {
+            dispatch_shared_record(*filter, record(jump));
+            ADD_FAILURE() << "no exception";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), "Error: unhandled jump: " + std::to_string(jump));
+        }
+    }
+    OpFilter::delete_filter(filter->handle);
+}
+
+TEST(SharedRecords, RefusalsNameTheSimulator) {
+    const auto text = [](const char* operation, const char* simulator) -> std::string {
+        try {
+            refuse_operation(operation, simulator);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    };
+    EXPECT_EQ(text("qc.y", "Bit sim"), "qc.y has not been implemented for the Bit sim.");
+    EXPECT_EQ(text("qc.extend", "State-vector QPU sim"),
+              "qc.extend has not been implemented for the State-vector QPU sim.");
+}
+
+}  // namespace
