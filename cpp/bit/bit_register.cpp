@@ -1,0 +1,75 @@
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "bit/bit_filter.h"
+#include "bit/mask_pairs.h"
+#include "core_register.h"
+
+namespace Nimbrel {
+
+// All memory is claimed before anything changes, so a register that is too large leaves the old one
+// as it was.
+void OpFilter_BitQPUSim::reset(unsigned long qubits) {
+    const unsigned long words = words_for_bits(qubits);
+    try {
+        qpu->qint_table.reserve(qubits);
+        bit_values.reserve(words);
+        settled_bits.reserve(words);
+    } catch (const std::exception&) {
+        throw std::runtime_error("Error: qc.reset() could not allocate a register of " +
+                                 std::to_string(qubits) + " qubits.");
+    }
+    num_qubits = qubits;
+    qpu->num_qubits = qubits;
+    bit_values.assign(words, 0);
+    settled_bits.assign(words, 0);
+    qpu->clear_all_qints();
+}
+
+void OpFilter_BitQPUSim::require_register() const {
+    if (bit_values.empty()) {
+        throw std::runtime_error("qc.reset() has not been called or did not succeed.");
+    }
+}
+
+void OpFilter_BitQPUSim::require_inside(const std::vector<unsigned long>& list) const {
+    for (std::size_t i = 1; i < list.size(); i += 2) {
+        if (word_of(list[i]) < bit_values.size()) continue;
+        throw std::runtime_error("Error: qubit offset " + std::to_string(list[i]) +
+                                 " lies outside the register of " + std::to_string(num_qubits) +
+                                 " qubits.");
+    }
+}
+
+void OpFilter_BitQPUSim::build_lists(const QPUOp& op) {
+    build_lists(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask, op.cond_offset);
+}
+
+void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long target_offset,
+                                     unsigned long cond_mask, unsigned long cond_neg_mask,
+                                     unsigned long cond_offset) {
+    target_list.clear();
+    cond_list.clear();
+    cond_neg_list.clear();
+    if (target_mask != 0) append_pair(target_list, target_mask, target_offset);
+    if (cond_mask != 0) {
+        append_pair(cond_list, cond_mask, cond_offset);
+        append_pair(cond_neg_list, cond_neg_mask, cond_offset);
+    }
+    take_extensions();
+}
+
+void OpFilter_BitQPUSim::take_extensions() {
+    if (!qpu->has_extensions()) return;
+    const auto append = [](std::vector<unsigned long>& list,
+                           const std::vector<unsigned long>& more) {
+        list.insert(list.end(), more.begin(), more.end());
+    };
+    append(target_list, qpu->target_extensions);
+    append(cond_list, qpu->cond_extensions);
+    append(cond_neg_list, qpu->cond_neg_extensions);
+    qpu->clear_extensions();
+}
+
+}  // namespace Nimbrel
