@@ -1,0 +1,76 @@
+#define NIMBREL_BINDS_NUMPY
+#include "module/numpy_api.h"
+
+#include <array>
+
+#include "module/methods.h"
+
+namespace {
+
+namespace Binding = Nimbrel::Binding;
+
+constexpr PyMethodDef method(const char* name, PyCFunction wrapper) {
+    return {name, wrapper, METH_VARARGS, ""};
+}
+
+std::array<PyMethodDef, 26> method_table{
+    method("pull_state", Binding::pull_state),
+    method("pull_state_specific", Binding::pull_state_specific),
+    method("push_state", Binding::push_state),
+    method("check_state", Binding::check_state),
+    method("override_state_buffer", Binding::override_state_buffer),
+    method("put_instructions", Binding::put_instructions),
+    method("new_native_filter", Binding::new_native_filter),
+    method("delete_native_filter", Binding::delete_native_filter),
+    method("set_random", Binding::set_random),
+    method("normalize", Binding::normalize),
+    method("pps", Binding::pps),
+    method("postselect", Binding::postselect),
+    method("peek_num_nonzero_terms", Binding::peek_num_nonzero_terms),
+    method("peek_n_biggest_terms", Binding::peek_n_biggest_terms),
+    method("peek_value", Binding::peek_value),
+    method("random_seed", Binding::random_seed),
+    method("peek_read_probability", Binding::peek_read_probability),
+    method("fetch_read_result", Binding::fetch_read_result),
+    method("setup_sim_params", Binding::setup_sim_params),
+    method("enable_qubit_debugging", Binding::enable_qubit_debugging),
+    method("finish", Binding::finish),
+    method("connect", Binding::connect),
+    method("disconnect", Binding::disconnect),
+    method("get_status", Binding::get_status),
+    method("get_next_event", Binding::get_next_event),
+    PyMethodDef{nullptr, nullptr, 0, nullptr},
+};
+
+struct ModuleState {
+    PyObject* error;  ///< "nb_sim.Error"; made for the sake of its name, never raised
+};
+static_assert(sizeof(ModuleState) == 8);
+
+// The declared name differs from the name that Python imports by; both are known to front ends.
+PyModuleDef module_definition{PyModuleDef_HEAD_INIT,
+                              "libnbsim",
+                              nullptr,
+                              sizeof(ModuleState),
+                              method_table.data(),
+                              nullptr,
+                              nullptr,
+                              nullptr,
+                              nullptr};
+
+}  // namespace
+
+PyMODINIT_FUNC PyInit__lib_nb_sim() {
+    PyObject* module = PyModule_Create2(&module_definition, PYTHON_API_VERSION);
+    if (module == nullptr) return nullptr;
+
+    auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
+    state->error = PyErr_NewException("nb_sim.Error", nullptr, nullptr);
+    if (state->error == nullptr) {
+        Py_DECREF(module);
+        return nullptr;
+    }
+    // On failure prints the cause, sets ImportError and returns null.
+    import_array1(nullptr);
+    return module;
+}

@@ -1,0 +1,86 @@
+#include "module/methods.h"
+#include "module/wrapper.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace Nimbrel::Binding {
+namespace {
+
+/// A new one-dimensional uint64 array with the ids, or null with a Python error set.
+PyObject* id_array(const std::vector<unsigned long>& ids) {
+    auto length = static_cast<npy_intp>(ids.size());
+    PyObject* array =
+        PyArray_New(&PyArray_Type, 1, &length, NPY_UINT64, nullptr, nullptr, 0, 0, nullptr);
+    if (array == nullptr) return nullptr;
+    auto* data = static_cast<unsigned long*>(PyArray_DATA(reinterpret_cast<PyArrayObject*>(array)));
+    std::copy(ids.begin(), ids.end(), data);
+    return array;
+}
+
+/// The tuple of name, message, code and open ids, or null with a Python error set.
+PyObject* event_tuple(const OpEvent& event) {
+    PyObject* ids = id_array(event.ids);
+    if (ids == nullptr) return nullptr;
+    // "N" hands the one reference over to the tuple.
+    return Py_BuildValue("(ssIN)", event.name.c_str(), event.message.c_str(), event.code, ids);
+}
+
+}  // namespace
+
+PyObject* finish(PyObject* /*module*/, PyObject* args) {
+    return run_wrapper([args] {
+        unsigned int handle = 0;
+        parse_arguments(args, "I", &handle);
+        require_filter(handle).finish();
+        return none();
+    });
+}
+
+PyObject* connect(PyObject* /*module*/, PyObject* args) {
+    return run_wrapper([args] {
+        unsigned int handle = 0;
+        const char* host = nullptr;
+        int port = 0;
+        double timeout = 0.0;
+        parse_arguments(args, "Isid", &handle, &host, &port, &timeout);
+        std::string result;
+        require_filter(handle).connect(host, port, timeout, result);
+        return Py_BuildValue("s", result.c_str());
+    });
+}
+
+PyObject* disconnect(PyObject* /*module*/, PyObject* args) {
+    return run_wrapper([args] {
+        unsigned int handle = 0;
+        parse_arguments(args, "I", &handle);
+        std::string result;
+        require_filter(handle).disconnect(result);
+        return Py_BuildValue("s", result.c_str());
+    });
+}
+
+PyObject* get_status(PyObject* /*module*/, PyObject* args) {
+    return run_wrapper([args] {
+        unsigned int handle = 0;
+        parse_arguments(args, "I", &handle);
+        std::string result;
+        require_filter(handle).get_status(result);
+        return Py_BuildValue("s", result.c_str());
+    });
+}
+
+PyObject* get_next_event(PyObject* /*module*/, PyObject* args) {
+    return run_wrapper([args] {
+        unsigned int handle = 0;
+        parse_arguments(args, "I", &handle);
+        std::vector<OpEvent>& events = require_filter(handle).events;
+        if (events.empty()) return none();
+        PyObject* event = event_tuple(events.front());
+        if (event != nullptr) events.erase(events.begin());
+        return event;
+    });
+}
+
+}  // namespace Nimbrel::Binding
