@@ -1,0 +1,89 @@
+"""Companion of the engine: instruction records, builders and a simulator.
+
+The engine itself is the extension module `_lib_nb_sim`, which takes programs as NumPy
+arrays of 88-byte records. This package writes those records and runs them:
+
+    from nimbrel import Simulator, read, reset, x
+
+    with Simulator("StreamBitQPU") as sim:
+        sim.run(reset(100), x([3, 70]), read(range(100), 2))
+        print(bin(sim.flags(2, 100)))
+
+Qubit 0 is the least significant, angles are in degrees. The package adds no behaviour
+to the engine, and a front end may do without it.
+"""
+
+from nimbrel.classical import clear, flag_nand, free, read, reset, write
+from nimbrel.control import close_event, jump_fwd, label, open_event
+from nimbrel.gates import (
+    h,
+    lelbow,
+    phase,
+    relbow,
+    rootx,
+    rootx_inv,
+    rooty,
+    rooty_inv,
+    rx,
+    ry,
+    rz,
+    s,
+    s_inv,
+    swap,
+    t,
+    t_inv,
+    x,
+    y,
+    z,
+)
+from nimbrel.layout import Qubits
+from nimbrel.opcodes import TAG, Opcode
+from nimbrel.paulis import pcp, ppm, ppr
+from nimbrel.records import QPU_OP, RecordArray, program, record
+from nimbrel.simulator import Event, SimParams, Simulator, seed
+
+__all__ = [
+    "QPU_OP",
+    "TAG",
+    "Event",
+    "Opcode",
+    "Qubits",
+    "RecordArray",
+    "SimParams",
+    "Simulator",
+    "clear",
+    "close_event",
+    "flag_nand",
+    "free",
+    "h",
+    "jump_fwd",
+    "label",
+    "lelbow",
+    "open_event",
+    "pcp",
+    "phase",
+    "ppm",
+    "ppr",
+    "program",
+    "read",
+    "record",
+    "relbow",
+    "reset",
+    "rootx",
+    "rootx_inv",
+    "rooty",
+    "rooty_inv",
+    "rx",
+    "ry",
+    "rz",
+    "s",
+    "s_inv",
+    "seed",
+    "swap",
+    "t",
+    "t_inv",
+    "write",
+    "x",
+    "y",
+    "z",
+]

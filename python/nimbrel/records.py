@@ -1,0 +1,130 @@
+"""The instruction record as NumPy and Python see it.
+
+A program is a one-dimensional array of `QPU_OP` records, 88 bytes each and packed
+back to back; the engine reads that buffer as it stands. Qubit 0 is the least
+significant bit of a mask, angles are in degrees.
+"""
+
+from collections.abc import Sequence
+from typing import Any, Final, NamedTuple, TypeAlias
+
+import numpy as np
+import numpy.typing as npt
+
+RecordArray: TypeAlias = npt.NDArray[np.void]
+"""A one-dimensional array of dtype `QPU_OP`, shape (n,)."""
+
+QPU_OP: Final = np.dtype(
+    [
+        ("opcode", "<u8"),
+        ("target_mask", "<u8"),
+        ("cond_mask", "<u8"),
+        ("angle", "<f8"),
+        ("cond_flag", "<i8"),
+        ("read_flag", "<i8"),
+        ("cond_neg_mask", "<u8"),
+        ("target_offset", "<u8"),
+        ("cond_offset", "<u8"),
+        ("reserved_a", "<u8"),
+        ("reserved_b", "<u8"),
+    ]
+)
+"""One instruction record: eleven little-endian 64-bit words, 88 bytes, no padding."""
+
+
+class Record(NamedTuple):
+    """One instruction record as plain numbers, word for word in the order of `QPU_OP`."""
+
+    opcode: int
+    target_mask: int = 0
+    cond_mask: int = 0
+    angle: float = 0.0
+    cond_flag: int = 0
+    read_flag: int = 0
+    cond_neg_mask: int = 0
+    target_offset: int = 0
+    cond_offset: int = 0
+    reserved_a: int = 0
+    reserved_b: int = 0
+
+
+_UNSIGNED = (0, 2**64 - 1)
+_SIGNED = (-(2**63), 2**63 - 1)
+_LIMITS: Final = tuple(
+    (name, position, *(_SIGNED if name in ("cond_flag", "read_flag") else _UNSIGNED))
+    for position, name in enumerate(Record._fields)
+    if name != "angle"
+)
+
+
+def _check_words(record: Record) -> None:
+    # NumPy 1.x wraps an integer that does not fit without a word, and a wrapped mask
+    # is a different program.
+    for name, position, low, high in _LIMITS:
+        if not low <= record[position] <= high:
+            raise ValueError(f"{name} must be from {low} to {high}, not {record[position]}")
+
+
+def pack(records: Sequence[Record]) -> RecordArray:
+    """Turn plain records into an array that the engine takes.
+
+    Args:
+        records: Any number of records, in program order.
+
+    Returns:
+        The records, shape (len(records),), dtype `QPU_OP`.
+
+    Raises:
+        ValueError: If a number does not fit its 64-bit word.
+    """
+    for entry in records:
+        _check_words(entry)
+    return np.array(records, dtype=QPU_OP)
+
+
+def record(opcode: int, **fields: float | np.integer[Any]) -> RecordArray:
+    """Make a single record, whatever its opcode; fields not given are 0.
+
+    Args:
+        opcode: The full 64-bit opcode, tag included: an `Opcode` or any number.
+        **fields: Further words under their names in `QPU_OP`. All are integers but
+            `angle`, which is in degrees.
+
+    Returns:
+        The record, shape (1,), dtype `QPU_OP`.
+
+    Raises:
+        TypeError: If a field has no such name, or a fraction is given for an integer.
+        ValueError: If a number does not fit its 64-bit word.
+    """
+    angle = float(fields.pop("angle", 0.0))
+    words: dict[str, int] = {}
+    for name, value in fields.items():
+        if not isinstance(value, int | np.integer):
+            raise TypeError(f"{name} must be an integer, not {value!r}")
+        words[name] = int(value)
+    return pack([Record(int(opcode), angle=angle, **words)])
+
+
+def program(*parts: RecordArray) -> RecordArray:
+    """Join arrays of records into one contiguous program.
+
+    Args:
+        *parts: Arrays of dtype `QPU_OP` and shape (k,), in program order. None at all
+            gives an empty program.
+
+    Returns:
+        All records, shape (n,), dtype `QPU_OP`, C-contiguous. A single part that is
+        contiguous already is returned as it is, not copied.
+
+    Raises:
+        ValueError: If a part is not a one-dimensional `QPU_OP` array.
+    """
+    for part in parts:
+        if getattr(part, "dtype", None) != QPU_OP or part.ndim != 1:
+            raise ValueError("a program is made of one-dimensional arrays of dtype QPU_OP")
+    if not parts:
+        return np.zeros(0, dtype=QPU_OP)
+    if len(parts) == 1:
+        return np.ascontiguousarray(parts[0])
+    return np.concatenate(parts)

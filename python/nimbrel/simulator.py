@@ -1,0 +1,257 @@
+"""One filter of the engine as a context manager."""
+
+import operator
+from dataclasses import astuple, dataclass
+from types import TracebackType
+from typing import Final, NamedTuple
+
+import _lib_nb_sim
+import numpy as np
+import numpy.typing as npt
+
+from nimbrel._engine import _call
+from nimbrel.records import RecordArray, program
+
+FLAGS_PER_FETCH: Final = 32
+"""Flags that one call of the engine returns at most."""
+
+
+@dataclass(frozen=True)
+class SimParams:
+    """The parameters of a filter, read by it at every reset.
+
+    Attributes:
+        num_block_qubits: Index bits inside a block of amplitudes; 0 chooses.
+        max_ram_size_gb: Largest state vector, in units of 2**30 bytes; 0 is no limit.
+        max_num_threads: Most blocks, each with a thread; 0 is no limit, 1 no threads.
+        randomized: Whether a new state is random instead of all qubits 0.
+        use_opencl: Stored, without effect.
+        async_: Whether worker threads are used.
+        verbose: Whether the set-up prints what it decides.
+    """
+
+    num_block_qubits: int = 0
+    max_ram_size_gb: int = 0
+    max_num_threads: int = 0
+    randomized: int = 0
+    use_opencl: int = 0
+    async_: int = 1
+    verbose: int = 0
+
+
+class Event(NamedTuple):
+    """A failed assertion: its name, message and code, and the ids of the open events."""
+
+    name: str
+    message: str
+    code: int
+    ids: npt.NDArray[np.uint64]
+
+
+def seed(value: int) -> None:
+    """Seed the generator that all filters of the process share.
+
+    Args:
+        value: The seed, 32 bits.
+
+    Raises:
+        ValueError: If `value` does not fit an unsigned 32-bit word.
+    """
+    _call(_lib_nb_sim.random_seed, 0, _word32(value, "seed"))
+
+
+class Simulator:
+    """One filter of the engine, freed on leaving the `with` block.
+
+    The engine holds the interpreter lock during every call.
+
+        with Simulator("StreamBitQPU") as sim:
+            sim.run(reset(100), x([3, 70]), read(range(100), 2))
+            value = sim.flags(2, 100)
+
+    Every method raises `ValueError` after `close`, and `RuntimeError` with the engine's
+    own text when the engine reports a failure.
+    """
+
+    def __init__(self, filter_type: str = "StreamBitQPU", **params: int) -> None:
+        """Create the filter.
+
+        Args:
+            filter_type: The engine's name of the filter.
+            **params: Fields of `SimParams`; those not given keep their defaults.
+
+        Raises:
+            TypeError: If a parameter has no such name or is not an integer.
+            ValueError: If a parameter does not fit 32 bits.
+            RuntimeError: If the engine knows no such filter.
+        """
+        self._handle: int | None = None
+        values = [_word32(value, "a parameter") for value in astuple(SimParams(**params))]
+        self._handle = _call(_lib_nb_sim.new_native_filter, filter_type)
+        if params:
+            _call(_lib_nb_sim.setup_sim_params, self._handle, *values)
+
+    def __enter__(self) -> "Simulator":
+        """Return the simulator itself."""
+        return self
+
+    def __exit__(
+        self,
+        exc_type: type[BaseException] | None,
+        exc: BaseException | None,
+        traceback: TracebackType | None,
+    ) -> None:
+        """Close the simulator."""
+        self.close()
+
+    @property
+    def handle(self) -> int:
+        """The number by which the engine's functions name the filter.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        if self._handle is None:
+            raise ValueError("the simulator is closed")
+        return self._handle
+
+    def close(self) -> None:
+        """Free the filter and all it holds; a second call does nothing."""
+        if self._handle is not None:
+            handle, self._handle = self._handle, None
+            _call(_lib_nb_sim.delete_native_filter, handle)
+
+    def run(self, *parts: RecordArray) -> None:
+        """Run a program in one call of the engine.
+
+        Args:
+            *parts: `QPU_OP` arrays of shape (k,), joined in this order.
+
+        Raises:
+            ValueError: If a part is not a one-dimensional `QPU_OP` array, or the
+                simulator is closed.
+            RuntimeError: What the engine reports; records before the failing one have
+                taken effect.
+        """
+        records = program(*parts)
+        _call(_lib_nb_sim.put_instructions, self.handle, records, len(records))
+
+    def flags(self, first: int, count: int) -> int:
+        """Fetch consecutive read flags as the bits of an integer.
+
+        Args:
+            first: First flag, a signed 32-bit number; negative flags read inverted.
+            count: Number of flags, 0 or more.
+
+        Returns:
+            An integer whose bit i is flag `first + i`.
+
+        Raises:
+            ValueError: If `count` is negative, a flag's number does not fit a signed
+                32-bit word, or the simulator is closed.
+            RuntimeError: What the engine reports.
+        """
+        if count < 0 or first < -(2**31) or first + count > 2**31:
+            raise ValueError(f"flags {first} to {first + count - 1} cannot be fetched")
+        handle = self.handle
+        words = [
+            _call(
+                _lib_nb_sim.fetch_read_result,
+                handle,
+                first + done,
+                min(FLAGS_PER_FETCH, count - done),
+            )
+            for done in range(0, count, FLAGS_PER_FETCH)
+        ]
+        # Joined as bytes: shifting every word into place would take quadratic time.
+        return int.from_bytes(np.array(words, dtype="<u4").tobytes(), "little")
+
+    def bits(self) -> str:
+        """The state of a bit filter.
+
+        Returns:
+            One character "0" or "1" for each qubit, qubit 0 first.
+
+        Raises:
+            ValueError: If the simulator is closed.
+            RuntimeError: What the engine reports, such as a register not yet sized.
+        """
+        # The bit filter answers by text alone and leaves the array untouched.
+        unused = np.zeros(1, dtype=np.complex128)
+        return _call(_lib_nb_sim.pull_state, self.handle, unused)
+
+    def peek_probability(self, value: int, mask: int, limit: float = 0.0) -> float:
+        """The probability to read `value` on the qubits of `mask`, without measuring.
+
+        Args:
+            value: The bits to look for, 32 bits, bit k for qubit k.
+            mask: The qubits, 32 bits, bit k for qubit k.
+            limit: Passed on to the filter.
+
+        Raises:
+            ValueError: If `value` or `mask` does not fit an unsigned 32-bit word, or the
+                simulator is closed.
+            RuntimeError: What the engine reports, such as an empty mask.
+        """
+        return _call(
+            _lib_nb_sim.peek_read_probability,
+            self.handle,
+            _word32(value, "value"),
+            _word32(mask, "mask"),
+            limit,
+        )
+
+    def postselect(self, value: int, mask: int) -> None:
+        """Project the qubits of `mask` on `value`.
+
+        Args:
+            value: The bits to keep, 32 bits, bit k for qubit k.
+            mask: The qubits, 32 bits, bit k for qubit k.
+
+        Raises:
+            ValueError: If `value` or `mask` does not fit an unsigned 32-bit word, or the
+                simulator is closed.
+            RuntimeError: What the engine reports, such as a value of probability 0.
+        """
+        _call(_lib_nb_sim.postselect, self.handle, _word32(value, "value"), _word32(mask, "mask"))
+
+    def next_event(self) -> Event | None:
+        """Take the oldest event off the queue; None when the queue is empty.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        event = _call(_lib_nb_sim.get_next_event, self.handle)
+        return None if event is None else Event(*event)
+
+    def events(self) -> list[Event]:
+        """Take all events off the queue, oldest first.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        return list(iter(self.next_event, None))
+
+    def enable_qubit_debugging(self, on: bool = True) -> None:
+        """Switch the checks of freed qubits on or off; they are off at first.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        _call(_lib_nb_sim.enable_qubit_debugging, self.handle, int(on))
+
+    def finish(self) -> None:
+        """Wait until the filter has done all its work.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        _call(_lib_nb_sim.finish, self.handle)
+
+
+def _word32(value: int, name: str) -> int:
+    # The engine's parser cuts a number that is too large down to 32 bits without a word.
+    number = operator.index(value)
+    if not 0 <= number < 2**32:
+        raise ValueError(f"{name} must be an unsigned 32-bit number, not {value}")
+    return number
