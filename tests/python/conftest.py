@@ -1,0 +1,41 @@
+"""Fixtures of the engine's tests."""
+
+from __future__ import annotations
+
+import random
+import zlib
+from collections.abc import Iterator
+from types import ModuleType
+
+import _lib_nb_sim
+import pytest
+from support import BitFilter, open_bit_filter
+
+
+@pytest.fixture(scope="session")
+def engine() -> ModuleType:
+    """The raw extension module, with nothing between the test and its errors."""
+    return _lib_nb_sim
+
+
+@pytest.fixture
+def bit_filter(engine: ModuleType) -> Iterator[int]:
+    """The handle of a bit filter without a register; the filter is freed after the test."""
+    handle = engine.new_native_filter("StreamBitQPU")
+    yield handle
+    engine.delete_native_filter(handle)
+
+
+@pytest.fixture
+def bits(engine: ModuleType) -> Iterator[BitFilter]:
+    """A driver over a bit filter without a register; the filter is freed after the test."""
+    with open_bit_filter(engine) as driver:
+        yield driver
+
+
+@pytest.fixture
+def rng(request: pytest.FixtureRequest) -> random.Random:
+    """A generator seeded from the test's own name: a failure repeats when the test runs alone."""
+    seed = zlib.crc32(request.node.name.encode())
+    print(f"{request.node.name}: random seed {seed}")  # pytest shows it with a failure only
+    return random.Random(seed)
