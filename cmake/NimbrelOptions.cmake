@@ -1,0 +1,49 @@
+# Defines nimbrel_options, the one place for compiler switches: every target of the project links it,
+# directly or through the library below it.
+
+# A bare `cmake` run shall not give the unoptimised build by accident.
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+# Static libraries end up in a shared module.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+# One known place for the module, to be put on PYTHONPATH by runs without an install.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+
+add_library(nimbrel_options INTERFACE)
+target_compile_features(nimbrel_options INTERFACE cxx_std_20)
+target_include_directories(nimbrel_options INTERFACE "${PROJECT_SOURCE_DIR}/cpp")
+
+# The processor that the engine needs, named and not probed for: a wheel must run elsewhere than on
+# the machine that built it. Contraction is off because results are compared bit for bit; a fused
+# multiply-add stands in the source where one is meant.
+target_compile_options(
+  nimbrel_options
+  INTERFACE -mavx
+            -mfma
+            -mpopcnt
+            -ffp-contract=off
+            -fvisibility=hidden
+            -fvisibility-inlines-hidden
+            "$<$<CONFIG:Release>:-O3>"
+            "$<$<CONFIG:Debug>:-O1;-g>")
+
+# Bounds checks in the standard containers: they find an index that stays inside the allocation,
+# which an address sanitizer cannot see.
+target_compile_definitions(nimbrel_options INTERFACE "$<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>")
+
+target_compile_options(nimbrel_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+                                                 -Wsign-conversion -Wnon-virtual-dtor)
+if(NIMBREL_WARNINGS_AS_ERRORS)
+  target_compile_options(nimbrel_options INTERFACE -Werror)
+endif()
+
+if(NIMBREL_SANITIZE)
+  list(JOIN NIMBREL_SANITIZE "," nimbrel_sanitizers)
+  # No recovery: undefined behaviour is a failed test and not a line in the log.
+  set(nimbrel_sanitizer_flags -fsanitize=${nimbrel_sanitizers} -fno-sanitize-recover=all
+                              -fno-omit-frame-pointer)
+  target_compile_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
+  target_link_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
+endif()

@@ -1,0 +1,22 @@
+# nimbrel_add_tests(<area> <library>...)
+#
+# One GoogleTest executable from every tests/native/<area>/*_test.cpp, linked with the libraries named.
+# Each of its tests is a CTest test with the label <area>, so `ctest -L bit` runs one area.
+function(nimbrel_add_tests area)
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${area}/*_test.cpp")
+  if(NOT sources)
+    message(FATAL_ERROR "tests/native/${area} has no *_test.cpp: an area without tests is a mistake")
+  endif()
+
+  set(target nimbrel_${area}_tests)
+  add_executable(${target} ${sources})
+  target_include_directories(${target} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_link_libraries(${target} PRIVATE ${ARGN} GTest::gtest_main)
+
+  # Listed when CTest runs and not after linking: a sanitized program may need its environment first.
+  gtest_discover_tests(
+    ${target}
+    TEST_PREFIX "${area}/"
+    DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS ${area})
+endfunction()
