@@ -1,0 +1,116 @@
+# Everything starts here; `make help` lists the targets. One thing alone is ever changed outside this
+# directory: targets with native tests install the distribution's GoogleTest if it is missing.
+
+PYTHON ?= python3
+export PYTHON
+export CMAKE_BUILD_PARALLEL_LEVEL ?= 2
+export CTEST_PARALLEL_LEVEL ?= $(CMAKE_BUILD_PARALLEL_LEVEL)
+
+VENV := .venv
+VENV_PYTHON := $(CURDIR)/$(VENV)/bin/python
+PIP := $(VENV_PYTHON) -m pip --quiet --disable-pip-version-check
+# The environment's cmake and ninja, so that every build uses the pinned ones.
+CMAKE := PATH="$(CURDIR)/$(VENV)/bin:$$PATH" cmake
+CTEST := PATH="$(CURDIR)/$(VENV)/bin:$$PATH" ctest
+
+# What a wheel is made of. A change in any of it builds the wheel anew and installs that one.
+WHEEL_SOURCES := CMakeLists.txt pyproject.toml README.md \
+  $(shell find cmake cpp python -type f -not -path '*/__pycache__/*' -not -name '*.py[co]')
+
+# Each stamp is the time at which a step was last done.
+CREATED := $(VENV)/.created
+INSTALLED := $(VENV)/.installed
+TEST_TOOLS := $(VENV)/.test-tools
+DEV_TOOLS := $(VENV)/.dev-tools
+WHEEL := build/wheel/.built
+
+.PHONY: help demo install test test-native test-python test-numpy check format sanitize
+.PHONY: sanitize-address sanitize-thread bench gtest clean
+
+help:
+	@echo "make demo      install into $(VENV) and add two numbers of a thousand bits"
+	@echo "make test      native tests, and the Python tests under every NumPy served"
+	@echo "make check     warnings, layout, lint and types of all sources"
+	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
+	@echo "make bench     rates of the bit filter"
+	@echo "make format    lay out all sources as 'make check' wants them"
+	@echo "make clean     remove everything that these targets made"
+	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
+
+demo: $(INSTALLED)
+	$(VENV_PYTHON) examples/adder.py
+
+install: $(INSTALLED)
+
+test: test-native test-numpy
+
+# Release: the arithmetic that ships is the arithmetic that is tested.
+test-native: $(TEST_TOOLS) gtest
+	$(call build,release)
+	$(CTEST) --preset release
+
+# The quick run, under the environment's own NumPy only.
+test-python: $(INSTALLED) $(TEST_TOOLS)
+	$(VENV_PYTHON) -m pytest -q
+
+test-numpy: $(WHEEL)
+	tools/numpy_matrix.sh build/wheel/*.whl
+
+check: $(INSTALLED) $(DEV_TOOLS) gtest
+	$(call build,dev)
+	tools/lint.sh $(VENV_PYTHON)
+
+format: $(DEV_TOOLS)
+	find cpp tests/native -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
+	$(VENV)/bin/ruff format --quiet .
+	$(VENV)/bin/ruff check --quiet --fix-only .
+
+sanitize: sanitize-address sanitize-thread
+
+sanitize-address: $(INSTALLED) $(TEST_TOOLS) gtest
+	$(call build,asan)
+	$(CTEST) --preset asan
+	tools/asan_pytest.sh $(VENV_PYTHON) build/asan/lib
+
+sanitize-thread: $(TEST_TOOLS) gtest
+	$(call build,tsan)
+	$(CTEST) --preset tsan
+
+bench: $(INSTALLED)
+	$(VENV_PYTHON) bench/bit_filter.py
+
+clean:
+	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache
+	find python examples bench tests -type d -name __pycache__ -prune -exec rm -rf {} +
+
+gtest:
+	@tools/ensure_gtest.sh
+
+# $(call build,PRESET): configures and builds one preset, with NumPy's headers from the environment.
+define build
+$(CMAKE) --preset $(1) --log-level=WARNING -Wno-unused-cli -DPython_EXECUTABLE=$(VENV_PYTHON)
+$(CMAKE) --build --preset $(1)
+endef
+
+$(CREATED):
+	$(PYTHON) -m venv $(VENV)
+	@touch $@
+
+$(WHEEL): $(WHEEL_SOURCES) | $(CREATED)
+	rm -rf $(@D)
+	$(PIP) wheel --no-deps --wheel-dir $(@D) .
+	@touch $@
+
+# pip takes a wheel of the installed version for installed, so the old one has to go first.
+$(INSTALLED): $(WHEEL)
+	@$(PIP) --quiet uninstall --yes nimbrel
+	$(PIP) install build/wheel/*.whl
+	@touch $@
+
+$(TEST_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[test,native]"
+	@touch $@
+
+$(DEV_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[dev]"
+	@touch $@

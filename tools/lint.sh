@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# lint.sh PYTHON: every check that needs no test run, with the tools of that Python's environment.
+# Runs them all and fails at the end if one did, so that one run shows all there is to mend.
+set -euo pipefail
+
+tools=$(cd "$(dirname "$1")" && pwd)
+cd "$(dirname "$0")/.."
+export PATH="$tools:$PATH"
+
+jobs=${CMAKE_BUILD_PARALLEL_LEVEL:-2}
+failed=()
+
+check() {
+  echo "== $1"
+  "${@:2}" || failed+=("$1")
+}
+
+cpp_files() {
+  find cpp tests/native -name '*.cpp' -o -name '*.h' | sort
+}
+
+# The compile database names what is built; tests and sources alike, each file once.
+database_files() {
+  python - <<'EOF'
+import json
+from pathlib import Path
+
+entries = json.loads(Path("build/dev/compile_commands.json").read_text(encoding="utf-8"))
+print("\n".join(sorted({entry["file"] for entry in entries})))
+EOF
+}
+
+layout_of_cpp() {
+  cpp_files | xargs clang-format --dry-run -Werror
+}
+
+# A GCC command line may hold warning switches that clang does not know; they are no finding.
+bugs_in_cpp() {
+  database_files | xargs --max-procs="$jobs" --max-args=1 \
+    clang-tidy -p build/dev --quiet --extra-arg=-Wno-unknown-warning-option
+}
+
+check "clang-format" layout_of_cpp
+check "clang-tidy" bugs_in_cpp
+check "ruff check" ruff check --quiet .
+check "ruff format" ruff format --check --quiet .
+check "mypy" mypy python/nimbrel examples bench
+# Bodies of tests are checked like all else; what a test returns and takes is pytest's matter.
+check "mypy, tests" mypy --allow-untyped-defs --allow-incomplete-defs --allow-untyped-calls \
+  --allow-untyped-decorators tests/python
+check "stubtest" python -m mypy.stubtest _lib_nb_sim
+check "basedpyright" basedpyright
+
+if ((${#failed[@]})); then
+  printf 'error: failed: %s\n' "$(IFS=,; echo "${failed[*]}")" >&2
+  exit 1
+fi
