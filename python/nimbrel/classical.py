@@ -6,7 +6,8 @@ least significant. `flag` is the classical condition: a read flag that must be 1
 when the number is negative; 0, the default, always holds and -1 never.
 """
 
-from typing import Final
+import operator
+from typing import Final, SupportsIndex
 
 from nimbrel.layout import Qubits, qubit_list, spread, spread_words, word_masks
 from nimbrel.opcodes import Opcode
@@ -29,6 +30,7 @@ def reset(num_qubits: int) -> RecordArray:
         One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
+        TypeError: If `num_qubits` is not an integer.
         ValueError: If `num_qubits` is negative or does not fit 64 bits.
     """
     if num_qubits < 0:
@@ -50,14 +52,16 @@ def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> RecordArray:
         Records, shape (n,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or a flag is not an integer.
         ValueError: If there is no target, or a qubit is negative or given twice.
     """
     own = Record(Opcode.READ, cond_flag=flag, read_flag=read_flag)
     return spread(own, qubit_list(targets, "target", required=True))
 
 
-def write(targets: Qubits, value: int, read_flag: int = 0, *, flag: int = 0) -> RecordArray:
+def write(
+    targets: Qubits, value: SupportsIndex, read_flag: int = 0, *, flag: int = 0
+) -> RecordArray:
     """Set qubits to the bits of an integer.
 
     Args:
@@ -71,14 +75,15 @@ def write(targets: Qubits, value: int, read_flag: int = 0, *, flag: int = 0) -> 
         Records, shape (n,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit, `value` or a flag is not an integer.
         ValueError: If there is no target, a qubit is negative or given twice, or
             `value` is negative or wider than the targets.
     """
     qubits = qubit_list(targets, "target", required=True)
-    if value < 0 or value.bit_length() > len(qubits):
+    number = operator.index(value)
+    if number < 0 or number.bit_length() > len(qubits):
         raise ValueError(f"the value does not fit {len(qubits)} qubits")
-    bits = f"{value:0{len(qubits)}b}"[::-1]
+    bits = f"{number:0{len(qubits)}b}"[::-1]
     ones = word_masks(qubit for qubit, bit in zip(qubits, bits, strict=True) if bit == "1")
     masks = word_masks(qubits)
     own = Record(Opcode.WRITE, cond_flag=flag, read_flag=read_flag)
@@ -97,7 +102,7 @@ def clear(targets: Qubits, *, flag: int = 0) -> RecordArray:
         Records, shape (n,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or `flag` is not an integer.
         ValueError: If there is no target, or a qubit is negative or given twice.
     """
     own = Record(Opcode.CLEAR, cond_flag=flag)
@@ -120,7 +125,7 @@ def free(
         Records, shape (n,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit, `event_code` or `flag` is not an integer.
         ValueError: If there is no target, a qubit is negative or given twice, or
             `event_code` does not fit 32 bits.
     """
@@ -148,11 +153,18 @@ def flag_nand(a: int, b: int, dest: int, *, flag: int = 0) -> RecordArray:
         One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
+        TypeError: If a flag is not an integer.
         ValueError: If a flag does not fit 64 bits.
     """
-    for operand in (a, b):
-        if not -(2**63) <= operand < 2**63:
-            raise ValueError(f"flag {operand} does not fit a signed 64-bit word")
-    # The operands are signed numbers in unsigned words.
-    own = Record(Opcode.FLAG_NAND, a & _WORD, b & _WORD, cond_flag=flag, read_flag=dest)
+    own = Record(
+        Opcode.FLAG_NAND, _operand_word(a), _operand_word(b), cond_flag=flag, read_flag=dest
+    )
     return pack([own])
+
+
+def _operand_word(flag: SupportsIndex) -> int:
+    # The operands are signed numbers in unsigned words.
+    number = operator.index(flag)
+    if not -(2**63) <= number < 2**63:
+        raise ValueError(f"flag {number} does not fit a signed 64-bit word")
+    return number & _WORD

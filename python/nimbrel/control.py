@@ -18,6 +18,7 @@ def jump_fwd(label_id: int, *, flag: int = 0) -> RecordArray:
             negative number: that must be 0). 0 always jumps, -1 never.
 
     Raises:
+        TypeError: If a number is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
     return pack([Record(Opcode.JUMP_FWD, target_mask=label_id, cond_flag=flag)])
@@ -30,6 +31,7 @@ def label(label_id: int) -> RecordArray:
         label_id: The label's number, above 0 to be of use.
 
     Raises:
+        TypeError: If `label_id` is not an integer.
         ValueError: If `label_id` does not fit an unsigned 64-bit word.
     """
     return pack([Record(Opcode.LABEL, target_mask=label_id)])

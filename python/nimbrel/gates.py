@@ -12,7 +12,7 @@ common to all:
 
 All raise `ValueError` for a negative qubit, a qubit given twice, a qubit in both
 `controls` and `zeros`, and a gate without the qubits that it needs; `TypeError` for a
-qubit that is not an integer.
+qubit or a flag that is not an integer.
 """
 
 from collections.abc import Callable
@@ -131,7 +131,7 @@ def _document(
         Records, shape (n,), dtype `QPU_OP`: extension records first, the gate last.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or `flag` is not an integer.
         ValueError: If a qubit is negative, given twice, or both a control and a
             zero-control, or if the gate lacks a qubit that it needs.
     """
@@ -180,7 +180,7 @@ def swap(
         an extension record, which stands first.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or `flag` is not an integer.
         ValueError: If `a` equals `b`, a qubit is negative, or a control is given twice
             or is a zero-control as well.
     """

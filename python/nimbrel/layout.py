@@ -100,6 +100,10 @@ def spread(
         targets: Target qubits.
         ones: Controls that must be 1.
         negated: Controls that must be 0, none of them among `ones`.
+
+    Raises:
+        TypeError: If a word of `own` other than its angle is not an integer.
+        ValueError: If a number does not fit its 64-bit word.
     """
     negated_masks = word_masks(negated)
     return spread_words(own, word_masks(targets), word_masks([*ones, *negated]), negated_masks)

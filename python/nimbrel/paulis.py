@@ -5,7 +5,8 @@ qubits in both carry Y. The record words that other operations use for controls 
 the second set here, and no extension record applies, so 64 qubits is the limit.
 """
 
-from typing import Final
+import operator
+from typing import Final, SupportsIndex
 
 from nimbrel.layout import Qubits, control_lists, single_word_mask
 from nimbrel.opcodes import Opcode
@@ -48,7 +49,7 @@ def ppr(
         One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or `flag` is not an integer.
         ValueError: If there is no qubit, or a qubit is negative, 64 or above, given
             twice in one argument, or both a control and a zero-control.
     """
@@ -81,7 +82,7 @@ def ppm(xs: Qubits, zs: Qubits, read_flag: int = 0, *, sign: int = 1, flag: int 
         One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit or a flag is not an integer.
         ValueError: If there is no qubit, a qubit is negative, 64 or above or given
             twice in one argument, or `sign` is neither 1 nor -1.
     """
@@ -99,7 +100,9 @@ def ppm(xs: Qubits, zs: Qubits, read_flag: int = 0, *, sign: int = 1, flag: int 
     return pack([own])
 
 
-def pcp(k: int, n: int, xs: Qubits, zs: Qubits, *, flag: int = 0) -> RecordArray:
+def pcp(
+    k: SupportsIndex, n: SupportsIndex, xs: Qubits, zs: Qubits, *, flag: int = 0
+) -> RecordArray:
     """Deliver product number `k` of a batch of `n` commuting products.
 
     The engine collects the products and acts when the last one, `k == n - 1`, arrives.
@@ -115,18 +118,19 @@ def pcp(k: int, n: int, xs: Qubits, zs: Qubits, *, flag: int = 0) -> RecordArray
         One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a qubit is not an integer.
+        TypeError: If a qubit, `k`, `n` or `flag` is not an integer.
         ValueError: If not 0 <= k < n <= 1000, there is no qubit, or a qubit is
             negative, 64 or above or given twice in one argument.
     """
-    if not 0 <= k < n <= MAX_BATCH:
-        raise ValueError(f"product {k} of {n} is not within a batch of 1 to {MAX_BATCH}")
+    number, batch = operator.index(k), operator.index(n)
+    if not 0 <= number < batch <= MAX_BATCH:
+        raise ValueError(f"product {number} of {batch} is not within a batch of 1 to {MAX_BATCH}")
     x_mask, z_mask = _product_masks(xs, zs)
     own = Record(
         Opcode.PCP,
         target_mask=x_mask,
         cond_mask=z_mask,
-        angle=float(MAX_BATCH * n + k),
+        angle=float(MAX_BATCH * batch + number),
         cond_flag=flag,
     )
     return pack([own])

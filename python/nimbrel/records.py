@@ -5,8 +5,9 @@ back to back; the engine reads that buffer as it stands. Qubit 0 is the least
 significant bit of a mask, angles are in degrees.
 """
 
+import operator
 from collections.abc import Sequence
-from typing import Any, Final, NamedTuple, TypeAlias
+from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
@@ -57,32 +58,39 @@ _LIMITS: Final = tuple(
 )
 
 
-def _check_words(record: Record) -> None:
-    # NumPy 1.x wraps an integer that does not fit without a word, and a wrapped mask
-    # is a different program.
+def _check_words(record: Record) -> Record:
+    # NumPy cuts a fraction off without a word, and NumPy 1.x wraps an integer that does
+    # not fit; a cut or wrapped word is a different program.
+    words: list[Any] = list(record)
     for name, position, low, high in _LIMITS:
-        if not low <= record[position] <= high:
-            raise ValueError(f"{name} must be from {low} to {high}, not {record[position]}")
+        try:
+            word = operator.index(words[position])
+        except TypeError:
+            raise TypeError(f"{name} must be an integer, not {words[position]!r}") from None
+        if not low <= word <= high:
+            raise ValueError(f"{name} must be from {low} to {high}, not {word}")
+        words[position] = word
+    return Record(*words)
 
 
 def pack(records: Sequence[Record]) -> RecordArray:
     """Turn plain records into an array that the engine takes.
 
     Args:
-        records: Any number of records, in program order.
+        records: Any number of records, in program order. Every word but `angle` may be
+            anything that Python takes for an integer, NumPy's integers among them.
 
     Returns:
         The records, shape (len(records),), dtype `QPU_OP`.
 
     Raises:
+        TypeError: If a word other than `angle` is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
-    for entry in records:
-        _check_words(entry)
-    return np.array(records, dtype=QPU_OP)
+    return np.array([_check_words(entry) for entry in records], dtype=QPU_OP)
 
 
-def record(opcode: int, **fields: float | np.integer[Any]) -> RecordArray:
+def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> RecordArray:
     """Make a single record, whatever its opcode; fields not given are 0.
 
     Args:
@@ -94,16 +102,13 @@ def record(opcode: int, **fields: float | np.integer[Any]) -> RecordArray:
         The record, shape (1,), dtype `QPU_OP`.
 
     Raises:
-        TypeError: If a field has no such name, or a fraction is given for an integer.
+        TypeError: If a field has no such name, or a word other than `angle` is not an
+            integer.
         ValueError: If a number does not fit its 64-bit word.
     """
     angle = float(fields.pop("angle", 0.0))
-    words: dict[str, int] = {}
-    for name, value in fields.items():
-        if not isinstance(value, int | np.integer):
-            raise TypeError(f"{name} must be an integer, not {value!r}")
-        words[name] = int(value)
-    return pack([Record(int(opcode), angle=angle, **words)])
+    words: dict[str, Any] = {"opcode": opcode, **fields}
+    return pack([Record(angle=angle, **words)])
 
 
 def program(*parts: RecordArray) -> RecordArray:

@@ -372,6 +372,56 @@ def test_a_qubit_that_is_no_integer_is_refused() -> None:
         nb.x(["1"])  # type: ignore[list-item]
 
 
+FRACTIONS: dict[str, Callable[[], nb.RecordArray]] = {
+    "reset": lambda: nb.reset(2.5),  # type: ignore[arg-type]
+    "read, flag": lambda: nb.read(0, 2.5),  # type: ignore[arg-type]
+    "read, condition": lambda: nb.read(0, flag=2.5),  # type: ignore[arg-type]
+    "write": lambda: nb.write(0, 0.5),  # type: ignore[arg-type]
+    "write, flag": lambda: nb.write(0, 1, 2.5),  # type: ignore[arg-type]
+    "clear": lambda: nb.clear(0, flag=2.5),  # type: ignore[arg-type]
+    "free": lambda: nb.free(0, flag=2.5),  # type: ignore[arg-type]
+    "free, code": lambda: nb.free(0, event_code=2.5),  # type: ignore[arg-type]
+    "flag_nand, a": lambda: nb.flag_nand(2.5, 3, 4),  # type: ignore[arg-type]
+    "flag_nand, b": lambda: nb.flag_nand(2, 3.5, 4),  # type: ignore[arg-type]
+    "flag_nand, dest": lambda: nb.flag_nand(2, 3, 4.5),  # type: ignore[arg-type]
+    "jump_fwd": lambda: nb.jump_fwd(1.5),  # type: ignore[arg-type]
+    "jump_fwd, condition": lambda: nb.jump_fwd(1, flag=2.5),  # type: ignore[arg-type]
+    "label": lambda: nb.label(1.5),  # type: ignore[arg-type]
+    "gate": lambda: nb.x(0, flag=2.5),  # type: ignore[arg-type]
+    "angle gate": lambda: nb.rx(90.0, 0, flag=2.5),  # type: ignore[arg-type]
+    "swap": lambda: nb.swap(0, 1, flag=2.5),  # type: ignore[arg-type]
+    "ppr": lambda: nb.ppr(1.0, 0, (), flag=2.5),  # type: ignore[arg-type]
+    "ppm, flag": lambda: nb.ppm(0, (), 2.5),  # type: ignore[arg-type]
+    "pcp, number": lambda: nb.pcp(0.5, 1, 0, ()),  # type: ignore[arg-type]
+    "pcp, batch": lambda: nb.pcp(0, 1.5, 0, ()),  # type: ignore[arg-type]
+}
+
+
+@pytest.mark.parametrize("build", FRACTIONS.values(), ids=FRACTIONS.keys())
+def test_a_fraction_is_refused_where_an_integer_belongs(
+    build: Callable[[], nb.RecordArray],
+) -> None:
+    with pytest.raises(TypeError, match="integer"):
+        build()
+
+
+@pytest.mark.parametrize("kind", [np.int8, np.uint8, np.int64, np.uint64])
+def test_numbers_of_numpy_count_as_integers(kind: type[np.integer]) -> None:
+    assert equal(nb.reset(kind(3)), nb.reset(3))
+    assert equal(nb.read(0, kind(2), flag=kind(3)), nb.read(0, 2, flag=3))
+    assert equal(nb.write([64, 1, 0], kind(5)), nb.write([64, 1, 0], 5))
+    assert equal(nb.free(0, event_code=kind(7)), nb.free(0, event_code=7))
+    assert equal(nb.flag_nand(kind(2), kind(3), kind(4)), nb.flag_nand(2, 3, 4))
+    assert equal(nb.pcp(kind(1), kind(2), 0, ()), nb.pcp(1, 2, 0, ()))
+    assert equal(nb.open_event(kind(9)), nb.open_event(9))
+
+
+def test_a_negative_number_of_numpy_keeps_its_sign() -> None:
+    assert equal(nb.flag_nand(np.int64(-7), np.int8(-8), -9), nb.flag_nand(-7, -8, -9))
+    with pytest.raises(ValueError, match=r"^the value does not fit 2 qubits$"):
+        nb.write([0, 1], np.int64(-1))
+
+
 def test_qubits_come_from_any_iterable_of_integers() -> None:
     expected = nb.x([1, 2, 3])
     assert equal(nb.x(range(1, 4)), expected)

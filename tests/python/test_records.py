@@ -155,9 +155,19 @@ def test_a_field_without_a_name_in_the_record_is_refused() -> None:
         nb.record(nb.Opcode.X, target_masks=1)
 
 
-def test_a_fraction_is_refused_in_an_integer_word() -> None:
-    with pytest.raises(TypeError, match=r"^target_mask must be an integer, not 1\.5$"):
-        nb.record(nb.Opcode.X, target_mask=1.5)
+@pytest.mark.parametrize("name", [*UNSIGNED_WORDS, *SIGNED_WORDS])
+def test_a_fraction_is_refused_in_an_integer_word(name: str) -> None:
+    with pytest.raises(TypeError, match=rf"^{name} must be an integer, not 1\.5$"):
+        nb.record(nb.Opcode.X, **{name: 1.5})
+
+
+def test_a_fraction_is_no_opcode() -> None:
+    with pytest.raises(TypeError, match=r"^opcode must be an integer, not 5\.5$"):
+        nb.record(5.5)  # type: ignore[arg-type]
+
+
+def test_an_angle_may_be_an_integer_of_numpy() -> None:
+    assert nb.record(nb.Opcode.RX, angle=np.int64(-90))["angle"][0] == -90.0
 
 
 def test_a_program_joins_its_parts_in_order() -> None:

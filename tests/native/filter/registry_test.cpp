@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <string>
 
 #include "core_register.h"
 #include "filter/op_filter.h"
@@ -24,8 +25,14 @@ TEST(Registry, HandlesOnlyGrow) {
 TEST(Registry, ZeroNamesNoFilter) { EXPECT_EQ(OpFilter::get_filter(0), nullptr); }
 
 TEST(Registry, DeletingAnUnknownHandleDoesNothing) {
+    const OpFilter* filter = new_bit_filter();
+    const auto before = OpFilter::filter_registry;
     OpFilter::delete_filter(0);
+    OpFilter::delete_filter(filter->handle + 1);
     OpFilter::delete_filter(~0UL);
+    EXPECT_EQ(OpFilter::filter_registry, before);
+    EXPECT_EQ(filter->qpu->owner, filter);
+    OpFilter::delete_filter(filter->handle);
 }
 
 TEST(Registry, AFilterOwnsARegisterThatNamesIt) {

@@ -16,6 +16,16 @@ TEST(Convert, TruncatesTowardZero) {
     EXPECT_EQ(truncate_to_i64(-7.99), -7L);
 }
 
+TEST(Convert, ThirtyTwoBitsHaveTheirOwnRange) {
+    constexpr int lowest = std::numeric_limits<int>::min();
+    EXPECT_EQ(truncate_to_i32(-1.99), -1);
+    EXPECT_EQ(truncate_to_i32(2147483647.9), std::numeric_limits<int>::max());
+    EXPECT_EQ(truncate_to_i32(-2147483648.9), lowest);
+    EXPECT_EQ(truncate_to_i32(2147483648.0), lowest);
+    EXPECT_EQ(truncate_to_i32(4294967295.0), lowest) << "not its low half, which is -1";
+    EXPECT_EQ(truncate_to_i32(std::nan("")), lowest);
+}
+
 TEST(Convert, NegativeNumbersWrapToUnsigned) { EXPECT_EQ(truncate_to_u64(-1.0), ~0UL); }
 
 TEST(Convert, TheUpperHalfKeepsItsTopBit) {
