@@ -17,13 +17,16 @@ target_include_directories(nimbrel_options INTERFACE "${PROJECT_SOURCE_DIR}/cpp"
 
 # The processor that the engine needs, named and not probed for: a wheel must run elsewhere than on
 # the machine that built it. Contraction is off because results are compared bit for bit; a fused
-# multiply-add stands in the source where one is meant.
+# multiply-add stands in the source where one is meant. GCC 12 fuses a complex product all the same
+# when it makes vectors of neighbouring statements, so it may not do that; the kernels are vectors
+# already.
 target_compile_options(
   nimbrel_options
   INTERFACE -mavx
             -mfma
             -mpopcnt
             -ffp-contract=off
+            -fno-tree-slp-vectorize
             -fvisibility=hidden
             -fvisibility-inlines-hidden
             "$<$<CONFIG:Release>:-O3>"
