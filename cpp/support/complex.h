@@ -1,6 +1,7 @@
 /// One amplitude as it stands in memory, in the engine and in the caller's arrays.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 
 namespace Nimbrel {
@@ -15,5 +16,11 @@ struct complex_t {
 static_assert(sizeof(complex_t) == 16);
 static_assert(offsetof(complex_t, re) == 0);
 static_assert(offsetof(complex_t, im) == 8);
+
+/// Whether all 128 bits are 0. A negative zero is not: it must survive where a zero is skipped.
+inline bool is_raw_zero(const complex_t& amplitude) {
+    return (std::bit_cast<unsigned long>(amplitude.re) |
+            std::bit_cast<unsigned long>(amplitude.im)) == 0;
+}
 
 }  // namespace Nimbrel

@@ -13,6 +13,12 @@ inline long truncate_to_i64(double value) {
     return in_range ? static_cast<long>(value) : std::numeric_limits<long>::min();
 }
 
+/// The same with 32 bits, which is not the low half of the wider result.
+inline int truncate_to_i32(double value) {
+    const bool in_range = value > -0x1p31 - 1.0 && value < 0x1p31;
+    return in_range ? static_cast<int>(value) : std::numeric_limits<int>::min();
+}
+
 /// Truncates toward zero to an unsigned number. Values of 2^63 and more are brought into the signed
 /// range first and get their top bit back afterwards.
 inline unsigned long truncate_to_u64(double value) {

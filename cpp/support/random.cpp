@@ -6,8 +6,9 @@
 // The generator stands before the engine's other statics are made, whatever the link order.
 [[gnu::init_priority(1000)]] std::random_device rand_device("default");
 [[gnu::init_priority(1001)]] std::mt19937 random_gen(rand_device());
-std::uniform_real_distribution<double> random_dist_0_to_1(0.0, 1.0);
-std::uniform_real_distribution<double> random_dist_plus_minus(-1.0, 1.0);
+[[gnu::init_priority(1002)]] std::uniform_real_distribution<double> random_dist_0_to_1(0.0, 1.0);
+[[gnu::init_priority(1003)]] std::uniform_real_distribution<double> random_dist_plus_minus(-1.0,
+                                                                                           1.0);
 
 namespace {
 

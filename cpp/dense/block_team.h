@@ -1,0 +1,65 @@
+/// `BlockTeam`, what the workers of one register know of each other.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+namespace Nimbrel {
+
+class CoreBlock;
+
+/// Spreads the tasks of a register over the processors that there are.
+///
+/// Every block keeps its own worker, but a task waits in its block for whoever comes first: the
+/// block's worker, the submitter, which runs what is left while it waits, or the worker of another
+/// block that has nothing to do. No more workers are awake than there are processors beside the
+/// submitter's, so that none of them takes the time of another. Which thread runs a task changes
+/// no result: a task reads and writes its own block, or the two of its pair, and nothing else.
+///
+/// Owned by the register, made before its blocks and destroyed after them.
+class BlockTeam {
+  public:
+    explicit BlockTeam(unsigned long num_blocks);
+    ~BlockTeam();
+    BlockTeam(const BlockTeam&) = delete;
+    BlockTeam& operator=(const BlockTeam&) = delete;
+
+    // The submitter's side.
+    void join(CoreBlock* block);
+    /// Leaves: no worker that looks at the blocks of others still sees this one.
+    void leave(const CoreBlock* block);
+    /// Notes a task of so many amplitudes, and wakes a worker when enough of them have come.
+    void task_posted(unsigned long num_terms);
+
+    /// False in a child that was forked after the workers were made: it has the blocks and not the
+    /// threads. Its tasks are all run by the submitter, and nothing may wait for a worker there.
+    bool has_workers() const;
+
+    // Any thread's.
+    void task_taken() { posted_.fetch_sub(1, std::memory_order_relaxed); }
+    bool has_tasks() const { return posted_.load(std::memory_order_relaxed) > 0; }
+
+    // The workers' side.
+    /// Runs tasks of any block, the highest first, until none is left unbegun: the submitter takes
+    /// them from the lowest, so each processor keeps to the same blocks from gate to gate.
+    void run_tasks();
+    void worker_woke() { awake_.fetch_add(1, std::memory_order_relaxed); }
+    void worker_sleeps() { awake_.fetch_sub(1, std::memory_order_relaxed); }
+
+  private:
+    void wake_one();
+
+    // Set once.
+    const unsigned long num_blocks_;
+    const int process_;
+    const int spare_processors_;
+    const std::unique_ptr<std::atomic<CoreBlock*>[]> blocks_;
+
+    std::atomic<long> posted_{0};  ///< tasks that nobody has begun
+    std::atomic<int> awake_{0};
+    std::atomic<int> looking_{0};  ///< workers inside `run_tasks`
+
+    unsigned long unanswered_ = 0;  ///< amplitudes posted while too few were awake; the submitter's
+};
+
+}  // namespace Nimbrel
