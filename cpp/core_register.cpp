@@ -1,5 +1,7 @@
 #include "core_register.h"
 
+#include "dense/block_team.h"
+
 namespace Nimbrel {
 namespace {
 

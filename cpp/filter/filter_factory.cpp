@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "bit/bit_filter.h"
+#include "dense/qpu_sim_filter.h"
 #include "filter/op_filter.h"
 
 namespace Nimbrel {
@@ -21,6 +22,7 @@ OpFilter* make_filter() {
 
 /// A new filter class is one row here.
 constexpr std::array filter_types{
+    FilterType{"StreamQPU", make_filter<OpFilter_QPUSim>},
     FilterType{"StreamBitQPU", make_filter<OpFilter_BitQPUSim>},
 };
 

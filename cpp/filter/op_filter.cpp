@@ -2,7 +2,6 @@
 
 #include <memory>
 #include <stdexcept>
-#include <utility>
 
 #include "core_register.h"
 
@@ -16,16 +15,6 @@ OpFilter::OpFilter() {
 }
 
 OpFilter::~OpFilter() { delete qpu; }
-
-void OpFilter::queue_event(std::string name, std::string message, unsigned int code,
-                           unsigned long aux) {
-    events.push_back({.name = std::move(name),
-                      .message = std::move(message),
-                      .code = code,
-                      .aux = aux,
-                      .ids = event_stack.ids,
-                      .values = event_stack.values});
-}
 
 void OpFilter::connect(const std::string& /*host*/, int /*port*/, double /*timeout*/,
                        std::string& /*result*/) {}

@@ -1,6 +1,7 @@
 /// `OpFilter`, the base of every consumer of instruction records, and the registry of all filters.
 #pragma once
 
+#include <limits>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,6 +14,14 @@ namespace Nimbrel {
 
 class QPU;
 class QPU_Base;
+
+/// What is known of the arrays that a call brings and its arguments do not tell. A caller that says
+/// nothing vouches for its arrays.
+struct CallerArrays {
+    unsigned long amplitudes = std::numeric_limits<unsigned long>::max();  ///< room for so many
+    unsigned long indices = std::numeric_limits<unsigned long>::max();
+    bool writable = true;
+};
 
 /// One instruction consumer. Filters do not chain: each stands alone with its own register, and
 /// Python decides which one gets which array.
@@ -77,6 +86,7 @@ class OpFilter {
     unsigned long handle = 0;                  ///< what Python names this filter by
     OpEventStack event_stack;                  ///< survives a reset of the register
     std::vector<OpEvent> events;               ///< reports that wait for Python, oldest first
+    CallerArrays caller_arrays;                ///< set for the time of one call, by the binding
 
     /// Every filter by handle. At process exit only the map goes, not the filters.
     static std::map<unsigned long, OpFilter*> filter_registry;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 
 #include "filter/qpu_base.h"
@@ -16,9 +17,11 @@ constexpr long no_qubits_free = 0xFFFFFFFF;
 long QPU_Base::reserve_qubits(unsigned long count) {
     if (num_qubits == 0) return no_qubits_at_all;
 
+    // A register that was refused or did not fit has its new number of qubits and no table for it.
+    const unsigned long table_end = std::min(num_qubits, qint_table.size());
     unsigned long first = 0;
     unsigned long free_run = 0;
-    while (first + free_run < num_qubits) {
+    while (first + free_run < table_end) {
         const unsigned int reserved = qint_table[first + free_run];
         if (reserved != 0) {
             first += free_run + reserved;
@@ -41,7 +44,8 @@ void QPU_Base::release_qubits(int first) {
                     qubits);
         return;
     }
-    qint_table[static_cast<unsigned long>(first)] = 0;
+    const auto entry = static_cast<unsigned long>(first);
+    if (entry < qint_table.size()) qint_table[entry] = 0;
 }
 
 void QPU_Base::clear_all_qints() { qint_table.assign(num_qubits, 0); }

@@ -37,8 +37,10 @@ void steer_program(const QPUOp& op, const QPU_Base* qpu, unsigned long& open_lab
 }
 
 std::vector<QPUOp> reserve_record_copies(unsigned long num_ops) {
+    // A handful of records always fits, and a call with one should not pay for an allocation.
+    constexpr unsigned long always_fits = 64;
     std::vector<QPUOp> copies;
-    copies.reserve(num_ops);
+    if (num_ops > always_fits) copies.reserve(num_ops);
     return copies;
 }
 

@@ -11,6 +11,8 @@ namespace {
 
 bool is_complex(PyArrayObject* array) { return PyTypeNum_ISCOMPLEX(PyArray_TYPE(array)); }
 
+bool is_writable(PyArrayObject* array) { return PyArray_ISWRITEABLE(array) != 0; }
+
 bool has_first_stride(PyArrayObject* array, npy_intp stride) {
     return PyArray_NDIM(array) > 0 && PyArray_STRIDE(array, 0) == stride;
 }
@@ -26,20 +28,27 @@ unsigned long bytes_from_data(PyArrayObject* array) {
     return static_cast<unsigned long>(last_offset + PyArray_ITEMSIZE(array));
 }
 
+/// Elements of `size` bytes, one behind the other, that the array's own memory has room for.
+unsigned long room_for(PyArrayObject* array, unsigned long size) {
+    return std::min(array_length(array), bytes_from_data(array) / size);
+}
+
+[[noreturn]] void refuse_records(const std::string& found) {
+    throw std::runtime_error("Error: put_instructions needs contiguous records of " +
+                             std::to_string(sizeof(QPUOp)) + " bytes" + found);
+}
+
 void require_back_to_back_records(PyArrayObject* array) {
-    constexpr unsigned long record_size = sizeof(QPUOp);
-    const std::string needs = "Error: put_instructions needs contiguous records of " +
-                              std::to_string(record_size) + " bytes";
     const unsigned long count = array_length(array);
+    const unsigned long needed = count * sizeof(QPUOp);
     const auto found = static_cast<unsigned long>(PyArray_NBYTES(array));
-    if (found != count * record_size) {
-        throw std::runtime_error(needs + ": " + std::to_string(count) + " records need " +
-                                 std::to_string(count * record_size) +
-                                 " bytes, but the array holds " + std::to_string(found) + ".");
+    if (found != needed) {
+        refuse_records(": " + std::to_string(count) + " records need " + std::to_string(needed) +
+                       " bytes, but the array holds " + std::to_string(found) + ".");
     }
     if (PyArray_IS_C_CONTIGUOUS(array) == 0) {
-        throw std::runtime_error(needs + ", but the array's are " +
-                                 std::to_string(PyArray_STRIDE(array, 0)) + " bytes apart.");
+        refuse_records(", but the array's are " + std::to_string(PyArray_STRIDE(array, 0)) +
+                       " bytes apart.");
     }
 }
 
@@ -53,15 +62,16 @@ Amplitudes require_amplitudes(PyArrayObject* array, const char* refusal) {
     if (!is_complex(array) || !has_first_stride(array, sizeof(complex_t))) {
         throw std::runtime_error(refusal);
     }
-    return {static_cast<complex_t*>(PyArray_DATA(array)),
-            std::min(array_length(array), bytes_from_data(array) / sizeof(complex_t))};
+    return {static_cast<complex_t*>(PyArray_DATA(array)), room_for(array, sizeof(complex_t)),
+            is_writable(array)};
 }
 
-unsigned long* require_indices(PyArrayObject* array, const char* refusal) {
+Indices require_indices(PyArrayObject* array, const char* refusal) {
     if (is_complex(array) || !has_first_stride(array, sizeof(unsigned long))) {
         throw std::runtime_error(refusal);
     }
-    return static_cast<unsigned long*>(PyArray_DATA(array));
+    return {static_cast<unsigned long*>(PyArray_DATA(array)),
+            room_for(array, sizeof(unsigned long)), is_writable(array)};
 }
 
 Records::Records(PyArrayObject* array) : data_(static_cast<const QPUOp*>(PyArray_DATA(array))) {

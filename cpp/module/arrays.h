@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "filter/op_filter.h"
 #include "filter/qpu_op.h"
 #include "support/complex.h"
 
@@ -17,6 +18,14 @@ unsigned long array_length(PyArrayObject* array);
 struct Amplitudes {
     complex_t* data;
     unsigned long length;  ///< amplitudes that lie in the array's own memory, from `data` on
+    bool writable;
+};
+
+/// A caller's array of term indices; the fields as above.
+struct Indices {
+    unsigned long* data;
+    unsigned long length;
+    bool writable;
 };
 
 /// An array whose type is complex and whose first stride is one amplitude. Throws `refusal` for any
@@ -24,9 +33,23 @@ struct Amplitudes {
 /// then tells how much memory there really is.
 Amplitudes require_amplitudes(PyArrayObject* array, const char* refusal);
 
-/// The memory of an array of 64-bit numbers that are not complex, for `peek_n_biggest_terms`.
-/// Throws `refusal` for any other.
-unsigned long* require_indices(PyArrayObject* array, const char* refusal);
+/// An array whose type is not complex and whose first stride is 8 bytes. Throws `refusal` for any
+/// other.
+Indices require_indices(PyArrayObject* array, const char* refusal);
+
+/// Tells a filter what it can know of a call's arrays in this way only, for the time of the call.
+class CallerArraysScope {
+  public:
+    CallerArraysScope(OpFilter& filter, const CallerArrays& arrays) : filter_(filter) {
+        filter_.caller_arrays = arrays;
+    }
+    ~CallerArraysScope() { filter_.caller_arrays = {}; }
+    CallerArraysScope(const CallerArraysScope&) = delete;
+    CallerArraysScope& operator=(const CallerArraysScope&) = delete;
+
+  private:
+    OpFilter& filter_;
+};
 
 /// A caller's array of records, readable as such whatever its dtype.
 ///

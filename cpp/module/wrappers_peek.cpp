@@ -43,12 +43,15 @@ PyObject* peek_n_biggest_terms(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "IIO!O!", &handle, &count, &PyArray_Type, &indices, &PyArray_Type,
                         &amplitudes);
         OpFilter& filter = require_filter(handle);
-        unsigned long* index_data = require_indices(
+        const Indices places = require_indices(
             indices, "Error: peek_n_biggest_terms() dest_indoces must be an array of type int");
         const Amplitudes terms = require_amplitudes(
             amplitudes,
             "Error: peek_n_biggest_terms() dest_amplitudes must be an array of type complex128");
-        filter.peek_n_biggest_terms(count, index_data, terms.data);
+        const CallerArraysScope known(filter, {.amplitudes = terms.length,
+                                               .indices = places.length,
+                                               .writable = places.writable && terms.writable});
+        filter.peek_n_biggest_terms(count, places.data, terms.data);
         return none();
     });
 }
@@ -62,6 +65,8 @@ PyObject* peek_value(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitude = require_amplitudes(
             dest, "Error: peek_value() dest_amplitude must be an array of type complex128");
+        const CallerArraysScope known(
+            filter, {.amplitudes = amplitude.length, .writable = amplitude.writable});
         filter.peek_value(index, amplitude.data);
         return none();
     });

@@ -1,4 +1,5 @@
 #include "module/arrays.h"
+#include "module/kept_buffers.h"
 #include "module/methods.h"
 #include "module/wrapper.h"
 
@@ -32,6 +33,7 @@ PyObject* pull_state(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
+        const CallerArraysScope known(filter, {.writable = amplitudes.writable});
         filter.pull_state(amplitudes.data, info, amplitudes.length);
         return Py_BuildValue("s", info.c_str());
     });
@@ -47,6 +49,7 @@ PyObject* pull_state_specific(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
+        const CallerArraysScope known(filter, {.writable = amplitudes.writable});
         filter.pull_state_specific(info, amplitudes.data, amplitudes.length, selector);
         return Py_BuildValue("s", info.c_str());
     });
@@ -72,8 +75,9 @@ PyObject* check_state(PyObject* /*module*/, PyObject* args) {
         double tolerance = 0.0;
         int flag = 0;
         parse_arguments(args, "IO!di", &handle, &PyArray_Type, &expected, &tolerance, &flag);
-        const OpFilter& filter = require_filter(handle);
+        OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(expected, bad_push_array);
+        const CallerArraysScope known(filter, {.amplitudes = amplitudes.length});
         return Py_BuildValue("i", filter.check_state(amplitudes.data, tolerance, flag != 0));
     });
 }
@@ -91,7 +95,10 @@ PyObject* override_state_buffer(PyObject* /*module*/, PyObject* args) {
         }
         const Amplitudes amplitudes = require_amplitudes(
             buffer, "Error: override_state_buffer() buffer must be an array of type complex128");
+        const CallerArraysScope known(
+            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
         filter.override_state_buffer(amplitudes.data, qubits_of_buffer(length));
+        keep_buffer(filter.handle, buffer);
         return none();
     });
 }

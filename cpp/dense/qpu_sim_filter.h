@@ -1,0 +1,52 @@
+/// "StreamQPU": the dense state-vector simulator.
+#pragma once
+
+#include <string>
+
+#include "filter/op_filter.h"
+
+namespace Nimbrel {
+
+/// Turns each record into one call of the register and hands the state operations on to it. All
+/// state but the open jump lies in the register.
+///
+/// Where the register takes an array on trust, this class first asks whether it is long enough and
+/// writable; it finds both in `caller_arrays` or in the call's own arguments. A missing register is
+/// reported before anything else. Runs on the caller's thread.
+class OpFilter_QPUSim : public OpFilter {
+  public:
+    ~OpFilter_QPUSim() override = default;
+
+    void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
+
+    /// `info` stays as it is.
+    void pull_state(complex_t* dest, std::string& info, unsigned long num_terms) override;
+    void pull_state_specific(std::string& info, complex_t* dest, unsigned long num_terms,
+                             unsigned long selector) override;
+    void push_state(const complex_t* src, unsigned long selector, unsigned long num_terms) override;
+
+    /// Resets the register onto the caller's memory, whose contents become the state. Throws unless
+    /// it holds 2^`num_qubits` amplitudes, begins at a multiple of 32 bytes and is writable.
+    void override_state_buffer(complex_t* buffer, unsigned long num_qubits) override;
+
+    /// Throws for an empty mask; so does `postselect`.
+    double peek_read_probability(unsigned long value, unsigned long mask, double limit) override;
+    void postselect(unsigned long value, unsigned long mask) override;
+    double normalize() override;
+    int check_state(const complex_t* expected, double tolerance, bool flag) const override;
+    double pps(unsigned long x_mask, unsigned long z_mask) override;
+    void peek_n_biggest_terms(unsigned long count, unsigned long* indices,
+                              complex_t* amplitudes) override;
+    void peek_value(unsigned long index, complex_t* dest) override;
+
+    void finish() override;
+    void set_random() override;
+
+  private:
+    void dispatch(const QPUOp& op);
+    void free_qubits(const QPUOp& op);
+
+    unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
+};
+
+}  // namespace Nimbrel
