@@ -1,0 +1,123 @@
+"""The record loop of the dense filter: control flow, markers, failures and what they leave."""
+
+from types import ModuleType
+from typing import Any
+
+import nimbrel as nb
+import numpy as np
+import pytest
+from dense_model import NOT_ALLOCATED
+from dense_support import Setting, assert_same_bits, basis, open_dense, reset
+from support import op, raises_engine_error, rec
+
+X, LABEL, JUMP = 0x05, 0x10000316, 0x10000216
+QUBITS = 3
+ONLY_FILTER = "is experimental, and currently requires use of the >>jump-control>> filter."
+IGNORED = [
+    0x207, 0x10000000, 0x10000002, 0x10000011, 0x10000012, 0x10000015, 0x10000017, 0x10000412,
+    0x10000416, 0x10004011, 0x10004012, 0x10004015, 0x10004412, 0x10008003, 0x1000C003,
+]  # fmt: skip
+EVERYTHING: dict[str, Any] = {
+    "target_mask": 7,
+    "cond_mask": 1,
+    "angle": 90.0,
+    "read_flag": 2,
+    "reserved_a": 5,
+}
+
+
+@pytest.mark.parametrize("low", IGNORED, ids=hex)
+def test_markers_do_nothing(engine: ModuleType, low: int) -> None:
+    with open_dense(engine) as filter_:
+        filter_.run(rec(low, **EVERYTHING))
+        filter_.run(reset(QUBITS), rec(X, target_mask=5), rec(low, **EVERYTHING))
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 5))
+        assert filter_.flags(2, 30) == 0
+
+
+FAILURES = [
+    (
+        rec(0x10000010, target_mask=1),
+        "qc.extend has not been implemented for the State-vector QPU sim.",
+    ),
+    (
+        rec(0x10000010, cond_flag=-1),
+        "qc.extend has not been implemented for the State-vector QPU sim.",
+    ),
+    (rec(0x10000018, read_flag=-12), "Unhandled callback:[lookup:(-12)]"),
+    (rec(0x10000516), f"qc.jump_back() {ONLY_FILTER}"),
+    (rec(LABEL, cond_mask=1), f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}"),
+    (rec(0x07), "Error: Unknown opcode: 0x4e6d627200000007\n"),
+    (nb.record(5), "Error: Unknown opcode: 0x5\n"),
+    (nb.record(op(5) ^ 1 << 63), "Error: Unknown opcode: 0xce6d627200000005\n"),
+]
+
+
+@pytest.mark.parametrize(("bad", "text"), FAILURES)
+def test_failures_keep_what_came_before(
+    engine: ModuleType, bad: np.ndarray[Any, Any], text: str
+) -> None:
+    with open_dense(engine, QUBITS, Setting(1)) as filter_:
+        filter_.fails(text, rec(X, target_mask=1), bad, rec(X, target_mask=2))
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 1))
+    with open_dense(engine) as filter_:
+        filter_.fails(text, bad)
+
+
+def test_a_failing_gate_keeps_what_came_before(engine: ModuleType) -> None:
+    with open_dense(engine) as filter_:
+        nand = rec(0x1000000F, read_flag=3)
+        filter_.fails(NOT_ALLOCATED, nand, rec(X, target_mask=1), reset(QUBITS))
+        assert filter_.flags(3, 1) == 1
+        filter_.fails(NOT_ALLOCATED, rec(X, target_mask=1))
+
+
+def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
+    with open_dense(engine, QUBITS) as filter_:
+        filter_.run(rec(JUMP, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
+        # It stays open over calls, and over what would fail or size the register anew.
+        filter_.run(reset(QUBITS + 1), rec(0x07), rec(0x10000010), rec(JUMP, target_mask=8))
+        filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(0x10000516))
+        filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=9), rec(X, target_mask=4))
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 4))
+
+
+def test_a_jump_depends_on_a_measured_flag(engine: ModuleType) -> None:
+    skipped = [rec(X, target_mask=4), rec(LABEL, target_mask=1)]
+    with open_dense(engine, QUBITS, Setting(2)) as filter_:
+        for value in (0, 1):
+            filter_.run(reset(QUBITS), rec(0x0B, target_mask=1, cond_mask=value))
+            filter_.run(rec(X, target_mask=1, cond_flag=-1), rec(0x0A, target_mask=1, read_flag=5))
+            filter_.run(rec(JUMP, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
+            assert_same_bits(filter_.state(QUBITS), basis(QUBITS, value if value else 4))
+
+
+def test_a_jump_survives_a_failed_register(engine: ModuleType) -> None:
+    with open_dense(engine) as filter_:
+        filter_.run(rec(JUMP, target_mask=1), rec(X, target_mask=1))
+        filter_.run(rec(LABEL, target_mask=1), reset(QUBITS))
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 0))
+
+
+def test_offsets_and_reserved_words_mean_nothing(engine: ModuleType) -> None:
+    wild = {"target_offset": 64, "cond_offset": 2**63, "reserved_a": 9, "reserved_b": 2**64 - 1}
+    with open_dense(engine, QUBITS) as filter_:
+        filter_.run(rec(X, target_mask=5, **wild), rec(X, target_mask=2, cond_mask=1, **wild))
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 7))
+
+
+def test_an_empty_program(engine: ModuleType) -> None:
+    with open_dense(engine) as filter_:
+        filter_.run()
+        filter_.run(reset(QUBITS))
+        filter_.run()
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 0))
+
+
+def test_a_wrong_count_runs_nothing(engine: ModuleType) -> None:
+    text = "Error: put_instructions array length differs from num_ops argument."
+    with open_dense(engine, QUBITS) as filter_:
+        for count in (0, 2, 2**32 - 1):
+            with raises_engine_error(text):
+                filter_.call("put_instructions", rec(X, target_mask=1), count)
+        assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 0))
