@@ -10,7 +10,15 @@ and an offset.
 Arrays. "Complex array" means dtype complex128 whose first stride is 16 bytes, so in practice a
 contiguous one that is not empty: NumPy gives a new empty array a stride of 0. An array's length is
 its first dimension. Arrays are read and written in place and never kept, but for
-`override_state_buffer`.
+`override_state_buffer`; none should share memory with the buffer given there.
+
+Amplitudes. Filters that hold amplitudes, as the dense filter, look at the memory behind an array
+before they use it. One that is too short fails with "Error: NAME() needs an array of N
+amplitudes, but was given M.", one that is read-only, where it is to be written, with "Error: NAME()
+needs an array that it may write to.", NAME being the function. A register that does not exist is
+reported first: by the dense filter with a text that begins "Error: Simulated state vector data is
+requested, but not present.", by the bit filter with "qc.reset() has not been called or did not
+succeed.".
 
 Errors. Every failure sets a RuntimeError with the message and returns None all the same. The
 interpreter reports such a call as a SystemError, whose `__cause__` is the RuntimeError. "Raises"
@@ -31,51 +39,63 @@ def pull_state(handle: SupportsIndex, dest: NDArray[np.complex128], /) -> str:
 
     Args:
         handle: The filter.
-        dest: Complex array for the amplitudes, in order of their index. The bit filter leaves it
-            as it is; an array of length 1 will do.
+        dest: Complex array of shape (2**n,) or longer for the amplitudes of n qubits, in order of
+            their index. The bit filter leaves it as it is; an array of length 1 will do.
 
     Returns:
         The filter's text about its state. From the bit filter: one character "0" or "1" for each
-        qubit, qubit 0 first.
+        qubit, qubit 0 first. From the dense filter: nothing.
 
     Raises:
         RuntimeError: `dest` is not a complex array ("Error: pull_state() dest buffer must be an
-            array of type complex128"); no reset record has run; or the filter has no state to give
-            ("Error: no QPU data for qc.pull_state()").
+            array of type complex128"); no reset record has run; `dest` is too short or read-only;
+            or the filter has no state to give ("Error: no QPU data for qc.pull_state()").
     """
 
 def pull_state_specific(
     handle: SupportsIndex, dest: NDArray[np.complex128], selector: SupportsIndex, /
 ) -> str:
-    """Copies the amplitudes out that a selector picks.
+    """Copies the amplitudes of some qubits out as if they stood alone.
+
+    For each state of the other qubits there is one slice of amplitudes over the selected ones. The
+    heaviest slice is copied, the earliest of equals with most terms, and not normalised.
 
     Args:
         handle: The filter.
-        dest: Complex array for the amplitudes.
-        selector: Which amplitudes; the meaning is the filter's own.
+        dest: Complex array of shape (2**k,) or longer for the amplitudes of k selected qubits, in
+            order of their values, the lowest qubit least significant.
+        selector: Mask of the qubits, 32 bits; 0 selects the whole state.
 
     Returns:
-        The filter's text about its state, which may be empty.
+        " entangled with the overall state of the circuit." when the probabilities in the slices
+        differ, else nothing. Phases are not compared.
 
     Raises:
-        RuntimeError: `dest` is not a complex array (with the text of `pull_state`); or the filter
-            has no such operation, as the bit filter ("Error: no QPU data for
-            qc.pull_state_specific()").
+        RuntimeError: `dest` is not a complex array (with the text of `pull_state`); the register
+            does not exist; `dest` is too short or read-only; or the filter has no such operation,
+            as the bit filter ("Error: no QPU data for qc.pull_state_specific()").
     """
 
 def push_state(
     handle: SupportsIndex, source: NDArray[np.complex128], selector: SupportsIndex, /
 ) -> None:
-    """Replaces the state by amplitudes from an array.
+    """Replaces the state, or the part of some qubits in it, by amplitudes from an array.
+
+    Selected qubits are measured and set to 0 first, which collapses what is entangled with them;
+    then `source` is multiplied in as their factor. It is taken as it is and not normalised.
 
     Args:
         handle: The filter.
-        source: Complex array of amplitudes, in order of their index.
-        selector: Which amplitudes; the meaning is the filter's own.
+        source: Complex array of amplitudes, in order of their index: shape (2**n,) or longer for
+            the whole state of n qubits, (2**k,) or longer for k selected qubits.
+        selector: Mask of the qubits, 32 bits; 0 selects the whole state. The qubits must be one
+            run without gaps: with gaps the amplitudes go to other terms.
 
     Raises:
         RuntimeError: `source` is not a complex array ("Error: push_state() dest buffer must be an
-            array of type complex128"); or the filter takes no state. The bit filter says
+            array of type complex128"); the register does not exist; `source` is too short; the
+            register lacks a selected qubit ("Error: push_state() selector S names qubits outside
+            the register of N qubits."); or the filter takes no state. The bit filter says
             "qc.push_state() has not been implemented for the Clifford sim.", other filters
             "Error: no QPU data for qc.push_state()".
     """
@@ -91,32 +111,44 @@ def check_state(
 
     Args:
         handle: The filter.
-        expected: Complex array of amplitudes, in order of their index.
-        tolerance: Largest difference allowed in a real or an imaginary part.
-        flag: Handed to the filter as on (non-zero) or off; a signed 32-bit number.
+        expected: Complex array of amplitudes, in order of their index, of shape (2**n,) or longer
+            for a dense state of n qubits.
+        tolerance: Largest difference allowed in a real or an imaginary part. A NaN agrees with
+            anything.
+        flag: Handed to the filter as on (non-zero) or off; a signed 32-bit number. The dense
+            filter does not use it.
 
     Returns:
         1 when the state agrees, else 0. A filter without amplitudes, as the bit filter, answers 1
         without a look.
 
     Raises:
-        RuntimeError: `expected` is not a complex array (with the text of `push_state`).
+        RuntimeError: `expected` is not a complex array (with the text of `push_state`); or, on the
+            dense filter, the register does not exist or `expected` is too short.
     """
 
 def override_state_buffer(handle: SupportsIndex, buffer: NDArray[np.complex128], /) -> None:
     """Makes the filter keep its amplitudes in the caller's memory.
 
+    The register is reset to n qubits and the buffer's contents become its state, in order of the
+    index. An X on a qubit above the block size exchanges blocks, so the memory is no picture of the
+    state afterwards: `pull_state` into another array gives that.
+
     Args:
         handle: The filter.
-        buffer: Complex array of 2**n elements, aligned to 32 bytes. Lengths 0, 1 and 2 all stand
-            for one qubit. The caller keeps it alive as long as the filter uses it.
+        buffer: Complex array of shape (2**n,), writable, beginning at a multiple of 32 bytes.
+            Lengths 0, 1 and 2 all stand for one qubit. The filter holds a reference to it until it
+            is deleted or takes another buffer.
 
     Raises:
         RuntimeError: the length is not a power of two ("Error: override_state_buffer() buffer must
             be an power of 2 in length"); `buffer` is not a complex array ("Error:
-            override_state_buffer() buffer must be an array of type complex128"); or the filter has
-            no such buffer, as the bit filter ("Error: override_state_buffer is not implemented for
-            this filter type.").
+            override_state_buffer() buffer must be an array of type complex128"); the buffer holds
+            less than its qubits need, as one of length 0 or 1 does; it begins elsewhere ("Error:
+            override_state_buffer() needs a buffer that begins at a multiple of 32 bytes."); it is
+            read-only; or the filter has no such buffer, as the bit filter ("Error:
+            override_state_buffer is not implemented for this filter type."). The register is as
+            before then.
     """
 
 def put_instructions(
@@ -134,15 +166,19 @@ def put_instructions(
 
     Raises:
         RuntimeError: `num_ops` differs from the length ("Error: put_instructions array length
-            differs from num_ops argument."); the array's size or strides are not those of packed
-            records; or a record fails, with the message of its operation.
+            differs from num_ops argument."); the N rows are not of 88 bytes ("Error:
+            put_instructions needs contiguous records of 88 bytes: N records need B bytes, but the
+            array holds A."); they do not lie back to back, but S bytes apart by the first stride
+            ("Error: put_instructions needs contiguous records of 88 bytes, but the array's are S
+            bytes apart."); or a record fails, with the message of its operation.
     """
 
 def new_native_filter(type_name: str, /) -> int:
     """Makes a filter, without a register until its first reset record.
 
     Args:
-        type_name: The filter's type, compared exactly: "StreamBitQPU".
+        type_name: The filter's type, compared exactly: "StreamQPU" for the dense state vector,
+            "StreamBitQPU" for one classical bit per qubit.
 
     Returns:
         The handle, above 0 and never given out twice in a process.
@@ -180,8 +216,8 @@ def normalize(handle: SupportsIndex, /) -> float:
         handle: The filter.
 
     Returns:
-        The total probability before. A filter without amplitudes, as the bit filter, answers 1.0
-        without a look.
+        The total probability before; a state of 0.0 stays as it is. A filter without amplitudes,
+        as the bit filter, answers 1.0 without a look.
 
     Raises:
         RuntimeError: no filter has this handle; or the register does not exist.
@@ -196,8 +232,8 @@ def pps(handle: SupportsIndex, x_mask: SupportsIndex, z_mask: SupportsIndex, /) 
         z_mask: Qubits with a Z factor, 32 bits; a qubit in both masks has a Y.
 
     Returns:
-        The probability, 0.0 to 1.0. A filter without amplitudes, as the bit filter, answers 0.0
-        without a look.
+        The probability, 0.0 to 1.0, and 0.0 for two empty masks. A filter without amplitudes, as
+        the bit filter, answers 0.0 without a look.
 
     Raises:
         RuntimeError: no filter has this handle; or the register does not exist.
@@ -206,7 +242,8 @@ def pps(handle: SupportsIndex, x_mask: SupportsIndex, z_mask: SupportsIndex, /) 
 def postselect(handle: SupportsIndex, value: SupportsIndex, mask: SupportsIndex, /) -> None:
     """Keeps only the part of the state in which qubits have given values.
 
-    The bit filter's state either has the values already or cannot, so it is never changed.
+    The rest is scaled to total probability 1. The bit filter's state either has the values already
+    or cannot, so it is never changed.
 
     Args:
         handle: The filter.
@@ -214,10 +251,12 @@ def postselect(handle: SupportsIndex, value: SupportsIndex, mask: SupportsIndex,
         mask: The qubits that count, 32 bits.
 
     Raises:
-        RuntimeError: no reset record has run ("qc.reset() has not been called or did not
-            succeed."); the bit filter's `mask` is 0 ("qc.peek_read_probability() must specify at
-            least one qubit to measure."); or nothing of its state matches ("qc.postselect() no
-            non-zero terms match the desired value.").
+        RuntimeError: no reset record has run; `mask` is 0, for which the dense filter says
+            "qc.postselect() must specify at least one qubit to postselect." and the bit filter
+            "qc.peek_read_probability() must specify at least one qubit to measure."; or nothing of
+            the state matches. Then the dense filter says "Error: qc.postselect() no nonzero terms
+            match desired value." and its state is all zero, and the bit filter says
+            "qc.postselect() no non-zero terms match the desired value.".
     """
 
 def peek_num_nonzero_terms(handle: SupportsIndex, /) -> int:
@@ -230,8 +269,8 @@ def peek_num_nonzero_terms(handle: SupportsIndex, /) -> int:
         The number, cut to its low 32 bits.
 
     Raises:
-        RuntimeError: the filter does not keep such a list, as the bit filter ("Error: no QPU data
-            for qc.peek_read_probability()").
+        RuntimeError: the filter does not keep such a list, as the dense and the bit filter
+            ("Error: no QPU data for qc.peek_read_probability()").
     """
 
 def peek_n_biggest_terms(
@@ -241,20 +280,24 @@ def peek_n_biggest_terms(
     amplitudes: NDArray[np.complex128],
     /,
 ) -> None:
-    """Finds the terms of largest probability, the largest first.
+    """Finds the terms of largest probability, the largest first, of equals the lowest index first.
 
-    A filter without amplitudes, as the bit filter, leaves both arrays as they are.
+    Places left over, when fewer terms are not zero, get index 0 and amplitude 0. A filter without
+    amplitudes, as the bit filter, leaves both arrays as they are.
 
     Args:
         handle: The filter.
-        count: How many terms; at most the length of either array.
+        count: How many terms, at most the length of either array; 0 touches nothing.
         indices: Array of a 64-bit dtype with a first stride of 8 bytes, for the terms' indices.
         amplitudes: Complex array for their amplitudes.
 
     Raises:
         RuntimeError: `indices` is complex or has another stride ("Error: peek_n_biggest_terms()
-            dest_indoces must be an array of type int"); or `amplitudes` is not a complex array
-            ("Error: peek_n_biggest_terms() dest_amplitudes must be an array of type complex128").
+            dest_indoces must be an array of type int"); `amplitudes` is not a complex array
+            ("Error: peek_n_biggest_terms() dest_amplitudes must be an array of type complex128");
+            or, on the dense filter, the register does not exist, `indices` is too short ("Error:
+            peek_n_biggest_terms() needs an array of N indices, but was given M."), `amplitudes` is,
+            or one of them is read-only.
     """
 
 def peek_value(
@@ -271,15 +314,18 @@ def peek_value(
 
     Raises:
         RuntimeError: `dest` is not a complex array ("Error: peek_value() dest_amplitude must be an
-            array of type complex128").
+            array of type complex128"); or, on the dense filter, the register does not exist, `dest`
+            is empty or read-only, or the register has no such term ("Error: peek_value() index I
+            lies outside the register of N terms.").
     """
 
 def random_seed(unused: SupportsIndex, seed: SupportsIndex, /) -> None:
-    """Seeds the one random generator of the process, which all filters draw from.
+    """Seeds the random generator that serves every filter of the process but the Clifford one.
 
     Args:
         unused: Not looked at; need not be a handle.
-        seed: The seed, 32 bits. The same seed gives the same draws.
+        seed: The seed, 32 bits. The same seed gives the same draws. A Clifford filter draws from
+            a generator of its own, which no seed reaches.
 
     Raises:
         RuntimeError: the arguments are not two integers ("Error: argument parsing error.").
@@ -294,16 +340,16 @@ def peek_read_probability(
         handle: The filter.
         value: Bit k is the value asked of qubit k, 32 bits.
         mask: The qubits that count, 32 bits.
-        limit: A bound by which a filter may stop early; the bit filter does not use it.
+        limit: Above 0, a bound by which a filter may stop early: each block of the dense filter
+            stops as soon as its own sum reaches it. The bit filter does not use it.
 
     Returns:
         The probability; exactly 1.0 or 0.0 from the bit filter.
 
     Raises:
-        RuntimeError: no reset record has run ("qc.reset() has not been called or did not
-            succeed."); `mask` is 0 ("qc.peek_read_probability() must specify at least one qubit to
-            measure."); or the filter has no such operation ("Error: no QPU data for
-            qc.peek_read_probability()").
+        RuntimeError: no reset record has run; `mask` is 0 ("qc.peek_read_probability() must specify
+            at least one qubit to measure."); or the filter has no such operation ("Error: no QPU
+            data for qc.peek_read_probability()").
     """
 
 def fetch_read_result(
@@ -315,13 +361,15 @@ def fetch_read_result(
         handle: The filter.
         first_flag: Number of the first flag, signed 32 bits. 0 and -1 read as 0, 1 as 1; other
             negative numbers read inverted. A flag that was never stored reads 0.
-        count: Number of flags, at most 32.
+        count: Number of flags, at most 64, of which only the low 32 come back in the result.
 
     Returns:
-        A number whose bit i is flag `first_flag + i`.
+        A number of 32 bits whose bit i is flag `first_flag + i`.
 
     Raises:
-        RuntimeError: no filter has this handle ("Error: native filter not found.").
+        RuntimeError: no filter has this handle ("Error: native filter not found."); or `count`, C,
+            is above 64 ("Error: fetch_read_result() was asked for C read flags, but its result
+            holds 64 at most.").
     """
 
 def setup_sim_params(
@@ -341,7 +389,8 @@ def setup_sim_params(
         handle: The filter; any type takes them.
         num_block_qubits: Index bits inside one block of amplitudes. 0 (default): chosen for you.
         max_ram_size_gb: Largest state vector in units of 2**30 bytes. 0 (default): no limit.
-        max_num_threads: 1: no worker threads. 0 (default): no limit.
+        max_num_threads: 2 or more: most blocks of the automatic choice. 1: no worker threads. 0
+            (default): no limit.
         randomized: Non-zero: a new state is random. Default 0: all qubits are 0.
         use_opencl: Stored, without effect. Default 0.
         async_: 0: no worker threads. Default 1.
@@ -365,7 +414,7 @@ def enable_qubit_debugging(handle: SupportsIndex, on: SupportsIndex, /) -> None:
 def finish(handle: SupportsIndex, /) -> None:
     """Waits until work still under way on the register has ended.
 
-    The bit filter never leaves any.
+    The dense and the bit filter never leave any.
 
     Args:
         handle: The filter.

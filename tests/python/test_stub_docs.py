@@ -1,6 +1,7 @@
 """The stub file is the module's manual: it must describe every function, in the module's order."""
 
 import ast
+import re
 from pathlib import Path
 from types import BuiltinFunctionType
 
@@ -10,6 +11,29 @@ import pytest
 STUB = Path(__file__).parents[2] / "python" / "_lib_nb_sim-stubs" / "__init__.pyi"
 STUB_TREE = ast.parse(STUB.read_text(encoding="utf-8"))
 STUB_FUNCTIONS = [node for node in STUB_TREE.body if isinstance(node, ast.FunctionDef)]
+
+
+# A caller looks a message up under the function that it came from, word for word.
+REFUSALS = [
+    (
+        "put_instructions",
+        "Error: put_instructions array length differs from num_ops argument.",
+    ),
+    (
+        "put_instructions",
+        "Error: put_instructions needs contiguous records of 88 bytes: N records need B bytes, "
+        "but the array holds A.",
+    ),
+    (
+        "put_instructions",
+        "Error: put_instructions needs contiguous records of 88 bytes, but the array's are S "
+        "bytes apart.",
+    ),
+    (
+        "fetch_read_result",
+        "Error: fetch_read_result() was asked for C read flags, but its result holds 64 at most.",
+    ),
+]
 
 
 def module_functions() -> list[str]:
@@ -52,6 +76,13 @@ def test_stub_describes_every_argument(function: ast.FunctionDef) -> None:
         if f"{argument.arg}: " not in docstring
     ]
     assert undescribed == []
+
+
+@pytest.mark.parametrize(("name", "text"), REFUSALS)
+def test_stub_quotes_the_refusal(name: str, text: str) -> None:
+    function = next(function for function in STUB_FUNCTIONS if function.name == name)
+    docstring = ast.get_docstring(function) or ""
+    assert f'"{text}"' in re.sub(r"\s+", " ", docstring)
 
 
 @pytest.mark.parametrize("function", STUB_FUNCTIONS, ids=lambda function: function.name)
