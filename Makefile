@@ -22,23 +22,25 @@ CREATED := $(VENV)/.created
 INSTALLED := $(VENV)/.installed
 TEST_TOOLS := $(VENV)/.test-tools
 DEV_TOOLS := $(VENV)/.dev-tools
+BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
 .PHONY: help demo install test test-native test-python test-numpy check format sanitize
 .PHONY: sanitize-address sanitize-thread bench gtest clean
 
 help:
-	@echo "make demo      install into $(VENV) and add two numbers of a thousand bits"
+	@echo "make demo      install into $(VENV), add two numbers of a thousand bits, estimate a phase"
 	@echo "make test      native tests, and the Python tests under every NumPy served"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
-	@echo "make bench     rates of the bit filter"
+	@echo "make bench     rates of the bit filter; the dense filter beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make clean     remove everything that these targets made"
 	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
 
 demo: $(INSTALLED)
 	$(VENV_PYTHON) examples/adder.py
+	$(VENV_PYTHON) examples/phase_estimation.py
 
 install: $(INSTALLED)
 
@@ -56,8 +58,9 @@ test-python: $(INSTALLED) $(TEST_TOOLS)
 test-numpy: $(WHEEL)
 	tools/numpy_matrix.sh build/wheel/*.whl
 
+# The preset is configured for its compile database alone; warnings are errors in the sanitized builds.
 check: $(INSTALLED) $(DEV_TOOLS) gtest
-	$(call build,dev)
+	$(call configure,dev)
 	tools/lint.sh $(VENV_PYTHON)
 
 format: $(DEV_TOOLS)
@@ -76,8 +79,9 @@ sanitize-thread: $(TEST_TOOLS) gtest
 	$(call build,tsan)
 	$(CTEST) --preset tsan
 
-bench: $(INSTALLED)
+bench: $(INSTALLED) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit_filter.py
+	$(VENV_PYTHON) bench/dense.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache
@@ -86,9 +90,14 @@ clean:
 gtest:
 	@tools/ensure_gtest.sh
 
-# $(call build,PRESET): configures and builds one preset, with NumPy's headers from the environment.
-define build
+# $(call configure,PRESET): with NumPy's headers from the environment.
+define configure
 $(CMAKE) --preset $(1) --log-level=WARNING -Wno-unused-cli -DPython_EXECUTABLE=$(VENV_PYTHON)
+endef
+
+# $(call build,PRESET): configures and builds one preset.
+define build
+$(call configure,$(1))
 $(CMAKE) --build --preset $(1)
 endef
 
@@ -113,4 +122,8 @@ $(TEST_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[dev]"
+	@touch $@
+
+$(BENCH_PEERS): pyproject.toml | $(INSTALLED)
+	$(VENV_PYTHON) bench/install_peers.py
 	@touch $@

@@ -13,8 +13,10 @@ Qubit 0 is the least significant, angles are in degrees. The package adds no beh
 to the engine, and a front end may do without it.
 """
 
+from nimbrel.amplitudes import aligned_buffer
 from nimbrel.classical import clear, flag_nand, free, read, reset, write
 from nimbrel.control import close_event, jump_fwd, label, open_event
+from nimbrel.filter_handle import SimParams
 from nimbrel.gates import (
     h,
     lelbow,
@@ -40,7 +42,7 @@ from nimbrel.layout import Qubits
 from nimbrel.opcodes import TAG, Opcode
 from nimbrel.paulis import pcp, ppm, ppr
 from nimbrel.records import QPU_OP, RecordArray, program, record
-from nimbrel.simulator import Event, SimParams, Simulator, seed
+from nimbrel.simulator import Event, Simulator, seed
 
 __all__ = [
     "QPU_OP",
@@ -51,6 +53,7 @@ __all__ = [
     "RecordArray",
     "SimParams",
     "Simulator",
+    "aligned_buffer",
     "clear",
     "close_event",
     "flag_nand",

@@ -5,6 +5,7 @@ all the same. The interpreter turns that pair into a `SystemError` whose cause i
 `RuntimeError`; callers of this package want the cause.
 """
 
+import operator
 from collections.abc import Callable
 from typing import ParamSpec, TypeVar
 
@@ -30,3 +31,21 @@ def _call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
         if not isinstance(cause, RuntimeError):
             raise
     raise cause from None
+
+
+def _word32(value: int, name: str) -> int:
+    """Check a number that the engine takes as an unsigned 32-bit one.
+
+    Args:
+        value: The number.
+        name: What it is, for the message.
+
+    Raises:
+        TypeError: If it is not an integer.
+        ValueError: If it does not fit.
+    """
+    # The engine's parser cuts a number that is too large down to 32 bits without a word.
+    number = operator.index(value)
+    if not 0 <= number < 2**32:
+        raise ValueError(f"{name} must be an unsigned 32-bit number, not {value}")
+    return number

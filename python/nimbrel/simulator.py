@@ -1,42 +1,17 @@
 """One filter of the engine as a context manager."""
 
-import operator
-from dataclasses import astuple, dataclass
-from types import TracebackType
 from typing import Final, NamedTuple
 
 import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel._engine import _call
+from nimbrel._engine import _call, _word32
+from nimbrel.dense import DenseOperations
 from nimbrel.records import RecordArray, program
 
 FLAGS_PER_FETCH: Final = 32
 """Flags that one call of the engine returns at most."""
-
-
-@dataclass(frozen=True)
-class SimParams:
-    """The parameters of a filter, read by it at every reset.
-
-    Attributes:
-        num_block_qubits: Index bits inside a block of amplitudes; 0 chooses.
-        max_ram_size_gb: Largest state vector, in units of 2**30 bytes; 0 is no limit.
-        max_num_threads: Most blocks, each with a thread; 0 is no limit, 1 no threads.
-        randomized: Whether a new state is random instead of all qubits 0.
-        use_opencl: Stored, without effect.
-        async_: Whether worker threads are used.
-        verbose: Whether the set-up prints what it decides.
-    """
-
-    num_block_qubits: int = 0
-    max_ram_size_gb: int = 0
-    max_num_threads: int = 0
-    randomized: int = 0
-    use_opencl: int = 0
-    async_: int = 1
-    verbose: int = 0
 
 
 class Event(NamedTuple):
@@ -60,10 +35,11 @@ def seed(value: int) -> None:
     _call(_lib_nb_sim.random_seed, 0, _word32(value, "seed"))
 
 
-class Simulator:
+class Simulator(DenseOperations):
     """One filter of the engine, freed on leaving the `with` block.
 
-    The engine holds the interpreter lock during every call.
+    The engine holds the interpreter lock during every call. Amplitudes, probabilities and
+    samples of a dense register are the methods of `DenseOperations`.
 
         with Simulator("StreamBitQPU") as sim:
             sim.run(reset(100), x([3, 70]), read(range(100), 2))
@@ -72,54 +48,6 @@ class Simulator:
     Every method raises `ValueError` after `close`, and `RuntimeError` with the engine's
     own text when the engine reports a failure.
     """
-
-    def __init__(self, filter_type: str = "StreamBitQPU", **params: int) -> None:
-        """Create the filter.
-
-        Args:
-            filter_type: The engine's name of the filter.
-            **params: Fields of `SimParams`; those not given keep their defaults.
-
-        Raises:
-            TypeError: If a parameter has no such name or is not an integer.
-            ValueError: If a parameter does not fit 32 bits.
-            RuntimeError: If the engine knows no such filter.
-        """
-        self._handle: int | None = None
-        values = [_word32(value, "a parameter") for value in astuple(SimParams(**params))]
-        self._handle = _call(_lib_nb_sim.new_native_filter, filter_type)
-        if params:
-            _call(_lib_nb_sim.setup_sim_params, self._handle, *values)
-
-    def __enter__(self) -> "Simulator":
-        """Return the simulator itself."""
-        return self
-
-    def __exit__(
-        self,
-        exc_type: type[BaseException] | None,
-        exc: BaseException | None,
-        traceback: TracebackType | None,
-    ) -> None:
-        """Close the simulator."""
-        self.close()
-
-    @property
-    def handle(self) -> int:
-        """The number by which the engine's functions name the filter.
-
-        Raises:
-            ValueError: If the simulator is closed.
-        """
-        if self._handle is None:
-            raise ValueError("the simulator is closed")
-        return self._handle
-
-    def close(self) -> None:
-        """Free the filter and all it holds; a second call does nothing."""
-        if self._handle is not None:
-            handle, self._handle = self._handle, None
-            _call(_lib_nb_sim.delete_native_filter, handle)
 
     def run(self, *parts: RecordArray) -> None:
         """Run a program in one call of the engine.
@@ -247,11 +175,3 @@ class Simulator:
             ValueError: If the simulator is closed.
         """
         _call(_lib_nb_sim.finish, self.handle)
-
-
-def _word32(value: int, name: str) -> int:
-    # The engine's parser cuts a number that is too large down to 32 bits without a word.
-    number = operator.index(value)
-    if not 0 <= number < 2**32:
-        raise ValueError(f"{name} must be an unsigned 32-bit number, not {value}")
-    return number

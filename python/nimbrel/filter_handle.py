@@ -1,0 +1,87 @@
+"""The life of one filter: its parameters, its creation and its end."""
+
+from dataclasses import astuple, dataclass
+from types import TracebackType
+from typing import TypeVar
+
+import _lib_nb_sim
+
+from nimbrel._engine import _call, _word32
+
+Self = TypeVar("Self", bound="FilterHandle")
+
+
+@dataclass(frozen=True)
+class SimParams:
+    """The parameters of a filter, read by it at every reset.
+
+    Attributes:
+        num_block_qubits: Index bits inside a block of amplitudes; 0 chooses.
+        max_ram_size_gb: Largest state vector, in units of 2**30 bytes; 0 is no limit.
+        max_num_threads: Most blocks, each with a thread; 0 is no limit, 1 no threads.
+        randomized: Whether a new state is random instead of all qubits 0.
+        use_opencl: Stored, without effect.
+        async_: Whether worker threads are used.
+        verbose: Whether the set-up prints what it decides.
+    """
+
+    num_block_qubits: int = 0
+    max_ram_size_gb: int = 0
+    max_num_threads: int = 0
+    randomized: int = 0
+    use_opencl: int = 0
+    async_: int = 1
+    verbose: int = 0
+
+
+class FilterHandle:
+    """One filter of the engine, freed on leaving the `with` block."""
+
+    def __init__(self, filter_type: str = "StreamBitQPU", **params: int) -> None:
+        """Create the filter.
+
+        Args:
+            filter_type: The engine's name of the filter.
+            **params: Fields of `SimParams`; those not given keep their defaults.
+
+        Raises:
+            TypeError: If a parameter has no such name or is not an integer.
+            ValueError: If a parameter does not fit 32 bits.
+            RuntimeError: If the engine knows no such filter.
+        """
+        self._handle: int | None = None
+        self._filter_type = filter_type
+        values = [_word32(value, "a parameter") for value in astuple(SimParams(**params))]
+        self._handle = _call(_lib_nb_sim.new_native_filter, filter_type)
+        if params:
+            _call(_lib_nb_sim.setup_sim_params, self._handle, *values)
+
+    def __enter__(self: Self) -> Self:
+        """Return the simulator itself."""
+        return self
+
+    def __exit__(
+        self,
+        exc_type: type[BaseException] | None,
+        exc: BaseException | None,
+        traceback: TracebackType | None,
+    ) -> None:
+        """Close the simulator."""
+        self.close()
+
+    @property
+    def handle(self) -> int:
+        """The number by which the engine's functions name the filter.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        if self._handle is None:
+            raise ValueError("the simulator is closed")
+        return self._handle
+
+    def close(self) -> None:
+        """Free the filter and all it holds; a second call does nothing."""
+        if self._handle is not None:
+            handle, self._handle = self._handle, None
+            _call(_lib_nb_sim.delete_native_filter, handle)
