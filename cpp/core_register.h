@@ -7,12 +7,15 @@
 
 #include "filter/qpu_base.h"
 #include "support/complex.h"
+#include "support/sine_cosine.h"
 
 namespace Nimbrel {
 
 class BlockTeam;
 class CoreBlock;
 class CoreBlockStore;
+template <typename Result>
+class EachBlock;
 
 /// A filter's register. Filters that simulate no amplitudes have one too: read flags, mask
 /// extensions and simulator parameters live in its base.
@@ -220,9 +223,18 @@ class QPU : public QPU_Base {
     /// A flag as an operand of `flag_nand`, where -1 is the inverse of the constant 1.
     bool flag_operand(long flag) const;
 
+    // Steps of a measurement: core_register_measure.cpp.
+    /// Draws, collapses and normalises; returns the outcome, bits at their qubits' positions.
+    unsigned long measure(unsigned long targets);
+    unsigned long measure_slot_bit(unsigned long bit);
+    unsigned long draw_term_index(const EachBlock<double>& totals, double total);
+    /// Scales a state of this squared norm; the blocks are left at work.
+    void scale_to_norm_one(double norm);
+
     /// Multiplies `source` into the state as the masked qubits' factor: core_register_slices.cpp.
     void push_factor(const complex_t* source, unsigned long mask);
 
+    SineCosineMemo angles;            ///< of the last rotation
     std::unique_ptr<BlockTeam> team;  ///< made before the blocks and gone after them
 };
 

@@ -14,36 +14,39 @@
 
 namespace Nimbrel {
 
-/// One double a block, 0 at first, so that all blocks can work at once and be added in order.
+/// One result a block, zero at first, so that all blocks can work at once and be added in order.
 ///
 /// Requires: no task that writes here is left when it goes.
-class PerBlock {
+template <typename Result>
+class EachBlock {
   public:
-    explicit PerBlock(unsigned long num_blocks) {
+    explicit EachBlock(unsigned long num_blocks) {
         // The limit of an array with its size in bytes in front, which such a register would need.
         if (num_blocks >> 60 != 0) {
             throw std::length_error("cannot create std::vector larger than max_size()");
         }
         if (num_blocks > small_.size()) {
-            large_ = std::make_unique<double[]>(num_blocks);
+            large_ = std::make_unique<Result[]>(num_blocks);
             values_ = large_.get();
         } else {
             values_ = small_.data();
-            std::fill_n(values_, num_blocks, 0.0);
+            std::fill_n(values_, num_blocks, Result{});
         }
     }
-    PerBlock(const PerBlock&) = delete;
-    PerBlock& operator=(const PerBlock&) = delete;
+    EachBlock(const EachBlock&) = delete;
+    EachBlock& operator=(const EachBlock&) = delete;
 
-    double& operator[](unsigned long block) { return values_[block]; }
-    const double& operator[](unsigned long block) const { return values_[block]; }
+    Result& operator[](unsigned long block) { return values_[block]; }
+    const Result& operator[](unsigned long block) const { return values_[block]; }
 
   private:
     // Enough for every automatic layout on up to 64 hardware threads. Filled as far as it is used.
-    std::array<double, 128> small_;
-    std::unique_ptr<double[]> large_;
-    double* values_ = nullptr;
+    std::array<Result, 128> small_;
+    std::unique_ptr<Result[]> large_;
+    Result* values_ = nullptr;
 };
+
+using PerBlock = EachBlock<double>;
 
 /// Waits for the blocks in order and adds what their tasks have left in `results`.
 inline double sum_of_blocks(const QPU& qpu, const PerBlock& results) {

@@ -1,6 +1,3 @@
-#include <cmath>
-#include <numbers>
-
 #include "core_register.h"
 #include "core_register_blocks.h"
 #include "dense/core_block.h"
@@ -147,9 +144,7 @@ void QPU::phase(double angle, unsigned long target_mask, unsigned long cond_mask
     if (target_mask == 0 && cond_mask == 0) return;
     ++op_count;
     const DiagonalMasks masks(*this, target_mask, cond_mask);
-    double sine = 0.0;
-    double cosine = 1.0;
-    if (masks.targets != 0) ::sincos(angle * std::numbers::pi / 180.0, &sine, &cosine);
+    const auto [sine, cosine] = angles.of(angle);
     // Negations of all targets go with each one, in the mask of the current one or not.
     const unsigned long negated = (masks.controls | masks.targets) & cond_neg_mask;
     for_each_bit(masks.targets, [&](unsigned long target) {

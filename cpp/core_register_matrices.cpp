@@ -1,6 +1,3 @@
-#include <cmath>
-#include <numbers>
-
 #include "core_register.h"
 #include "support/complex.h"
 
@@ -13,18 +10,6 @@ constexpr complex_t root_x_inverse[] = {{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.
 constexpr complex_t root_y_matrix[] = {{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}};
 constexpr complex_t root_y_inverse[] = {{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}};
 constexpr complex_t y_matrix[] = {{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}};
-
-/// Sine and cosine of an angle in degrees.
-struct Rotation {
-    explicit Rotation(double degrees, double share = 1.0) {
-        ::sincos(degrees * std::numbers::pi / 180.0 * share, &sine, &cosine);
-    }
-    /// Of half the angle, which is halved in radians.
-    static Rotation half(double degrees) { return Rotation(degrees, 0.5); }
-
-    double sine = 0.0;
-    double cosine = 0.0;
-};
 
 }  // namespace
 
@@ -57,7 +42,7 @@ void QPU::y(unsigned long target_mask, unsigned long cond_mask, unsigned long co
 void QPU::rx(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
-    const auto [s, c] = Rotation::half(angle);
+    const auto [s, c] = angles.of_half(angle);
     const complex_t matrix[] = {{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}};
     complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
 }
@@ -65,7 +50,7 @@ void QPU::rx(double angle, unsigned long target_mask, unsigned long cond_mask,
 void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
-    const auto [s, c] = Rotation::half(angle);
+    const auto [s, c] = angles.of_half(angle);
     const double matrix[] = {c, -s, s, c};
     real2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
 }
@@ -73,7 +58,7 @@ void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
 void QPU::rz(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
-    const auto [s, c] = Rotation::half(angle);
+    const auto [s, c] = angles.of_half(angle);
     const complex_t matrix[] = {{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}};
     complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
 }
@@ -81,8 +66,8 @@ void QPU::rz(double angle, unsigned long target_mask, unsigned long cond_mask,
 void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
               unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || (x_angle == 0.0 && phase_angle == 0.0)) return;
-    const auto [s, c] = Rotation::half(x_angle);
-    const auto [q, p] = Rotation(phase_angle);
+    const auto [s, c] = angles.of_half(x_angle);
+    const auto [q, p] = angles.of(phase_angle);
     const complex_t matrix[] = {{c, 0.0}, {0.0, -s}, {s * q, -s * p}, {c * p, c * q}};
     complex2x2(matrix, target_mask, cond_mask, cond_neg_mask, 0);
 }

@@ -1,3 +1,4 @@
+#include <bit>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -48,13 +49,7 @@ double QPU::peek_read_probability_sv(unsigned long value, unsigned long mask, do
 
 // One draw for the whole register: the block totals pick the block, and the block walks its own
 // terms with what is left of the draw.
-unsigned long QPU::get_random_term_index() {
-    verify_allocated();
-    PerBlock totals(num_blocks);
-    for_each_live_block(*this, {}, [&totals](CoreBlock& block) {
-        block.peek_read_probability(&totals[block.thread_id], 0, 0, 0.0);
-    });
-    const double total = sum_of_blocks(*this, totals);
+unsigned long QPU::draw_term_index(const PerBlock& totals, double total) {
     double rest = random_zero_to_one() * total;
     for (unsigned long i = 0; i < num_blocks; ++i) {
         if (!(totals[i] > 0.0)) continue;
@@ -69,6 +64,51 @@ unsigned long QPU::get_random_term_index() {
     // A state of norm zero, or rounding that left the draw above the last total.
     removable_finish();
     return qubit_mask;
+}
+
+unsigned long QPU::get_random_term_index() {
+    verify_allocated();
+    PerBlock totals(num_blocks);
+    for_each_live_block(*this, {}, [&totals](CoreBlock& block) {
+        block.peek_read_probability(&totals[block.thread_id], 0, 0, 0.0);
+    });
+    const double total = sum_of_blocks(*this, totals);
+    return draw_term_index(totals, total);
+}
+
+// The norm after a collapse is a sum over what stays, in the order of the whole sum. For one bit
+// the pass that the draw needs makes the sums for both outcomes, and spares the pass of
+// `normalize`.
+unsigned long QPU::measure_slot_bit(unsigned long bit) {
+    EachBlock<SplitProbability> splits(num_blocks);
+    for_each_live_block(*this, {}, [&splits, bit](CoreBlock& block) {
+        block.peek_split_probability(&splits[block.thread_id], bit);
+    });
+    PerBlock totals(num_blocks);
+    double total = 0.0;
+    for (unsigned long i = 0; i < num_blocks; ++i) {
+        blocks[i]->finish();
+        total += totals[i] = splits[i].total;
+    }
+    const unsigned long outcome = draw_term_index(totals, total) & bit;
+    collapse(bit, outcome);
+    double norm = 0.0;
+    for (unsigned long i = 0; i < num_blocks; ++i) {
+        norm += outcome != 0 ? splits[i].set : splits[i].clear;
+    }
+    scale_to_norm_one(norm);
+    return outcome;
+}
+
+unsigned long QPU::measure(unsigned long targets) {
+    if (std::has_single_bit(targets) && (targets & block_slot_mask) != 0) {
+        return measure_slot_bit(targets);
+    }
+    // Drawn also for no target at all, so that a program's draws do not depend on its masks.
+    const unsigned long outcome = get_random_term_index() & targets;
+    collapse(targets, outcome);
+    normalize();
+    return outcome;
 }
 
 void QPU::collapse(unsigned long mask, unsigned long value) {
@@ -92,10 +132,7 @@ unsigned long QPU::read(unsigned long target_mask, long cond_flag, unsigned long
     if (!acts(cond_flag)) return 0;
     ++op_count;
     const unsigned long targets = target_mask & qubit_mask;
-    // Drawn also for no target at all, so that a program's draws do not depend on its masks.
-    const unsigned long outcome = get_random_term_index() & targets;
-    collapse(targets, outcome);
-    normalize();
+    const unsigned long outcome = measure(targets);
     removable_finish();
     if (read_flag != 0) store_outcome(*this, outcome, targets, read_flag);
     classical_qubits |= targets;

@@ -2,8 +2,6 @@
 // numbers that its X mask flips into one another; one of Z only never pairs.
 
 #include <bit>
-#include <cmath>
-#include <numbers>
 
 #include "core_register.h"
 #include "core_register_blocks.h"
@@ -19,10 +17,8 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
     const unsigned long x = x_mask & qubit_mask;
     const unsigned long z = z_mask & qubit_mask;
     if ((x | z) == 0) return;
-    double sine = 0.0;
-    double cosine = 1.0;
     // No half angle: the gate form is a rotation by twice the angle.
-    ::sincos(angle * std::numbers::pi / 180.0, &sine, &cosine);
+    const auto [sine, cosine] = angles.of(angle);
     ++op_count;
     // Unlike a gate's, controls outside the register are kept, and no block meets one.
     const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);

@@ -19,14 +19,18 @@ double QPU::peek_total_probability() {
     return total;
 }
 
-// A norm of 0 is the caller's to judge, and one of exactly 1 saves the pass over the amplitudes.
 double QPU::normalize() {
     verify_allocated();
     const double total = peek_total_probability();
     finish();
-    if (total != 1.0 && total != 0.0) scale_probability(1.0 / std::sqrt(total));
+    scale_to_norm_one(total);
     removable_finish();
     return total;
+}
+
+// A norm of 0 is the caller's to judge, and one of exactly 1 saves the pass over the amplitudes.
+void QPU::scale_to_norm_one(double norm) {
+    if (norm != 1.0 && norm != 0.0) scale_probability(1.0 / std::sqrt(norm));
 }
 
 void QPU::scale_probability(double factor) {

@@ -1,5 +1,6 @@
 /// The gates with a target bit: NOT, CNOT, Hadamard and the two kinds of 2x2 matrix.
 #include "dense/core_block.h"
+#include "dense/core_block_store.h"
 #include "dense/slot_walk.h"
 
 namespace Nimbrel {
@@ -20,6 +21,18 @@ struct ExchangeOp {
     bool operator()(Amplitudes& x, Amplitudes& y) const {
         std::swap(x, y);
         return true;
+    }
+};
+
+/// NOT where it matters whether a block has changed.
+struct WatchedExchangeOp {
+    bool changed = false;
+
+    template <typename Amplitudes>
+    bool operator()(Amplitudes& x, Amplitudes& y) {
+        if ((x ^ y).is_zero_bits()) return false;
+        std::swap(x, y);
+        return changed = true;
     }
 };
 
@@ -221,9 +234,15 @@ void CoreBlock::run_pair_gate(unsigned long target_mask, unsigned long cond_mask
     set_op_buddy(nullptr);
 }
 
+// A change matters to blocks on disk alone, which have to be written back for it.
 void CoreBlock::op_not_worker(unsigned long target_mask) {
-    ExchangeOp op;
-    run_pair_gate(target_mask, 0, 0, op);
+    if (block_store->all_in_ram()) {
+        ExchangeOp op;
+        run_pair_gate(target_mask, 0, 0, op);
+    } else {
+        WatchedExchangeOp op;
+        run_pair_gate(target_mask, 0, 0, op);
+    }
 }
 
 void CoreBlock::op_cnot_worker(unsigned long target_mask, unsigned long cond_mask,

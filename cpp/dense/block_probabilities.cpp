@@ -55,6 +55,24 @@ void CoreBlock::peek_read_probability_worker(double* out, unsigned long value, u
     unlock(false, nullptr);
 }
 
+// The sums wait for their own last addition and not for each other, so three take as long as one.
+void CoreBlock::peek_split_probability_worker(SplitProbability* out, unsigned long bit) {
+    lock(true, nullptr);
+    OneAmplitude total{_mm_setzero_pd()};
+    OneAmplitude halves[2] = {total, total};
+    for (unsigned long first = 0; first < num_terms; first += bit) {
+        OneAmplitude half = halves[(first & bit) != 0];
+        for (unsigned long i = first; i < first + bit; ++i) {
+            const OneAmplitude x = OneAmplitude::load(block_data + i);
+            total = RoundedSquares::add(total, x);
+            half = RoundedSquares::add(half, x);
+        }
+        halves[(first & bit) != 0] = half;
+    }
+    *out = {lane_sum(total), lane_sum(halves[0]), lane_sum(halves[1])};
+    unlock(false, nullptr);
+}
+
 // Zeros are never drawn, and rounding in the total never makes a draw fall off the block's end.
 void CoreBlock::get_index_from_probability_worker(double target, unsigned long* out) {
     lock(true, nullptr);

@@ -82,16 +82,16 @@ complex_t CoreBlock::get_value(unsigned long slot) {
     return value;
 }
 
-// The flag makes this right also while the clearing task of the block still waits.
 void CoreBlock::get_all_values(complex_t* out) {
-    lock(true, nullptr);
     const unsigned long size = num_terms * sizeof(complex_t);
     if (all_zero) {
+        // Right also while the clearing task still waits, and then the block is its worker's.
         std::memset(static_cast<void*>(out), 0, size);
-    } else {
-        // The caller may have lent this very memory to the register.
-        std::memmove(static_cast<void*>(out), block_data, size);
+        return;
     }
+    lock(true, nullptr);
+    // The caller may have lent this very memory to the register.
+    std::memmove(static_cast<void*>(out), block_data, size);
     unlock(true, nullptr);
 }
 

@@ -22,11 +22,8 @@ CoreBlock::CoreBlock(unsigned long number, unsigned long block_qubits, CoreBlock
       num_terms(1UL << block_qubits),
       team(threads ? block_team : nullptr) {
     if (!use_threads) return;
-    if (team != nullptr) {
-        team->worker_woke();
-        team->join(this);
-    }
     worker_thread = std::thread([this] { worker_loop(); });
+    if (team != nullptr) team->join(this);
 }
 
 CoreBlock::~CoreBlock() {
@@ -108,6 +105,7 @@ void CoreBlock::unlock(bool write_back, CoreBlock* buddy) {
 }
 
 bool CoreBlock::self_check(int line) {
+    finish();
     lock(true, nullptr);
     if (block_data == nullptr && ocl_context == nullptr) {
         std::printf("Error: NULL block_data at line %d\n", line);
@@ -120,7 +118,6 @@ bool CoreBlock::self_check(int line) {
     }
     unlock(true, nullptr);
     if (!all_zero) return true;
-    finish();
     prepare_submission();
     arguments.line = line;
     submit(TASK_SELF_CHECK);

@@ -39,6 +39,13 @@ enum TaskID : int {
     TASK_OP_CZ = 20,
 };
 
+/// Sums of probabilities over a block and over its two halves by one bit.
+struct SplitProbability {
+    double total = 0.0;
+    double clear = 0.0;
+    double set = 0.0;
+};
+
 /// One block of 2^b amplitudes and the operations on it.
 ///
 /// The register owns its blocks; a block owns its worker thread and borrows its memory from the
@@ -98,6 +105,10 @@ class CoreBlock {
 
     // Tasks: probabilities and contents.
     void peek_read_probability(double* out, unsigned long value, unsigned long mask, double limit);
+    /// The sum over all slots, with the sums over those that have `bit` clear and set beside it:
+    /// what the block's sum will be after a collapse on that bit. Each is the same to the last bit
+    /// as a sum of its own.
+    void peek_split_probability(SplitProbability* out, unsigned long bit);
     void get_index_from_probability(double target, unsigned long* out);
     void scale_probability(double factor);
     void collapse(unsigned long mask, unsigned long value);
@@ -136,6 +147,7 @@ class CoreBlock {
         unsigned long mask = 0;                     ///< collapse, peek_read_probability
         unsigned long value = 0;                    ///< collapse, peek_read_probability
         double* result = nullptr;                   ///< peek_read_probability, pps
+        SplitProbability* split = nullptr;          ///< peek_read_probability, instead of `result`
         double probability_target = 0.0;            ///< get_index_from_probability
         unsigned long* result_index = nullptr;      ///< get_index_from_probability
         double scale = 0.0;                         ///< scale_probability
@@ -180,7 +192,7 @@ class CoreBlock {
     bool worth_handing_over() const;
     void prepare_submission();
     void submit(TaskID task);
-    void mark_pair_not_zero();
+    void prepare_pair_submission();
 
     // What each task does, on whichever thread runs it.
     void self_check_worker(int line);
@@ -190,6 +202,7 @@ class CoreBlock {
     void collapse_worker(unsigned long mask, unsigned long value);
     void peek_read_probability_worker(double* out, unsigned long value, unsigned long mask,
                                       double limit);
+    void peek_split_probability_worker(SplitProbability* out, unsigned long bit);
     void get_index_from_probability_worker(double target, unsigned long* out);
     void scale_probability_worker(double factor);
     void op_not_worker(unsigned long target_mask);

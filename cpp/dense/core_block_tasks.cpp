@@ -5,7 +5,9 @@
 
 namespace Nimbrel {
 
-void CoreBlock::mark_pair_not_zero() {
+void CoreBlock::prepare_pair_submission() {
+    prepare_submission();
+    // Asked only now: the task that ended may have ended a pair as well.
     if (op_buddy == nullptr) return;
     all_zero = false;
     op_buddy->all_zero = false;
@@ -19,8 +21,7 @@ void CoreBlock::op_not(unsigned long target_mask) {
 
 void CoreBlock::op_cnot(unsigned long target_mask, unsigned long cond_mask,
                         unsigned long cond_neg_mask) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.target_mask = target_mask;
     arguments.cond_mask = cond_mask;
     arguments.cond_neg_mask = cond_neg_mask;
@@ -29,8 +30,7 @@ void CoreBlock::op_cnot(unsigned long target_mask, unsigned long cond_mask,
 
 void CoreBlock::op_hadamard(unsigned long target_mask, unsigned long cond_mask,
                             unsigned long cond_neg_mask) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.target_mask = target_mask;
     arguments.cond_mask = cond_mask;
     arguments.cond_neg_mask = cond_neg_mask;
@@ -39,8 +39,7 @@ void CoreBlock::op_hadamard(unsigned long target_mask, unsigned long cond_mask,
 
 void CoreBlock::op_complex2x2(unsigned long target_mask, unsigned long cond_mask,
                               const complex_t* matrix, unsigned long cond_neg_mask) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.target_mask = target_mask;
     arguments.cond_mask = cond_mask;
     arguments.complex_matrix = matrix;
@@ -50,8 +49,7 @@ void CoreBlock::op_complex2x2(unsigned long target_mask, unsigned long cond_mask
 
 void CoreBlock::op_real2x2(unsigned long target_mask, unsigned long cond_mask, const double* matrix,
                            unsigned long cond_neg_mask) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.target_mask = target_mask;
     arguments.cond_mask = cond_mask;
     arguments.real_matrix = matrix;
@@ -81,8 +79,7 @@ void CoreBlock::op_cz(unsigned long cond_mask, unsigned long cond_neg_mask) {
 
 void CoreBlock::op_ppr(unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
                        double sine, double cosine, unsigned long cond_neg_mask) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.x_mask = x_mask;
     arguments.z_mask = z_mask;
     arguments.cond_mask = cond_mask;
@@ -93,8 +90,7 @@ void CoreBlock::op_ppr(unsigned long x_mask, unsigned long z_mask, unsigned long
 }
 
 void CoreBlock::op_ppm(unsigned long x_mask, unsigned long z_mask, unsigned long measured) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.x_mask = x_mask;
     arguments.z_mask = z_mask;
     arguments.measured = measured;
@@ -102,8 +98,7 @@ void CoreBlock::op_ppm(unsigned long x_mask, unsigned long z_mask, unsigned long
 }
 
 void CoreBlock::op_pps(unsigned long x_mask, unsigned long z_mask, double* result) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.x_mask = x_mask;
     arguments.z_mask = z_mask;
     arguments.result = result;
@@ -111,8 +106,7 @@ void CoreBlock::op_pps(unsigned long x_mask, unsigned long z_mask, double* resul
 }
 
 void CoreBlock::op_x_multi(unsigned long target_bits, unsigned long condition_bits) {
-    mark_pair_not_zero();
-    prepare_submission();
+    prepare_pair_submission();
     arguments.target_mask = target_bits;
     arguments.cond_mask = condition_bits;
     submit(TASK_OP_X_MULTI);
@@ -122,9 +116,17 @@ void CoreBlock::peek_read_probability(double* out, unsigned long value, unsigned
                                       double limit) {
     prepare_submission();
     arguments.result = out;
+    arguments.split = nullptr;
     arguments.value = value;
     arguments.mask = mask;
     arguments.limit = limit;
+    submit(TASK_PEEK_READ_PROBABILITY);
+}
+
+void CoreBlock::peek_split_probability(SplitProbability* out, unsigned long bit) {
+    prepare_submission();
+    arguments.split = out;
+    arguments.mask = bit;
     submit(TASK_PEEK_READ_PROBABILITY);
 }
 

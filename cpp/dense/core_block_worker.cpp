@@ -98,6 +98,7 @@ void CoreBlock::run_posted_task() {
 }
 
 void CoreBlock::worker_loop() {
+    if (team != nullptr) team->worker_woke();
     // `task_id` stays as it is: a block that is destroyed at once already holds the exit.
     worker_ready.store(true, std::memory_order_release);
     for (;;) {
@@ -164,6 +165,7 @@ void CoreBlock::run_task(int task) {
         case TASK_COLLAPSE:
             return collapse_worker(a.mask, a.value);
         case TASK_PEEK_READ_PROBABILITY:
+            if (a.split != nullptr) return peek_split_probability_worker(a.split, a.mask);
             return peek_read_probability_worker(a.result, a.value, a.mask, a.limit);
         case TASK_GET_INDEX_FROM_PROBABILITY:
             return get_index_from_probability_worker(a.probability_target, a.result_index);

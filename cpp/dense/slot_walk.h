@@ -13,6 +13,7 @@
 /// The same with a condition on bit 0: only (1,3) and (5,7) take part, in runs of one.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <type_traits>
 #include <utility>
@@ -132,13 +133,18 @@ void walk_all_pairs(complex_t* data, unsigned long n, Stride stride, PairOp& op)
     }
 }
 
-/// A stride that is no single bit: walked as the loops of a stride stand, one pair at a time.
+/// A stride that is no single bit, walked as the loops of a stride stand: the condition is tested
+/// at the first slot of each run, and a pair that would leave the block is left out.
 template <typename PairOp>
 void walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCondition cond,
                      PairOp& op) {
+    const unsigned long run = cond.mask == 0 ? 1 : std::min(lowest_bit(cond.mask), t);
     for (unsigned long base = 0; base < n && t < n; base += 2 * t) {
-        for (unsigned long i = base; i < base + t && i + t < n; ++i) {
-            if (cond.holds(i)) apply_to_pair<OneAmplitude>(data + i, data + i + t, op);
+        for (unsigned long first = base; first < base + t; first += run) {
+            if (!cond.holds(first)) continue;
+            for (unsigned long i = first; i < first + run && i + t < n; ++i) {
+                apply_to_pair<OneAmplitude>(data + i, data + i + t, op);
+            }
         }
     }
 }
