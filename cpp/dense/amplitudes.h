@@ -84,7 +84,8 @@ struct TwoAmplitudes {
 
     /// Whether every lane is finite and not zero. May miss lanes near either end of the range.
     bool has_plain_lanes() const {
-        const __m256d nothing = _mm256_mul_pd(lanes, _mm256_setzero_pd());
+        // Zero for a finite number and no number at all for any other.
+        const __m256d nothing = _mm256_sub_pd(lanes, lanes);
         return _mm256_movemask_pd(_mm256_cmp_pd(lanes, nothing, _CMP_NEQ_OQ)) == 0b1111;
     }
 

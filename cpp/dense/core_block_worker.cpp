@@ -138,7 +138,8 @@ void CoreBlock::prepare_submission() {
 }
 
 bool CoreBlock::worth_handing_over() const {
-    constexpr unsigned long smallest_worth_handing_over = 1UL << 12;
+    // Below, moving the amplitudes to another processor's cache takes as long as the work on them.
+    constexpr unsigned long smallest_worth_handing_over = 1UL << 13;
     return use_threads && num_terms >= smallest_worth_handing_over;
 }
 

@@ -36,7 +36,7 @@ inline const auto all_hands = testing::Values(Hands::caller, Hands::own_worker, 
 inline const auto threaded_hands = testing::Values(Hands::own_worker, Hands::team);
 
 /// From this size on a task is left to the workers; a smaller block's runs on the caller's thread.
-inline constexpr unsigned long handed_over_qubits = 12;
+inline constexpr unsigned long handed_over_qubits = 13;
 
 inline constexpr unsigned long small_qubits = 11;  // sizes 0 to 10 are walked through whole
 
