@@ -168,11 +168,12 @@ class QPU : public QPU_Base {
     void push_state_sv(const complex_t* source, unsigned long mask, unsigned long length);
     bool check_state(const complex_t* expected, double tolerance, bool flag) const;
     void peek_n_biggest_terms(unsigned long count, unsigned long* indices, complex_t* amplitudes);
-    void peek_value(unsigned long index, complex_t* dest);
+    void peek_value(unsigned long index, complex_t* dest) const;
     /// Shows `max_values` + 1 terms at most, of probability `threshold` or more; all, zeros
     /// included, for a threshold that is not positive.
-    std::string print_state_vector_to_string(int line, double threshold, unsigned long max_values);
-    void print_state_vector(int line, double threshold, unsigned long max_values);
+    std::string print_state_vector_to_string(int line, double threshold,
+                                             unsigned long max_values) const;
+    void print_state_vector(int line, double threshold, unsigned long max_values) const;
 
     // Set once.
     bool memory_pinned = false;  ///< nothing sets it

@@ -7,6 +7,7 @@
 #include <bit>
 #include <memory>
 #include <stdexcept>
+#include <type_traits>
 
 #include "core_register.h"
 #include "dense/core_block.h"
@@ -19,6 +20,8 @@ namespace Nimbrel {
 /// Requires: no task that writes here is left when it goes.
 template <typename Result>
 class EachBlock {
+    static_assert(std::is_trivially_default_constructible_v<Result>, "or all of it is filled");
+
   public:
     explicit EachBlock(unsigned long num_blocks) {
         // The limit of an array with its size in bytes in front, which such a register would need.

@@ -20,7 +20,7 @@ bool is_shown(const complex_t& amplitude, double threshold) {
 }  // namespace
 
 std::string QPU::print_state_vector_to_string(int line, double threshold,
-                                              unsigned long max_values) {
+                                              unsigned long max_values) const {
     std::ostringstream text;
     text << heading(line);
     unsigned long shown = 0;
@@ -37,7 +37,7 @@ std::string QPU::print_state_vector_to_string(int line, double threshold,
     return text.str();
 }
 
-void QPU::print_state_vector(int line, double threshold, unsigned long max_values) {
+void QPU::print_state_vector(int line, double threshold, unsigned long max_values) const {
     const std::string text = print_state_vector_to_string(line, threshold, max_values);
     std::fwrite(text.data(), 1, text.size(), stdout);
 }

@@ -38,7 +38,7 @@ void QPU::peek_n_biggest_terms(unsigned long count, unsigned long* indices, comp
     finish();
 }
 
-void QPU::peek_value(unsigned long index, complex_t* dest) {
+void QPU::peek_value(unsigned long index, complex_t* dest) const {
     verify_allocated();
     if (index >= num_terms) {
         throw std::runtime_error("Error: peek_value() index " + std::to_string(index) +

@@ -186,8 +186,8 @@ struct ProductProjection {
 /// The squared norm of (1 + P) on the state. One slot at a time: the order of the sum is part of
 /// the result.
 struct ProductNorm {
-    const ProductPlace& place;
     PauliPhase phase;
+    const ProductPlace& place;
     OneAmplitude sum{_mm_setzero_pd()};
 
     template <typename Amplitudes>
@@ -259,7 +259,7 @@ void CoreBlock::op_pps_worker(unsigned long x_mask, unsigned long z_mask, double
     CoreBlock* buddy = op_buddy;
     lock(true, buddy);
     const ProductPlace place(*this, buddy, x_mask, z_mask);
-    ProductNorm norm{place, power_of_minus_i(count_y_factors(x_mask, z_mask))};
+    ProductNorm norm{power_of_minus_i(count_y_factors(x_mask, z_mask)), place};
     visit_product<OneAmplitude>(place, norm);
     unlock(false, buddy);
     if (buddy != nullptr) set_op_buddy(nullptr);

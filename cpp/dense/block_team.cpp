@@ -1,6 +1,6 @@
 #include "dense/block_team.h"
 
-#include <unistd.h>
+#include <pthread.h>
 
 #include <thread>
 
@@ -12,6 +12,15 @@ namespace {
 /// Work that pays for waking a sleeping thread, which takes the submitter some microseconds.
 constexpr unsigned long worth_a_wake = 1UL << 17;
 
+/// Forks between the first process and this one.
+std::atomic<unsigned long> forks_to_here{0};
+
+unsigned long current_generation() {
+    [[maybe_unused]] static const int watching =
+        pthread_atfork(nullptr, nullptr, [] { forks_to_here.fetch_add(1); });
+    return forks_to_here.load();
+}
+
 int processors_beside_the_submitter() {
     const auto processors = static_cast<int>(std::thread::hardware_concurrency());
     return processors > 1 ? processors - 1 : 0;
@@ -21,13 +30,13 @@ int processors_beside_the_submitter() {
 
 BlockTeam::BlockTeam(unsigned long num_blocks)
     : num_blocks_(num_blocks),
-      process_(getpid()),
+      generation_(current_generation()),
       spare_processors_(processors_beside_the_submitter()),
       blocks_(new std::atomic<CoreBlock*>[num_blocks]()) {}
 
 BlockTeam::~BlockTeam() = default;
 
-bool BlockTeam::has_workers() const { return getpid() == process_; }
+bool BlockTeam::has_workers() const { return generation_ == forks_to_here.load(); }
 
 void BlockTeam::join(CoreBlock* block) { blocks_[block->thread_id].store(block); }
 

@@ -32,7 +32,8 @@ class BlockTeam {
     void task_posted(unsigned long num_terms);
 
     /// False in a child that was forked after the workers were made: it has the blocks and not the
-    /// threads. Its tasks are all run by the submitter, and nothing may wait for a worker there.
+    /// threads. Its submitter runs all tasks itself and touches no mutex, since a worker may have
+    /// held one at the fork.
     bool has_workers() const;
 
     // Any thread's.
@@ -51,7 +52,7 @@ class BlockTeam {
 
     // Set once.
     const unsigned long num_blocks_;
-    const int process_;
+    const unsigned long generation_;  ///< of the process, counted in forks
     const int spare_processors_;
     const std::unique_ptr<std::atomic<CoreBlock*>[]> blocks_;
 

@@ -41,9 +41,9 @@ enum TaskID : int {
 
 /// Sums of probabilities over a block and over its two halves by one bit.
 struct SplitProbability {
-    double total = 0.0;
-    double clear = 0.0;
-    double set = 0.0;
+    double total;
+    double clear;
+    double set;
 };
 
 /// One block of 2^b amplitudes and the operations on it.
@@ -57,9 +57,9 @@ struct SplitProbability {
 /// block, or by the thread that runs the task, which also owns the buddy's fields meanwhile.
 class CoreBlock {
   public:
-    CoreBlock(unsigned long thread_id, unsigned long num_block_qubits, CoreBlockStore* block_store,
-              CoreBlockOpsOCLContext* ocl_context, bool use_threads, bool verbose,
-              BlockTeam* team = nullptr);
+    CoreBlock(unsigned long number, unsigned long block_qubits, CoreBlockStore* store,
+              CoreBlockOpsOCLContext* context, bool threads, bool verbosely,
+              BlockTeam* block_team = nullptr);
     ~CoreBlock();
     CoreBlock(const CoreBlock&) = delete;
     CoreBlock& operator=(const CoreBlock&) = delete;

@@ -121,7 +121,7 @@ complex_t* CoreBlockStore::request_block(unsigned long i) {
     return get_ram_block_ptr(next_ram_block);
 }
 
-void CoreBlockStore::release_block(unsigned long /*i*/, const complex_t* ptr) {
+void CoreBlockStore::release_block(unsigned long /*i*/, const complex_t* ptr) const {
     if (all_in_ram()) return;
     const auto offset = static_cast<unsigned long>(ptr - block_data);
     ram_block_in_use[offset / terms_per_block] = false;

@@ -45,7 +45,7 @@ class CoreBlockStore {
     complex_t* request_block(unsigned long i);
 
     /// Gives a slot back; has nothing to do while all blocks are in memory.
-    void release_block(unsigned long i, const complex_t* ptr);
+    void release_block(unsigned long i, const complex_t* ptr) const;
 
     /// Whether there is memory to work on. A false result has printed why, with `line` as it is.
     bool self_check(int line) const;

@@ -140,7 +140,8 @@ void CoreBlock::prepare_submission() {
 bool CoreBlock::worth_handing_over() const {
     // Below, moving the amplitudes to another processor's cache takes as long as the work on them.
     constexpr unsigned long smallest_worth_handing_over = 1UL << 13;
-    return use_threads && num_terms >= smallest_worth_handing_over;
+    if (!use_threads || num_terms < smallest_worth_handing_over) return false;
+    return team == nullptr || team->has_workers();
 }
 
 // Requires: an idle worker, the arguments in place.
