@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable
+from typing import Any
 
 import nimbrel as nb
 import numpy as np
@@ -406,7 +407,7 @@ def test_a_fraction_is_refused_where_an_integer_belongs(
 
 
 @pytest.mark.parametrize("kind", [np.int8, np.uint8, np.int64, np.uint64])
-def test_numbers_of_numpy_count_as_integers(kind: type[np.integer]) -> None:
+def test_numbers_of_numpy_count_as_integers(kind: type[Any]) -> None:
     assert equal(nb.reset(kind(3)), nb.reset(3))
     assert equal(nb.read(0, kind(2), flag=kind(3)), nb.read(0, 2, flag=3))
     assert equal(nb.write([64, 1, 0], kind(5)), nb.write([64, 1, 0], 5))
@@ -417,7 +418,9 @@ def test_numbers_of_numpy_count_as_integers(kind: type[np.integer]) -> None:
 
 
 def test_a_negative_number_of_numpy_keeps_its_sign() -> None:
-    assert equal(nb.flag_nand(np.int64(-7), np.int8(-8), -9), nb.flag_nand(-7, -8, -9))
+    seven: Any = np.int64(-7)
+    eight: Any = np.int8(-8)
+    assert equal(nb.flag_nand(seven, eight, -9), nb.flag_nand(-7, -8, -9))
     with pytest.raises(ValueError, match=r"^the value does not fit 2 qubits$"):
         nb.write([0, 1], np.int64(-1))
 

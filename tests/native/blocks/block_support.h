@@ -53,6 +53,9 @@ class Draws {
     /// From -1 up to 1.
     double number() { return static_cast<double>(static_cast<long>(bits()) >> 11) * 0x1p-52; }
 
+    /// Of either sign.
+    double zero() { return one_in(2) ? 0.0 : -0.0; }
+
     /// One lane in eight is a zero of either sign, and one amplitude in six is zero in all bits.
     complex_t amplitude() {
         if (one_in(6)) return {0.0, 0.0};
@@ -78,7 +81,7 @@ class Draws {
 
   private:
     double lane() {
-        if (one_in(8)) return one_in(2) ? 0.0 : -0.0;
+        if (one_in(8)) return zero();
         return number();
     }
 

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "blocks/pair_gates.h"
 
 namespace {
@@ -10,10 +12,15 @@ class PairGates : public HandedTest {
   protected:
     /// One gate on one block, compared in the whole buffer.
     void expect_gate(Blocks& blocks, const PairGate& gate, unsigned long t, Condition cond) {
+        expect_gate(blocks, draws.state(Blocks::count * blocks.num_terms), gate, t, cond);
+    }
+
+    void expect_gate(Blocks& blocks, State expected, const PairGate& gate, unsigned long t,
+                     Condition cond) {
         if (!gate.conditional) cond = {};
         const Matrices matrices(draws);
         const unsigned long number = draws.below(Blocks::count);
-        State expected = blocks.fill(draws);
+        blocks.fill(expected);
         scalar_pairs(blocks.slots(expected, number), blocks.num_terms, t, cond,
                      [&](complex_t& x, complex_t& y) { gate.scalar(x, y, matrices); });
         gate.run(blocks[number], t, cond, matrices);
@@ -174,6 +181,23 @@ TEST_P(PairGates, KeepAZeroPairUnderAMatrixAndMayNegateItElsewhere) {
     blocks.finish();
     EXPECT_TRUE(same_bits(block.get_value(0).re, 0.0));
     EXPECT_TRUE(same_bits(block.get_value(0).im, -0.0));
+}
+
+// Where a kernel leaves out a product by zero, an infinity tells: that product is not a number.
+TEST_P(PairGates, OnInfinities) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    for (unsigned long b = 1; b < small_qubits; ++b) {
+        Blocks blocks(b, GetParam());
+        for (const PairGate& gate : pair_gates()) {
+            State state = draws.state(Blocks::count * blocks.num_terms);
+            for (complex_t& term : state) {
+                if (draws.one_in(8)) term.re = draws.one_in(2) ? infinity : -infinity;
+                if (draws.one_in(8)) term.im = draws.one_in(2) ? infinity : -infinity;
+            }
+            const unsigned long t = 1UL << draws.below(b);
+            ASSERT_NO_FATAL_FAILURE(expect_gate(blocks, state, gate, t, {}));
+        }
+    }
 }
 
 TEST_P(PairGates, OfTheHadamardUseTheLowerNeighbourOfOneOverRootTwo) {

@@ -7,6 +7,7 @@ namespace {
 
 using namespace Nimbrel::Testing;
 using Nimbrel::complex_t;
+using Nimbrel::SplitProbability;
 
 class Probabilities : public HandedTest {
   protected:
@@ -73,6 +74,88 @@ TEST_P(Probabilities, AreLeftOffAtTheLimitAndOnlyAboveZero) {
     EXPECT_EQ(read(blocks, 1, 0, 0, 4.5), 6.0);
     EXPECT_EQ(read(blocks, 1, 1, 1, 2.0), 2.0);
     EXPECT_EQ(read(blocks, 1, 4, 4, 0.0), 0.0);  // no slot has that bit
+}
+
+class SplitProbabilities : public Probabilities {
+  protected:
+    SplitProbability split(Blocks& blocks, unsigned long number, unsigned long bit) {
+        SplitProbability result{-77.0, -77.0, -77.0};
+        blocks[number].peek_split_probability(&result, bit);
+        blocks[number].finish();
+        return result;
+    }
+
+    /// The block's sum after a collapse of the state.
+    double sum_after(Blocks& blocks, const State& state, unsigned long number, unsigned long bit,
+                     unsigned long value) {
+        blocks.fill(state);
+        blocks[number].collapse(bit, value);
+        return read(blocks, number, 0, 0, 0.0);
+    }
+
+    void expect_split(Blocks& blocks, const State& state, unsigned long number, unsigned long bit) {
+        blocks.fill(state);
+        const SplitProbability sums = split(blocks, number, bit);
+        ASSERT_TRUE(same_bits(blocks.contents(), state));
+        ASSERT_EQ(blocks[number].lock_count, 0);
+        ASSERT_TRUE(same_bits(sums.total, read(blocks, number, 0, 0, 0.0)));
+        ASSERT_TRUE(same_bits(sums.clear, sum_after(blocks, state, number, bit, 0)));
+        ASSERT_TRUE(same_bits(sums.set, sum_after(blocks, state, number, bit, bit)));
+    }
+
+    /// A slot of the half with the bit at `value`.
+    unsigned long slot_in_half(const Blocks& blocks, unsigned long bit, unsigned long value) {
+        return (draws.below(blocks.num_terms) & ~bit) | value;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Hands, SplitProbabilities, all_hands);
+
+TEST_P(SplitProbabilities, AreTheSumsBeforeAndAfterACollapse) {
+    for (const unsigned long b : block_sizes()) {
+        Blocks blocks(b, GetParam());
+        for (unsigned long bit = 1; bit < blocks.num_terms; bit *= 2) {
+            const State state = draws.state(Blocks::count * blocks.num_terms);
+            ASSERT_NO_FATAL_FAILURE(expect_split(blocks, state, draws.below(Blocks::count), bit))
+                << "block of " << blocks.num_terms << " bit " << bit;
+        }
+    }
+}
+
+TEST_P(SplitProbabilities, OfOneHalfKnowNothingOfTheOther) {
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    for (const unsigned long b : block_sizes()) {
+        Blocks blocks(b, GetParam());
+        for (unsigned long bit = 1; bit < blocks.num_terms; bit *= 2) {
+            for (const double odd : {infinity, -infinity, std::nan(""), 1e200}) {
+                const unsigned long number = draws.below(Blocks::count);
+                const unsigned long value = draws.one_in(2) ? bit : 0;
+                State state = draws.state(Blocks::count * blocks.num_terms);
+                complex_t& term = blocks.slots(state, number)[slot_in_half(blocks, bit, value)];
+                (draws.one_in(2) ? term.re : term.im) = odd;
+                ASSERT_NO_FATAL_FAILURE(expect_split(blocks, state, number, bit))
+                    << odd << " in a block of " << blocks.num_terms << " bit " << bit;
+                blocks.fill(state);
+                const SplitProbability sums = split(blocks, number, bit);
+                ASSERT_FALSE(std::isfinite(sums.total));
+                ASSERT_EQ(std::isfinite(sums.clear), value != 0);
+                ASSERT_EQ(std::isfinite(sums.set), value == 0);
+            }
+        }
+    }
+}
+
+TEST_P(SplitProbabilities, OfAFewTerms) {
+    Blocks blocks(2, GetParam());
+    blocks[3].set_all_values(State{{1.0, 0.0}, {0.0, 2.0}, {3.0, 0.0}, {0.0, 4.0}}.data());
+    const SplitProbability by_low_bit = split(blocks, 3, 1);
+    EXPECT_EQ(by_low_bit.total, 30.0);
+    EXPECT_EQ(by_low_bit.clear, 10.0);
+    EXPECT_EQ(by_low_bit.set, 20.0);
+    const SplitProbability by_high_bit = split(blocks, 3, 2);
+    EXPECT_EQ(by_high_bit.total, 30.0);
+    EXPECT_EQ(by_high_bit.clear, 5.0);
+    EXPECT_EQ(by_high_bit.set, 25.0);
 }
 
 class Sampling : public HandedTest {
