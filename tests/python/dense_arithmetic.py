@@ -27,7 +27,10 @@ def fma(a: float, b: float, c: float) -> float:
     numerator = a_num * b_num * c_den + c_num * a_den * b_den
     if numerator == 0:
         return plain  # only the sign is in question, and that is the same without fusing
-    return numerator / (a_den * b_den * c_den)  # Python rounds this quotient correctly
+    try:
+        return numerator / (a_den * b_den * c_den)  # Python rounds this quotient correctly
+    except OverflowError:
+        return math.inf if numerator > 0 else -math.inf
 
 
 def has_zero_bits(x: Amplitude) -> bool:
