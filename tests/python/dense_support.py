@@ -200,6 +200,7 @@ def flush_native_output() -> None:
 
 def printed_by(capfd: Any, action: Callable[[], object]) -> str:
     """What the action prints on standard output, natively as well."""
+    flush_native_output()  # what came before is not the action's
     capfd.readouterr()
     action()
     flush_native_output()
