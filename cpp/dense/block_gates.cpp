@@ -89,6 +89,16 @@ struct Applied {
     bool changed;
 };
 
+/// Puts a result into the registers of a walk and into its note of changes.
+template <typename Amplitudes>
+[[gnu::always_inline]] inline bool take(const Applied<Amplitudes>& applied, Amplitudes& x,
+                                        Amplitudes& y, bool& changed) {
+    x = applied.x;
+    y = applied.y;
+    changed = changed || applied.changed;
+    return applied.changed;
+}
+
 /// A pair that is zero in all bits stays as it is: a product could turn it into a negative zero.
 template <typename Matrix>
 Applied<OneAmplitude> apply_to_one(const Matrix& matrix, OneAmplitude x, OneAmplitude y) {
@@ -121,24 +131,15 @@ struct MatrixOp {
     bool changed = false;
 
     bool operator()(OneAmplitude& x, OneAmplitude& y) {
-        return take(apply_to_one(matrix, x, y), x, y);
+        return take(apply_to_one(matrix, x, y), x, y, changed);
     }
 
     [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) {
         if ((x | y).may_have_zero_bits()) [[unlikely]] {
-            return take(apply_with_care(*kept, x, y), x, y);
+            return take(apply_with_care(*kept, x, y), x, y, changed);
         }
         matrix.apply(x, y);
         return changed = true;
-    }
-
-  private:
-    template <typename Amplitudes>
-    bool take(const Applied<Amplitudes>& applied, Amplitudes& x, Amplitudes& y) {
-        x = applied.x;
-        y = applied.y;
-        changed = changed || applied.changed;
-        return applied.changed;
     }
 };
 
@@ -153,7 +154,7 @@ struct SparseMatrixOp {
     bool changed = false;
 
     bool operator()(OneAmplitude& x, OneAmplitude& y) {
-        return take(apply_to_one(*kept, x, y), x, y);
+        return take(apply_to_one(*kept, x, y), x, y, changed);
     }
 
     [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) {
@@ -162,20 +163,11 @@ struct SparseMatrixOp {
         shape.apply(new_x, new_y);
         // One look at both: a zero or an infinity in either shows in the product.
         if (!(new_x * new_y).has_plain_lanes()) [[unlikely]] {
-            return take(apply_with_care(*kept, x, y), x, y);
+            return take(apply_with_care(*kept, x, y), x, y, changed);
         }
         x = new_x;
         y = new_y;
         return changed = true;
-    }
-
-  private:
-    template <typename Amplitudes>
-    bool take(const Applied<Amplitudes>& applied, Amplitudes& x, Amplitudes& y) {
-        x = applied.x;
-        y = applied.y;
-        changed = changed || applied.changed;
-        return applied.changed;
     }
 };
 
