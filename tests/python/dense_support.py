@@ -13,7 +13,8 @@ import nimbrel as nb
 import numpy as np
 import numpy.typing as npt
 from bit_model import RESET, TAG, Record, pack
-from dense_arithmetic import Amplitude
+from dense_arithmetic import Amplitude, Generator
+from dense_model import DenseModel
 from support import raises_engine_error
 
 Vector: TypeAlias = npt.NDArray[np.complexfloating[Any, Any]]
@@ -170,6 +171,14 @@ def assert_same_bits(got: Vector, expected: Vector) -> None:
 def amplitudes(state: Vector) -> list[Amplitude]:
     """A vector as the model takes it."""
     return [(float(a.real), float(a.imag)) for a in state]
+
+
+def model_of(state: Vector, seed: int = 0) -> DenseModel:
+    """A model whose register holds the state."""
+    model = DenseModel(Generator(seed))
+    model.run([reset_record(len(state).bit_length() - 1)])
+    model.load(amplitudes(state))
+    return model
 
 
 def vector(terms: Iterable[Amplitude]) -> Vector:

@@ -9,8 +9,7 @@ import pytest
 from bit_model import Record, X
 from dense_model import HADAMARD, PHASE, PPR, ROOT_X, ROOT_X_INV, RX, RY, RZ, Y
 from dense_programs import as_record, some_of, with_product
-from dense_support import Setting, Vector, assert_same_bits, open_dense, to_array, vector
-from test_dense_gate_bits import model_of
+from dense_support import Setting, Vector, assert_same_bits, model_of, open_dense, to_array, vector
 
 QUBITS = 4
 STATES = 150

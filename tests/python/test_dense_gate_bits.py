@@ -5,18 +5,16 @@ from types import ModuleType
 
 import pytest
 from bit_model import TAG, Record
-from dense_arithmetic import Generator
-from dense_model import PHASE, PPR, RX, RY, RZ, DenseModel
+from dense_model import PHASE, PPR, RX, RY, RZ
 from dense_programs import GATES, tidy_gate, wild_gate
 from dense_support import (
     DenseFilter,
     Setting,
     Vector,
-    amplitudes,
     assert_same_bits,
     holed_state,
+    model_of,
     open_dense,
-    reset_record,
     to_array,
     vector,
 )
@@ -25,18 +23,11 @@ QUBITS = 4
 ONE_BLOCK = [Setting(QUBITS, 0, 0), Setting(QUBITS, 0, 1), Setting(0, 0, 1)]
 
 
-def model_of(state: Vector, num_qubits: int = QUBITS) -> DenseModel:
-    model = DenseModel(Generator(0))
-    model.run([reset_record(num_qubits)])
-    model.load(amplitudes(state))
-    return model
-
-
 def assert_agree(filter_: DenseFilter, state: Vector, gate: Record) -> None:
     __tracebackhide__ = True
     print(gate)
     num_qubits = len(state).bit_length() - 1
-    model = model_of(state, num_qubits)
+    model = model_of(state)
     model.run([gate])
     filter_.load(state)
     filter_.run(to_array([gate]))

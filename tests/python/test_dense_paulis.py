@@ -9,18 +9,17 @@ import numpy as np
 import pytest
 from bit_model import TAG, Record, signed
 from dense_arithmetic import Generator
-from dense_model import PCP, PPM, PPR, DenseModel
+from dense_model import PCP, PPM, PPR
 from dense_support import (
     DenseFilter,
     Setting,
     Vector,
-    amplitudes,
     assert_same_bits,
     basis,
     holed_state,
+    model_of,
     open_dense,
     random_state,
-    reset_record,
     settings,
     to_array,
     vector,
@@ -35,13 +34,6 @@ NO_COMMUTE = "Error: qc.pcp() masks do not commute."
 def setting(request: pytest.FixtureRequest) -> Setting:
     chosen: Setting = request.param
     return chosen
-
-
-def model_of(state: Vector, seed: int = 0) -> DenseModel:
-    model = DenseModel(Generator(seed))
-    model.run([reset_record(QUBITS)])
-    model.load(amplitudes(state))
-    return model
 
 
 def ppr(degrees: float, x: int, z: int, **words: int) -> np.ndarray:

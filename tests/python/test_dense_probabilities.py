@@ -8,18 +8,16 @@ import full_matrix_model as full
 import numpy as np
 import pytest
 from dense_arithmetic import Generator
-from dense_model import NO_MATCH, DenseModel
+from dense_model import NO_MATCH
 from dense_support import (
     Setting,
-    Vector,
-    amplitudes,
     assert_same_bits,
     basis,
     holed_state,
+    model_of,
     open_dense,
     random_state,
     reset,
-    reset_record,
     settings,
     vector,
 )
@@ -35,13 +33,6 @@ EMPTY_POSTSELECT = "qc.postselect() must specify at least one qubit to postselec
 def setting(request: pytest.FixtureRequest) -> Setting:
     chosen: Setting = request.param
     return chosen
-
-
-def model_of(state: Vector, seed: int = 0) -> DenseModel:
-    model = DenseModel(Generator(seed))
-    model.run([reset_record(QUBITS)])
-    model.load(amplitudes(state))
-    return model
 
 
 def test_an_empty_mask_is_refused_before_the_register_is_asked(engine: ModuleType) -> None:
