@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "core_register.h"
-#include "dense/amplitudes.h"
+#include "support/amplitudes.h"
 #include "dense/core_block.h"
 #include "support/bits.h"
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "dense/amplitudes.h"
+#include "support/amplitudes.h"
 #include "dense/core_block.h"
 #include "dense/slot_walk.h"
 #include "support/random.h"

@@ -2,7 +2,7 @@
 ///
 /// Sums go in ascending slot order with one accumulator of two lanes, squares of real parts in one
 /// and of imaginary parts in the other. Their order is part of the result.
-#include "dense/amplitudes.h"
+#include "support/amplitudes.h"
 #include "dense/core_block.h"
 #include "dense/slot_walk.h"
 

@@ -6,27 +6,10 @@
 #include <stdexcept>
 
 #include "core_register.h"
+#include "filter/array_checks.h"
 
 namespace Nimbrel {
 namespace {
-
-void require_length(const char* operation, const char* elements, unsigned long needed,
-                    unsigned long given) {
-    if (given >= needed) return;
-    throw std::runtime_error(std::string("Error: ") + operation + "() needs an array of " +
-                             std::to_string(needed) + " " + elements + ", but was given " +
-                             std::to_string(given) + ".");
-}
-
-void require_amplitudes(const char* operation, unsigned long needed, unsigned long given) {
-    require_length(operation, "amplitudes", needed, given);
-}
-
-void require_writable(const char* operation, const CallerArrays& arrays) {
-    if (arrays.writable) return;
-    throw std::runtime_error(std::string("Error: ") + operation +
-                             "() needs an array that it may write to.");
-}
 
 // The vector kernels move 32 bytes at a time from where the buffer begins.
 void require_alignment(const complex_t* buffer) {
@@ -112,16 +95,13 @@ void OpFilter_QPUSim::peek_n_biggest_terms(unsigned long count, unsigned long* i
                                            complex_t* amplitudes) {
     qpu->verify_allocated();
     if (count == 0) return;
-    require_length("peek_n_biggest_terms", "indices", count, caller_arrays.indices);
-    require_amplitudes("peek_n_biggest_terms", count, caller_arrays.amplitudes);
-    require_writable("peek_n_biggest_terms", caller_arrays);
+    require_biggest_arrays(count, caller_arrays);
     qpu->peek_n_biggest_terms(count, indices, amplitudes);
 }
 
 void OpFilter_QPUSim::peek_value(unsigned long index, complex_t* dest) {
     qpu->verify_allocated();
-    require_amplitudes("peek_value", 1, caller_arrays.amplitudes);
-    require_writable("peek_value", caller_arrays);
+    require_peek_array(caller_arrays);
     qpu->peek_value(index, dest);
 }
 

@@ -18,7 +18,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "dense/amplitudes.h"
+#include "support/amplitudes.h"
 #include "support/bits.h"
 
 namespace Nimbrel {

@@ -33,7 +33,8 @@ PyObject* pull_state(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
-        const CallerArraysScope known(filter, {.writable = amplitudes.writable});
+        const CallerArraysScope known(
+            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
         filter.pull_state(amplitudes.data, info, amplitudes.length);
         return Py_BuildValue("s", info.c_str());
     });
@@ -49,7 +50,8 @@ PyObject* pull_state_specific(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
-        const CallerArraysScope known(filter, {.writable = amplitudes.writable});
+        const CallerArraysScope known(
+            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
         filter.pull_state_specific(info, amplitudes.data, amplitudes.length, selector);
         return Py_BuildValue("s", info.c_str());
     });
