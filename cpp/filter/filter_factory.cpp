@@ -6,6 +6,7 @@
 #include "bit/bit_filter.h"
 #include "dense/qpu_sim_filter.h"
 #include "filter/op_filter.h"
+#include "sparse/sparse_filter.h"
 
 namespace Nimbrel {
 namespace {
@@ -23,6 +24,7 @@ OpFilter* make_filter() {
 /// A new filter class is one row here.
 constexpr std::array filter_types{
     FilterType{"StreamQPU", make_filter<OpFilter_QPUSim>},
+    FilterType{"StreamSparseQPU", make_filter<OpFilter_SparseSVSim>},
     FilterType{"StreamBitQPU", make_filter<OpFilter_BitQPUSim>},
 };
 

@@ -1,0 +1,112 @@
+#include <stdexcept>
+
+#include "core_register.h"
+#include "filter/opcodes.h"
+#include "filter/record_loop.h"
+#include "filter/shared_records.h"
+#include "sparse/sparse_filter.h"
+
+namespace Nimbrel {
+namespace {
+
+// The inverse gates have their factors written down; their partners turn by an angle, and the real
+// parts of the two come out unlike.
+constexpr complex_t t_inv_factor{0.7071067811865476, -0.7071067811865475};
+constexpr complex_t s_inv_factor{6.123233995736766e-17, -1.0};
+
+constexpr complex_t half_plus{0.5, 0.5};
+constexpr complex_t half_minus{0.5, -0.5};
+
+constexpr complex_t y_matrix[4]{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}};
+constexpr complex_t rootx_matrix[4]{half_plus, half_minus, half_minus, half_plus};
+constexpr complex_t rootx_inv_matrix[4]{half_minus, half_plus, half_plus, half_minus};
+constexpr complex_t rooty_matrix[4]{half_plus, {-0.5, -0.5}, half_plus, half_plus};
+constexpr complex_t rooty_inv_matrix[4]{half_minus, half_minus, {-0.5, 0.5}, half_minus};
+
+}  // namespace
+
+void OpFilter_SparseSVSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
+    run_records(ops, num_ops, qpu, open_label, [this](const QPUOp& op) { dispatch(op); });
+}
+
+void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
+    switch (op.opcode) {
+        case OP_X:
+        case OP_LELBOW:
+        case OP_RELBOW:
+            return flip(op);
+        case OP_SWAP:
+            return swap(op);
+        case OP_Z:
+            return negate_terms(op);
+        case OP_T_INV:
+            return multiply_terms(t_inv_factor, op);
+        case OP_S_INV:
+            return multiply_terms(s_inv_factor, op);
+
+        case OP_PHASE:
+            return apply_phase(op.angle, op.target_mask, op.cond_mask, op.cond_neg_mask,
+                               op.cond_flag);
+        case OP_T:
+            return apply_phase(45.0, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
+        case OP_S:
+            return apply_phase(90.0, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
+
+        case OP_HADAMARD:
+            return apply_hadamard(op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
+        case OP_Y:
+            return apply_matrix(y_matrix, op);
+        case OP_RX:
+            return rotate_x(op);
+        case OP_RY:
+            return rotate_y(op);
+        case OP_RZ:
+            return rotate_z(op);
+        case OP_ROOTX:
+            return apply_matrix(rootx_matrix, op);
+        case OP_ROOTX_INV:
+            return apply_matrix(rootx_inv_matrix, op);
+        case OP_ROOTY:
+            return apply_matrix(rooty_matrix, op);
+        case OP_ROOTY_INV:
+            return apply_matrix(rooty_inv_matrix, op);
+
+        case OP_PPR:
+            return rotate_pauli_product(op);
+        case OP_PPM:
+            return measure_pauli_product(op);
+        case OP_PCP:
+            return;  // let pass, whatever it holds
+
+        case OP_READ:
+            return read(op);
+        case OP_WRITE:
+            // The flags go where the word of the target's offset says.
+            return apply_write(op.cond_mask, op.target_mask, op.cond_flag,
+                               static_cast<long>(op.target_offset));
+        case OP_CLEAR:
+            return clear(op.target_mask, op.cond_flag);
+        case OP_FREE:
+            return clear(op.target_mask, op.read_flag);  // its condition travels in that word
+        case OP_RESET:
+            return reset(op.target_mask);
+
+        case OP_EXTEND:
+            refuse_operation("qc.extend", "State-vector QPU sim");
+        default:
+            return dispatch_shared_record(*this, op);
+    }
+}
+
+void OpFilter_SparseSVSim::reset(unsigned long qubits) {
+    constexpr unsigned long most_qubits = 63;  // a key has one bit for the marker
+    if (qubits > most_qubits) {
+        throw std::runtime_error("This quick sparse_sv prototype just handles 64 qubits.");
+    }
+    num_qubits = qubits;
+    qubit_mask = (1UL << qubits) - 1;
+    prune_threshold = 1e-25;
+    replace_by(0);
+}
+
+}  // namespace Nimbrel

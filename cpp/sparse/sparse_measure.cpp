@@ -1,0 +1,112 @@
+// Measuring and setting qubits: samples, projections, reads and writes.
+#include <cmath>
+#include <stdexcept>
+
+#include "core_register.h"
+#include "sparse/sparse_filter.h"
+#include "support/bits.h"
+#include "support/random.h"
+
+namespace Nimbrel {
+namespace {
+
+void scale(TermList& terms, double factor) {
+    for (term_t& term : terms) {
+        term.amplitude.re *= factor;
+        term.amplitude.im *= factor;
+    }
+}
+
+[[noreturn]] void refuse_projection() {
+    throw std::runtime_error("qc.postselect() no non-zero terms match the desired value.");
+}
+
+}  // namespace
+
+// Rounding can leave the total short of the draw. Then the number of the last term stands in for a
+// key, also for an empty list; outcomes have to be repeatable, so it stays.
+unsigned long OpFilter_SparseSVSim::sample(unsigned long targets) const {
+    const double draw = random_zero_to_one();
+    unsigned long chosen = terms.size() - 1;
+    double sum = 0.0;
+    for (const term_t& term : terms) {
+        sum += squared_magnitude(term.amplitude);
+        if (sum >= draw) {
+            chosen = term.key;
+            break;
+        }
+    }
+    return (chosen & (targets * 2)) >> 1;
+}
+
+unsigned long OpFilter_SparseSVSim::measure(unsigned long targets) {
+    const unsigned long values = sample(targets);
+    postselect(values, targets);
+    return values;
+}
+
+void OpFilter_SparseSVSim::postselect(unsigned long value, unsigned long mask) {
+    if (mask == 0) {
+        throw std::runtime_error("qc.postselect() must specify at least one qubit to measure.");
+    }
+    const KeyPattern wanted{key_bits(mask), key_bits(value)};
+    double sum = 0.0;
+    for (term_t& term : terms) {
+        if (wanted.matches(term.key)) {
+            sum += squared_magnitude(term.amplitude);
+        } else {
+            term.amplitude = {0.0, 0.0};
+        }
+    }
+    if (std::isnan(sum)) return;
+    if (sum == 0.0) refuse_projection();
+    scale(terms, 1.0 / std::sqrt(sum));
+}
+
+double OpFilter_SparseSVSim::normalize() {
+    double sum = 0.0;
+    for (const term_t& term : terms) sum += squared_magnitude(term.amplitude);
+    if (sum > 0.0) scale(terms, 1.0 / std::sqrt(sum));
+    return sum;
+}
+
+void OpFilter_SparseSVSim::replace_by(unsigned long index) {
+    terms.assign(1, {index * 2, {1.0, 0.0}});
+}
+
+// A negative number climbs toward zero, and a run may cross it.
+void OpFilter_SparseSVSim::store_flags(long first_flag, unsigned long targets,
+                                       unsigned long values) {
+    if (first_flag == 0) return;
+    auto flag = static_cast<unsigned long>(first_flag);
+    for_each_bit(targets, [&](unsigned long qubit) {
+        qpu->set_read_flag(static_cast<long>(flag), (values & qubit) != 0 ? 1 : 0);
+        ++flag;
+    });
+}
+
+void OpFilter_SparseSVSim::read(const QPUOp& op) {
+    if (!qpu->flag_condition(op.cond_flag)) return;
+    const unsigned long targets = op.target_mask & qubit_mask;
+    if (targets == 0) return;
+    store_flags(op.read_flag, targets, measure(targets));
+}
+
+void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target_mask,
+                                       long cond_flag, long read_flag) {
+    if (!qpu->flag_condition(cond_flag)) return;
+    const unsigned long targets = target_mask & qubit_mask;
+    // Nothing of the old state would be left, so nothing is drawn.
+    if (targets == qubit_mask) return replace_by(value & qubit_mask);
+    if (targets == 0) return;
+    const unsigned long measured = measure(targets);
+    store_flags(read_flag, targets, measured);
+    const unsigned long flips = (value ^ measured) & targets;
+    for (term_t& term : terms) term.key ^= flips * 2;
+}
+
+void OpFilter_SparseSVSim::clear(unsigned long target_mask, long cond_flag) {
+    apply_write(0, target_mask, cond_flag, 0);
+}
+
+}  // namespace Nimbrel

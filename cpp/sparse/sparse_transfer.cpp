@@ -1,0 +1,124 @@
+// Amplitudes to and from the caller's arrays.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+#include "core_register.h"
+#include "filter/array_checks.h"
+#include "sparse/sparse_filter.h"
+#include "support/bits.h"
+
+namespace Nimbrel {
+namespace {
+
+/// Terms of one setting of the qubits outside a mask, and where each goes.
+class Slice {
+  public:
+    /// `mask` is a mask of key bits, `member` the key of some term of the slice.
+    Slice(unsigned long mask, unsigned long member) : mask_(mask), member_(member) {}
+
+    bool holds(unsigned long key) const { return ((key ^ member_) & ~mask_) == 0; }
+
+    /// The key's bits on the mask side by side, the lowest of them in bit 0.
+    unsigned long place_of(unsigned long key) const {
+        unsigned long place = 0;
+        unsigned long next = 1;
+        for_each_bit(mask_, [&](unsigned long bit) {
+            if ((key & bit) != 0) place |= next;
+            next <<= 1;
+        });
+        return place;
+    }
+
+  private:
+    unsigned long mask_;
+    unsigned long member_;
+};
+
+/// Key of the term of largest magnitude, the first of equals; 0 if none is above 0.
+unsigned long largest_key(const TermList& terms) {
+    unsigned long key = 0;
+    double largest = 0.0;
+    for (const term_t& term : terms) {
+        const double magnitude = squared_magnitude(term.amplitude);
+        if (magnitude > largest) {
+            largest = magnitude;
+            key = term.key;
+        }
+    }
+    return key;
+}
+
+/// Amplitudes that an array must have for every stored term to find its place.
+unsigned long terms_spanned(const TermList& terms) {
+    unsigned long highest = 0;
+    for (const term_t& term : terms) highest = std::max(highest, term.key >> 1);
+    return terms.empty() ? 0 : highest + 1;
+}
+
+bool differs(double a, double b, double tolerance) { return std::fabs(a - b) > tolerance; }
+
+}  // namespace
+
+unsigned long OpFilter_SparseSVSim::room_for_amplitudes(unsigned long length) const {
+    return length != 0 ? std::min(length, caller_arrays.amplitudes) : caller_arrays.amplitudes;
+}
+
+void OpFilter_SparseSVSim::pull_state(complex_t* dest, std::string& /*info*/,
+                                      unsigned long length) {
+    require_amplitudes("pull_state", terms_spanned(terms), room_for_amplitudes(length));
+    require_writable("pull_state", caller_arrays);
+    std::fill_n(dest, length, complex_t{0.0, 0.0});
+    for (const term_t& term : terms) dest[term.key >> 1] = term.amplitude;
+}
+
+void OpFilter_SparseSVSim::pull_state_specific(std::string& /*message*/, complex_t* dest,
+                                               unsigned long length, unsigned long mask) {
+    const Slice slice(key_bits(mask), largest_key(terms));
+    unsigned long needed = 0;
+    for (const term_t& term : terms) {
+        if (slice.holds(term.key)) needed = std::max(needed, slice.place_of(term.key) + 1);
+    }
+    require_amplitudes("pull_state_specific", needed, room_for_amplitudes(length));
+    require_writable("pull_state_specific", caller_arrays);
+    std::fill_n(dest, length, complex_t{0.0, 0.0});
+    for (const term_t& term : terms) {
+        if (slice.holds(term.key)) dest[slice.place_of(term.key)] = term.amplitude;
+    }
+}
+
+void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mask,
+                                      unsigned long length) {
+    if (mask != 0) {
+        throw std::runtime_error("Partial push_state is not yet implemented for sparse_sv.");
+    }
+    const auto is_kept = [this](const complex_t& a) {
+        return !is_raw_zero(a) && !(prune_threshold > squared_magnitude(a));
+    };
+    // Counted first: a vast array of few terms must not claim its own size.
+    const auto kept = static_cast<std::size_t>(std::count_if(source, source + length, is_kept));
+    terms.reserve(kept);
+    terms.clear();
+    for (unsigned long i = 0; i < length; ++i) {
+        if (is_kept(source[i])) terms.push_back({i * 2, source[i]});
+    }
+}
+
+int OpFilter_SparseSVSim::check_state(const complex_t* expected, double tolerance,
+                                      bool /*flag*/) const {
+    for (const term_t& term : terms) {
+        const unsigned long index = term.key >> 1;
+        if (index >= caller_arrays.amplitudes) {
+            require_amplitudes("check_state", terms_spanned(terms), caller_arrays.amplitudes);
+        }
+        const complex_t& wanted = expected[index];
+        if (differs(term.amplitude.re, wanted.re, tolerance) ||
+            differs(term.amplitude.im, wanted.im, tolerance)) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+}  // namespace Nimbrel

@@ -1,0 +1,43 @@
+/// One stored term of a sparse state, and how walks pick terms by their keys.
+#pragma once
+
+#include <vector>
+
+#include "support/complex.h"
+
+namespace Nimbrel {
+
+/// A term: the index of a basis state one bit up, and its amplitude. The bit below the index is a
+/// gate's marker and 0 at rest, which leaves 63 bits for qubits.
+struct term_t {
+    unsigned long key;
+    complex_t amplitude;
+};
+
+static_assert(sizeof(term_t) == 24);
+
+using TermList = std::vector<term_t>;
+
+/// The marker of the sort-marker method.
+inline constexpr unsigned long term_marker = 1;
+
+inline bool compare_terms(const term_t& a, const term_t& b) { return a.key < b.key; }
+
+/// Squared magnitude, each product and the sum rounded by itself.
+inline double squared_magnitude(const complex_t& a) { return a.re * a.re + a.im * a.im; }
+
+/// Bits of a key that must have given values. Terms match when their masked key is the value, so
+/// that a value with bits outside the mask matches none.
+struct KeyPattern {
+    unsigned long mask = 0;
+    unsigned long value = 0;
+
+    /// The condition of a gate: each bit of `conds` must be 1, or 0 if it is in `negs` as well.
+    static constexpr KeyPattern condition(unsigned long conds, unsigned long negs) {
+        return {conds, conds & ~negs};
+    }
+
+    constexpr bool matches(unsigned long key) const { return (key & mask) == value; }
+};
+
+}  // namespace Nimbrel
