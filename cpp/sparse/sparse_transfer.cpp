@@ -96,9 +96,14 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     const auto is_kept = [this](const complex_t& a) {
         return !is_raw_zero(a) && !(prune_threshold > squared_magnitude(a));
     };
-    // Counted first: a vast array of few terms must not claim its own size.
+    // Counted first: a vast array of few terms must not claim its own size, and a failed claim must
+    // leave the old state.
     const auto kept = static_cast<std::size_t>(std::count_if(source, source + length, is_kept));
-    terms.reserve(kept);
+    if (terms.capacity() < kept) {
+        TermList larger;
+        larger.reserve(kept);
+        terms.swap(larger);
+    }
     terms.clear();
     for (unsigned long i = 0; i < length; ++i) {
         if (is_kept(source[i])) terms.push_back({i * 2, source[i]});
