@@ -29,11 +29,11 @@ WHEEL := build/wheel/.built
 .PHONY: sanitize-address sanitize-thread bench gtest clean
 
 help:
-	@echo "make demo      install into $(VENV), add two numbers of a thousand bits, estimate a phase"
+	@echo "make demo      install into $(VENV), run one example of each filter"
 	@echo "make test      native tests, and the Python tests under every NumPy served"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
-	@echo "make bench     rates of the bit filter; the dense filter beside other simulators"
+	@echo "make bench     rates of the bit filter; the dense and the sparse filter beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make clean     remove everything that these targets made"
 	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
@@ -41,6 +41,7 @@ help:
 demo: $(INSTALLED)
 	$(VENV_PYTHON) examples/adder.py
 	$(VENV_PYTHON) examples/phase_estimation.py
+	$(VENV_PYTHON) examples/factor_pairs.py
 
 install: $(INSTALLED)
 
@@ -83,6 +84,7 @@ sanitize-thread: $(TEST_TOOLS) gtest
 bench: $(INSTALLED) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit_filter.py
 	$(VENV_PYTHON) bench/dense.py
+	$(VENV_PYTHON) bench/sparse.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache

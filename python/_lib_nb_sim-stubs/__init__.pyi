@@ -12,13 +12,14 @@ contiguous one that is not empty: NumPy gives a new empty array a stride of 0. A
 its first dimension. Arrays are read and written in place and never kept, but for
 `override_state_buffer`; none should share memory with the buffer given there.
 
-Amplitudes. Filters that hold amplitudes, as the dense filter, look at the memory behind an array
-before they use it. One that is too short fails with "Error: NAME() needs an array of N
+Amplitudes. Filters that hold amplitudes, the dense and the sparse one, look at the memory behind an
+array before they use it. One that is too short fails with "Error: NAME() needs an array of N
 amplitudes, but was given M.", one that is read-only, where it is to be written, with "Error: NAME()
 needs an array that it may write to.", NAME being the function. A register that does not exist is
 reported first: by the dense filter with a text that begins "Error: Simulated state vector data is
 requested, but not present.", by the bit filter with "qc.reset() has not been called or did not
-succeed.".
+succeed.". The sparse filter has an empty list of terms then, which is no error. Its list has an
+order of its own, told where it matters.
 
 Errors. Every failure sets a RuntimeError with the message and returns None all the same. The
 interpreter reports such a call as a SystemError, whose `__cause__` is the RuntimeError. "Raises"
@@ -40,11 +41,13 @@ def pull_state(handle: SupportsIndex, dest: NDArray[np.complex128], /) -> str:
     Args:
         handle: The filter.
         dest: Complex array of shape (2**n,) or longer for the amplitudes of n qubits, in order of
-            their index. The bit filter leaves it as it is; an array of length 1 will do.
+            their index. For the sparse filter it may be shorter, as long as it has a place for
+            every stored term; the rest of it becomes zeros. The bit filter leaves it as it is; an
+            array of length 1 will do.
 
     Returns:
         The filter's text about its state. From the bit filter: one character "0" or "1" for each
-        qubit, qubit 0 first. From the dense filter: nothing.
+        qubit, qubit 0 first. From the dense and the sparse filter: nothing.
 
     Raises:
         RuntimeError: `dest` is not a complex array ("Error: pull_state() dest buffer must be an
@@ -58,17 +61,20 @@ def pull_state_specific(
     """Copies the amplitudes of some qubits out as if they stood alone.
 
     For each state of the other qubits there is one slice of amplitudes over the selected ones. The
-    heaviest slice is copied, the earliest of equals with most terms, and not normalised.
+    heaviest slice is copied, the earliest of equals with most terms, and not normalised. The sparse
+    filter copies the slice that holds its largest term, the first of equals in the list.
 
     Args:
         handle: The filter.
         dest: Complex array of shape (2**k,) or longer for the amplitudes of k selected qubits, in
-            order of their values, the lowest qubit least significant.
-        selector: Mask of the qubits, 32 bits; 0 selects the whole state.
+            order of their values, the lowest qubit least significant. For the sparse filter it
+            may be shorter, as long as it has a place for every term of the slice.
+        selector: Mask of the qubits, 32 bits; 0 selects the whole state, but on the sparse filter
+            no qubit, so that `dest` gets the largest term alone.
 
     Returns:
         " entangled with the overall state of the circuit." when the probabilities in the slices
-        differ, else nothing. Phases are not compared.
+        differ, else nothing. Phases are not compared. From the sparse filter: always nothing.
 
     Raises:
         RuntimeError: `dest` is not a complex array (with the text of `pull_state`); the register
@@ -84,10 +90,15 @@ def push_state(
     Selected qubits are measured and set to 0 first, which collapses what is entangled with them;
     then `source` is multiplied in as their factor. It is taken as it is and not normalised.
 
+    The sparse filter takes a whole state only, of any length: its terms become those whose squared
+    magnitude is not below 1e-25 (not zero, before the first reset), in order of their index. It
+    does not look whether its register has them.
+
     Args:
         handle: The filter.
         source: Complex array of amplitudes, in order of their index: shape (2**n,) or longer for
-            the whole state of n qubits, (2**k,) or longer for k selected qubits.
+            the whole state of n qubits, (2**k,) or longer for k selected qubits; any shape (m,)
+            for the sparse filter.
         selector: Mask of the qubits, 32 bits; 0 selects the whole state. The qubits must be one
             run without gaps: with gaps the amplitudes go to other terms.
 
@@ -95,8 +106,9 @@ def push_state(
         RuntimeError: `source` is not a complex array ("Error: push_state() dest buffer must be an
             array of type complex128"); the register does not exist; `source` is too short; the
             register lacks a selected qubit ("Error: push_state() selector S names qubits outside
-            the register of N qubits."); or the filter takes no state. The bit filter says
-            "qc.push_state() has not been implemented for the Clifford sim.", other filters
+            the register of N qubits."); the sparse filter is given a selector ("Partial push_state
+            is not yet implemented for sparse_sv."); or the filter takes no state. The bit filter
+            says "qc.push_state() has not been implemented for the Clifford sim.", other filters
             "Error: no QPU data for qc.push_state()".
     """
 
@@ -112,11 +124,12 @@ def check_state(
     Args:
         handle: The filter.
         expected: Complex array of amplitudes, in order of their index, of shape (2**n,) or longer
-            for a dense state of n qubits.
+            for a dense state of n qubits. The sparse filter compares its stored terms in the order
+            of the list, up to the first that differs, and looks at no other entry.
         tolerance: Largest difference allowed in a real or an imaginary part. A NaN agrees with
             anything.
-        flag: Handed to the filter as on (non-zero) or off; a signed 32-bit number. The dense
-            filter does not use it.
+        flag: Handed to the filter as on (non-zero) or off; a signed 32-bit number. The dense and
+            the sparse filter do not use it.
 
     Returns:
         1 when the state agrees, else 0. A filter without amplitudes, as the bit filter, answers 1
@@ -124,7 +137,8 @@ def check_state(
 
     Raises:
         RuntimeError: `expected` is not a complex array (with the text of `push_state`); or, on the
-            dense filter, the register does not exist or `expected` is too short.
+            dense filter, the register does not exist or `expected` is too short; or, on the sparse
+            filter, no term differs before one that lies past `expected`.
     """
 
 def override_state_buffer(handle: SupportsIndex, buffer: NDArray[np.complex128], /) -> None:
@@ -146,7 +160,7 @@ def override_state_buffer(handle: SupportsIndex, buffer: NDArray[np.complex128],
             override_state_buffer() buffer must be an array of type complex128"); the buffer holds
             less than its qubits need, as one of length 0 or 1 does; it begins elsewhere ("Error:
             override_state_buffer() needs a buffer that begins at a multiple of 32 bytes."); it is
-            read-only; or the filter has no such buffer, as the bit filter ("Error:
+            read-only; or the filter has no such buffer, as all but the dense one ("Error:
             override_state_buffer is not implemented for this filter type."). The register is as
             before then.
     """
@@ -178,7 +192,8 @@ def new_native_filter(type_name: str, /) -> int:
 
     Args:
         type_name: The filter's type, compared exactly: "StreamQPU" for the dense state vector,
-            "StreamBitQPU" for one classical bit per qubit.
+            "StreamSparseQPU" for a list of non-zero terms on up to 63 qubits, "StreamBitQPU" for
+            one classical bit per qubit.
 
     Returns:
         The handle, above 0 and never given out twice in a process.
@@ -200,7 +215,7 @@ def delete_native_filter(handle: SupportsIndex, /) -> None:
 def set_random(handle: SupportsIndex, /) -> None:
     """Sets all amplitudes to a random normalised state.
 
-    A filter without amplitudes, as the bit filter, does nothing.
+    The sparse and the bit filter do nothing.
 
     Args:
         handle: The filter.
@@ -216,8 +231,9 @@ def normalize(handle: SupportsIndex, /) -> float:
         handle: The filter.
 
     Returns:
-        The total probability before; a state of 0.0 stays as it is. A filter without amplitudes,
-        as the bit filter, answers 1.0 without a look.
+        The total probability before; a state of 0.0 stays as it is, and the sparse filter answers
+        0.0 before its first reset. A filter without amplitudes, as the bit filter, answers 1.0
+        without a look.
 
     Raises:
         RuntimeError: no filter has this handle; or the register does not exist.
@@ -232,8 +248,8 @@ def pps(handle: SupportsIndex, x_mask: SupportsIndex, z_mask: SupportsIndex, /) 
         z_mask: Qubits with a Z factor, 32 bits; a qubit in both masks has a Y.
 
     Returns:
-        The probability, 0.0 to 1.0, and 0.0 for two empty masks. A filter without amplitudes, as
-        the bit filter, answers 0.0 without a look.
+        The probability, 0.0 to 1.0, and 0.0 for two empty masks. The sparse and the bit filter
+        answer 0.0 without a look.
 
     Raises:
         RuntimeError: no filter has this handle; or the register does not exist.
@@ -242,31 +258,36 @@ def pps(handle: SupportsIndex, x_mask: SupportsIndex, z_mask: SupportsIndex, /) 
 def postselect(handle: SupportsIndex, value: SupportsIndex, mask: SupportsIndex, /) -> None:
     """Keeps only the part of the state in which qubits have given values.
 
-    The rest is scaled to total probability 1. The bit filter's state either has the values already
-    or cannot, so it is never changed.
+    The rest is scaled to total probability 1. The sparse filter keeps the terms that fail, with
+    amplitude 0. The bit filter's state either has the values already or cannot, so it is never
+    changed.
 
     Args:
         handle: The filter.
-        value: Bit k is the value wanted of qubit k, 32 bits.
+        value: Bit k is the value wanted of qubit k, 32 bits. On the sparse filter nothing matches
+            a bit outside `mask`.
         mask: The qubits that count, 32 bits.
 
     Raises:
         RuntimeError: no reset record has run; `mask` is 0, for which the dense filter says
-            "qc.postselect() must specify at least one qubit to postselect." and the bit filter
+            "qc.postselect() must specify at least one qubit to postselect.", the sparse filter
+            "qc.postselect() must specify at least one qubit to measure." and the bit filter
             "qc.peek_read_probability() must specify at least one qubit to measure."; or nothing of
             the state matches. Then the dense filter says "Error: qc.postselect() no nonzero terms
-            match desired value." and its state is all zero, and the bit filter says
-            "qc.postselect() no non-zero terms match the desired value.".
+            match desired value.", the sparse and the bit filter "qc.postselect() no non-zero terms
+            match the desired value."; a dense or sparse state is all zero then.
     """
 
 def peek_num_nonzero_terms(handle: SupportsIndex, /) -> int:
-    """Number of terms whose amplitude is not zero.
+    """Number of terms that the sparse filter stores.
+
+    Terms of amplitude 0, which gates and measurements leave behind, count too.
 
     Args:
         handle: The filter.
 
     Returns:
-        The number, cut to its low 32 bits.
+        The number, cut to its low 32 bits; 0 before the first reset.
 
     Raises:
         RuntimeError: the filter does not keep such a list, as the dense and the bit filter
@@ -282,8 +303,10 @@ def peek_n_biggest_terms(
 ) -> None:
     """Finds the terms of largest probability, the largest first, of equals the lowest index first.
 
-    Places left over, when fewer terms are not zero, get index 0 and amplitude 0. A filter without
-    amplitudes, as the bit filter, leaves both arrays as they are.
+    Of equals the sparse filter puts the one first that comes first in its list. It leaves out terms
+    whose probability is 0 or no number. Places left over, when fewer terms are not zero, get index
+    0 and amplitude 0. A filter without amplitudes, as the bit filter, leaves both arrays as they
+    are.
 
     Args:
         handle: The filter.
@@ -295,9 +318,9 @@ def peek_n_biggest_terms(
         RuntimeError: `indices` is complex or has another stride ("Error: peek_n_biggest_terms()
             dest_indoces must be an array of type int"); `amplitudes` is not a complex array
             ("Error: peek_n_biggest_terms() dest_amplitudes must be an array of type complex128");
-            or, on the dense filter, the register does not exist, `indices` is too short ("Error:
+            or, on the dense and the sparse filter, `indices` is too short ("Error:
             peek_n_biggest_terms() needs an array of N indices, but was given M."), `amplitudes` is,
-            or one of them is read-only.
+            or one of them is read-only, or the dense register does not exist.
     """
 
 def peek_value(
@@ -314,9 +337,10 @@ def peek_value(
 
     Raises:
         RuntimeError: `dest` is not a complex array ("Error: peek_value() dest_amplitude must be an
-            array of type complex128"); or, on the dense filter, the register does not exist, `dest`
-            is empty or read-only, or the register has no such term ("Error: peek_value() index I
-            lies outside the register of N terms.").
+            array of type complex128"); on the dense and the sparse filter, `dest` is empty or
+            read-only; or, on the dense filter, the register does not exist or has no such term
+            ("Error: peek_value() index I lies outside the register of N terms."). The sparse filter
+            gives 0 for a term that it does not store.
     """
 
 def random_seed(unused: SupportsIndex, seed: SupportsIndex, /) -> None:
@@ -338,10 +362,12 @@ def peek_read_probability(
 
     Args:
         handle: The filter.
-        value: Bit k is the value asked of qubit k, 32 bits.
+        value: Bit k is the value asked of qubit k, 32 bits. On the sparse filter nothing matches
+            a bit outside `mask`.
         mask: The qubits that count, 32 bits.
         limit: Above 0, a bound by which a filter may stop early: each block of the dense filter
-            stops as soon as its own sum reaches it. The bit filter does not use it.
+            stops as soon as its own sum reaches it, the sparse filter as soon as the sum over its
+            list does. The bit filter does not use it.
 
     Returns:
         The probability; exactly 1.0 or 0.0 from the bit filter.
@@ -414,7 +440,7 @@ def enable_qubit_debugging(handle: SupportsIndex, on: SupportsIndex, /) -> None:
 def finish(handle: SupportsIndex, /) -> None:
     """Waits until work still under way on the register has ended.
 
-    The dense and the bit filter never leave any.
+    The dense, the sparse and the bit filter never leave any.
 
     Args:
         handle: The filter.

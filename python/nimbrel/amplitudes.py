@@ -8,6 +8,9 @@ import numpy.typing as npt
 Amplitudes: TypeAlias = npt.NDArray[np.complex128]
 """Amplitudes in order of their term index, shape (2**n,)."""
 
+Indices: TypeAlias = npt.NDArray[np.uint64]
+"""Term indices, shape (m,)."""
+
 BUFFER_ALIGNMENT: Final = 32
 """Bytes; the engine loads two amplitudes at a time."""
 
@@ -34,18 +37,20 @@ def aligned_buffer(num_qubits: int) -> Amplitudes:
     return memory[start : start + size].view(np.complex128)
 
 
-def as_amplitudes(values: npt.ArrayLike, terms: int) -> Amplitudes:
+def as_amplitudes(values: npt.ArrayLike, terms: int | None = None) -> Amplitudes:
     """Amplitudes as an array that the engine may read; copied only when they are not yet one.
 
     Args:
         values: Numbers, shape (terms,).
-        terms: How many there must be.
+        terms: How many there must be; None takes any number from 1.
 
     Raises:
         ValueError: If the shape is another one.
     """
     array = np.ascontiguousarray(values, dtype=np.complex128)
-    if array.shape != (terms,):
+    if terms is None and (array.ndim != 1 or not len(array)):
+        raise ValueError(f"the state must have shape (m,) with m from 1, not {array.shape}")
+    if terms is not None and array.shape != (terms,):
         raise ValueError(f"the state must have shape ({terms},), not {array.shape}")
     return array
 

@@ -68,7 +68,8 @@ def write(
         targets: Qubits to set; bit k of `value` goes to the k-th one in the order given.
         value: The bits, 0 <= value < 2**len(targets).
         read_flag: When not 0, the first flag that takes the written bits, assigned as by
-            `read`: from the lowest qubit up, whatever the order of `targets`.
+            `read`: from the lowest qubit up, whatever the order of `targets`. A sparse filter
+            stores none.
         flag: The classical condition.
 
     Returns:
@@ -118,8 +119,9 @@ def free(
         targets: Qubits to free.
         check: Queue an event when a qubit is not 0. The engine checks only while qubit
             debugging is on; some filters never check.
-        event_code: The `code` of that event, 32 bits.
-        flag: The classical condition.
+        event_code: The `code` of that event, 32 bits. A sparse filter never checks and takes
+            this word for the classical condition instead, so leave it at 0 there.
+        flag: The classical condition; without effect on a sparse filter.
 
     Returns:
         Records, shape (n,), dtype `QPU_OP`.

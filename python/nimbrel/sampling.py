@@ -9,21 +9,22 @@ import numpy.typing as npt
 def draw_terms(
     state: npt.NDArray[np.complex128], shots: int, rng: np.random.Generator
 ) -> npt.NDArray[np.int64]:
-    """Draw term indices, each with the probability of its term.
+    """Draw places in an array of amplitudes, each with the probability of its term.
 
     Args:
-        state: Amplitudes in order of their index, shape (terms,); the norm need not be 1.
+        state: Amplitudes, shape (terms,); the norm need not be 1. Of a dense register, in
+            order of their index, so that a place is a term index.
         shots: Number of draws.
         rng: Where the draws come from: one uniform number a shot.
 
     Returns:
-        Term indices, shape (shots,).
+        Places, shape (shots,).
 
     Raises:
         ValueError: If the norm of the state is 0 or not finite.
     """
     summed = np.cumsum(state.real**2 + state.imag**2)
-    total = summed[-1]
+    total = summed[-1] if len(summed) else 0.0
     if not 0.0 < total < np.inf:
         raise ValueError(f"a state of total probability {total:g} has no outcomes to draw")
     drawn = np.searchsorted(summed, rng.random(shots) * total, side="right")

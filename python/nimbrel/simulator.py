@@ -7,8 +7,8 @@ import numpy as np
 import numpy.typing as npt
 
 from nimbrel._engine import _call, _word32
-from nimbrel.dense import DenseOperations
 from nimbrel.records import RecordArray, program
+from nimbrel.state import StateOperations
 
 FLAGS_PER_FETCH: Final = 32
 """Flags that one call of the engine returns at most."""
@@ -35,11 +35,11 @@ def seed(value: int) -> None:
     _call(_lib_nb_sim.random_seed, 0, _word32(value, "seed"))
 
 
-class Simulator(DenseOperations):
+class Simulator(StateOperations):
     """One filter of the engine, freed on leaving the `with` block.
 
-    The engine holds the interpreter lock during every call. Amplitudes, probabilities and
-    samples of a dense register are the methods of `DenseOperations`.
+    The engine holds the interpreter lock during every call. Terms, amplitudes, probabilities
+    and samples are the methods of `StateOperations`.
 
         with Simulator("StreamBitQPU") as sim:
             sim.run(reset(100), x([3, 70]), read(range(100), 2))
@@ -111,6 +111,9 @@ class Simulator(DenseOperations):
     def peek_probability(self, value: int, mask: int, limit: float = 0.0) -> float:
         """The probability to read `value` on the qubits of `mask`, without measuring.
 
+        Masks reach qubits 0 to 31 of any register; `probabilities` reaches the others of a
+        sparse one.
+
         Args:
             value: The bits to look for, 32 bits, bit k for qubit k.
             mask: The qubits, 32 bits, bit k for qubit k.
@@ -131,6 +134,9 @@ class Simulator(DenseOperations):
 
     def postselect(self, value: int, mask: int) -> None:
         """Project the qubits of `mask` on `value`.
+
+        Masks reach qubits 0 to 31, so a program on a larger register keeps low what it
+        selects by.
 
         Args:
             value: The bits to keep, 32 bits, bit k for qubit k.
