@@ -167,7 +167,7 @@ def peak_figures() -> list[Figure]:
     """Memory at the peak of pair walks, each in a process of its own."""
     script = Path(__file__).with_name("sparse_peak.py")
     figures = []
-    for kind in ("growing", "paired", "lopsided"):
+    for kind in ("growing", "paired", "lopsided", "uneven"):
         command = [sys.executable, str(script), str(PEAK_QUBITS), kind]
         done = subprocess.run(command, capture_output=True, text=True, check=True)
         name = f"peak of a {kind} list's walk"

@@ -1,16 +1,17 @@
 """Measure the memory at the peak of a pair walk; a process of its own, since a peak never falls.
 
-    python bench/sparse_peak.py QUBITS {growing,paired,lopsided}
+    python bench/sparse_peak.py QUBITS {growing,paired,lopsided,uneven}
 
 Prints the peak over the bytes of the larger list, 24 a term. The walk is a Hadamard on a list in
 no order: one that doubles to 2**QUBITS terms, one of 2**QUBITS terms that all have their partner,
-or such a list with two terms more, which get theirs.
+such a list with two terms more, which get theirs, or one that was ordered by merging a large side
+into a small one just before.
 """
 
 import sys
 from pathlib import Path
 
-from nimbrel import RecordArray, Simulator, h, program, reset
+from nimbrel import RecordArray, Simulator, h, program, reset, x
 from sparse_engine import scrambling
 
 TERM_BYTES = 24
@@ -32,6 +33,11 @@ def steps(kind: str, num_qubits: int) -> tuple[RecordArray, RecordArray, int]:
         return program(h(qubits[:-1]), scrambling(qubits[:-1])), h(new), full
     if kind == "paired":
         return program(h(qubits), scrambling(qubits)), h(qubits[-1]), full
+    if kind == "uneven":
+        # Seven terms of eight get the qubit on top; its Hadamard is ordered for and does not act.
+        on_top = program(x(num_qubits), x(num_qubits, controls=qubits[:3]))
+        merged = h(num_qubits, controls=num_qubits + 1)
+        return program(h(qubits), on_top, merged, scrambling(qubits)), h(qubits[-1]), full + full // 4
     few = h(num_qubits, controls=qubits[:-1])  # in one of two settings of the last qubit each
     return program(h(qubits), few, scrambling(qubits[1:])), h(0), full + 4
 
@@ -40,7 +46,7 @@ def peak_ratio(kind: str, num_qubits: int) -> float:
     """Peak of the process above what it held before, over the bytes of the larger list."""
     before, walk, terms = steps(kind, num_qubits)
     with Simulator("StreamSparseQPU") as sim:
-        sim.run(reset(num_qubits + 1))
+        sim.run(reset(num_qubits + 2))
         held = kilobytes("VmRSS")
         sim.run(before, walk)
         if sim.num_stored_terms() != terms:

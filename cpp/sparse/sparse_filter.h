@@ -16,8 +16,9 @@ namespace Nimbrel {
 /// that it adds behind them; every other operation keeps the order. No gate removes a term, and a
 /// term whose amplitude has become 0 is kept and counted.
 ///
-/// Masks are 64 bits wide; bits outside the register have no effect. Angles are in degrees. A
-/// reset keeps the memory of the longest list so far. Everything runs on the caller's thread.
+/// Masks are 64 bits wide; bits outside the register have no effect. Angles are in degrees. The
+/// memory of the longest list so far, and as much again for ordering it, is kept until the filter
+/// ends. Everything runs on the caller's thread.
 class OpFilter_SparseSVSim : public OpFilter {
   public:
     ~OpFilter_SparseSVSim() override = default;
@@ -72,6 +73,7 @@ class OpFilter_SparseSVSim : public OpFilter {
     unsigned long num_qubits = 0;
     unsigned long qubit_mask = 0;
     double prune_threshold = 0.0;  ///< squared magnitude; no gate asks for it
+    unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
     TermList terms;
 
   private:
@@ -121,7 +123,6 @@ class OpFilter_SparseSVSim : public OpFilter {
     /// Room that a non-zero `length` or else the caller's own word gives for amplitudes.
     unsigned long room_for_amplitudes(unsigned long length) const;
 
-    unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
     TermList sort_space;           ///< scratch of pair walks, kept for its storage
     SineCosineMemo turns;
 };

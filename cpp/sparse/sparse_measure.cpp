@@ -102,6 +102,7 @@ void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target
     const unsigned long measured = measure(targets);
     store_flags(read_flag, targets, measured);
     const unsigned long flips = (value ^ measured) & targets;
+    if (flips == 0) return;
     for (term_t& term : terms) term.key ^= flips * 2;
 }
 

@@ -156,7 +156,7 @@ void OpFilter_SparseSVSim::mix_pairs(const Gate& gate, unsigned long target_mask
             order_terms(terms, sort_space, survey);
             reserve_partners(terms, sort_space, condition);
         } catch (...) {
-            // Out of memory: the state is whole again before the error leaves.
+            // Out of memory: every term has its own key again before the error leaves.
             unmark_terms(terms, target);
             throw;
         }

@@ -49,7 +49,7 @@ void fold_parity(TermList& terms, const PauliLetters& letters) {
 void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
     if (!qpu->flag_condition(op.cond_flag)) return;
     const PauliLetters letters(op.target_mask & qubit_mask, op.cond_mask & qubit_mask);
-    apply_phase(-90.0, letters.ys, 0, 0, 0);
+    if (letters.ys != 0) apply_phase(-90.0, letters.ys, 0, 0, 0);
     apply_hadamard(letters.ys, 0, 0, 0);
     apply_hadamard(letters.only_xs, 0, 0, 0);
     fold_parity(terms, letters);
@@ -62,7 +62,7 @@ void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
     fold_parity(terms, letters);
     apply_hadamard(letters.only_xs, 0, 0, 0);
     apply_hadamard(letters.ys, 0, 0, 0);
-    apply_phase(90.0, letters.ys, 0, 0, 0);
+    if (letters.ys != 0) apply_phase(90.0, letters.ys, 0, 0, 0);
 }
 
 void OpFilter_SparseSVSim::measure_pauli_product(const QPUOp& op) {

@@ -1,9 +1,7 @@
 // What can be asked of a state without changing it.
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 
-#include "core_register.h"
 #include "filter/array_checks.h"
 #include "sparse/sparse_filter.h"
 

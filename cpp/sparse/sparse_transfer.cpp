@@ -1,10 +1,8 @@
 // Amplitudes to and from the caller's arrays.
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <stdexcept>
 
-#include "core_register.h"
 #include "filter/array_checks.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"

@@ -10,6 +10,7 @@ namespace {
 
 /// Flips bits of every key that matches, without a branch that depends on the key.
 void flip_keys(TermList& terms, KeyPattern pattern, unsigned long flips) {
+    if (flips == 0) return;
     for (term_t& term : terms) term.key ^= pattern.matches(term.key) ? flips : 0;
 }
 

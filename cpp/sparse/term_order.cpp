@@ -7,7 +7,13 @@
 namespace Nimbrel {
 namespace {
 
+/// Makes room for `size` terms, of which nothing is expected. A smaller scratch goes before the
+/// larger one comes, since both beside the list would take too much memory.
 void ensure_size(TermList& scratch, std::size_t size) {
+    if (scratch.capacity() < size) {
+        TermList().swap(scratch);
+        scratch.reserve(size);
+    }
     if (scratch.size() < size) scratch.resize(size);
 }
 

@@ -81,9 +81,7 @@ class TermList:
         indices, amplitudes = self.terms()
         weights = amplitudes.real**2 + amplitudes.imag**2
         values = gather_bits(indices.astype(np.int64), chosen)
-        summed = np.zeros(1 << len(chosen))
-        np.add.at(summed, values, weights)
-        return summed
+        return np.bincount(values, weights, minlength=1 << len(chosen))
 
     def sample(
         self, shots: int, qubits: Qubits | None, rng: np.random.Generator

@@ -29,9 +29,10 @@ class StateOperations(FilterHandle):
     up to 63 qubits, all of which can be named here; its size is known to the engine only, so
     a qubit that it lacks is no error but counts as one that is 0.
 
-    Every method raises `ValueError` after `close` and on a filter without amplitudes, and
-    `RuntimeError` with the engine's own text when the engine reports a failure, such as a
-    dense register without a reset. What a sparse filter cannot do is a `ValueError`.
+    Every method raises `ValueError` after `close`, and `RuntimeError` with the engine's own
+    text when the engine reports a failure, such as a dense register without a reset. Unless a
+    method says otherwise, a filter without amplitudes and what a sparse filter cannot do are a
+    `ValueError`.
     """
 
     def terms(self) -> tuple[Indices, Amplitudes]:
