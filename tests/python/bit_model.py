@@ -92,31 +92,18 @@ def set_bits(mask: int) -> Iterator[int]:
         mask ^= lowest
 
 
-class BitModel:
-    """One bit filter: its register, its read flags, its events and its place in the program."""
+class ProgramModel:
+    """What filters share: the way through a program, the read flags and the open events."""
 
-    def __init__(self, debug_qubits: bool = False) -> None:
-        self.debug_qubits = debug_qubits
-        self.num_qubits = 0
-        self.bits: list[int] = []
-        self.settled: list[int] = []
+    def __init__(self) -> None:
         self.flags = FlagTable()
-        self.extra_targets: list[Pair] = []
-        self.extra_conds: list[Pair] = []
         self.open_ids: list[int] = []
-        self.events: list[tuple[str, str, int, list[int]]] = []
         self.open_label = 0
 
     def run(self, records: Iterable[Record]) -> None:
         """Runs the records in order; raises ModelError at the first that fails, none undone."""
         for record in records:
             self._step(record)
-
-    def state(self) -> str:
-        """What `pull_state` answers: one character for each qubit, qubit 0 first."""
-        if not self.bits:
-            raise ModelError(NO_REGISTER)
-        return "".join("01"[self.bits[q >> 6] >> (q & 63) & 1] for q in range(self.num_qubits))
 
     def _step(self, record: Record) -> None:
         low = record.opcode & 0xFFFFFFFF if record.opcode >> 32 == TAG else None
@@ -130,9 +117,7 @@ class BitModel:
             if low == JUMP and self.flags.holds(record.cond_flag):
                 self.open_label = record.target_mask
         else:
-            self._dispatch(low, record)
-            if low != EXTEND:
-                self._drop_extensions()
+            self._perform(low, record)
 
     def _pass_label(self, record: Record) -> None:
         if record.cond_mask:
@@ -140,42 +125,46 @@ class BitModel:
         if self.open_label == record.target_mask:
             self.open_label = 0
 
-    def _dispatch(self, low: int | None, record: Record) -> None:
-        if low in REFUSED:
-            raise ModelError(f"{REFUSED[low]} has not been implemented for the Bit sim.")
+    def _perform(self, low: int | None, record: Record) -> None:
+        """Carries out a record that is no part of the control flow; `low` is None for a bad tag."""
         if low == CALLBACK:
             raise ModelError(f"Unhandled callback:[lookup:({record.read_flag})]")
-        if low in (X, LEFT_ELBOW, RIGHT_ELBOW, SWAP):
-            self._gate(record)
-        elif low == READ:
-            self._read(record)
-        elif low in (WRITE, CLEAR, FREE):
-            self._write(low, record)
-        elif low == RESET:
-            self._reset(record.target_mask)
-        elif low == EXTEND:
-            self._extend(record)
-        elif low == FLAG_NAND:
-            a, b = signed(record.target_mask), signed(record.cond_mask)
-            self.flags.store_nand(a, b, record.cond_flag, record.read_flag)
-        elif low in OPEN_EVENTS:
+        if low in OPEN_EVENTS:
             self.open_ids.append(event_id(record.angle))
         elif low in CLOSE_EVENTS:
             self._close_event(event_id(record.angle))
-        elif low not in IGNORED:
+        elif low == FLAG_NAND:
+            a, b = signed(record.target_mask), signed(record.cond_mask)
+            self.flags.store_nand(a, b, record.cond_flag, record.read_flag)
+        elif low is None or not self._operate(low, record):
             raise ModelError(f"Error: Unknown opcode: 0x{record.opcode:x}\n")
+
+    def _operate(self, low: int, record: Record) -> bool:
+        """Does what the filter does with an opcode; says whether there is such an opcode."""
+        raise NotImplementedError
+
+    def _close_event(self, closed: int) -> None:
+        for index in reversed(range(len(self.open_ids))):
+            if self.open_ids[index] == closed:
+                del self.open_ids[index]
+                return
+
+
+class WideProgramModel(ProgramModel):
+    """Beyond that what filters of wide registers share: masks that wait for the next record."""
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.extra_targets: list[Pair] = []
+        self.extra_conds: list[Pair] = []
+
+    def _perform(self, low: int | None, record: Record) -> None:
+        super()._perform(low, record)
+        if low != EXTEND:
+            self._drop_extensions()
 
     def _drop_extensions(self) -> None:
         self.extra_targets, self.extra_conds = [], []
-
-    def _reset(self, num_qubits: int) -> None:
-        if num_qubits >= 1 << 48:
-            raise ModelError(
-                f"Error: qc.reset() could not allocate a register of {num_qubits} qubits."
-            )
-        self.num_qubits = num_qubits
-        self.bits = [0] * ((num_qubits + 63) // 64)
-        self.settled = self.bits.copy()
 
     def _extend(self, record: Record) -> None:
         if not self.flags.holds(record.cond_flag):
@@ -187,17 +176,6 @@ class BitModel:
                 Pair(record.cond_mask, record.cond_offset, record.cond_neg_mask)
             )
 
-    def _close_event(self, closed: int) -> None:
-        for index in reversed(range(len(self.open_ids))):
-            if self.open_ids[index] == closed:
-                del self.open_ids[index]
-                return
-
-    def _acts(self, record: Record) -> bool:
-        if not self.bits:
-            raise ModelError(NO_REGISTER)
-        return self.flags.holds(record.cond_flag)
-
     def _take_targets(self, record: Record) -> list[Pair]:
         own = [Pair(record.target_mask, record.target_offset)] if record.target_mask else []
         return own + self.extra_targets
@@ -205,6 +183,55 @@ class BitModel:
     def _take_conds(self, mask: int, negated: int, offset: int) -> list[Pair]:
         own = [Pair(mask, offset, negated)] if mask else []
         return own + self.extra_conds
+
+
+class BitModel(WideProgramModel):
+    """One bit filter: its register, its read flags, its events and its place in the program."""
+
+    def __init__(self, debug_qubits: bool = False) -> None:
+        super().__init__()
+        self.debug_qubits = debug_qubits
+        self.num_qubits = 0
+        self.bits: list[int] = []
+        self.settled: list[int] = []
+        self.events: list[tuple[str, str, int, list[int]]] = []
+
+    def state(self) -> str:
+        """What `pull_state` answers: one character for each qubit, qubit 0 first."""
+        if not self.bits:
+            raise ModelError(NO_REGISTER)
+        return "".join("01"[self.bits[q >> 6] >> (q & 63) & 1] for q in range(self.num_qubits))
+
+    def _operate(self, low: int, record: Record) -> bool:
+        if low in REFUSED:
+            raise ModelError(f"{REFUSED[low]} has not been implemented for the Bit sim.")
+        if low in (X, LEFT_ELBOW, RIGHT_ELBOW, SWAP):
+            self._gate(record)
+        elif low == READ:
+            self._read(record)
+        elif low in (WRITE, CLEAR, FREE):
+            self._write(low, record)
+        elif low == RESET:
+            self._reset(record.target_mask)
+        elif low == EXTEND:
+            self._extend(record)
+        else:
+            return low in IGNORED
+        return True
+
+    def _reset(self, num_qubits: int) -> None:
+        if num_qubits >= 1 << 48:
+            raise ModelError(
+                f"Error: qc.reset() could not allocate a register of {num_qubits} qubits."
+            )
+        self.num_qubits = num_qubits
+        self.bits = [0] * ((num_qubits + 63) // 64)
+        self.settled = self.bits.copy()
+
+    def _acts(self, record: Record) -> bool:
+        if not self.bits:
+            raise ModelError(NO_REGISTER)
+        return self.flags.holds(record.cond_flag)
 
     def _check_offsets(self, pairs: list[Pair]) -> None:
         self._drop_extensions()

@@ -1,4 +1,4 @@
-"""Helpers of the dense engine's tests: a filter to drive, states, and the settings to run under."""
+"""Helpers of the state-vector tests: filters to drive, states, and settings of the dense one."""
 
 from __future__ import annotations
 
@@ -7,7 +7,7 @@ import ctypes
 import random
 from collections.abc import Callable, Iterable, Iterator
 from types import ModuleType
-from typing import Any, NamedTuple, TypeAlias
+from typing import Any, NamedTuple, TypeAlias, TypeVar
 
 import nimbrel as nb
 import numpy as np
@@ -15,7 +15,7 @@ import numpy.typing as npt
 from bit_model import RESET, TAG, Record, pack
 from dense_arithmetic import Amplitude, Generator
 from dense_model import DenseModel
-from support import raises_engine_error
+from support import FilterDriver
 
 Vector: TypeAlias = npt.NDArray[np.complexfloating[Any, Any]]
 
@@ -50,12 +50,29 @@ def reset(num_qubits: int) -> np.ndarray:
     return to_array([reset_record(num_qubits)])
 
 
-class DenseFilter:
-    """One "StreamQPU" filter and the raw calls on it, spelled short."""
+class StateFilter(FilterDriver):
+    """A filter that holds amplitudes."""
+
+    def run_records(self, records: Iterable[Record]) -> None:
+        self.run(to_array(records))
+
+    def load(self, state: Vector) -> None:
+        """Replaces the whole state."""
+        self.call("push_state", state, 0)
+
+    def state(self, num_qubits: int) -> Vector:
+        """All amplitudes in order of their index."""
+        # Anything that the engine leaves out shows as a NaN.
+        dest = np.full(1 << num_qubits, np.nan, dtype=np.complex128)
+        assert self.call("pull_state", dest) == ""
+        return dest
+
+
+class DenseFilter(StateFilter):
+    """One "StreamQPU" filter."""
 
     def __init__(self, engine: ModuleType, setting: Setting | None = None) -> None:
-        self.engine = engine
-        self.handle = engine.new_native_filter("StreamQPU")
+        super().__init__(engine, "StreamQPU")
         if setting is not None:
             self.set(**setting._asdict())
 
@@ -74,65 +91,26 @@ class DenseFilter:
         switches = (randomized, use_opencl, is_async, verbose)
         self.engine.setup_sim_params(self.handle, *limits, *switches)
 
-    def run(self, *parts: np.ndarray) -> None:
-        records = nb.program(*parts)
-        assert self.engine.put_instructions(self.handle, records, len(records)) is None
 
-    def run_records(self, records: Iterable[Record]) -> None:
-        self.run(to_array(records))
-
-    def fails(self, text: str, *parts: np.ndarray) -> None:
-        """Runs the parts in one call and expects exactly this failure."""
-        with raises_engine_error(text):
-            self.run(*parts)
-
-    def call(self, name: str, *arguments: Any) -> Any:
-        """An engine function on this filter."""
-        return getattr(self.engine, name)(self.handle, *arguments)
-
-    def call_fails(self, text: str, name: str, *arguments: Any) -> None:
-        with raises_engine_error(text):
-            self.call(name, *arguments)
-
-    def load(self, state: Vector) -> None:
-        """Replaces the whole state."""
-        self.call("push_state", state, 0)
-
-    def state(self, num_qubits: int) -> Vector:
-        """All amplitudes in order of their index."""
-        # Anything that the engine leaves out shows as a NaN.
-        dest = np.full(1 << num_qubits, np.nan, dtype=np.complex128)
-        assert self.call("pull_state", dest) == ""
-        return dest
-
-    def flags(self, first: int, count: int) -> int:
-        word: int = self.call("fetch_read_result", first, count)
-        return word
-
-    def events(self) -> list[tuple[str, str, int, list[int]]]:
-        """Takes every queued event, the oldest first."""
-        taken = []
-        while (event := self.call("get_next_event")) is not None:
-            name, message, code, ids = event
-            taken.append((name, message, code, ids.tolist()))
-        return taken
-
-    def close(self) -> None:
-        self.engine.delete_native_filter(self.handle)
+Driver = TypeVar("Driver", bound=StateFilter)
 
 
 @contextlib.contextmanager
-def open_dense(
-    engine: ModuleType, num_qubits: int | None = None, setting: Setting | None = None
-) -> Iterator[DenseFilter]:
-    """A dense filter, with a register of `num_qubits` if that is given; freed at the end."""
-    driver = DenseFilter(engine, setting)
+def opened(driver: Driver, num_qubits: int | None) -> Iterator[Driver]:
+    """The filter, with a register of `num_qubits` if that is given; freed at the end."""
     try:
         if num_qubits is not None:
             driver.run(reset(num_qubits))
         yield driver
     finally:
         driver.close()
+
+
+def open_dense(
+    engine: ModuleType, num_qubits: int | None = None, setting: Setting | None = None
+) -> contextlib.AbstractContextManager[DenseFilter]:
+    """A dense filter, with a register of `num_qubits` if that is given; freed at the end."""
+    return opened(DenseFilter(engine, setting), num_qubits)
 
 
 def random_state(rng: random.Random, num_qubits: int) -> Vector:

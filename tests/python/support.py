@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import contextlib
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from types import ModuleType
 from typing import Any
 
 import nimbrel as nb
 import numpy as np
 import pytest
+from bit_model import ModelError
 
 NO_REGISTER = "qc.reset() has not been called or did not succeed."
 PARSE_ERROR = "Error: argument parsing error."
@@ -36,12 +37,23 @@ def raises_engine_error(text: str) -> Iterator[None]:
     assert cause.args == (text,)
 
 
-class BitFilter:
-    """One "StreamBitQPU" filter and the raw calls on it, spelled short."""
+def failure_of(call: Callable[[], Any]) -> Any:
+    """What the call answers, or the text of its failure on either side."""
+    try:
+        return call()
+    except ModelError as error:
+        return f"RuntimeError('{error}')"
+    except SystemError as error:
+        cause = error.__cause__
+        return f"{type(cause).__name__}('{cause}')"
 
-    def __init__(self, engine: ModuleType) -> None:
+
+class FilterDriver:
+    """One filter of some type and the raw calls on it, spelled short."""
+
+    def __init__(self, engine: ModuleType, type_name: str) -> None:
         self.engine = engine
-        self.handle = engine.new_native_filter("StreamBitQPU")
+        self.handle = engine.new_native_filter(type_name)
 
     def run(self, *parts: np.ndarray) -> None:
         records = nb.program(*parts)
@@ -52,31 +64,46 @@ class BitFilter:
         with raises_engine_error(text):
             self.run(*parts)
 
-    def state(self) -> str:
-        """The register as text, qubit 0 first."""
-        text: str = self.engine.pull_state(self.handle, np.zeros(1, dtype=np.complex128))
-        return text
+    def call(self, name: str, *arguments: Any) -> Any:
+        """An engine function on this filter."""
+        return getattr(self.engine, name)(self.handle, *arguments)
+
+    def call_fails(self, text: str, name: str, *arguments: Any) -> None:
+        with raises_engine_error(text):
+            self.call(name, *arguments)
 
     def flags(self, first: int, count: int) -> int:
-        word: int = self.engine.fetch_read_result(self.handle, first, count)
+        word: int = self.call("fetch_read_result", first, count)
         return word
 
     def flag(self, number: int) -> int:
         return self.flags(number, 1)
 
     def debug(self, on: int = 1) -> None:
-        self.engine.enable_qubit_debugging(self.handle, on)
+        self.call("enable_qubit_debugging", on)
 
     def events(self) -> list[tuple[str, str, int, list[int]]]:
         """Takes every queued event, the oldest first."""
         taken = []
-        while (event := self.engine.get_next_event(self.handle)) is not None:
+        while (event := self.call("get_next_event")) is not None:
             name, message, code, ids = event
             taken.append((name, message, code, ids.tolist()))
         return taken
 
     def close(self) -> None:
         self.engine.delete_native_filter(self.handle)
+
+
+class BitFilter(FilterDriver):
+    """One "StreamBitQPU" filter."""
+
+    def __init__(self, engine: ModuleType) -> None:
+        super().__init__(engine, "StreamBitQPU")
+
+    def state(self) -> str:
+        """The register as text, qubit 0 first."""
+        text: str = self.call("pull_state", np.zeros(1, dtype=np.complex128))
+        return text
 
 
 @contextlib.contextmanager

@@ -3,9 +3,7 @@
 import random
 import re
 from collections import Counter
-from collections.abc import Callable
 from types import ModuleType
-from typing import Any
 
 import numpy as np
 import pytest
@@ -23,7 +21,7 @@ from bit_model import (
     pack,
 )
 from random_records import RecordSource, program_lengths, random_width, wild_record
-from support import BitFilter, open_bit_filter
+from support import BitFilter, failure_of, open_bit_filter
 
 PROGRAMS_EACH = 100
 MARKER = 0x10000000
@@ -45,17 +43,6 @@ FLAG_WINDOWS = [
     54_775_790,
     -54_775_825,
 ]
-
-
-def failure_of(call: Callable[[], Any]) -> Any:
-    """What the call answers, or the text of its failure on either side."""
-    try:
-        return call()
-    except ModelError as error:
-        return f"RuntimeError('{error}')"
-    except SystemError as error:
-        cause = error.__cause__
-        return f"{type(cause).__name__}('{cause}')"
 
 
 class Pair:

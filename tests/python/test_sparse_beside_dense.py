@@ -1,0 +1,182 @@
+"""The same random programs on the sparse and the dense filter, which hold the same states.
+
+Each filter draws a measurement in its own way, so what is measured is made certain beforehand: both
+states are projected on one outcome. Left out are records that the two take for different things,
+and targets among their own conditions.
+"""
+
+import random
+from collections.abc import Iterator
+from contextlib import contextmanager
+from types import ModuleType
+
+import bit_model as m
+import dense_model as d
+import numpy as np
+import pytest
+from bit_model import TAG, Record, set_bits
+from dense_programs import GATES, random_flag, some_of, tidy_gate
+from dense_support import StateFilter, open_dense, random_state
+from sparse_support import SparseFilter, open_sparse
+
+CLOSE = 1e-12
+PROGRAMS_EACH = 30
+
+
+def tagged(low: int, **words: int | float) -> Record:
+    return Record(TAG << 32 | low, **words)  # type: ignore[arg-type]
+
+
+class Both:
+    """A dense and a sparse filter of one width, given the same to do."""
+
+    def __init__(self, dense: StateFilter, sparse: SparseFilter, num_qubits: int) -> None:
+        self.num_qubits = num_qubits
+        self.dense = dense
+        self.sparse = sparse
+
+    def run(self, *records: Record) -> None:
+        self.dense.run_records(records)
+        self.sparse.run_records(records)
+        self.compare()
+
+    def call(self, name: str, *arguments: object) -> None:
+        self.dense.call(name, *arguments)
+        self.sparse.call(name, *arguments)
+        self.compare()
+
+    def compare(self) -> None:
+        __tracebackhide__ = True
+        states = self.sparse.state(self.num_qubits), self.dense.state(self.num_qubits)
+        np.testing.assert_allclose(*states, rtol=0, atol=CLOSE)
+        for first in (-32, 0, 32):
+            assert self.sparse.flags(first, 32) == self.dense.flags(first, 32)
+
+    def compare_read_outs(self, rng: random.Random) -> None:
+        mask = rng.randrange(1, 1 << self.num_qubits)
+        value = self.likely_index(rng) & mask
+        probability = self.dense.call("peek_read_probability", value, mask, 0.0)
+        assert self.sparse.probability(value, mask) == pytest.approx(probability, abs=CLOSE)
+        state = self.dense.state(self.num_qubits)
+        assert self.sparse.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
+        state[self.likely_index(rng)] += 1e-3
+        assert self.sparse.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
+
+    def likely_index(self, rng: random.Random) -> int:
+        """An index drawn by its probability."""
+        state = self.dense.state(self.num_qubits)
+        weights = (abs(state) ** 2).tolist()
+        return rng.choices(range(len(weights)), weights=weights)[0]
+
+
+@contextmanager
+def open_both(engine: ModuleType, num_qubits: int) -> Iterator[Both]:
+    with open_dense(engine, num_qubits) as dense, open_sparse(engine, num_qubits) as sparse:
+        yield Both(dense, sparse, num_qubits)
+
+
+def gate(rng: random.Random, both: Both) -> None:
+    gates = [low for low in GATES if low != m.SWAP or both.num_qubits > 1]
+    record = tidy_gate(rng, rng.choice(gates), both.num_qubits)
+    if record.opcode == TAG << 32 | d.PPR and top_letter(record) & record.read_flag:
+        # The sparse filter turns that qubit, which here would be a target among its conditions.
+        record = record._replace(cond_mask=record.cond_mask & ~record.read_flag)
+    both.run(record._replace(cond_flag=random_flag(rng)))
+
+
+def top_letter(product: Record) -> int:
+    """The highest qubit of a Pauli product."""
+    return 1 << (product.target_mask | product.cond_mask).bit_length() - 1
+
+
+def settle(rng: random.Random, both: Both) -> int:
+    """Projects some qubits on a value that they may well have; answers which."""
+    mask = some_of(rng, (1 << both.num_qubits) - 1)
+    if mask:
+        both.call("postselect", both.likely_index(rng) & mask, mask)
+    return mask
+
+
+def measure(rng: random.Random, both: Both) -> None:
+    """A record that measures, on qubits whose values are certain."""
+    mask, flag = settle(rng, both), rng.randint(2, 50) * rng.choice((-1, 1))
+    words = {"target_mask": mask, "cond_mask": some_of(rng, (1 << both.num_qubits) - 1)}
+    low = rng.choice((m.READ, m.READ, m.WRITE, m.CLEAR, m.FREE))
+    if low == m.FREE:
+        both.run(tagged(low, **words))  # here the two ask different words for their condition
+    elif low == m.WRITE:
+        # The first of these words names the flags to the one, the second to the other.
+        flags = {"read_flag": flag, "target_offset": flag & m.WORD}
+        both.run(tagged(low, **words, **flags, cond_flag=random_flag(rng)))
+    else:
+        both.run(tagged(low, **words, read_flag=flag, cond_flag=random_flag(rng)))
+
+
+def to_z_basis(product: Record) -> list[Record]:
+    """Gates that make a Pauli product into a Z on its highest qubit."""
+    xs, zs, pivot = product.target_mask, product.cond_mask, top_letter(product)
+    return [
+        tagged(d.S_INV, target_mask=xs & zs),
+        tagged(d.HADAMARD, target_mask=xs),
+        *(tagged(m.X, target_mask=pivot, cond_mask=bit) for bit in set_bits((xs | zs) ^ pivot)),
+    ]
+
+
+def undo(forward: list[Record]) -> list[Record]:
+    """The same gates backwards, the turn of the first taken back."""
+    return [*forward[:0:-1], forward[0]._replace(opcode=TAG << 32 | d.S)]
+
+
+def measure_product(rng: random.Random, both: Both) -> None:
+    """A Pauli measurement on an eigenstate, so that its outcome is certain."""
+    xs, zs = (some_of(rng, (1 << both.num_qubits) - 1) for _ in range(2))
+    if not xs | zs:
+        return
+    sign, flag = rng.choice((1.0, -1.0)), rng.randint(2, 50)
+    record = tagged(d.PPM, target_mask=xs, cond_mask=zs, angle=sign, read_flag=flag)
+    pivot, forward = top_letter(record), to_z_basis(record)
+    both.run(*forward)
+    both.call("postselect", both.likely_index(rng) & pivot, pivot)
+    both.run(*undo(forward))
+    both.run(record._replace(cond_flag=random_flag(rng)))
+
+
+def classical(rng: random.Random, both: Both) -> None:
+    """A flag operation; flags decide which of the later gates act."""
+    a, b, dest = (rng.randint(-50, 50) for _ in range(3))
+    both.run(tagged(m.FLAG_NAND, target_mask=a & m.WORD, cond_mask=b & m.WORD, read_flag=dest))
+
+
+KINDS = {gate: 30, measure: 4, measure_product: 3, classical: 2}
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
+    for _ in range(PROGRAMS_EACH):
+        with open_both(engine, num_qubits) as both:
+            for kind in rng.choices(list(KINDS), weights=list(KINDS.values()), k=50):
+                kind(rng, both)
+            both.compare_read_outs(rng)
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_gates_on_a_state_without_zeros(
+    engine: ModuleType, rng: random.Random, num_qubits: int
+) -> None:
+    with open_both(engine, num_qubits) as both:
+        both.call("push_state", random_state(rng, num_qubits), 0)
+        for _ in range(60):
+            gate(rng, both)
+        both.compare_read_outs(rng)
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_normalize_answers_the_same(
+    engine: ModuleType, rng: random.Random, num_qubits: int
+) -> None:
+    with open_both(engine, num_qubits) as both:
+        both.call("push_state", 0.25 * random_state(rng, num_qubits), 0)
+        total = both.dense.call("normalize")
+        assert both.sparse.call("normalize") == pytest.approx(total, abs=CLOSE)
+        assert total == pytest.approx(0.0625, abs=CLOSE)
+        both.compare()
