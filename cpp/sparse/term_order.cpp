@@ -45,6 +45,33 @@ void merge_sides(TermList& terms, TermList& scratch, std::size_t marked) {
     std::copy_n(ones, num_ones, list);
 }
 
+/// Makes the storage that `from` points to the list's own, if it is the scratch's.
+void keep_storage(TermList& terms, TermList& scratch, const term_t* from) {
+    if (from == terms.data()) return;
+    const std::size_t count = terms.size();
+    terms.swap(scratch);
+    terms.resize(count);
+}
+
+/// Merges neighbouring runs of one length into runs of twice that; each round moves the whole list
+/// over to the other storage.
+void merge_sort(TermList& terms, TermList& scratch) {
+    const std::size_t count = terms.size();
+    ensure_size(scratch, count);
+    term_t* from = terms.data();
+    term_t* to = scratch.data();
+    for (std::size_t run = 1; run < count; run *= 2) {
+        for (std::size_t begin = 0; begin < count; begin += 2 * run) {
+            const std::size_t middle = std::min(begin + run, count);
+            const std::size_t end = std::min(middle + run, count);
+            std::merge(from + begin, from + middle, from + middle, from + end, to + begin,
+                       compare_terms);
+        }
+        std::swap(from, to);
+    }
+    keep_storage(terms, scratch, from);
+}
+
 /// The places of the digits that a radix sort has to look at: windows over the bits that vary.
 template <unsigned Width>
 struct DigitPlan {
@@ -91,10 +118,7 @@ void radix_sort(TermList& terms, TermList& scratch, unsigned long varying) {
         for (std::size_t k = 0; k < count; ++k) to[next[plan.digit(from[k].key, i)]++] = from[k];
         std::swap(from, to);
     }
-    if (from != terms.data()) {
-        terms.swap(scratch);
-        terms.resize(count);
-    }
+    keep_storage(terms, scratch, from);
 }
 
 // Narrow digits keep their counters in the nearest cache; wide ones save passes over a list that is
@@ -147,7 +171,7 @@ void order_terms(TermList& terms, TermList& scratch, const KeySurvey& survey) {
     if (survey.sides_ordered) {
         merge_sides(terms, scratch, survey.marked);
     } else if (!radix_pays(terms.size(), survey.varying)) {
-        std::stable_sort(terms.begin(), terms.end(), compare_terms);
+        merge_sort(terms, scratch);
     } else if (terms.size() < wide_from) {
         radix_sort<narrow_digit>(terms, scratch, survey.varying);
     } else {
