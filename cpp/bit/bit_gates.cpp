@@ -1,8 +1,8 @@
 #include <stdexcept>
 
 #include "bit/bit_filter.h"
-#include "bit/mask_pairs.h"
 #include "core_register.h"
+#include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 namespace {

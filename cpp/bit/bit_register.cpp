@@ -3,8 +3,8 @@
 #include <string>
 
 #include "bit/bit_filter.h"
-#include "bit/mask_pairs.h"
 #include "core_register.h"
+#include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 

@@ -2,8 +2,8 @@
 #include <limits>
 
 #include "bit/bit_filter.h"
-#include "bit/mask_pairs.h"
 #include "core_register.h"
+#include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 namespace {

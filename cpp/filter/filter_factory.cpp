@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "bit/bit_filter.h"
+#include "clifford/clifford_filter.h"
 #include "dense/qpu_sim_filter.h"
 #include "filter/op_filter.h"
 #include "sparse/sparse_filter.h"
@@ -26,6 +27,7 @@ constexpr std::array filter_types{
     FilterType{"StreamQPU", make_filter<OpFilter_QPUSim>},
     FilterType{"StreamSparseQPU", make_filter<OpFilter_SparseSVSim>},
     FilterType{"StreamBitQPU", make_filter<OpFilter_BitQPUSim>},
+    FilterType{"StreamCliffordQPU", make_filter<OpFilter_CliffordQPUSim>},
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-/// Walking flat lists of (mask, bit offset) pairs, the form in which wide masks travel.
+/// Walking flat lists of (mask, bit offset) pairs, the form in which wide masks travel in programs.
 #pragma once
 
 #include <vector>

@@ -1,0 +1,110 @@
+// The tableau by itself: a row product beside a plain exclusive-or of the same words, and one gate
+// at a time, without the batch that a filter collects gates in.
+//
+// Prints nanoseconds and ratios; the products are checked before they are timed.
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+#include "clifford/stabilizer_state.h"
+
+namespace {
+
+constexpr int rounds = 15;
+
+/// Nanoseconds of one call of `work`, the best of some rounds of `calls` calls.
+template <typename Work>
+double best_ns(int calls, Work&& work) {
+    double best = 1e300;
+    for (int round = 0; round < rounds; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < calls; ++i) work();
+        const std::chrono::duration<double, std::nano> spent =
+            std::chrono::steady_clock::now() - start;
+        best = std::min(best, spent.count() / calls);
+    }
+    return best;
+}
+
+Stabilizer random_row(unsigned qubits, std::mt19937_64& rng) {
+    Stabilizer row(qubits);
+    for (unsigned q = 0; q < qubits; ++q) {
+        if ((rng() & 1) != 0) row.x.set(q);
+        if ((rng() & 1) != 0) row.z.set(q);
+    }
+    return row;
+}
+
+/// The phase of a product by the letters' count, as a check on the one that is timed.
+unsigned product_phase(const Stabilizer& left, const Stabilizer& right) {
+    unsigned sum = 0U + left.phase + right.phase;
+    for (std::size_t i = 0; i < left.x.words.size(); ++i) {
+        const unsigned long lx = left.x.words[i];
+        const unsigned long lz = left.z.words[i];
+        const unsigned long rx = right.x.words[i];
+        const unsigned long rz = right.z.words[i];
+        const auto count = [](unsigned long word) {
+            return static_cast<unsigned>(std::popcount(word));
+        };
+        sum += 3 * count(lx & lz) + 3 * count(rx & rz) + 2 * count(lx & rz) +
+               count((lx ^ rx) & (lz ^ rz));
+    }
+    return sum & 3;
+}
+
+void xor_words(std::pmr::vector<unsigned long>& left,
+               const std::pmr::vector<unsigned long>& right) {
+    for (std::size_t i = 0; i < left.size(); ++i) left[i] ^= right[i];
+}
+
+void bench_products(unsigned qubits) {
+    std::mt19937_64 rng(qubits);
+    Stabilizer left = random_row(qubits, rng);
+    const Stabilizer right = random_row(qubits, rng);
+    for (int i = 0; i < 100; ++i) {
+        const unsigned expected = product_phase(left, right);
+        left.multiply(right);
+        if (left.phase != expected) {
+            std::fputs("a row product is wrong\n", stderr);
+            std::exit(1);
+        }
+    }
+    constexpr int calls = 20000;
+    const double product = best_ns(calls, [&] { left.multiply(right); });
+    const double plain = best_ns(calls, [&] {
+        xor_words(left.x.words, right.x.words);
+        xor_words(left.z.words, right.z.words);
+    });
+    std::printf("row product, %5u qubits: %7.1f ns, plain exclusive-or %7.1f ns, ratio %.2f\n",
+                qubits, product, plain, product / plain);
+}
+
+void bench_gates(unsigned qubits) {
+    StabilizerState state(qubits);
+    std::mt19937_64 rng(1);
+    const auto qubit = [&] { return static_cast<unsigned long>(rng() % qubits); };
+    const double rows = 2.0 * qubits;
+    const double had = best_ns(200, [&] { state.had(qubit()); }) / rows;
+    const double sgate = best_ns(200, [&] { state.sgate(qubit()); }) / rows;
+    const double cnot =
+        best_ns(200,
+                [&] {
+                    const unsigned long control = qubit();
+                    state.cnot(control, (control + 1 + rng() % (qubits - 1)) % qubits);
+                }) /
+        rows;
+    std::printf("one by one,  %5u qubits: Hadamard %.2f, S %.2f, CNOT %.2f ns a row\n", qubits, had,
+                sgate, cnot);
+}
+
+}  // namespace
+
+int main() {
+    for (const unsigned qubits : {64U, 200U, 1000U, 2000U, 10000U}) bench_products(qubits);
+    for (const unsigned qubits : {64U, 200U, 1000U, 2000U}) bench_gates(qubits);
+    return 0;
+}

@@ -1,0 +1,109 @@
+#include "clifford/clifford_filter.h"
+#include "core_register.h"
+#include "filter/opcodes.h"
+#include "filter/record_loop.h"
+#include "filter/shared_records.h"
+
+namespace Nimbrel {
+namespace {
+
+[[noreturn]] void refuse(const char* operation) { refuse_operation(operation, "Clifford sim"); }
+
+unsigned long word(long flag) { return static_cast<unsigned long>(flag); }
+
+}  // namespace
+
+void OpFilter_CliffordQPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
+    const auto copies = reserve_record_copies(num_ops);
+    run_records_with_extensions(ops, num_ops, qpu, open_label,
+                                [this](const QPUOp& op) { dispatch(op); });
+}
+
+void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
+    switch (op.opcode) {
+        case OP_X:
+            return x(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
+                     op.target_offset, op.cond_offset);
+        case OP_Y:
+            return y(op);
+        case OP_Z:
+            return z(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
+                     op.target_offset, op.cond_offset);
+        case OP_HADAMARD:
+            return hadamard(op);
+        case OP_S:
+            return s(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
+                     op.target_offset, op.cond_offset);
+        case OP_S_INV:
+            return s_inv(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
+                         op.target_offset, op.cond_offset);
+        case OP_SWAP:
+            return swap(op);
+        case OP_PHASE:
+            return turn(op, "qc.phase()");
+        case OP_RZ:
+            return turn(op, "qc.rz()");
+        case OP_PPR:
+            return ppr(op.angle, op.target_mask, op.cond_mask, word(op.read_flag), op.cond_flag,
+                       op.target_offset, op.cond_offset);
+        case OP_PPM:
+            return measure_pauli_product(op);
+
+        case OP_READ:
+            return read(op);
+        case OP_WRITE:
+            return write(op.cond_mask, op.target_mask, word(op.cond_flag), word(op.read_flag),
+                         op.target_offset, op.cond_offset);
+        case OP_CLEAR:
+        case OP_FREE:  // asserts nothing here
+            return write(0, op.target_mask, word(op.cond_flag), 0, op.target_offset,
+                         op.cond_offset);
+        case OP_RESET:
+            return reset(op.target_mask);
+        case OP_EXTEND:
+            return extend(op);
+
+        case OP_PCP:
+            refuse("qc.pcp");
+        case OP_LELBOW:
+            refuse("qc.lelbow");
+        case OP_RELBOW:
+            refuse("qc.relbow");
+        case OP_RX:
+            refuse("qc.rx");
+        case OP_RY:
+            refuse("qc.ry");
+        case OP_T:
+            refuse("qc.t");
+        case OP_T_INV:
+            refuse("qc.t_inv");
+        case OP_ROOTX:
+            refuse("qc.rootx");
+        case OP_ROOTX_INV:
+            refuse("qc.rootx_inv");
+        case OP_ROOTY:
+            refuse("qc.rooty");
+        case OP_ROOTY_INV:
+            refuse("qc.rooty_inv");
+
+        default:
+            return dispatch_shared_record(*this, op);
+    }
+}
+
+// The size of the tableau is the low half of the word; the register keeps the whole.
+void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
+    qpu->num_qubits = qubits;
+    batch.clear();
+    state.reset();
+    state = std::make_unique<StabilizerState>(static_cast<unsigned>(qubits));
+    qpu->clear_all_qints();
+}
+
+void OpFilter_CliffordQPUSim::extend(const QPUOp& op) {
+    if (!qpu->flag_condition(op.cond_flag)) return;
+    qpu->extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
+                      op.cond_offset);
+}
+
+}  // namespace Nimbrel

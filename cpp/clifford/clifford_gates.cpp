@@ -1,0 +1,169 @@
+// The gates: what each refuses, and what it queues for the tableau.
+#include <bit>
+#include <stdexcept>
+#include <string>
+
+#include "clifford/clifford_filter.h"
+#include "clifford/qubit_list.h"
+#include "core_register.h"
+#include "filter/mask_pairs.h"
+
+namespace Nimbrel {
+
+void OpFilter_CliffordQPUSim::require_state() const {
+    if (state == nullptr) {
+        throw std::runtime_error("qc.reset() has not been called or did not succeed.");
+    }
+}
+
+void OpFilter_CliffordQPUSim::require_inside(unsigned long qubit) const {
+    if (qubit < state->num_qubits) return;
+    throw std::runtime_error("Error: qubit " + std::to_string(qubit) +
+                             " lies outside the register of " + std::to_string(state->num_qubits) +
+                             " qubits.");
+}
+
+void OpFilter_CliffordQPUSim::require_inside(const std::vector<unsigned long>& list) const {
+    for_each_qubit(list, [this](unsigned long qubit) { require_inside(qubit); });
+}
+
+void OpFilter_CliffordQPUSim::collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
+                                                 unsigned long target_offset,
+                                                 unsigned long cond_offset) {
+    target_list.clear();
+    condition_list.clear();
+    if (target_mask != 0) append_pair(target_list, target_mask, target_offset);
+    if (cond_mask != 0) append_pair(condition_list, cond_mask, cond_offset);
+    if (!qpu->has_extensions()) return;
+    target_list.insert(target_list.end(), qpu->target_extensions.begin(),
+                       qpu->target_extensions.end());
+    condition_list.insert(condition_list.end(), qpu->cond_extensions.begin(),
+                          qpu->cond_extensions.end());
+    qpu->clear_extensions();
+}
+
+bool OpFilter_CliffordQPUSim::prepare_gate(unsigned long target_mask, unsigned long cond_mask,
+                                           unsigned long cond_flag, unsigned long target_offset,
+                                           unsigned long cond_offset, const char* refusal) {
+    require_state();
+    if (!qpu->flag_condition(static_cast<long>(cond_flag))) return false;
+    if (cond_mask != 0 && refusal != nullptr) throw std::runtime_error(refusal);
+    collect_gate_masks(target_mask, cond_mask, target_offset, cond_offset);
+    return true;
+}
+
+bool OpFilter_CliffordQPUSim::prepare_gate(const QPUOp& op, const char* refusal) {
+    return prepare_gate(op.target_mask, op.cond_mask, static_cast<unsigned long>(op.cond_flag),
+                        op.target_offset, op.cond_offset, refusal);
+}
+
+void OpFilter_CliffordQPUSim::queue(GateKind kind, unsigned long a, unsigned long b) {
+    if (batch.is_full()) batch.run(*state);
+    batch.add({kind, static_cast<unsigned>(a), static_cast<unsigned>(b)});
+}
+
+void OpFilter_CliffordQPUSim::queue_s_inv(unsigned long qubit) {
+    queue(GateKind::z, qubit);
+    queue(GateKind::s, qubit);
+}
+
+void OpFilter_CliffordQPUSim::queue_on_targets(GateKind kind) {
+    require_inside(target_list);
+    for_each_qubit(target_list, [&](unsigned long qubit) { queue(kind, qubit); });
+}
+
+void OpFilter_CliffordQPUSim::s(unsigned long target_mask, unsigned long cond_mask,
+                                unsigned long /*cond_neg_mask*/, unsigned long cond_flag,
+                                unsigned long target_offset, unsigned long cond_offset) {
+    if (prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset,
+                     "qc.s() can't have conditions in the Clifford sim.")) {
+        queue_on_targets(GateKind::s);
+    }
+}
+
+void OpFilter_CliffordQPUSim::s_inv(unsigned long target_mask, unsigned long cond_mask,
+                                    unsigned long /*cond_neg_mask*/, unsigned long cond_flag,
+                                    unsigned long target_offset, unsigned long cond_offset) {
+    if (prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset,
+                     "qc.s_inv() can't have conditions in the Clifford sim.")) {
+        require_inside(target_list);
+        for_each_qubit(target_list, [this](unsigned long qubit) { queue_s_inv(qubit); });
+    }
+}
+
+void OpFilter_CliffordQPUSim::y(const QPUOp& op) {
+    if (prepare_gate(op, "qc.y() cannot have conditions for Clifford sim.")) {
+        queue_on_targets(GateKind::y);
+    }
+}
+
+void OpFilter_CliffordQPUSim::hadamard(const QPUOp& op) {
+    if (prepare_gate(op, "qc.had() can't have conditions in the Clifford sim.")) {
+        queue_on_targets(GateKind::had);
+    }
+}
+
+// A condition that comes by an extension alone does not count, here and in z().
+void OpFilter_CliffordQPUSim::x(unsigned long target_mask, unsigned long cond_mask,
+                                unsigned long /*cond_neg_mask*/, unsigned long cond_flag,
+                                unsigned long target_offset, unsigned long cond_offset) {
+    if (!prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset, nullptr)) {
+        return;
+    }
+    if (cond_mask == 0) return queue_on_targets(GateKind::x);
+    const FirstQubits conditions(condition_list);
+    if (conditions.count != 1) {
+        throw std::runtime_error("qc.x() can only have one condition for Clifford sim.");
+    }
+    require_inside(target_list);
+    require_inside(conditions.first);
+    for_each_qubit(target_list,
+                   [&](unsigned long qubit) { queue(GateKind::cnot, conditions.first, qubit); });
+}
+
+void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_mask,
+                                unsigned long /*cond_neg_mask*/, unsigned long cond_flag,
+                                unsigned long target_offset, unsigned long cond_offset) {
+    if (!prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset, nullptr)) {
+        return;
+    }
+    if (cond_mask == 0) return queue_on_targets(GateKind::z);
+    const FirstQubits conditions(condition_list);
+    const bool symmetric = conditions.count == 2 && target_list.empty();
+    if (conditions.count != 1 && !symmetric) {
+        throw std::runtime_error("qc.z() can only have one condition for Clifford sim.");
+    }
+    require_inside(target_list);
+    require_inside(condition_list);
+    if (symmetric) return queue(GateKind::cz, conditions.first, conditions.second);
+    if (target_list.empty()) return queue(GateKind::z, conditions.first);
+    for_each_qubit(target_list,
+                   [&](unsigned long qubit) { queue(GateKind::cz, conditions.first, qubit); });
+}
+
+void OpFilter_CliffordQPUSim::turn(const QPUOp& op, const char* operation) {
+    const auto flag = static_cast<unsigned long>(op.cond_flag);
+    const auto act = [&](auto gate) {
+        (this->*gate)(op.target_mask, op.cond_mask, op.cond_neg_mask, flag, op.target_offset,
+                      op.cond_offset);
+    };
+    if (op.angle == 90.0) return act(&OpFilter_CliffordQPUSim::s);
+    if (op.angle == -90.0) return act(&OpFilter_CliffordQPUSim::s_inv);
+    if (op.angle == 180.0) return act(&OpFilter_CliffordQPUSim::z);
+    throw std::runtime_error(std::string(operation) +
+                             " has not been implemented for the Clifford sim.");
+}
+
+void OpFilter_CliffordQPUSim::swap(const QPUOp& op) {
+    if (!prepare_gate(op, "qc.swap() can't have conditions in the Clifford sim.")) return;
+    const FirstQubits targets(target_list);
+    if (targets.count != 2) {
+        throw std::runtime_error("qc.swap() must specify exactly two target qubits.");
+    }
+    require_inside(target_list);
+    queue(GateKind::cnot, targets.first, targets.second);
+    queue(GateKind::cnot, targets.second, targets.first);
+    queue(GateKind::cnot, targets.first, targets.second);
+}
+
+}  // namespace Nimbrel

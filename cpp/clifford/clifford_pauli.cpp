@@ -1,0 +1,158 @@
+// Pauli products: folded into Z on one qubit, the pivot, acted on there, and unfolded again.
+#include <algorithm>
+#include <bit>
+#include <ranges>
+#include <stdexcept>
+
+#include "clifford/clifford_filter.h"
+#include "core_register.h"
+#include "support/bits.h"
+#include "support/convert.h"
+
+namespace Nimbrel {
+namespace {
+
+[[noreturn]] void refuse_angle() {
+    throw std::runtime_error("qc.ppr() angles must be multiples of pi/4 for Clifford sim.");
+}
+
+/// Twice a whole angle modulo 360. Doubling wraps in 32 bits.
+int folded_turn(double angle) {
+    const int whole = truncate_to_i32(angle);
+    if (!(static_cast<double>(whole) == angle)) refuse_angle();
+    const auto doubled = static_cast<int>(static_cast<unsigned>(whole) * 2U);
+    return (doubled % 360 + 360) % 360;
+}
+
+/// Visits the letters of an entry from the lowest bit up.
+template <typename Entry, typename Visit>
+void for_each_letter(const Entry& entry, Visit&& visit) {
+    for_each_bit(entry.x_mask | entry.z_mask,
+                 [&](unsigned long bit) { visit(entry.letter_of(bit)); });
+}
+
+/// The same from the highest bit down.
+template <typename Entry, typename Visit>
+void for_each_letter_down(const Entry& entry, Visit&& visit) {
+    for (unsigned long left = entry.x_mask | entry.z_mask; left != 0;) {
+        const unsigned long bit = std::bit_floor(left);
+        visit(entry.letter_of(bit));
+        left ^= bit;
+    }
+}
+
+}  // namespace
+
+void OpFilter_CliffordQPUSim::put_pauli_mask(unsigned long base, unsigned long mask,
+                                             unsigned long PauliEntry::* part) {
+    const auto entry = std::find_if(pauli_entries.begin(), pauli_entries.end(),
+                                    [base](const PauliEntry& e) { return e.base == base; });
+    if (entry != pauli_entries.end()) {
+        (*entry).*part = mask;
+    } else if (mask != 0) {
+        pauli_entries.push_back({base, 0, 0});
+        pauli_entries.back().*part = mask;
+    }
+}
+
+// A mask that comes later for the same base replaces the earlier one; they do not mix.
+void OpFilter_CliffordQPUSim::collect_pauli_masks(unsigned long x_mask, unsigned long z_mask,
+                                                  unsigned long target_offset,
+                                                  unsigned long cond_offset) {
+    pauli_entries.clear();
+    if (x_mask != 0) put_pauli_mask(target_offset, x_mask, &PauliEntry::x_mask);
+    if (z_mask != 0) put_pauli_mask(cond_offset, z_mask, &PauliEntry::z_mask);
+    const auto put_pairs = [this](const std::vector<unsigned long>& list,
+                                  unsigned long PauliEntry::* part) {
+        for (std::size_t i = 0; i < list.size(); i += 2) put_pauli_mask(list[i + 1], list[i], part);
+    };
+    put_pairs(qpu->target_extensions, &PauliEntry::x_mask);
+    put_pairs(qpu->cond_extensions, &PauliEntry::z_mask);
+    qpu->clear_extensions();
+}
+
+void OpFilter_CliffordQPUSim::queue_fold_letter(const PauliLetter& letter, unsigned long pivot) {
+    if (letter.x) {
+        if (letter.z) queue_s_inv(letter.qubit);
+        queue(GateKind::had, letter.qubit);
+    }
+    if (letter.qubit != pivot) queue(GateKind::cnot, letter.qubit, pivot);
+}
+
+void OpFilter_CliffordQPUSim::queue_unfold_letter(const PauliLetter& letter, unsigned long pivot) {
+    if (letter.qubit != pivot) queue(GateKind::cnot, letter.qubit, pivot);
+    if (letter.x) {
+        queue(GateKind::had, letter.qubit);
+        if (letter.z) queue(GateKind::s, letter.qubit);
+    }
+}
+
+// The pivot is counted from bit 0 of the first entry without that entry's base. With a base it may
+// be a qubit that the product does not have; the sweeps go by the number all the same.
+unsigned long OpFilter_CliffordQPUSim::fold_product() {
+    const PauliEntry& first = pauli_entries.front();
+    const auto pivot = static_cast<unsigned long>(std::countr_zero(first.x_mask | first.z_mask));
+    require_inside(pivot);
+    for (const PauliEntry& entry : pauli_entries) {
+        for_each_letter(entry, [this](const PauliLetter& letter) { require_inside(letter.qubit); });
+    }
+    for (const PauliEntry& entry : pauli_entries) {
+        for_each_letter(entry,
+                        [&](const PauliLetter& letter) { queue_fold_letter(letter, pivot); });
+    }
+    return pivot;
+}
+
+void OpFilter_CliffordQPUSim::unfold_product(unsigned long pivot) {
+    for (const PauliEntry& entry : std::views::reverse(pauli_entries)) {
+        for_each_letter_down(
+            entry, [&](const PauliLetter& letter) { queue_unfold_letter(letter, pivot); });
+    }
+}
+
+void OpFilter_CliffordQPUSim::ppr(double angle, unsigned long target_mask, unsigned long cond_mask,
+                                  unsigned long read_flag, long cond_flag,
+                                  unsigned long target_offset, unsigned long cond_offset) {
+    if (read_flag != 0) {
+        throw std::runtime_error("qc.ppr() cannot have condition masks in the Clifford sim.");
+    }
+    require_state();
+    if (!qpu->flag_condition(cond_flag)) return;
+    if (angle == 0.0 || (target_mask | cond_mask) == 0) return;
+    collect_pauli_masks(target_mask, cond_mask, target_offset, cond_offset);
+    const unsigned long pivot = fold_product();
+    // Looked at only now: a refused angle leaves the product folded.
+    turn_about_z(folded_turn(angle), pivot);
+    unfold_product(pivot);
+}
+
+void OpFilter_CliffordQPUSim::turn_about_z(int angle, unsigned long qubit) {
+    switch (angle) {
+        case 0:
+            return;
+        case 90:
+            return queue(GateKind::s, qubit);
+        case 180:
+            return queue(GateKind::z, qubit);
+        case 270:
+            return queue_s_inv(qubit);
+        default:
+            refuse_angle();
+    }
+}
+
+void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
+    require_state();
+    if (!qpu->flag_condition(op.cond_flag)) return;
+    if ((op.target_mask | op.cond_mask) == 0) return;
+    collect_pauli_masks(op.target_mask, op.cond_mask, op.target_offset, op.cond_offset);
+    const unsigned long pivot = fold_product();
+    const bool inverted = truncate_to_i32(op.angle) == -1;
+    if (inverted) queue(GateKind::x, pivot);
+    const unsigned outcome = measure(pivot);
+    if (inverted) queue(GateKind::x, pivot);
+    unfold_product(pivot);
+    qpu->set_read_flag(op.read_flag, static_cast<long>(outcome));
+}
+
+}  // namespace Nimbrel
