@@ -91,13 +91,18 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
     }
 }
 
-// The size of the tableau is the low half of the word; the register keeps the whole.
+// The size of the tableau is the low half of the word; the register keeps the whole. Only qubits of
+// the tableau can be reserved: entries for all that a wider word counts would not fit into memory.
 void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     qpu->num_qubits = qubits;
     batch.clear();
     state.reset();
     state = std::make_unique<StabilizerState>(static_cast<unsigned>(qubits));
-    qpu->clear_all_qints();
+    if (qubits == state->num_qubits) {
+        qpu->clear_all_qints();
+    } else {
+        qpu->qint_table.assign(state->num_qubits, 0);
+    }
 }
 
 void OpFilter_CliffordQPUSim::extend(const QPUOp& op) {

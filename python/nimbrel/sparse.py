@@ -81,7 +81,8 @@ class TermList:
         indices, amplitudes = self.terms()
         weights = amplitudes.real**2 + amplitudes.imag**2
         values = gather_bits(indices.astype(np.int64), chosen)
-        return np.bincount(values, weights, minlength=1 << len(chosen))
+        summed = np.bincount(values, weights, minlength=1 << len(chosen))
+        return summed.astype(np.float64, copy=False)
 
     def sample(
         self, shots: int, qubits: Qubits | None, rng: np.random.Generator
