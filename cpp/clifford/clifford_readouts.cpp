@@ -87,6 +87,7 @@ void OpFilter_CliffordQPUSim::postselect(unsigned long value, unsigned long mask
         throw std::runtime_error("qc.postselect() no non-zero terms have the desired value.");
     }
     if (probability == 1.0) return;
+    require_state();
     for_each_bit(mask, [&](unsigned long bit) {
         const auto qubit = static_cast<unsigned long>(std::countr_zero(bit));
         require_inside(qubit);

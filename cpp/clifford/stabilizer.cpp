@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <stdexcept>
+#include <utility>
 
 #include "support/bits.h"
 
@@ -120,6 +121,12 @@ void PauliBits::set(unsigned long qubit) {
 
 Stabilizer::Stabilizer(unsigned qubits, std::pmr::memory_resource* memory)
     : length(qubits), x(qubits, memory), z(qubits, memory) {}
+
+void Stabilizer::exchange(Stabilizer& other) {
+    std::swap(phase, other.phase);
+    std::swap_ranges(x.words.begin(), x.words.end(), other.x.words.begin());
+    std::swap_ranges(z.words.begin(), z.words.end(), other.z.words.begin());
+}
 
 void Stabilizer::multiply(const Stabilizer& right) {
     if (length != right.length) throw std::runtime_error("Incompatible stabilizer lengths");

@@ -34,6 +34,9 @@ struct Stabilizer {
     /// has changed.
     void multiply(const Stabilizer& right);
 
+    /// Exchanges letters and phases with a row of the same length; each keeps its memory.
+    void exchange(Stabilizer& other);
+
     /// Whether no qubit has a letter; the phase may be anything.
     bool is_identity() const { return !x.any() && !z.any(); }
 

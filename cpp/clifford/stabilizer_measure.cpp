@@ -71,12 +71,14 @@ void StabilizerState::replace_row(unsigned pivot, const Stabilizer& target, unsi
 }
 
 void StabilizerState::add_generator() {
-    // Room first: a failed allocation then leaves both tables as they were.
+    // All memory first: a failed allocation then leaves both tables as they were.
+    Stabilizer generator = scratch;
+    Stabilizer partner(num_qubits);
     stabilizers.reserve(num_rows + 1UL);
     destabilizers.reserve(num_rows + 1UL);
+    stabilizers.push_back(std::move(generator));
+    destabilizers.push_back(std::move(partner));
     ++num_rows;
-    stabilizers.resize(num_rows, scratch);
-    destabilizers.resize(num_rows, Stabilizer(num_qubits));
     eliminate();
 }
 
@@ -97,7 +99,7 @@ bool StabilizerState::take_pivot(unsigned row, unsigned long column, PauliBits S
     while (found < num_rows && !(stabilizers[found].*part).test(column)) ++found;
     if (found == num_rows) return false;
 
-    std::swap(stabilizers[row], stabilizers[found]);
+    stabilizers[row].exchange(stabilizers[found]);
     Stabilizer& partner = destabilizers[row];
     partner.x.clear();
     partner.z.clear();
