@@ -34,7 +34,7 @@ struct Stabilizer {
     /// has changed.
     void multiply(const Stabilizer& right);
 
-    /// Exchanges letters and phases with a row of the same length; each keeps its memory.
+    /// Exchanges letters and phases with another row of the same length; each keeps its memory.
     void exchange(Stabilizer& other);
 
     /// Whether no qubit has a letter; the phase may be anything.

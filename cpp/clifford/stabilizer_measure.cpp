@@ -99,7 +99,7 @@ bool StabilizerState::take_pivot(unsigned row, unsigned long column, PauliBits S
     while (found < num_rows && !(stabilizers[found].*part).test(column)) ++found;
     if (found == num_rows) return false;
 
-    stabilizers[row].exchange(stabilizers[found]);
+    if (found != row) stabilizers[row].exchange(stabilizers[found]);
     Stabilizer& partner = destabilizers[row];
     partner.x.clear();
     partner.z.clear();
