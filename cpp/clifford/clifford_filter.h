@@ -16,8 +16,9 @@ namespace Nimbrel {
 /// done on a tableau is refused by name.
 ///
 /// Gates first wait in a batch; whatever looks at the tableau lets them act before. A record,
-/// peek or postselection that would act on a qubit outside the register is refused before it changes
-/// anything. A condition's negated bits have no effect: each condition qubit is a plain control.
+/// peek or postselection that would act on a qubit outside the register is refused before it
+/// changes anything. A condition's negated bits have no effect: each condition qubit is a plain
+/// control.
 ///
 /// A mask stands for the qubits from its offset on, the offset's low bits included. Everything runs
 /// on the caller's thread.
