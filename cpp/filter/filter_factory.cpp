@@ -7,6 +7,7 @@
 #include "clifford/clifford_filter.h"
 #include "dense/qpu_sim_filter.h"
 #include "filter/op_filter.h"
+#include "remote/connect_filter.h"
 #include "sparse/sparse_filter.h"
 
 namespace Nimbrel {
@@ -28,6 +29,7 @@ constexpr std::array filter_types{
     FilterType{"StreamSparseQPU", make_filter<OpFilter_SparseSVSim>},
     FilterType{"StreamBitQPU", make_filter<OpFilter_BitQPUSim>},
     FilterType{"StreamCliffordQPU", make_filter<OpFilter_CliffordQPUSim>},
+    FilterType{"StreamConnect", make_filter<OpFilter_Connect>},
 };
 
 }  // namespace

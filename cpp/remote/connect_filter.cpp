@@ -1,0 +1,179 @@
+#include "remote/connect_filter.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <tuple>
+
+#include "core_register.h"
+#include "filter/opcodes.h"
+#include "remote/connection_status.h"
+#include "remote/reply_stream.h"
+
+namespace Nimbrel {
+namespace {
+
+constexpr unsigned poll_interval_us = 10000;
+
+/// Seconds since the first use.
+double seconds_now() {
+    using clock = std::chrono::system_clock;
+    static const clock::time_point start = clock::now();
+    return std::chrono::duration<double>(clock::now() - start).count();
+}
+
+/// The first IPv4 address of a host by name or number, with a port in network order.
+bool find_service(const std::string& host, int port, sockaddr_in& address) {
+    const hostent* const entry = ::gethostbyname(host.c_str());
+    if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr) {
+        return false;
+    }
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    std::memcpy(&address.sin_addr, entry->h_addr_list[0], sizeof(address.sin_addr));
+    return true;
+}
+
+bool is_port(int port) { return port >= 0 && port <= 0xFFFF; }
+
+unsigned long count_fetch_requests(const QPUOp* ops, unsigned long num_ops) {
+    return static_cast<unsigned long>(std::count_if(
+        ops, ops + num_ops, [](const QPUOp& op) { return op.opcode == OP_FETCH_REQUEST; }));
+}
+
+}  // namespace
+
+OpFilter_Connect::~OpFilter_Connect() { close_connection(); }
+
+void OpFilter_Connect::close_connection() {
+    if (sock < 0) return;
+    ::close(sock);
+    sock = -1;
+    peer_name = "(not connected)";
+    port = -1;
+}
+
+void OpFilter_Connect::connect(const std::string& host, int service_port, double wait_limit,
+                               std::string& result) {
+    timeout = wait_limit;
+    close_connection();
+    if (open_connection(host, service_port)) {
+        ::fcntl(sock, F_SETFL, O_NONBLOCK);
+        std::puts("Connected ok.");
+        peer_name = host;
+        port = service_port;
+        return;
+    }
+    close_connection();
+    result += "Error: failed to connect to host " + host + ":" + std::to_string(service_port);
+}
+
+bool OpFilter_Connect::open_connection(const std::string& host, int service_port) {
+    sock = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (sock < 0) {
+        std::fputs("ERROR opening socket\n", stderr);
+        return false;
+    }
+    sockaddr_in address{};
+    if (!find_service(host, service_port, address)) {
+        std::fputs("ERROR, no such host\n", stderr);
+        return false;
+    }
+    // A number that is no port would be cut down to another service's.
+    if (!is_port(service_port) ||
+        ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+        std::fputs("ERROR connecting\n", stderr);
+        return false;
+    }
+    return true;
+}
+
+void OpFilter_Connect::disconnect(std::string& /*result*/) { close_connection(); }
+
+void OpFilter_Connect::get_status(std::string& result) { result = connection_status(sock >= 0); }
+
+// The service learns of a cut array by itself, if at all. No signal: a peer that has gone must not
+// end the process.
+void OpFilter_Connect::put_instructions(const QPUOp* ops, unsigned long num_ops) {
+    if (sock < 0) {
+        throw std::runtime_error("Error: instructions pushed while there is no connection.");
+    }
+    std::ignore = ::send(sock, ops, num_ops * sizeof(QPUOp), MSG_NOSIGNAL);
+    handle_fetch_requests(ops, num_ops);
+}
+
+// Reads what is there and returns how much it was. A read that fails with one of the two error
+// numbers below ends the connection; all others, such as nothing to read, end the poll only.
+unsigned long OpFilter_Connect::receive(ReplyStream& stream) {
+    constexpr std::size_t chunk = 4096;
+    // A service that sends faster than this reads shall not hold the poll for ever.
+    constexpr std::size_t most_per_poll = 1UL << 28;
+    std::array<char, chunk> bytes;
+    std::size_t received = 0;
+    ssize_t size = 0;
+    do {
+        errno = 0;  // the end of a stream leaves it as it was
+        size = ::read(sock, bytes.data(), bytes.size());
+        if (size > 0) {
+            stream.append(bytes.data(), static_cast<std::size_t>(size));
+            received += static_cast<std::size_t>(size);
+        }
+    } while (size == static_cast<ssize_t>(chunk) && received < most_per_poll);
+    if (size <= 0 && (errno == ETIMEDOUT || errno == EEXIST)) {
+        std::puts(" ...connection lost.");
+        close_connection();
+    }
+    return received;
+}
+
+// Every poll walks over all records since the beginning of the wait, and every step of a walk looks
+// at the first of them. So one reply at the head counts once for each whole record behind it, and
+// again at the next poll; a reply behind another record is never applied.
+void OpFilter_Connect::handle_fetch_requests(const QPUOp* ops, unsigned long num_ops) {
+    const unsigned long requests = count_fetch_requests(ops, num_ops);
+    if (requests == 0) return;
+    ReplyStream stream;
+    unsigned long replies = 0;
+    double noted = seconds_now();
+    // Turned round so that a timeout that is no number ends the wait.
+    while (replies < requests && seconds_now() - noted < timeout) {
+        const bool has_new_bytes = receive(stream) != 0;
+        if (stream.num_records() != 0) {
+            if (stream.begins_with_reply()) {
+                store_reply(stream.first_record());
+                replies += stream.num_records();
+            }
+            // Only data restarts the timeout: a walk over old bytes would make the wait endless.
+            if (has_new_bytes) noted = seconds_now();
+        }
+        if (replies < requests) ::usleep(poll_interval_us);
+    }
+    if (replies < requests) {
+        std::puts(
+            "Error: Timeout waiting to fetch measurement results. Measurement results are not "
+            "valid.");
+    }
+}
+
+void OpFilter_Connect::store_reply(const QPUOp& reply) {
+    const auto first = reply.target_mask;
+    const auto valid = static_cast<unsigned long>(reply.cond_flag);
+    const auto values = static_cast<unsigned long>(reply.read_flag);
+    const unsigned long count = std::min(reply.cond_mask, 64UL);  // the word holds no more
+    for (unsigned long i = 0; i < count; ++i) {
+        if ((valid >> i & 1) == 0) continue;
+        qpu->set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));
+    }
+}
+
+}  // namespace Nimbrel

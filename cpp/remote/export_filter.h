@@ -1,0 +1,27 @@
+/// The export filter: records as the rows of a constant table in a source file.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "filter/op_filter.h"
+
+namespace Nimbrel {
+
+/// Writes every record as one line of eleven constants, and simulates nothing. Has no type name:
+/// whoever makes one opens the file and writes its head. Runs on the caller's thread.
+class OpFilter_cuQuantum_Export : public OpFilter {
+  public:
+    /// Ends the table and closes the file, if there is one.
+    ~OpFilter_cuQuantum_Export() override;
+
+    /// Does nothing without a file.
+    void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
+
+    /// Whether there is a file.
+    void get_status(std::string& result) override;
+
+    std::FILE* out = nullptr;  ///< owned once set
+};
+
+}  // namespace Nimbrel
