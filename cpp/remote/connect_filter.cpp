@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -66,16 +67,17 @@ void OpFilter_Connect::close_connection() {
 void OpFilter_Connect::connect(const std::string& host, int service_port, double wait_limit,
                                std::string& result) {
     timeout = wait_limit;
+    const std::string wanted = host;  // may be this filter's own name for its peer
     close_connection();
-    if (open_connection(host, service_port)) {
+    if (open_connection(wanted, service_port)) {
         ::fcntl(sock, F_SETFL, O_NONBLOCK);
         std::puts("Connected ok.");
-        peer_name = host;
+        peer_name = wanted;
         port = service_port;
         return;
     }
     close_connection();
-    result += "Error: failed to connect to host " + host + ":" + std::to_string(service_port);
+    result += "Error: failed to connect to host " + wanted + ":" + std::to_string(service_port);
 }
 
 bool OpFilter_Connect::open_connection(const std::string& host, int service_port) {
@@ -129,6 +131,7 @@ unsigned long OpFilter_Connect::receive(ReplyStream& stream) {
             received += static_cast<std::size_t>(size);
         }
     } while (size == static_cast<ssize_t>(chunk) && received < most_per_poll);
+    static_assert(ETIMEDOUT == 110 && EEXIST == 17, "the two numbers that front ends know");
     if (size <= 0 && (errno == ETIMEDOUT || errno == EEXIST)) {
         std::puts(" ...connection lost.");
         close_connection();
