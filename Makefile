@@ -33,7 +33,7 @@ help:
 	@echo "make test      native tests, and the Python tests under every NumPy served"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
-	@echo "make bench     rates of the bit filter; the dense and the sparse filter beside other simulators"
+	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make clean     remove everything that these targets made"
 	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
@@ -42,6 +42,8 @@ demo: $(INSTALLED)
 	$(VENV_PYTHON) examples/adder.py
 	$(VENV_PYTHON) examples/phase_estimation.py
 	$(VENV_PYTHON) examples/factor_pairs.py
+	$(VENV_PYTHON) examples/surface_code.py
+	$(VENV_PYTHON) examples/remote.py
 
 install: $(INSTALLED)
 
@@ -85,6 +87,8 @@ bench: $(INSTALLED) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit_filter.py
 	$(VENV_PYTHON) bench/dense.py
 	$(VENV_PYTHON) bench/sparse.py
+	$(VENV_PYTHON) bench/clifford.py
+	$(VENV_PYTHON) bench/connect.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache

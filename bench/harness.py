@@ -51,6 +51,32 @@ class Result:
         return "met" if fast and abs(self.ratio - 1) <= self.goal.spread else "MISSED"
 
 
+class WrongResultError(Exception):
+    """What was to be timed gives another result than the one known."""
+
+
+@dataclass(frozen=True)
+class Figure:
+    """One figure and what it should be.
+
+    Attributes:
+        name: What was measured.
+        value: The figure.
+        unit: Its unit, in words.
+        goal: The most that it may be.
+    """
+
+    name: str
+    value: float
+    unit: str
+    goal: float
+
+    @property
+    def verdict(self) -> str:
+        """Whether the goal was met, in a word."""
+        return "met" if self.value <= self.goal else "MISSED"
+
+
 def best_seconds(calls: Sequence[Callable[[], None]], repeats: int) -> list[float]:
     """The least time of each call over several rounds.
 
@@ -78,6 +104,13 @@ def print_table(results: Sequence[Result]) -> None:
         rates = "".join(f"{result.rates[width]:>18.1f}" for width in widths)
         line = f"{result.task:<16}{goal_text:<22}{rates}{result.ratio:>8.2f}  {result.verdict}"
         print(line.rstrip())
+
+
+def print_figures(figures: Sequence[Figure]) -> None:
+    """Print one row per figure."""
+    for figure in figures:
+        goal = f"goal <= {figure.goal:g}"
+        print(f"{figure.name:<32}{figure.value:>8.2f} {figure.unit:<26}{goal:<14}{figure.verdict}")
 
 
 def write_json(path: Path, results: Sequence[Result]) -> None:

@@ -21,9 +21,9 @@ from pathlib import Path
 from typing import Any
 
 import numpy as np
-from harness import best_seconds
+from harness import Figure, WrongResultError, best_seconds
 from sparse_engine import Engine
-from sparse_machine import Figure, WrongResultError, engine_figures, print_figures
+from sparse_machine import engine_figures, print_engine_figures
 from sparse_tasks import Program, hadamards_and_phases, toffoli_arithmetic
 
 INPUTS = (12, 16)
@@ -133,7 +133,7 @@ def main() -> int:
         parser.error("--repeats must be 1 or more")
     try:
         figures = engine_figures(arguments.repeats)
-        print_figures(figures)
+        print_engine_figures(figures)
         comparisons = [] if arguments.alone else compare_all(arguments.repeats)
     except WrongResultError as error:
         print(f"sparse.py: {error}", file=sys.stderr)

@@ -8,13 +8,12 @@ import subprocess
 import sys
 import time
 from collections.abc import Callable, Sequence
-from dataclasses import dataclass
 from pathlib import Path
 
 import nimbrel as nb
 import numpy as np
 import numpy.typing as npt
-from harness import best_seconds
+from harness import Figure, WrongResultError, best_seconds, print_figures
 from sparse_engine import scrambling
 
 SUPERPOSED = 18
@@ -32,33 +31,6 @@ ADJACENT_GOAL = 20.0
 PEAK_GOAL = 2.5
 
 Complex = npt.NDArray[np.complex128]
-
-
-class WrongResultError(Exception):
-    """The engine's state is not the one expected."""
-
-
-@dataclass(frozen=True)
-class Figure:
-    """One figure and what it should be.
-
-    Attributes:
-        name: What was measured.
-        value: The figure.
-        unit: Its unit, in words.
-        goal: The most that it may be.
-    """
-
-    name: str
-    value: float
-    unit: str
-    goal: float
-
-    @property
-    def verdict(self) -> str:
-        """Whether the goal was met, in a word."""
-        return "met" if self.value <= self.goal else "MISSED"
-
 
 WALKS = {
     "X": nb.x(FREE),
@@ -194,12 +166,10 @@ def engine_figures(repeats: int) -> list[Figure]:
         return [*walk_figures(sim, repeats), *hadamard_figures(sim, repeats), *peak_figures()]
 
 
-def print_figures(figures: Sequence[Figure]) -> None:
+def print_engine_figures(figures: Sequence[Figure]) -> None:
     """Print one row per figure."""
     print(f"the sparse filter on {TERMS} terms, best of all rounds")
-    for figure in figures:
-        goal = f"goal <= {figure.goal:g}"
-        print(f"{figure.name:<32}{figure.value:>8.2f} {figure.unit:<26}{goal:<14}{figure.verdict}")
+    print_figures(figures)
 
 
 def _runner(sim: nb.Simulator, records: nb.RecordArray) -> Callable[[], None]:

@@ -17,9 +17,9 @@ array before they use it. One that is too short fails with "Error: NAME() needs 
 amplitudes, but was given M.", one that is read-only, where it is to be written, with "Error: NAME()
 needs an array that it may write to.", NAME being the function. A register that does not exist is
 reported first: by the dense filter with a text that begins "Error: Simulated state vector data is
-requested, but not present.", by the bit filter with "qc.reset() has not been called or did not
-succeed.". The sparse filter has an empty list of terms then, which is no error. Its list has an
-order of its own, told where it matters.
+requested, but not present.", by the bit and the Clifford filter with "qc.reset() has not been
+called or did not succeed.". The sparse filter has an empty list of terms then, which is no error.
+Its list has an order of its own, told where it matters.
 
 Errors. Every failure sets a RuntimeError with the message and returns None all the same. The
 interpreter reports such a call as a SystemError, whose `__cause__` is the RuntimeError. "Raises"
@@ -42,12 +42,18 @@ def pull_state(handle: SupportsIndex, dest: NDArray[np.complex128], /) -> str:
         handle: The filter.
         dest: Complex array of shape (2**n,) or longer for the amplitudes of n qubits, in order of
             their index. For the sparse filter it may be shorter, as long as it has a place for
-            every stored term; the rest of it becomes zeros. The bit filter leaves it as it is; an
-            array of length 1 will do.
+            every stored term; the rest of it becomes zeros. The bit and the Clifford filter leave
+            it as it is; an array of length 1 will do.
 
     Returns:
         The filter's text about its state. From the bit filter: one character "0" or "1" for each
-        qubit, qubit 0 first. From the dense and the sparse filter: nothing.
+        qubit, qubit 0 first. From the Clifford filter, for n qubits: lines of 2 n + 3 characters,
+        each ended by a newline: one for each destabilizer, one of "-", one for each generator. A
+        row's line is a digit k for the factor i**k, a space, the bits of the X part, "|" and the
+        bits of the Z part, where both bits make a Y. Up to 64 qubits the highest comes first.
+        Above, 64-qubit words follow each other from the lowest up, each with its highest bit
+        first, but when n is no multiple of 64 the first word is printed with its lowest n % 64 bits
+        alone and the last one with 64. From the dense and the sparse filter: nothing.
 
     Raises:
         RuntimeError: `dest` is not a complex array ("Error: pull_state() dest buffer must be an
@@ -79,7 +85,8 @@ def pull_state_specific(
     Raises:
         RuntimeError: `dest` is not a complex array (with the text of `pull_state`); the register
             does not exist; `dest` is too short or read-only; or the filter has no such operation,
-            as the bit filter ("Error: no QPU data for qc.pull_state_specific()").
+            as the bit and the Clifford filter ("Error: no QPU data for
+            qc.pull_state_specific()").
     """
 
 def push_state(
@@ -107,9 +114,9 @@ def push_state(
             array of type complex128"); the register does not exist; `source` is too short; the
             register lacks a selected qubit ("Error: push_state() selector S names qubits outside
             the register of N qubits."); the sparse filter is given a selector ("Partial push_state
-            is not yet implemented for sparse_sv."); or the filter takes no state. The bit filter
-            says "qc.push_state() has not been implemented for the Clifford sim.", other filters
-            "Error: no QPU data for qc.push_state()".
+            is not yet implemented for sparse_sv."); or the filter takes no state. The bit and the
+            Clifford filter say "qc.push_state() has not been implemented for the Clifford sim.",
+            other filters "Error: no QPU data for qc.push_state()".
     """
 
 def check_state(
@@ -172,6 +179,16 @@ def put_instructions(
 
     A record that fails ends the call; the records before it have taken effect.
 
+    "StreamConnect" runs nothing. It hands the array to its socket in one write that does not wait:
+    what the socket does not take is lost without a word. When there are fetch requests in the array
+    (opcode 10000011), it then polls every 10 milliseconds for as many replies (10004011), each of
+    which stores read flags. A poll looks, once for every whole record received in this call, at the
+    first of them; so one reply at the head completes any number, and a reply behind another record
+    is not stored. Without enough of them for the seconds given to `connect`, which begin anew with
+    data behind a whole record, it prints "Error: Timeout waiting to fetch measurement results.
+    Measurement results are not valid." to the standard output and returns; the flags keep what
+    they had.
+
     Args:
         handle: The filter.
         records: Packed records of 88 bytes each, one for each element of the first dimension:
@@ -184,7 +201,8 @@ def put_instructions(
             put_instructions needs contiguous records of 88 bytes: N records need B bytes, but the
             array holds A."); they do not lie back to back, but S bytes apart by the first stride
             ("Error: put_instructions needs contiguous records of 88 bytes, but the array's are S
-            bytes apart."); or a record fails, with the message of its operation.
+            bytes apart."); a record fails, with the message of its operation; or there is no
+            connection ("Error: instructions pushed while there is no connection.").
     """
 
 def new_native_filter(type_name: str, /) -> int:
@@ -193,7 +211,8 @@ def new_native_filter(type_name: str, /) -> int:
     Args:
         type_name: The filter's type, compared exactly: "StreamQPU" for the dense state vector,
             "StreamSparseQPU" for a list of non-zero terms on up to 63 qubits, "StreamBitQPU" for
-            one classical bit per qubit.
+            one classical bit per qubit, "StreamCliffordQPU" for a stabilizer tableau,
+            "StreamConnect" for a socket to a service that runs the records.
 
     Returns:
         The handle, above 0 and never given out twice in a process.
@@ -215,7 +234,7 @@ def delete_native_filter(handle: SupportsIndex, /) -> None:
 def set_random(handle: SupportsIndex, /) -> None:
     """Sets all amplitudes to a random normalised state.
 
-    The sparse and the bit filter do nothing.
+    The sparse, the bit and the Clifford filter do nothing.
 
     Args:
         handle: The filter.
@@ -248,8 +267,8 @@ def pps(handle: SupportsIndex, x_mask: SupportsIndex, z_mask: SupportsIndex, /) 
         z_mask: Qubits with a Z factor, 32 bits; a qubit in both masks has a Y.
 
     Returns:
-        The probability, 0.0 to 1.0, and 0.0 for two empty masks. The sparse and the bit filter
-        answer 0.0 without a look.
+        The probability, 0.0 to 1.0, and 0.0 for two empty masks. The sparse, the bit and the
+        Clifford filter answer 0.0 without a look.
 
     Raises:
         RuntimeError: no filter has this handle; or the register does not exist.
@@ -260,7 +279,7 @@ def postselect(handle: SupportsIndex, value: SupportsIndex, mask: SupportsIndex,
 
     The rest is scaled to total probability 1. The sparse filter keeps the terms that fail, with
     amplitude 0. The bit filter's state either has the values already or cannot, so it is never
-    changed.
+    changed. The Clifford filter takes one qubit and draws nothing.
 
     Args:
         handle: The filter.
@@ -275,7 +294,10 @@ def postselect(handle: SupportsIndex, value: SupportsIndex, mask: SupportsIndex,
             "qc.peek_read_probability() must specify at least one qubit to measure."; or nothing of
             the state matches. Then the dense filter says "Error: qc.postselect() no nonzero terms
             match desired value.", the sparse and the bit filter "qc.postselect() no non-zero terms
-            match the desired value."; a dense or sparse state is all zero then.
+            match the desired value."; a dense or sparse state is all zero then. The Clifford filter
+            says "qc.postselect() must specify at least one qubit to postselect." and
+            "qc.postselect() no non-zero terms have the desired value.", and refuses several qubits
+            and those outside its register with the texts of `peek_read_probability`.
     """
 
 def peek_num_nonzero_terms(handle: SupportsIndex, /) -> int:
@@ -290,8 +312,8 @@ def peek_num_nonzero_terms(handle: SupportsIndex, /) -> int:
         The number, cut to its low 32 bits; 0 before the first reset.
 
     Raises:
-        RuntimeError: the filter does not keep such a list, as the dense and the bit filter
-            ("Error: no QPU data for qc.peek_read_probability()").
+        RuntimeError: the filter does not keep such a list, as all but the sparse one ("Error: no
+            QPU data for qc.peek_read_probability()").
     """
 
 def peek_n_biggest_terms(
@@ -364,18 +386,22 @@ def peek_read_probability(
         handle: The filter.
         value: Bit k is the value asked of qubit k, 32 bits. On the sparse filter nothing matches
             a bit outside `mask`.
-        mask: The qubits that count, 32 bits.
+        mask: The qubits that count, 32 bits; for the Clifford filter, one qubit.
         limit: Above 0, a bound by which a filter may stop early: each block of the dense filter
             stops as soon as its own sum reaches it, the sparse filter as soon as the sum over its
-            list does. The bit filter does not use it.
+            list does. The bit and the Clifford filter do not use it.
 
     Returns:
-        The probability; exactly 1.0 or 0.0 from the bit filter.
+        The probability; exactly 1.0 or 0.0 from the bit filter, and 1.0, 0.5 or 0.0 from the
+        Clifford filter.
 
     Raises:
         RuntimeError: no reset record has run; `mask` is 0 ("qc.peek_read_probability() must specify
-            at least one qubit to measure."); or the filter has no such operation ("Error: no QPU
-            data for qc.peek_read_probability()").
+            at least one qubit to measure."); the Clifford filter is asked about several qubits
+            ("qc.peek_read_probability() in Clifford sim must specify exactly one qubit to
+            measure.") or one that its register lacks ("Error: qubit Q lies outside the register of
+            N qubits."); or the filter has no such operation ("Error: no QPU data for
+            qc.peek_read_probability()").
     """
 
 def fetch_read_result(
@@ -440,7 +466,7 @@ def enable_qubit_debugging(handle: SupportsIndex, on: SupportsIndex, /) -> None:
 def finish(handle: SupportsIndex, /) -> None:
     """Waits until work still under way on the register has ended.
 
-    The dense, the sparse and the bit filter never leave any.
+    The dense, the sparse, the bit and the Clifford filter never leave any.
 
     Args:
         handle: The filter.
@@ -452,42 +478,50 @@ def finish(handle: SupportsIndex, /) -> None:
 def connect(
     handle: SupportsIndex, host: str, port: SupportsIndex, timeout: SupportsFloat, /
 ) -> str:
-    """Connects a filter that works through a remote service.
+    """Connects a filter that works through a remote service, by TCP over IPv4.
+
+    A connection that is there is closed first. "StreamConnect" also prints a line: "Connected ok."
+    to the standard output, or what went wrong to the standard error. Other filters do nothing.
 
     Args:
         handle: The filter.
         host: Name or address of the service.
-        port: Port number, signed 32 bits.
-        timeout: Longest wait in seconds.
+        port: Port number, 0 to 65535; others fail as a refused connection does.
+        timeout: Longest wait for replies in seconds, from now on, also when connecting fails. 0,
+            less and NaN wait not at all. No signal ends a wait.
 
     Returns:
-        The filter's text about the outcome; empty from a filter without a connection.
+        Nothing when there is a connection now, else "Error: failed to connect to host HOST:PORT".
+        Empty from a filter without a connection.
 
     Raises:
         RuntimeError: no filter has this handle ("Error: native filter not found.").
     """
 
 def disconnect(handle: SupportsIndex, /) -> str:
-    """Closes a filter's connection.
+    """Closes a filter's connection, if there is one. Its read flags stay.
 
     Args:
         handle: The filter.
 
     Returns:
-        The filter's text about the outcome; empty from a filter without a connection.
+        Nothing.
 
     Raises:
         RuntimeError: no filter has this handle ("Error: native filter not found.").
     """
 
 def get_status(handle: SupportsIndex, /) -> str:
-    """Tells the state of a filter's connection.
+    """Tells the state of a filter's connection, as far as this end knows it.
+
+    A service that has gone is not noticed.
 
     Args:
         handle: The filter.
 
     Returns:
-        The filter's text; empty from a filter without a connection.
+        From "StreamConnect" '{"connected":true}' or '{"connected":false}'; nothing from a filter
+        without a connection.
 
     Raises:
         RuntimeError: no filter has this handle ("Error: native filter not found.").

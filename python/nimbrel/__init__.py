@@ -42,6 +42,7 @@ from nimbrel.layout import Qubits
 from nimbrel.opcodes import TAG, Opcode
 from nimbrel.paulis import pcp, ppm, ppr
 from nimbrel.records import QPU_OP, RecordArray, program, record
+from nimbrel.remote import fetch_request
 from nimbrel.simulator import Event, Simulator, seed
 
 __all__ = [
@@ -56,6 +57,7 @@ __all__ = [
     "aligned_buffer",
     "clear",
     "close_event",
+    "fetch_request",
     "flag_nand",
     "free",
     "h",

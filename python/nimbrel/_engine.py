@@ -49,3 +49,13 @@ def _word32(value: int, name: str) -> int:
     if not 0 <= number < 2**32:
         raise ValueError(f"{name} must be an unsigned 32-bit number, not {value}")
     return number
+
+
+def _flag_range(first: int, count: int) -> None:
+    """Check the numbers of consecutive read flags, which the engine takes as signed 32-bit ones.
+
+    Raises:
+        ValueError: If `count` is negative, or a flag's number does not fit.
+    """
+    if count < 0 or first < -(2**31) or first + count > 2**31:
+        raise ValueError(f"flags {first} to {first + count - 1} cannot be fetched")

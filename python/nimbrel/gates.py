@@ -6,7 +6,8 @@ least significant; a gate with several targets acts on each of them. Keyword arg
 common to all:
 
     controls   qubits that must be 1 for the gate to act
-    zeros      qubits that must be 0 for the gate to act
+    zeros      qubits that must be 0 for the gate to act; a Clifford filter takes them for
+               controls
     flag       the classical condition: a read flag that must be 1 (a negative number:
                that must be 0); 0, the default, always holds and -1 never
 

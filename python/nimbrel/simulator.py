@@ -6,12 +6,16 @@ import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel._engine import _call, _word32
+from nimbrel._engine import _call, _flag_range, _word32
+from nimbrel.clifford import Tableau, parse_tableau
 from nimbrel.records import RecordArray, program
+from nimbrel.remote import FLAGS_PER_REQUEST, RemoteOperations, fetch_request
 from nimbrel.state import StateOperations
 
 FLAGS_PER_FETCH: Final = 32
 """Flags that one call of the engine returns at most."""
+
+_CLIFFORD: Final = "StreamCliffordQPU"
 
 
 class Event(NamedTuple):
@@ -35,11 +39,12 @@ def seed(value: int) -> None:
     _call(_lib_nb_sim.random_seed, 0, _word32(value, "seed"))
 
 
-class Simulator(StateOperations):
+class Simulator(StateOperations, RemoteOperations):
     """One filter of the engine, freed on leaving the `with` block.
 
     The engine holds the interpreter lock during every call. Terms, amplitudes, probabilities
-    and samples are the methods of `StateOperations`.
+    and samples are the methods of `StateOperations`; those of `RemoteOperations` connect a
+    "StreamConnect" filter to a service, where its programs run.
 
         with Simulator("StreamBitQPU") as sim:
             sim.run(reset(100), x([3, 70]), read(range(100), 2))
@@ -52,17 +57,60 @@ class Simulator(StateOperations):
     def run(self, *parts: RecordArray) -> None:
         """Run a program in one call of the engine.
 
+        A "StreamConnect" filter only sends it, in one call for each fetch request in it and
+        for each window of records (see `connect`), which waits for a reply. Without a fetch
+        request at the end nothing tells whether the service has run it, or is still there.
+
         Args:
             *parts: `QPU_OP` arrays of shape (k,), joined in this order.
 
         Raises:
             ValueError: If a part is not a one-dimensional `QPU_OP` array, or the
-                simulator is closed.
+                simulator is closed; or if a program that is sent ends with an extension
+                record or has an operation that is longer than the window.
             RuntimeError: What the engine reports; records before the failing one have
                 taken effect.
+            TimeoutError: If the service does not reply in time, also when it has gone. The
+                connection is closed then, since a late reply would answer the next request.
+            ConnectionError: If the connection was lost during a wait.
         """
         records = program(*parts)
-        _call(_lib_nb_sim.put_instructions, self.handle, records, len(records))
+        handle = self.handle
+        if self._link is not None:
+            self._link.send(records)
+        else:
+            _call(_lib_nb_sim.put_instructions, handle, records, len(records))
+
+    def fetch(self, first: int, count: int, *parts: RecordArray) -> int:
+        """Run a program at the service of a "StreamConnect" filter and fetch read flags.
+
+        They come by one request for every 64 flags, with the program's last records in the
+        same array as the first of them. Each takes a multiple of 10 milliseconds.
+
+        Args:
+            first: First flag, a signed 32-bit number; negative flags read inverted.
+            count: Number of flags. With 0 no flag is fetched, but the service has run the
+                program.
+            *parts: The program, as for `run`.
+
+        Returns:
+            An integer whose bit i is flag `first + i`, which `flags` gives from now on too. A
+            flag that the service marks as not present keeps what it had.
+
+        Raises:
+            ValueError: As `run` and `flags`, and on a filter of another type.
+            RuntimeError: If there is no connection.
+            TimeoutError: As `run`. Flags of the requests before have been stored.
+            ConnectionError: As `run`.
+        """
+        self._remote()
+        _flag_range(first, count)
+        starts = range(0, max(count, 1), FLAGS_PER_REQUEST)
+        requests = [
+            fetch_request(first + done, min(FLAGS_PER_REQUEST, count - done)) for done in starts
+        ]
+        self.run(*parts, *requests)
+        return self.flags(first, count)
 
     def flags(self, first: int, count: int) -> int:
         """Fetch consecutive read flags as the bits of an integer.
@@ -79,8 +127,7 @@ class Simulator(StateOperations):
                 32-bit word, or the simulator is closed.
             RuntimeError: What the engine reports.
         """
-        if count < 0 or first < -(2**31) or first + count > 2**31:
-            raise ValueError(f"flags {first} to {first + count - 1} cannot be fetched")
+        _flag_range(first, count)
         handle = self.handle
         words = [
             _call(
@@ -104,15 +151,43 @@ class Simulator(StateOperations):
             ValueError: If the simulator is closed.
             RuntimeError: What the engine reports, such as a register not yet sized.
         """
-        # The bit filter answers by text alone and leaves the array untouched.
-        unused = np.zeros(1, dtype=np.complex128)
-        return _call(_lib_nb_sim.pull_state, self.handle, unused)
+        return _state_text(self.handle)
+
+    def generators(self) -> list[str]:
+        """The generators of a Clifford filter's state, which is the +1 state of each of them.
+
+        Returns:
+            A string for each generator, in the tableau's order: a sign, "+" or "-", and a letter
+            for each qubit, qubit 0 first, with "_" where the product leaves a qubit alone. So
+            "+XZ_Y" is X on qubit 0, Z on qubit 1 and Y on qubit 3. The engine's text, of which
+            they are made, leaves out the qubits n % 64 to 63 of a register of n qubits, when n
+            is above 64 and no multiple of 64: those are shown as "?". Size the register to a
+            multiple of 64 to see all.
+
+        Raises:
+            ValueError: If the filter is of another type, or the simulator is closed.
+            RuntimeError: What the engine reports, such as a register not yet sized.
+        """
+        return self._tableau().generators
+
+    def destabilizers(self) -> list[str]:
+        """The partners of a Clifford filter's generators.
+
+        Returns:
+            Strings as those of `generators`. Number i anticommutes with generator i and commutes
+            with the others. Its sign carries no meaning for the state, and may be "+i" or "-i".
+
+        Raises:
+            ValueError: If the filter is of another type, or the simulator is closed.
+            RuntimeError: What the engine reports, such as a register not yet sized.
+        """
+        return self._tableau().destabilizers
 
     def peek_probability(self, value: int, mask: int, limit: float = 0.0) -> float:
         """The probability to read `value` on the qubits of `mask`, without measuring.
 
         Masks reach qubits 0 to 31 of any register; `probabilities` reaches the others of a
-        sparse one.
+        sparse one. A Clifford filter takes one qubit.
 
         Args:
             value: The bits to look for, 32 bits, bit k for qubit k.
@@ -136,7 +211,7 @@ class Simulator(StateOperations):
         """Project the qubits of `mask` on `value`.
 
         Masks reach qubits 0 to 31, so a program on a larger register keeps low what it
-        selects by.
+        selects by. A Clifford filter takes one qubit.
 
         Args:
             value: The bits to keep, 32 bits, bit k for qubit k.
@@ -181,3 +256,15 @@ class Simulator(StateOperations):
             ValueError: If the simulator is closed.
         """
         _call(_lib_nb_sim.finish, self.handle)
+
+    def _tableau(self) -> Tableau:
+        handle = self.handle
+        if self._filter_type != _CLIFFORD:
+            raise ValueError(f'a "{self._filter_type}" filter has no generators')
+        return parse_tableau(_state_text(handle))
+
+
+def _state_text(handle: int) -> str:
+    # Filters that answer by text leave the array untouched.
+    unused = np.zeros(1, dtype=np.complex128)
+    return _call(_lib_nb_sim.pull_state, handle, unused)

@@ -312,23 +312,49 @@ def test_a_batch_product_out_of_its_batch_is_refused(k: int, n: int) -> None:
         nb.pcp(k, n, 0, ())
 
 
-PAULI_BUILDERS: list[Callable[[list[int], list[int]], nb.RecordArray]] = [
-    lambda xs, zs: nb.ppr(1.0, xs, zs),
-    nb.ppm,
-    lambda xs, zs: nb.pcp(0, 1, xs, zs),
-]
+PAULI_BUILDERS: dict[str, Callable[[list[int], list[int]], nb.RecordArray]] = {
+    "ppr": lambda xs, zs: nb.ppr(1.0, xs, zs),
+    "ppm": nb.ppm,
+    "pcp": lambda xs, zs: nb.pcp(0, 1, xs, zs),
+}
 
 
-@pytest.mark.parametrize("builder", PAULI_BUILDERS, ids=["ppr", "ppm", "pcp"])
-def test_a_pauli_product_stays_below_64_qubits_and_is_not_empty(
-    builder: Callable[[list[int], list[int]], nb.RecordArray],
-) -> None:
+@pytest.mark.parametrize("name", PAULI_BUILDERS)
+def test_a_pauli_product_is_not_empty(name: str) -> None:
+    with pytest.raises(ValueError, match=r"^a Pauli product needs at least one qubit$"):
+        PAULI_BUILDERS[name]([], [])
+    with pytest.raises(ValueError, match=r"^X qubit -1 is negative$"):
+        PAULI_BUILDERS[name]([0, -1], [])
+    with pytest.raises(ValueError, match=r"^Z qubit 70 is given twice$"):
+        PAULI_BUILDERS[name]([0], [70, 70])
+
+
+@pytest.mark.parametrize("name", ["ppr", "ppm"])
+def test_a_pauli_product_lays_further_words_into_extensions(name: str) -> None:
+    build = PAULI_BUILDERS[name]
+    # The lowest word always lies in the record itself, be it empty of one kind of letter.
+    *extensions, own = (part.reshape(1) for part in build([200, 70, 128], [3, 70]))
+    assert equal(own, build([], [3]))
+    expected = [
+        {"target_mask": 1 << 6, "target_offset": 64, "cond_mask": 1 << 6, "cond_offset": 64},
+        {"target_mask": 1, "target_offset": 128},
+        {"target_mask": 1 << 8, "target_offset": 192},
+    ]
+    for made, words in zip(extensions, expected, strict=True):
+        assert equal(made, nb.record(Opcode.EXTEND, **words))
+
+
+@pytest.mark.parametrize("name", ["ppr", "ppm"])
+def test_a_pauli_product_needs_a_qubit_in_the_lowest_word(name: str) -> None:
+    with pytest.raises(ValueError, match=r"^a Pauli product needs at least one qubit below 64$"):
+        PAULI_BUILDERS[name]([64], [64, 100])
+
+
+def test_a_batch_product_stays_below_64_qubits() -> None:
     with pytest.raises(ValueError, match=r"^X qubit 64 is not below 64$"):
-        builder([3, 64], [])
+        nb.pcp(0, 1, [3, 64], [])
     with pytest.raises(ValueError, match=r"^Z qubit 70 is not below 64$"):
-        builder([], [70])
-    with pytest.raises(ValueError, match="needs at least one qubit"):
-        builder([], [])
+        nb.pcp(0, 1, [], [70])
 
 
 def test_a_pauli_rotation_refuses_a_control_above_63() -> None:
