@@ -56,7 +56,7 @@ test-native: $(TEST_TOOLS) gtest
 
 # The quick run, under the environment's own NumPy only.
 test-python: $(INSTALLED) $(TEST_TOOLS)
-	$(VENV_PYTHON) -m pytest -q
+	$(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
 
 test-numpy: $(WHEEL)
 	tools/numpy_matrix.sh build/wheel/*.whl

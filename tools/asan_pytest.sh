@@ -25,4 +25,4 @@ if [[ $loaded != "$module_dir"/* ]]; then
   exit 1
 fi
 # Capturing Python's streams alone leaves the sanitizer's last words on the terminal.
-"$python" -m pytest -q --capture=sys
+"$python" -m pytest -q --capture=sys --numprocesses "${CTEST_PARALLEL_LEVEL:-2}" --dist loadfile

@@ -5,6 +5,7 @@ set -euo pipefail
 
 wheel=$1
 python=${PYTHON:-python3}
+jobs=${CTEST_PARALLEL_LEVEL:-2}
 cd "$(dirname "$0")/.."
 
 # NumPy publishes no wheels of its old releases for a newer Python, so the oldest depends on it.
@@ -30,7 +31,7 @@ run_under() {
     --upgrade "$(requirement "$version")" "${wheel}[test]"
   "$environment/bin/pip" install -q --disable-pip-version-check --force-reinstall --no-deps "$wheel"
   echo "== Python tests under NumPy $("$environment/bin/python" -c 'import numpy; print(numpy.__version__)')"
-  "$environment/bin/python" -m pytest -q
+  "$environment/bin/python" -m pytest -q --numprocesses "$jobs" --dist loadfile
 }
 
 set -f # the patterns are for pip, not for the shell
