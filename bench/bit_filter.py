@@ -8,17 +8,15 @@ records a second, the same within a tenth on both widths. Qubits come from a see
 generator. Every array is checked against a plain model before it is timed.
 """
 
-import argparse
 import sys
 from collections.abc import Callable
 from dataclasses import dataclass
 from functools import partial
-from pathlib import Path
 from typing import TypeAlias
 
 import numpy as np
 import numpy.typing as npt
-from harness import Goal, Result, best_seconds, print_table, write_json
+from harness import Goal, Result, argument_parser, at_least, best_seconds, print_table, write_json
 from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, reset
 
 WIDTHS = (64, 1_000_000)
@@ -194,13 +192,11 @@ def time_task(task: Task, count: int, repeats: int) -> Result:
 
 def main() -> int:
     """Time every task; returns the exit status."""
-    parser = argparse.ArgumentParser(description="Time the bit filter.")
-    parser.add_argument("--records", type=int, default=1_000_000, help="records of an array")
-    parser.add_argument("--repeats", type=int, default=9, help="timed rounds; the best counts")
-    parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
+    parser = argument_parser("Time the bit filter.", repeats=9)
+    parser.add_argument(
+        "--records", type=at_least(1), default=1_000_000, help="records of an array"
+    )
     arguments = parser.parse_args()
-    if arguments.records < 1 or arguments.repeats < 1:
-        parser.error("--records and --repeats must be 1 or more")
     results = [time_task(task, arguments.records, arguments.repeats) for task in TASKS]
     print_table(results)
     if arguments.json is not None:

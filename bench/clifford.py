@@ -14,19 +14,16 @@ agree before they are timed, in turn. The peers come with `pip install nimbrel[b
 is missing is left out.
 """
 
-import argparse
 import importlib
 import importlib.metadata
-import json
 import sys
 from collections.abc import Callable, Sequence
 from dataclasses import asdict, dataclass
-from pathlib import Path
 
 from clifford_circuits import Circuit, mirror_circuit, random_circuit
 from clifford_engine import Contestant, Engine
 from clifford_machine import engine_figures, print_engine_figures
-from harness import Figure, WrongResultError
+from harness import PeerBenchmark, WrongResultError, run_beside_peers
 
 WIDTHS = (50, 200, 1000, 2000)
 DEPTH = 20
@@ -165,40 +162,23 @@ def print_comparisons(comparisons: Sequence[Comparison]) -> None:
         print(line)
 
 
-def write_json(path: Path, figures: Sequence[Figure], comparisons: Sequence[Comparison]) -> None:
-    """Write all figures as JSON."""
-    document = {
-        "engine": [asdict(figure) for figure in figures],
-        "beside_peers": [asdict(each) for each in comparisons],
-    }
-    path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
+def compare_all(repeats: int) -> list[Comparison]:
+    """Compare every circuit; an empty list without a peer."""
+    makers = [*peers().values()]
+    return [compare(each, makers, repeats) for each in circuits()] if makers else []
 
 
-def main() -> int:
-    """Run the benchmark; returns the exit status."""
-    parser = argparse.ArgumentParser(description="Time the Clifford filter.")
-    parser.add_argument("--repeats", type=int, default=15, help="timed rounds; the best counts")
-    parser.add_argument("--alone", action="store_true", help="leave the peers out")
-    parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
-    arguments = parser.parse_args()
-    if arguments.repeats < 1:
-        parser.error("--repeats must be 1 or more")
-    comparisons: list[Comparison] = []
-    try:
-        figures = engine_figures(arguments.repeats)
-        print_engine_figures(figures)
-        makers = [] if arguments.alone else [*peers().values()]
-        if makers:
-            comparisons = [compare(each, makers, arguments.repeats) for each in circuits()]
-    except WrongResultError as error:
-        print(f"clifford.py: {error}", file=sys.stderr)
-        return 1
-    if comparisons:
-        print_comparisons(comparisons)
-    if arguments.json is not None:
-        write_json(arguments.json, figures, comparisons)
-    return 0
+BENCHMARK: PeerBenchmark[Comparison] = PeerBenchmark(
+    script="clifford.py",
+    description="Time the Clifford filter.",
+    measure=engine_figures,
+    print_figures=print_engine_figures,
+    compare=compare_all,
+    print_comparisons=print_comparisons,
+    json_name="beside_peers",
+    as_json=asdict,
+)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_beside_peers(BENCHMARK))

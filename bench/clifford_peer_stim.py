@@ -1,11 +1,11 @@
 """Stim's tableau simulator as a contestant of the Clifford benchmark."""
 
 import importlib
-import time
 from collections.abc import Sequence
 from typing import Any, Final
 
 from clifford_circuits import Circuit
+from harness import seconds_of
 
 stim: Any = importlib.import_module("stim")
 
@@ -52,9 +52,7 @@ class Stim:
 
     def seconds(self) -> float:
         """The time of a run."""
-        start = time.perf_counter()
-        self._run()
-        return time.perf_counter() - start
+        return seconds_of(self._run)
 
     def _after_gates(self) -> Any:
         simulator = stim.TableauSimulator()

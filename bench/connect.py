@@ -9,9 +9,7 @@ another process and runs the records on a bit filter. What is timed is checked f
 fetched must be those of a run here.
 """
 
-import argparse
 import importlib
-import json
 import statistics
 import sys
 import time
@@ -21,7 +19,7 @@ from functools import partial
 from pathlib import Path
 
 import numpy as np
-from harness import WrongResultError, best_seconds
+from harness import WrongResultError, argument_parser, at_least, best_seconds, write_document
 from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, program, read, reset
 from nimbrel.remote import WINDOW
 
@@ -134,21 +132,13 @@ def report(found: Sequence[Rate], fetch: Latency, count: int) -> None:
     print(f"{fetch.least:>6.2f}{fetch.median:>8.2f}{fetch.most:>8.2f} ms")
 
 
-def write_json(path: Path, found: Sequence[Rate], fetch: Latency) -> None:
-    """Write all figures as JSON."""
-    document = {"rates": [asdict(rate) for rate in found], "fetch_ms": asdict(fetch)}
-    path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
-
-
 def main() -> int:
     """Run the benchmark; returns the exit status."""
-    parser = argparse.ArgumentParser(description="Time the connect filter.")
-    parser.add_argument("--records", type=int, default=200_000, help="records of the program")
-    parser.add_argument("--repeats", type=int, default=5, help="timed rounds; the best counts")
-    parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
+    parser = argument_parser("Time the connect filter.", repeats=5)
+    parser.add_argument(
+        "--records", type=at_least(3), default=200_000, help="records of the program"
+    )
     arguments = parser.parse_args()
-    if arguments.records < 3 or arguments.repeats < 1:
-        parser.error("--records must be 3 or more and --repeats 1 or more")
     sys.path.append(str(Path(__file__).parents[1] / "examples"))
     running_service = importlib.import_module("service_process").running_service
     try:
@@ -160,7 +150,8 @@ def main() -> int:
         return 1
     report(found, fetch, arguments.records)
     if arguments.json is not None:
-        write_json(arguments.json, found, fetch)
+        document = {"rates": [asdict(rate) for rate in found], "fetch_ms": asdict(fetch)}
+        write_document(arguments.json, document)
     return 0
 
 

@@ -7,7 +7,6 @@ for each processor.
 
 import os
 import resource
-import time
 from collections.abc import Callable
 from concurrent.futures import ThreadPoolExecutor
 from itertools import repeat
@@ -19,6 +18,7 @@ import numpy as np
 from dense_engine import BatchedEngine, Engine, record_of
 from dense_model import random_state
 from dense_tasks import ANGLE, cnots, on_every_target
+from harness import seconds_of
 
 AMPLITUDE_BYTES = 16
 ROUNDS = 4
@@ -34,9 +34,7 @@ def scaling_loop(num_bytes: int, threads: int) -> Callable[[], float]:
         np.multiply(part, -1.0, out=part)
 
     def run() -> float:
-        start = time.perf_counter()
-        list(pool.map(scale, parts))
-        return time.perf_counter() - start
+        return seconds_of(lambda: list(pool.map(scale, parts)))
 
     return run
 
@@ -112,7 +110,7 @@ def call_figure(num_qubits: int) -> float:
     def batched() -> None:
         put(handle, batch, ARRAY_RECORDS)
 
-    best = [min(_seconds(call) for _ in range(3 * ROUNDS)) for call in (single, empty, batched)]
+    best = [min(seconds_of(call) for _ in range(3 * ROUNDS)) for call in (single, empty, batched)]
     engine.close()
     return (best[0] - best[1] - best[2]) / ARRAY_RECORDS * 1e9
 
@@ -131,14 +129,8 @@ def reset_figures(num_qubits: int) -> dict[str, float]:
     for number in range(2 * ROUNDS):
         engine.load(state)
         before = resource.getrusage(resource.RUSAGE_SELF).ru_minflt
-        best = min(best, _seconds(lambda: put(handle, record, 1)))
+        best = min(best, seconds_of(lambda: put(handle, record, 1)))
         if number:  # the first round meets code that has never run
             faults += resource.getrusage(resource.RUSAGE_SELF).ru_minflt - before
     engine.close()
     return {"microseconds": best * 1e6, "page_faults": faults}
-
-
-def _seconds(call: Callable[[], object]) -> float:
-    start = time.perf_counter()
-    call()
-    return time.perf_counter() - start

@@ -1,7 +1,6 @@
 """Tables, JSON and plot of the dense benchmark."""
 
 import importlib
-import json
 import os
 import platform
 from collections.abc import Callable, Sequence
@@ -10,6 +9,7 @@ from pathlib import Path
 from typing import Any
 
 import numpy as np
+from harness import write_document
 
 ENGINE = "nimbrel"
 BATCHED = "batched"
@@ -131,7 +131,7 @@ def write_json(
             for cell in cells
         ],
     }
-    path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
+    write_document(path, document)
 
 
 def write_plot(path: Path, cells: Sequence[Cell]) -> None:

@@ -1,13 +1,18 @@
-"""What every benchmark needs: fair timing, one table, figures for machines."""
+"""What benchmarks share: arguments, fair timing, tables, figures for machines."""
 
+import argparse
 import json
 import platform
+import sys
 import time
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Mapping, Sequence
 from dataclasses import asdict, dataclass
 from pathlib import Path
+from typing import Any, Generic, TypeVar
 
 import numpy as np
+
+Compared = TypeVar("Compared")
 
 
 @dataclass(frozen=True)
@@ -77,6 +82,83 @@ class Figure:
         return "met" if self.value <= self.goal else "MISSED"
 
 
+@dataclass(frozen=True)
+class PeerBenchmark(Generic[Compared]):
+    """A benchmark of one filter, alone and beside other simulators.
+
+    Attributes:
+        script: The file's name, which begins its errors.
+        description: What it times, in words.
+        measure: Takes the figures of the filter alone, in so many rounds.
+        print_figures: Prints them.
+        compare: Compares the filter with its peers, in so many rounds; none without a peer.
+        print_comparisons: Prints them.
+        json_name: What the comparisons are called in JSON.
+        as_json: A comparison's own figures for JSON.
+    """
+
+    script: str
+    description: str
+    measure: Callable[[int], list[Figure]]
+    print_figures: Callable[[Sequence[Figure]], None]
+    compare: Callable[[int], list[Compared]]
+    print_comparisons: Callable[[Sequence[Compared]], None]
+    json_name: str
+    as_json: Callable[[Compared], dict[str, Any]]
+
+
+def argument_parser(description: str, repeats: int) -> argparse.ArgumentParser:
+    """A parser of the arguments that every benchmark takes, with its usual number of rounds."""
+    parser = argparse.ArgumentParser(description=description)
+    parser.add_argument(
+        "--repeats", type=at_least(1), default=repeats, help="timed rounds; the best counts"
+    )
+    parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
+    return parser
+
+
+def at_least(least: int) -> Callable[[str], int]:
+    """An argument's type: an integer not below this one."""
+
+    def integer(text: str) -> int:
+        value = int(text)
+        if value < least:
+            raise argparse.ArgumentTypeError(f"must be {least} or more")
+        return value
+
+    return integer
+
+
+def run_beside_peers(benchmark: PeerBenchmark[Any]) -> int:
+    """Run a benchmark by the command line's arguments; returns the exit status."""
+    parser = argument_parser(benchmark.description, repeats=15)
+    parser.add_argument("--alone", action="store_true", help="leave the peers out")
+    arguments = parser.parse_args()
+    try:
+        figures = benchmark.measure(arguments.repeats)
+        benchmark.print_figures(figures)
+        comparisons = [] if arguments.alone else benchmark.compare(arguments.repeats)
+    except WrongResultError as error:
+        print(f"{benchmark.script}: {error}", file=sys.stderr)
+        return 1
+    if comparisons:
+        benchmark.print_comparisons(comparisons)
+    if arguments.json is not None:
+        document = {
+            "engine": [asdict(figure) for figure in figures],
+            benchmark.json_name: [benchmark.as_json(each) for each in comparisons],
+        }
+        write_document(arguments.json, document)
+    return 0
+
+
+def seconds_of(call: Callable[[], object]) -> float:
+    """The time that a call takes."""
+    start = time.perf_counter()
+    call()
+    return time.perf_counter() - start
+
+
 def best_seconds(calls: Sequence[Callable[[], None]], repeats: int) -> list[float]:
     """The least time of each call over several rounds.
 
@@ -86,9 +168,7 @@ def best_seconds(calls: Sequence[Callable[[], None]], repeats: int) -> list[floa
     best = [float("inf")] * len(calls)
     for _ in range(repeats):
         for number, call in enumerate(calls):
-            start = time.perf_counter()
-            call()
-            best[number] = min(best[number], time.perf_counter() - start)
+            best[number] = min(best[number], seconds_of(call))
     return best
 
 
@@ -130,4 +210,9 @@ def write_json(path: Path, results: Sequence[Result]) -> None:
             for result in results
         ],
     }
+    write_document(path, document)
+
+
+def write_document(path: Path, document: Mapping[str, Any]) -> None:
+    """Write figures as JSON."""
     path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")

@@ -10,18 +10,15 @@ measurement before they are timed, in turn. Records are made and the peer's prog
 beforehand. The peer comes with `pip install nimbrel[bench]`; without it that part is left out.
 """
 
-import argparse
 import importlib
 import importlib.metadata
-import json
 import sys
 from collections.abc import Callable, Sequence
 from dataclasses import asdict, dataclass
-from pathlib import Path
 from typing import Any
 
 import numpy as np
-from harness import Figure, WrongResultError, best_seconds
+from harness import PeerBenchmark, WrongResultError, best_seconds, run_beside_peers
 from sparse_engine import Engine
 from sparse_machine import engine_figures, print_engine_figures
 from sparse_tasks import Program, hadamards_and_phases, toffoli_arithmetic
@@ -113,37 +110,17 @@ def print_comparisons(comparisons: Sequence[Comparison]) -> None:
         print(f"{each.program:<14}{each.gates:>6}{times}{each.ratio:>8.3f}  {verdict}  {each.task}")
 
 
-def write_json(path: Path, figures: Sequence[Figure], comparisons: Sequence[Comparison]) -> None:
-    """Write all figures as JSON."""
-    document = {
-        "engine": [asdict(figure) for figure in figures],
-        "beside_qdk": [asdict(each) | {"ratio": each.ratio} for each in comparisons],
-    }
-    path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")
-
-
-def main() -> int:
-    """Run the benchmark; returns the exit status."""
-    parser = argparse.ArgumentParser(description="Time the sparse filter.")
-    parser.add_argument("--repeats", type=int, default=15, help="timed rounds; the best counts")
-    parser.add_argument("--alone", action="store_true", help="leave the peer out")
-    parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
-    arguments = parser.parse_args()
-    if arguments.repeats < 1:
-        parser.error("--repeats must be 1 or more")
-    try:
-        figures = engine_figures(arguments.repeats)
-        print_engine_figures(figures)
-        comparisons = [] if arguments.alone else compare_all(arguments.repeats)
-    except WrongResultError as error:
-        print(f"sparse.py: {error}", file=sys.stderr)
-        return 1
-    if comparisons:
-        print_comparisons(comparisons)
-    if arguments.json is not None:
-        write_json(arguments.json, figures, comparisons)
-    return 0
+BENCHMARK: PeerBenchmark[Comparison] = PeerBenchmark(
+    script="sparse.py",
+    description="Time the sparse filter.",
+    measure=engine_figures,
+    print_figures=print_engine_figures,
+    compare=compare_all,
+    print_comparisons=print_comparisons,
+    json_name="beside_qdk",
+    as_json=lambda each: asdict(each) | {"ratio": each.ratio},
+)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(run_beside_peers(BENCHMARK))

@@ -6,14 +6,13 @@ array as large as the list, made in turn with the walks.
 
 import subprocess
 import sys
-import time
 from collections.abc import Callable, Sequence
 from pathlib import Path
 
 import nimbrel as nb
 import numpy as np
 import numpy.typing as npt
-from harness import Figure, WrongResultError, best_seconds, print_figures
+from harness import Figure, WrongResultError, best_seconds, print_figures, seconds_of
 from sparse_engine import scrambling
 
 SUPERPOSED = 18
@@ -152,9 +151,7 @@ def seconds_after(before: Callable[[], None], call: Callable[[], None], repeats:
     best = float("inf")
     for _ in range(repeats):
         before()
-        start = time.perf_counter()
-        call()
-        best = min(best, time.perf_counter() - start)
+        best = min(best, seconds_of(call))
     return best
 
 

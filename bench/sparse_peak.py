@@ -34,14 +34,11 @@ def steps(kind: str, num_qubits: int) -> tuple[RecordArray, RecordArray, int]:
     if kind == "paired":
         return program(h(qubits), scrambling(qubits)), h(qubits[-1]), full
     if kind == "uneven":
-        # Seven terms of eight get the qubit on top; its Hadamard is ordered for and does not act.
+        # Seven terms of eight get the qubit on top. The walks order the list and do not act.
         on_top = program(x(num_qubits), x(num_qubits, controls=qubits[:3]))
-        merged = h(num_qubits, controls=num_qubits + 1)
-        return (
-            program(h(qubits), on_top, merged, scrambling(qubits)),
-            h(qubits[-1]),
-            full + full // 4,
-        )
+        never = num_qubits + 1
+        merged, walk = h(num_qubits, controls=never), h(qubits[-1], controls=never)
+        return program(h(qubits), on_top, merged, scrambling(qubits)), walk, full
     few = h(num_qubits, controls=qubits[:-1])  # in one of two settings of the last qubit each
     return program(h(qubits), few, scrambling(qubits[1:])), h(0), full + 4
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "core_register.h"
-#include "support/amplitudes.h"
 #include "dense/core_block.h"
+#include "support/amplitudes.h"
 #include "support/bits.h"
 
 namespace Nimbrel {

@@ -12,25 +12,6 @@ bool has_two_qubits(const CliffordGate& gate) {
     return gate.kind == Kind::cnot || gate.kind == Kind::cz;
 }
 
-void apply_to_rows(StabilizerState& state, const CliffordGate& gate) {
-    switch (gate.kind) {
-        case Kind::x:
-            return state.px(gate.a);
-        case Kind::y:
-            return state.py(gate.a);
-        case Kind::z:
-            return state.pz(gate.a);
-        case Kind::had:
-            return state.had(gate.a);
-        case Kind::s:
-            return state.sgate(gate.a);
-        case Kind::cnot:
-            return state.cnot(gate.a, gate.b);
-        case Kind::cz:
-            return state.cz(gate.a, gate.b);
-    }
-}
-
 /// The rules of `StabilizerState` for all rows of a block at once. Returns the signs that flip.
 RowBits apply_to_columns(BitColumns& columns, const CliffordGate& gate) {
     BitColumn& a = columns[gate.a];
@@ -77,6 +58,25 @@ void flip_signs(std::span<Stabilizer* const> rows, RowBits flips) {
 }
 
 }  // namespace
+
+void apply_to_rows(StabilizerState& state, const CliffordGate& gate) {
+    switch (gate.kind) {
+        case Kind::x:
+            return state.px(gate.a);
+        case Kind::y:
+            return state.py(gate.a);
+        case Kind::z:
+            return state.pz(gate.a);
+        case Kind::had:
+            return state.had(gate.a);
+        case Kind::s:
+            return state.sgate(gate.a);
+        case Kind::cnot:
+            return state.cnot(gate.a, gate.b);
+        case Kind::cz:
+            return state.cz(gate.a, gate.b);
+    }
+}
 
 void GateBatch::run(StabilizerState& state) {
     if (gates_.empty()) return;

@@ -16,6 +16,9 @@ struct CliffordGate {
     unsigned b = 0;  ///< the target, or the other qubit
 };
 
+/// Applies one gate to every row of both tables. Qubit numbers are trusted.
+void apply_to_rows(StabilizerState& state, const CliffordGate& gate);
+
 /// The gates since the tableau was last looked at.
 ///
 /// Conjugation treats each row by itself, so a run of gates may be applied row by row, or block of

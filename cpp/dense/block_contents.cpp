@@ -3,9 +3,9 @@
 #include <cstring>
 #include <mutex>
 
-#include "support/amplitudes.h"
 #include "dense/core_block.h"
 #include "dense/slot_walk.h"
+#include "support/amplitudes.h"
 #include "support/random.h"
 
 namespace Nimbrel {

@@ -2,9 +2,9 @@
 ///
 /// Sums go in ascending slot order with one accumulator of two lanes, squares of real parts in one
 /// and of imaginary parts in the other. Their order is part of the result.
-#include "support/amplitudes.h"
 #include "dense/core_block.h"
 #include "dense/slot_walk.h"
+#include "support/amplitudes.h"
 
 namespace Nimbrel {
 namespace {

@@ -123,7 +123,7 @@ class OpFilter_SparseSVSim : public OpFilter {
     /// Room that a non-zero `length` or else the caller's own word gives for amplitudes.
     unsigned long room_for_amplitudes(unsigned long length) const;
 
-    TermList sort_space;           ///< scratch of pair walks, kept for its storage
+    TermList sort_space;  ///< scratch of pair walks, kept for its storage
     SineCosineMemo turns;
 };
 

@@ -2,38 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "core_register.h"
+#include "expect_failure.h"
 #include "filter/opcodes.h"
+#include "filter_fixture.h"
 
 namespace {
 
 using namespace Nimbrel;
+using namespace Nimbrel::Testing;
 
 /// What Python cannot reach: `write` by itself, the text that is appended to, the qubit table.
-class BitFilter : public testing::Test {
-  protected:
-    ~BitFilter() override { OpFilter::filter_registry.erase(filter.handle); }
-
-    void run(unsigned long opcode, unsigned long target_mask, unsigned long target_offset = 0) {
-        QPUOp op{};
-        op.opcode = opcode;
-        op.target_mask = target_mask;
-        op.target_offset = target_offset;
-        filter.put_instructions(&op, 1);
-    }
-
-    std::string bits() {
-        std::string text;
-        filter.pull_state(nullptr, text, 0);
-        return text;
-    }
-
-    OpFilter_BitQPUSim filter;
-};
+class BitFilter : public FilterFixture<OpFilter_BitQPUSim> {};
 
 TEST_F(BitFilter, PullStateAppendsToTheText) {
     run(OP_RESET, 70);
@@ -49,10 +32,10 @@ TEST_F(BitFilter, PullStateAppendsToTheText) {
 TEST_F(BitFilter, WriteTakesEveryPartOnItsOwn) {
     run(OP_RESET, 130);
     filter.write(0b101, 0b111, 0, 10, 64, 64, false, 0, "");
-    EXPECT_EQ(bits().substr(64, 4), "1010");
+    EXPECT_EQ(pulled_text().substr(64, 4), "1010");
     EXPECT_EQ(filter.qpu->fetch_read_result(10, 3), 0b101UL);
     filter.write(0b111, 0b010, 0, -20, 64, 64, false, 0, "");
-    EXPECT_EQ(bits().substr(64, 4), "1110");
+    EXPECT_EQ(pulled_text().substr(64, 4), "1110");
     EXPECT_EQ(filter.qpu->get_read_flag(20), 0);
 }
 
@@ -65,7 +48,7 @@ TEST_F(BitFilter, WriteWithTheCheckReportsItsCallersLabel) {
     EXPECT_EQ(filter.events[0].message, "Error: assert zero check failed.");
     EXPECT_EQ(filter.events[0].code, 5U) << "an event's code has 32 bits";
     EXPECT_EQ(filter.events[0].aux, filter.handle);
-    EXPECT_EQ(bits(), "0010");
+    EXPECT_EQ(pulled_text(), "0010");
 }
 
 TEST_F(BitFilter, ResetSizesTheQubitTable) {
@@ -87,15 +70,12 @@ TEST_F(BitFilter, ARegisterThatIsTooLargeLeavesTheOldOne) {
     sizes.push_back(1UL << 45);  // no allocator gives it; the sanitizers' own ends the process
 #endif
     for (const unsigned long qubits : sizes) {
-        try {
-            run(OP_RESET, qubits);
-            ADD_FAILURE() << qubits;
-        } catch (const std::runtime_error& error) {
-            EXPECT_EQ(error.what(), "Error: qc.reset() could not allocate a register of " +
-                                        std::to_string(qubits) + " qubits.");
-        }
+        SCOPED_TRACE(qubits);
+        EXPECT_FAILURE(run(OP_RESET, qubits),
+                       "Error: qc.reset() could not allocate a register of " +
+                           std::to_string(qubits) + " qubits.");
     }
-    EXPECT_EQ(bits(), "0110");
+    EXPECT_EQ(pulled_text(), "0110");
     EXPECT_EQ(filter.qpu->num_qubits, 4UL);
     EXPECT_EQ(filter.qpu->qint_table, (std::vector<unsigned int>{2, 0, 0, 0}));
 }

@@ -5,6 +5,7 @@
 #include "clifford/clifford_support.h"
 #include "core_register.h"
 #include "filter/opcodes.h"
+#include "filter_fixture.h"
 
 namespace {
 
@@ -35,28 +36,13 @@ class AnsweringFilter : public OpFilter_CliffordQPUSim {
     std::vector<Question> asked;
 };
 
-class CliffordFilter : public testing::Test {
+class CliffordFilter : public FilterFixture<AnsweringFilter> {
   protected:
-    ~CliffordFilter() override { OpFilter::filter_registry.erase(filter.handle); }
-
-    void run(unsigned long opcode, unsigned long target_mask) {
-        QPUOp op{};
-        op.opcode = opcode;
-        op.target_mask = target_mask;
-        filter.put_instructions(&op, 1);
-    }
-
-    std::string tableau() {
-        std::string text;
-        filter.pull_state(nullptr, text, 0);
-        return text;
-    }
+    std::string tableau() { return pulled_text(); }
 
     double probability(unsigned long value, unsigned long mask) {
         return filter.peek_read_probability(value, mask, 0.0);
     }
-
-    AnsweringFilter filter;
 };
 
 TEST_F(CliffordFilter, APeekSeesTheTopQubitOfAMask) {

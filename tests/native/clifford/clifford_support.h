@@ -6,12 +6,12 @@
 #include <array>
 #include <cstdint>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "clifford/stabilizer_state.h"
+#include "expect_failure.h"
 
 namespace Nimbrel::Testing {
 
@@ -106,17 +106,6 @@ inline Stabilizer signed_z(unsigned length, unsigned long qubit, bool minus) {
     row.phase = minus ? 2 : 0;
     return row;
 }
-
-/// Runs a statement and expects a std::runtime_error of exactly this text.
-#define EXPECT_FAILURE(statement, text)                       \
-    do {                                                      \
-        try {                                                 \
-            statement;                                        \
-            ADD_FAILURE() << "no exception from " #statement; \
-        } catch (const std::runtime_error& error) {           \
-            EXPECT_EQ(std::string(error.what()), text);       \
-        }                                                     \
-    } while (false)
 
 /// A test that draws, seeded from its own name, and tells its seed with every failure.
 class DrawingTest : public testing::Test {

@@ -12,25 +12,6 @@ using Kind = CliffordGate::Kind;
 
 constexpr std::array kinds{Kind::x, Kind::y, Kind::z, Kind::had, Kind::s, Kind::cnot, Kind::cz};
 
-void apply(StabilizerState& state, const CliffordGate& gate) {
-    switch (gate.kind) {
-        case Kind::x:
-            return state.px(gate.a);
-        case Kind::y:
-            return state.py(gate.a);
-        case Kind::z:
-            return state.pz(gate.a);
-        case Kind::had:
-            return state.had(gate.a);
-        case Kind::s:
-            return state.sgate(gate.a);
-        case Kind::cnot:
-            return state.cnot(gate.a, gate.b);
-        case Kind::cz:
-            return state.cz(gate.a, gate.b);
-    }
-}
-
 using Gates = std::vector<CliffordGate>;
 
 void run(StabilizerState& state, const Gates& gates) {
@@ -78,7 +59,7 @@ class Batches : public DrawingTest {
 
     void expect_agreement(const Gates& gates) {
         run(*together, gates);
-        for (const CliffordGate& gate : gates) apply(*one_by_one, gate);
+        for (const CliffordGate& gate : gates) apply_to_rows(*one_by_one, gate);
         expect_same(*together, *one_by_one);
     }
 
@@ -229,7 +210,7 @@ TEST_F(Batches, ManyTimesWithOneBatch) {
         for (std::size_t i = 0; i < count; ++i) {
             const CliffordGate gate = draw_gate(100);
             batch.add(gate);
-            apply(*one_by_one, gate);
+            apply_to_rows(*one_by_one, gate);
         }
         batch.run(*together);
         expect_same(*together, *one_by_one);

@@ -11,6 +11,7 @@
 
 #include "core_register.h"
 #include "dense/core_block.h"
+#include "expect_failure.h"
 
 namespace Nimbrel::Testing {
 
@@ -85,17 +86,6 @@ inline testing::AssertionResult states_agree(const State& actual, const State& e
 }
 #define EXPECT_STATE(actual, expected) \
     EXPECT_TRUE(Nimbrel::Testing::states_agree((actual), (expected)))
-
-/// Runs a statement and expects a std::runtime_error of exactly this text.
-#define EXPECT_FAILURE(statement, text)                       \
-    do {                                                      \
-        try {                                                 \
-            statement;                                        \
-            ADD_FAILURE() << "no exception from " #statement; \
-        } catch (const std::runtime_error& error) {           \
-            EXPECT_EQ(std::string(error.what()), text);       \
-        }                                                     \
-    } while (false)
 
 /// A register of three qubits, once in every layout.
 class RegisterLayouts : public testing::TestWithParam<Layout> {
