@@ -57,6 +57,11 @@ class Record(NamedTuple):
     reserved_b: int = 0
 
 
+def tagged(low: int, **words: int | float) -> Record:
+    """A record of the engine's tag."""
+    return Record(TAG << 32 | low, **words)  # type: ignore[arg-type]
+
+
 def pack(records: Iterable[Record]) -> bytes:
     """The records as the engine takes them: 88 little-endian bytes each."""
     return b"".join(struct.pack("<QQQdqqQQQQQ", *record) for record in records)

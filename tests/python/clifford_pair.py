@@ -7,9 +7,9 @@ from collections.abc import Iterator
 from itertools import zip_longest
 from types import ModuleType
 
-from bit_model import EXTEND, RESET, SWAP, Record
+from bit_model import EXTEND, RESET, SWAP, Record, tagged
 from clifford_model import CliffordModel
-from clifford_support import CliffordFilter, tagged
+from clifford_support import CliffordFilter
 from clifford_tableau import Row, Tableau, visible_qubits
 from flag_model import CAPACITY
 from support import failure_of

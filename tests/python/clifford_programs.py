@@ -8,9 +8,8 @@ from collections.abc import Callable
 
 import bit_model as m
 import dense_model as d
-from bit_model import WORD, Pair, Record
+from bit_model import WORD, Pair, Record, tagged
 from clifford_model import IGNORED, REFUSED, qubits_of
-from clifford_support import tagged
 from random_records import ODD_OPCODES, RecordSource
 
 WIDTHS = (1, 2, 3, 63, 64, 65, 66, 127, 128, 129, 130)

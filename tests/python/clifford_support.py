@@ -3,13 +3,10 @@
 from __future__ import annotations
 
 import contextlib
-from collections.abc import Iterable, Iterator
 from types import ModuleType
 
 import numpy as np
-from bit_model import TAG, Record
-from dense_support import reset_record, to_array
-from support import FilterDriver
+from dense_support import RecordFilter, opened, reset_record
 
 NO_PEEK_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
 ONE_QUBIT_ONLY = (
@@ -25,20 +22,11 @@ def outside(qubit: int, num_qubits: int) -> str:
     return f"Error: qubit {qubit} lies outside the register of {num_qubits} qubits."
 
 
-def tagged(low: int, **words: int | float) -> Record:
-    """A plain record of the engine's tag."""
-    return Record(TAG << 32 | low, **words)  # type: ignore[arg-type]
-
-
-class CliffordFilter(FilterDriver):
+class CliffordFilter(RecordFilter):
     """One "StreamCliffordQPU" filter."""
 
     def __init__(self, engine: ModuleType) -> None:
         super().__init__(engine, "StreamCliffordQPU")
-
-    def run_records(self, records: Iterable[Record]) -> None:
-        """Runs plain records in one call."""
-        self.run(to_array(records))
 
     def reset(self, num_qubits: int) -> None:
         self.run_records([reset_record(num_qubits)])
@@ -56,13 +44,8 @@ class CliffordFilter(FilterDriver):
         self.call("postselect", value, mask)
 
 
-@contextlib.contextmanager
-def open_clifford(engine: ModuleType, num_qubits: int | None = None) -> Iterator[CliffordFilter]:
+def open_clifford(
+    engine: ModuleType, num_qubits: int | None = None
+) -> contextlib.AbstractContextManager[CliffordFilter]:
     """A Clifford filter, with a register of `num_qubits` if that is given; freed at the end."""
-    driver = CliffordFilter(engine)
-    try:
-        if num_qubits is not None:
-            driver.reset(num_qubits)
-        yield driver
-    finally:
-        driver.close()
+    return opened(CliffordFilter(engine), num_qubits)

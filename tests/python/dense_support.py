@@ -50,11 +50,16 @@ def reset(num_qubits: int) -> np.ndarray:
     return to_array([reset_record(num_qubits)])
 
 
-class StateFilter(FilterDriver):
-    """A filter that holds amplitudes."""
+class RecordFilter(FilterDriver):
+    """A filter that is given plain records."""
 
     def run_records(self, records: Iterable[Record]) -> None:
+        """Runs them in one call."""
         self.run(to_array(records))
+
+
+class StateFilter(RecordFilter):
+    """A filter that holds amplitudes."""
 
     def load(self, state: Vector) -> None:
         """Replaces the whole state."""
@@ -92,7 +97,7 @@ class DenseFilter(StateFilter):
         self.engine.setup_sim_params(self.handle, *limits, *switches)
 
 
-Driver = TypeVar("Driver", bound=StateFilter)
+Driver = TypeVar("Driver", bound=RecordFilter)
 
 
 @contextlib.contextmanager
@@ -134,6 +139,11 @@ def holed_state(rng: random.Random, num_qubits: int) -> Vector:
     return state
 
 
+def array(*values: complex) -> Vector:
+    """A state by its amplitudes."""
+    return np.array(values, dtype=np.complex128)
+
+
 def bits_of(state: Vector) -> npt.NDArray[np.uint64]:
     """The raw words of the amplitudes, so that zeros of both signs differ."""
     return np.ascontiguousarray(state).view(np.uint64)
@@ -171,6 +181,13 @@ def aligned(length: int, beyond: int = 0) -> Vector:
     view: Vector = raw[start : start + 16 * length].view(np.complex128)
     assert view.ctypes.data % 32 == beyond
     return view
+
+
+def state_after(filter_: StateFilter, state: Vector, *parts: np.ndarray) -> Vector:
+    """What the parts make of a state."""
+    filter_.load(state)
+    filter_.run(*parts)
+    return filter_.state(len(state).bit_length() - 1)
 
 
 def basis(num_qubits: int, index: int) -> Vector:

@@ -1,28 +1,23 @@
-"""What the draws of a seed find in a sparse state, and the conditions under which records act."""
+"""Sparse states in which a seed's draws find known terms."""
 
 from __future__ import annotations
 
+import contextlib
 import math
+from collections.abc import Iterator
 from types import ModuleType
 
 import numpy as np
 import pytest
 from bit_model import READ, X
 from dense_arithmetic import Generator
-from dense_support import Vector, reset
+from dense_support import reset
 from sparse_support import SparseFilter, open_sparse
 from support import rec
 
 # Four terms of one probability.
 QUARTERS = np.array([0.5, 0.5j, -0.5, 0.5]) + 0j
 SEEDS = pytest.mark.parametrize("seed", range(10))
-
-CONDITION_FAILS = pytest.mark.parametrize("flag", [-1, 3, -4, 6000, -6000])
-CONDITION_HOLDS = pytest.mark.parametrize("flag", [0, 1, 4, -3, 100_000_004])
-
-
-def array(*values: complex) -> Vector:
-    return np.array(values, dtype=np.complex128)
 
 
 def draws(seed: int, count: int = 1) -> list[float]:
@@ -33,6 +28,15 @@ def draws(seed: int, count: int = 1) -> list[float]:
 def quarter(draw: float) -> int:
     """The place in a list of four equal terms at which the draw is reached."""
     return next(place for place in range(4) if (place + 1) / 4 >= draw)
+
+
+@contextlib.contextmanager
+def seeded_quarters(engine: ModuleType, seed: int) -> Iterator[SparseFilter]:
+    """A filter of two qubits that holds `QUARTERS`, its next draw the first of the seed."""
+    with open_sparse(engine, 2) as filter_:
+        filter_.load(QUARTERS)
+        engine.random_seed(0, seed)
+        yield filter_
 
 
 def next_read_is(engine: ModuleType, draw: float) -> bool:
@@ -47,8 +51,3 @@ def prepared(filter_: SparseFilter, num_qubits: int, index: int) -> None:
     """A register in a basis state, with a stored word of flags that are all 0."""
     store_0_in_flag_2 = rec(0x1000000F, target_mask=1, cond_mask=1, read_flag=2)
     filter_.run(store_0_in_flag_2, reset(num_qubits), rec(X, target_mask=index))
-
-
-def with_flag_4(filter_: SparseFilter) -> None:
-    """Flag 4 at 1, flag 3 at 0, and qubit 0 of two at 1."""
-    filter_.run(rec(0x1000000F, read_flag=4), reset(2), rec(X, target_mask=1))

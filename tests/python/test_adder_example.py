@@ -2,35 +2,20 @@
 
 from __future__ import annotations
 
-import importlib
 import os
 import re
 import subprocess
 import sys
 from collections.abc import Iterator
-from pathlib import Path
 from types import ModuleType
 
 import nimbrel as nb
 import pytest
+from example_support import Example
 from hypothesis import given
 from hypothesis import strategies as st
 
-SCRIPT = Path(__file__).parents[2] / "examples" / "adder.py"
-USAGE = "usage: adder.py [A B] [--bits N]: "
-
-
-def run(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run the script with this interpreter; its output is not a terminal."""
-    command = [sys.executable, str(SCRIPT), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False)
-
-
-def figures(*arguments: str) -> dict[str, str]:
-    """The printed lines of a successful run, by their name."""
-    done = run(*arguments)
-    assert (done.returncode, done.stderr) == (0, "")
-    return dict(re.split(r" {2,}", line) for line in done.stdout.splitlines())
+SCRIPT = Example("adder", "[A B] [--bits N]")
 
 
 @pytest.fixture(scope="module")
@@ -38,15 +23,14 @@ def adder() -> Iterator[ModuleType]:
     """The script as a module, not run; what it changes in the interpreter is put back."""
     has_limit = hasattr(sys, "set_int_max_str_digits")  # early releases of Python 3.10 have none
     limit = sys.get_int_max_str_digits() if has_limit else 0
-    sys.path.insert(0, str(SCRIPT.parent))
-    yield importlib.import_module(SCRIPT.stem)
-    sys.path.remove(str(SCRIPT.parent))
+    with SCRIPT.imported() as module:
+        yield module
     if has_limit:
         sys.set_int_max_str_digits(limit)
 
 
 def test_two_random_integers_fill_the_default_width() -> None:
-    printed = figures()
+    printed = SCRIPT.figures()
     assert list(printed) == [
         "first addend",
         "second addend",
@@ -79,7 +63,7 @@ def test_two_random_integers_fill_the_default_width() -> None:
     ],
 )
 def test_the_sum_of_any_integers(a: int, b: int, bits: int, qubits: int) -> None:
-    printed = figures(str(a), str(b), "--bits", str(bits))
+    printed = SCRIPT.figures(str(a), str(b), "--bits", str(bits))
     assert [int(printed["first addend"]), int(printed["second addend"])] == [a, b]
     assert int(printed["result"]) == a + b
     assert printed["checked"] == "Python's own sum is the same"
@@ -88,7 +72,7 @@ def test_the_sum_of_any_integers(a: int, b: int, bits: int, qubits: int) -> None
 
 def test_integers_beyond_the_digit_limit_of_python() -> None:
     # Built as text: this process keeps Python's limit of 4300 digits.
-    printed = figures("1" * 5000, "2" * 5000)
+    printed = SCRIPT.figures("1" * 5000, "2" * 5000)
     assert printed["first addend"] == "1" * 5000
     assert printed["result"] == "3" * 5000
 
@@ -119,10 +103,7 @@ def test_a_python_without_a_digit_limit(
     ],
 )
 def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
-    done = run(*arguments)
-    assert done.returncode == 2
-    assert done.stdout == ""
-    assert done.stderr == f"{USAGE}{message}\n"
+    SCRIPT.assert_refuses(arguments, message)
 
 
 @pytest.mark.parametrize("bits", [1, 2, 3])
@@ -179,8 +160,8 @@ def test_a_long_result_is_cut_for_a_terminal_only(adder: ModuleType) -> None:
 def test_a_terminal_gets_short_numbers() -> None:
     master, slave = os.openpty()
     try:
-        arguments = [sys.executable, str(SCRIPT), "1" * 100, "2" * 100]
-        subprocess.run(arguments, stdout=slave, check=True)
+        command = SCRIPT.command("1" * 100, "2" * 100)
+        subprocess.run(command, stdout=slave, check=True)
         lines = os.read(master, 4096).decode().splitlines()
     finally:
         os.close(slave)

@@ -13,23 +13,18 @@ from bit_model import (
     READ,
     REFUSED,
     RESET,
-    TAG,
     WORD,
     BitModel,
     ModelError,
     Record,
     pack,
+    tagged,
 )
 from random_records import RecordSource, program_lengths, random_width, wild_record
 from support import BitFilter, failure_of, open_bit_filter
 
 PROGRAMS_EACH = 100
 MARKER = 0x10000000
-
-
-def tagged(low: int, **words: int) -> Record:
-    """A record of the engine's tag."""
-    return Record(TAG << 32 | low, **words)
 
 
 # Where flag numbers are compared after every call, 32 at a time: around the constants, and on both

@@ -13,10 +13,11 @@ from types import ModuleType
 import bit_model as m
 import dense_model as d
 import pytest
-from bit_model import Record, set_bits
-from clifford_support import NO_MATCH, CliffordFilter, open_clifford, tagged
+from beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
+from bit_model import Record, tagged
+from clifford_support import NO_MATCH, CliffordFilter, open_clifford
 from dense_programs import random_flag, some_of
-from dense_support import StateFilter, open_dense
+from dense_support import open_dense
 
 CLOSE = 1e-9
 PROGRAMS_EACH = 100
@@ -24,22 +25,13 @@ TURNS = (d.S, d.S_INV, d.Z, d.PHASE, d.RZ)
 GATES = (d.HADAMARD, d.HADAMARD, d.Y, m.X, m.X, m.X, m.SWAP, d.PPR, d.PPR, *TURNS)
 
 
-class Both:
-    """A dense and a Clifford filter of one width, given the same to do."""
-
-    def __init__(self, dense: StateFilter, clifford: CliffordFilter, num_qubits: int) -> None:
-        self.num_qubits = num_qubits
-        self.dense = dense
-        self.clifford = clifford
-
-    def run(self, *records: Record) -> None:
-        self.dense.run_records(records)
-        self.clifford.run_records(records)
+class Both(DenseAnd[CliffordFilter]):
+    """A dense and a Clifford filter, looked at one qubit at a time."""
 
     def probability(self, qubit: int, value: int) -> float:
         """How likely the qubit reads as this value, after both have said the same."""
         arguments = value << qubit, 1 << qubit, 0.0
-        found = self.clifford.probability(*arguments)
+        found = self.other.probability(*arguments)
         assert found in (0.0, 0.5, 1.0)
         dense = self.dense.call("peek_read_probability", *arguments)
         assert dense == pytest.approx(found, abs=CLOSE)
@@ -49,16 +41,12 @@ class Both:
         """Projects both states on a value that the qubit may well have; answers that."""
         value = rng.getrandbits(1)
         if self.probability(qubit, value) == 0.0:
-            self.clifford.call_fails(NO_MATCH, "postselect", value << qubit, 1 << qubit)
+            self.other.call_fails(NO_MATCH, "postselect", value << qubit, 1 << qubit)
             value ^= 1
-        self.clifford.postselect(value << qubit, 1 << qubit)
+        self.other.postselect(value << qubit, 1 << qubit)
         self.dense.call("postselect", value << qubit, 1 << qubit)
         assert self.probability(qubit, value) == 1.0
         return value
-
-    def compare_flags(self) -> None:
-        for first in (-32, 0, 32):
-            assert self.clifford.flags(first, 32) == self.dense.flags(first, 32)
 
     def compare(self, rng: random.Random) -> None:
         """Compares each qubit alone, then all of them together along one likely way."""
@@ -105,7 +93,7 @@ def measure(rng: random.Random, both: Both) -> None:
     low = rng.choice((m.READ, m.READ, m.WRITE, m.CLEAR, m.FREE))
     if low == m.READ:
         both.run(tagged(low, target_mask=1 << qubit, read_flag=flag))
-        assert both.clifford.flag(flag) == value
+        assert both.other.flag(flag) == value
     else:
         wanted = rng.getrandbits(1) if low == m.WRITE else 0
         both.run(tagged(low, target_mask=1 << qubit, cond_mask=wanted << qubit))
@@ -116,29 +104,12 @@ def measure_product(rng: random.Random, both: Both) -> None:
     """Measures a Pauli product in one of its eigenstates, so that the outcome is certain."""
     flag, sign = rng.choice((-1, 1)) * rng.randint(2, 50), rng.choice((1.0, -1.0))
     record = product(rng, both.num_qubits, d.PPM, angle=sign, read_flag=flag)
-    letters = record.target_mask | record.cond_mask
-    if letters:
+    if record.target_mask | record.cond_mask:
         there, back = z_basis(record)
         both.run(*there)
-        value = both.settle(rng, letters.bit_length() - 1)
+        value = both.settle(rng, top_letter(record).bit_length() - 1)
         both.run(*back, record)
-        assert both.clifford.flag(flag) == value ^ (sign < 0)
-
-
-def z_basis(record: Record) -> tuple[list[Record], list[Record]]:
-    """Gates that turn a product into a Z on its highest qubit, and gates that turn it back."""
-    xs, zs = record.target_mask, record.cond_mask
-    top = 1 << (xs | zs).bit_length() - 1
-    turn, back = (tagged(low, target_mask=xs & zs) for low in (d.S_INV, d.S))
-    mix = tagged(d.HADAMARD, target_mask=xs)
-    gather = [tagged(m.X, target_mask=top, cond_mask=bit) for bit in set_bits((xs | zs) ^ top)]
-    return [turn, mix, *gather], [*gather, mix, back]
-
-
-def classical(rng: random.Random, both: Both) -> None:
-    """A flag operation; flags decide which of the later gates act."""
-    a, b, dest = (rng.randint(-50, 50) for _ in range(3))
-    both.run(tagged(m.FLAG_NAND, target_mask=a & m.WORD, cond_mask=b & m.WORD, read_flag=dest))
+        assert both.other.flag(flag) == value ^ (sign < 0)
 
 
 KINDS = {gate: 30, measure: 2, measure_product: 2, classical: 2}
@@ -148,7 +119,7 @@ KINDS = {gate: 30, measure: 2, measure_product: 2, classical: 2}
 def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
     for _ in range(PROGRAMS_EACH):
         with open_both(engine, num_qubits) as both:
-            for kind in rng.choices(list(KINDS), weights=list(KINDS.values()), k=60):
+            for kind in draw_kinds(rng, KINDS, 60):
                 kind(rng, both)
                 both.probability(rng.randrange(num_qubits), rng.getrandbits(1))
             both.compare(rng)

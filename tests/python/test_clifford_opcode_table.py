@@ -11,6 +11,13 @@ from clifford_rows import changes
 from clifford_support import open_clifford
 from dense_model import HADAMARD, PHASE, PPM, PPR, RZ, S_INV, S, Y, Z
 from record_loop_cases import EVERYTHING, IGNORED, ONLY_FILTER
+from record_loop_programs import (
+    FLAG_OPERATIONS,
+    TABLE,
+    assert_flag_operation,
+    assert_foreign_tags_unknown,
+    assert_neighbours_unknown,
+)
 from support import NO_REGISTER, op, rec
 
 REFUSED = {
@@ -31,7 +38,6 @@ BY_ANGLE = {PHASE, RZ}
 NEED_NONE = {0x10000001, FLAG_NAND, EXTEND, 0x10000112, 0x10000212, 0x10004112, 0x10004212}
 STEERING = {0x10000216, 0x10000316, 0x10000516}
 CALLBACK = 0x10000018
-TABLE = {int(opcode) & 0xFFFFFFFF for opcode in nb.Opcode}
 
 refused = pytest.mark.parametrize(
     ("low", "text"),
@@ -132,29 +138,18 @@ def test_an_unknown_opcode(engine: ModuleType, opcode: int, digits: str) -> None
 
 
 def test_numbers_near_the_table_are_unknown(engine: ModuleType) -> None:
-    near = {low ^ 1 << bit for low in TABLE for bit in range(32)} - TABLE
     with open_clifford(engine, 1) as filter_:
-        for low in sorted(low for low in near if low & 0xFF != 0x16):
-            filter_.fails(f"Error: Unknown opcode: 0x{op(low):x}\n", rec(low, target_mask=1))
-        for low in sorted(low for low in TABLE if low & 0xFF != 0x16):
-            foreign = op(low) ^ 1 << 40
-            filter_.fails(f"Error: Unknown opcode: 0x{foreign:x}\n", nb.record(foreign))
+        assert_neighbours_unknown(filter_)
+        assert_foreign_tags_unknown(filter_)
         assert changes(filter_) == {}
 
 
-@pytest.mark.parametrize(
-    ("first", "second", "destination", "stored"),
-    [(1, 1, 7, 0), (1, 1, -7, 1), (0, 1, 7, 1), (0, 1, -7, 0), (1, 1, 1, 0), (0, 0, 0, 0)],
-)
+@FLAG_OPERATIONS
 def test_flag_operations(
     engine: ModuleType, first: int, second: int, destination: int, stored: int
 ) -> None:
-    nand = {"target_mask": first, "cond_mask": second, "read_flag": destination}
     with open_clifford(engine) as filter_:
-        filter_.run(rec(FLAG_NAND, **nand))
-        assert filter_.flags(2, 10) == stored << 5
-        filter_.run(rec(FLAG_NAND, target_mask=1 - first, cond_mask=1, cond_flag=-1, read_flag=7))
-        assert filter_.flags(2, 10) == stored << 5
+        assert_flag_operation(filter_, first, second, destination, stored)
 
 
 def test_flag_operations_on_outcomes(engine: ModuleType) -> None:

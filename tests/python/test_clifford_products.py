@@ -4,11 +4,12 @@ import math
 from types import ModuleType
 
 import numpy as np
+import pauli_records
 import pytest
 from bit_model import EXTEND, WRITE, X
 from clifford_rows import changes
 from clifford_support import open_clifford
-from dense_model import HADAMARD, PPM, S
+from dense_model import HADAMARD, S
 from support import NO_REGISTER, rec
 
 FLAG = 7
@@ -16,7 +17,7 @@ BELL = [rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
 
 
 def ppm(x: int, z: int, sign: float = 1.0, flag: int = FLAG, **words: int) -> np.ndarray:
-    return rec(PPM, angle=sign, target_mask=x, cond_mask=z, read_flag=flag, **words)
+    return pauli_records.ppm(x, z, sign, read_flag=flag, **words)
 
 
 @pytest.mark.parametrize(

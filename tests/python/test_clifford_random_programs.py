@@ -6,11 +6,10 @@ from collections import Counter
 from types import ModuleType
 
 import pytest
-from bit_model import LABEL, READ, RESET, Record, X
+from bit_model import LABEL, READ, RESET, Record, X, tagged
 from clifford_model import REFUSED
 from clifford_pair import CliffordPair, open_clifford_pair
 from clifford_programs import WIDTHS, CliffordSource, gate_run, random_width
-from clifford_support import tagged
 from clifford_tableau import visible_qubits
 from dense_model import T
 

@@ -10,8 +10,15 @@ from bit_model import EXTEND, READ, WRITE
 from clifford_rows import changes
 from clifford_support import open_clifford
 from dense_model import HADAMARD, S
-from record_loop_cases import FAILURES, JUMP, LABEL, ONLY_FILTER, X
-from support import NO_REGISTER, op, raises_engine_error, rec
+from record_loop_cases import FAILURES, JUMP, LABEL, X
+from record_loop_programs import (
+    REST_OF_THE_JUMPS,
+    assert_wrong_counts_fail,
+    invert_around_ignored_jumps,
+    jump_by_label_0,
+    skip_to_a_label,
+)
+from support import NO_REGISTER, rec
 
 QUBITS = 3
 # The state-vector filters' own refusal of extensions is not this filter's.
@@ -40,26 +47,19 @@ def test_failures_leave_the_extension(
         assert changes(filter_) == {"Z0": "-Z0", "Z2": "-Z2"}
 
 
-@pytest.mark.parametrize("opcode", [0x16, op(0x16), op(0x10000616), op(JUMP) ^ 1 << 63, JUMP])
+@REST_OF_THE_JUMPS
 def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
     engine: ModuleType, opcode: int
 ) -> None:
-    other = nb.record(opcode, target_mask=7, cond_mask=1)
     with open_clifford(engine, QUBITS) as filter_:
-        filter_.run(other, rec(X, target_mask=1), rec(JUMP, target_mask=7), other)
-        filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=7), rec(X, target_mask=4))
+        invert_around_ignored_jumps(filter_, opcode)
         assert changes(filter_) == {"Z0": "-Z0", "Z2": "-Z2"}
 
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
-        filter_.run(rec(JUMP, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
-        # It stays open over calls, and over what would fail or size the register anew.
-        filter_.run(nb.reset(64), rec(0x07), rec(0x407), rec(JUMP, target_mask=8))
-        filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(0x10000516))
-        with_condition = rec(LABEL, target_mask=9, cond_mask=1)
-        filter_.fails(f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}", with_condition)
-        filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=9), rec(X, target_mask=4))
+        # It stays open over what would fail or size the register anew.
+        skip_to_a_label(filter_, nb.reset(64), rec(0x07), rec(0x407))
         assert changes(filter_) == {"Z2": "-Z2"}
 
 
@@ -83,9 +83,7 @@ def test_a_jump_of_a_false_condition_is_not_taken(engine: ModuleType) -> None:
 
 def test_label_0_opens_and_closes_nothing(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
-        filter_.run(rec(JUMP), rec(X, target_mask=1))
-        filter_.run(rec(JUMP, target_mask=7), rec(LABEL), rec(X, target_mask=2))
-        filter_.run(rec(LABEL, target_mask=7), rec(LABEL, target_mask=7), rec(X, target_mask=4))
+        jump_by_label_0(filter_)
         assert changes(filter_) == {"Z0": "-Z0", "Z2": "-Z2"}
 
 
@@ -178,9 +176,6 @@ def test_an_empty_program(engine: ModuleType) -> None:
 
 
 def test_a_wrong_count_runs_nothing(engine: ModuleType) -> None:
-    text = "Error: put_instructions array length differs from num_ops argument."
     with open_clifford(engine, QUBITS) as filter_:
-        for count in (0, 2, 2**32 - 1):
-            with raises_engine_error(text):
-                filter_.call("put_instructions", rec(X, target_mask=1), count)
+        assert_wrong_counts_fail(filter_)
         assert changes(filter_) == {}

@@ -8,7 +8,8 @@ import pytest
 from bit_model import EXTEND, X
 from clifford_rows import changes
 from clifford_support import open_clifford
-from dense_model import HADAMARD, PPR
+from dense_model import HADAMARD
+from pauli_records import ppr
 from support import NO_REGISTER, rec
 
 WRONG_ANGLE = "qc.ppr() angles must be multiples of pi/4 for Clifford sim."
@@ -43,10 +44,6 @@ REFUSED = [
     2147483648.0, -2147483649.0, -2147483648.5, 4294967296.0, 45e9, 1e300,
     math.inf, -math.inf, math.nan,
 ]  # fmt: skip
-
-
-def ppr(angle: float, x: int, z: int, **words: int) -> np.ndarray:
-    return rec(PPR, angle=angle, target_mask=x, cond_mask=z, **words)
 
 
 @pytest.mark.parametrize(("angle", "expected"), TURNS + WRAPPED)

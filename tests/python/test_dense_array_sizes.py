@@ -4,8 +4,10 @@ import random
 from types import ModuleType
 from typing import Any
 
+import biggest_arrays
 import numpy as np
 import pytest
+from array_support import READ_ONLY, assert_array_refused, guarded, locked, too_short
 from dense_model import NOT_ALLOCATED
 from dense_support import (
     DenseFilter,
@@ -19,7 +21,6 @@ from dense_support import (
 )
 
 QUBITS = 3
-READ_ONLY = "Error: {}() needs an array that it may write to."
 
 
 @pytest.fixture(params=settings([1, 3]), ids=str)
@@ -28,23 +29,10 @@ def setting(request: pytest.FixtureRequest) -> Setting:
     return chosen
 
 
-def too_short(name: str, needed: int, given: int) -> str:
-    return f"Error: {name}() needs an array of {needed} amplitudes, but was given {given}."
-
-
-def guarded(length: int) -> tuple[Vector, Vector]:
-    """An array within a larger one of which nothing may change."""
-    whole = np.full(32, 7j)
-    return whole[8 : 8 + length], whole
-
-
 def assert_refused(filter_: DenseFilter, text: str, name: str, array: Vector, *rest: Any) -> None:
     __tracebackhide__ = True
-    whole = array if array.base is None else array.base
-    before, state = whole.copy(), filter_.state(QUBITS)
-    arguments = (*rest, array) if name == "peek_value" else (array, *rest)
-    filter_.call_fails(text, name, *arguments)
-    np.testing.assert_array_equal(whole, before)
+    state = filter_.state(QUBITS)
+    assert_array_refused(filter_, text, name, array, *rest)
     assert_same_bits(filter_.state(QUBITS), state)
 
 
@@ -100,21 +88,9 @@ def test_a_value_without_a_place(at_work: DenseFilter) -> None:
     assert_refused(at_work, too_short("peek_value", 1, 0), "peek_value", guarded(0)[0], 2)
 
 
-@pytest.mark.parametrize("count", [1, 4, 2**28, 2**32 - 1])
+@biggest_arrays.COUNTS
 def test_biggest_terms(at_work: DenseFilter, count: int) -> None:
-    given = min(count - 1, 3)
-    indices: np.ndarray[Any, Any] = np.full(8, 7, dtype=np.uint64)
-    values = np.full(8, 7j)
-    name = "peek_n_biggest_terms"
-    needs = f"Error: {name}() needs an array of {count} indices, but was given {given}."
-    # The indices are looked at first.
-    at_work.call_fails(needs, name, count, indices[:given], values[:given])
-    at_work.call_fails(needs, name, count, indices[:given], values)
-    if count < 8:
-        text = too_short(name, count, given)
-        at_work.call_fails(text, name, count, indices, values[:given])
-    np.testing.assert_array_equal(values, np.full(8, 7j))
-    assert indices.tolist() == [7] * 8
+    biggest_arrays.assert_short_refused(at_work, count)
 
 
 @pytest.mark.parametrize(
@@ -127,19 +103,11 @@ def test_biggest_terms(at_work: DenseFilter, count: int) -> None:
     ],
 )
 def test_arrays_not_to_be_written(at_work: DenseFilter, name: str, rest: tuple[int, ...]) -> None:
-    array = np.full(8, 7j)
-    array.setflags(write=False)
-    assert_refused(at_work, READ_ONLY.format(name), name, array, *rest)
+    assert_refused(at_work, READ_ONLY.format(name), name, locked(8), *rest)
 
 
 def test_biggest_terms_into_arrays_not_to_be_written(at_work: DenseFilter) -> None:
-    name = "peek_n_biggest_terms"
-    for locked in (0, 1):
-        arrays: tuple[Any, Any] = np.full(2, 7, dtype=np.uint64), np.full(2, 7j)
-        arrays[locked].setflags(write=False)
-        at_work.call_fails(READ_ONLY.format(name), name, 2, *arrays)
-        np.testing.assert_array_equal(arrays[0], [7, 7])
-        np.testing.assert_array_equal(arrays[1], [7j, 7j])
+    biggest_arrays.assert_locked_refused(at_work)
 
 
 def test_sources_need_not_be_written(at_work: DenseFilter, rng: random.Random) -> None:

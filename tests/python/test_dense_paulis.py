@@ -11,9 +11,7 @@ from bit_model import TAG, Record, signed
 from dense_arithmetic import Generator
 from dense_model import PCP, PPM, PPR
 from dense_support import (
-    DenseFilter,
     Setting,
-    Vector,
     assert_same_bits,
     basis,
     holed_state,
@@ -21,9 +19,11 @@ from dense_support import (
     open_dense,
     random_state,
     settings,
+    state_after,
     to_array,
     vector,
 )
+from pauli_records import ppm, ppr
 from support import rec
 
 QUBITS = 4
@@ -36,22 +36,8 @@ def setting(request: pytest.FixtureRequest) -> Setting:
     return chosen
 
 
-def ppr(degrees: float, x: int, z: int, **words: int) -> np.ndarray:
-    return rec(PPR, angle=degrees, target_mask=x, cond_mask=z, **words)
-
-
-def ppm(x: int, z: int, sign: float = 1.0, **words: int) -> np.ndarray:
-    return rec(PPM, angle=sign, target_mask=x, cond_mask=z, **words)
-
-
 def pcp(position: float, x: int, z: int, cond_flag: int = 0) -> np.ndarray:
     return rec(PCP, angle=position, target_mask=x, cond_mask=z, cond_flag=cond_flag)
-
-
-def state_after(filter_: DenseFilter, state: Vector, *parts: np.ndarray) -> Vector:
-    filter_.load(state)
-    filter_.run(*parts)
-    return filter_.state(QUBITS)
 
 
 def test_every_product_rotates(engine: ModuleType, rng: random.Random, setting: Setting) -> None:

@@ -2,44 +2,25 @@
 
 from __future__ import annotations
 
-import importlib
-import re
-import subprocess
-import sys
 from collections.abc import Iterator
-from pathlib import Path
 from types import ModuleType
 
 import nimbrel as nb
 import pytest
+from example_support import Example
 
-SCRIPT = Path(__file__).parents[2] / "examples" / "factor_pairs.py"
-USAGE = "usage: factor_pairs.py [N] [--bits K]: "
-
-
-def run(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run the script with this interpreter."""
-    command = [sys.executable, str(SCRIPT), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False)
-
-
-def figures(*arguments: str) -> dict[str, str]:
-    """The printed lines of a successful run, by their name."""
-    done = run(*arguments)
-    assert (done.returncode, done.stderr) == (0, "")
-    return dict(re.split(r" {2,}", line, maxsplit=1) for line in done.stdout.splitlines())
+SCRIPT = Example("factor_pairs", "[N] [--bits K]")
 
 
 @pytest.fixture(scope="module")
 def example() -> Iterator[ModuleType]:
     """The script as a module, not run; it imports the adder that stands beside it."""
-    sys.path.insert(0, str(SCRIPT.parent))
-    yield importlib.import_module(SCRIPT.stem)
-    sys.path.remove(str(SCRIPT.parent))
+    with SCRIPT.imported() as module:
+        yield module
 
 
 def test_the_default_run_multiplies_on_more_than_50_qubits() -> None:
-    printed = figures()
+    printed = SCRIPT.figures()
     assert list(printed) == [
         "multiplied",
         "checked",
@@ -69,11 +50,11 @@ def test_the_default_run_multiplies_on_more_than_50_qubits() -> None:
     ],
 )
 def test_pairs_of_small_numbers(number: str, bits: str, pairs: str) -> None:
-    assert figures(number, "--bits", bits)["pairs"] == pairs
+    assert SCRIPT.figures(number, "--bits", bits)["pairs"] == pairs
 
 
 def test_a_number_without_factors_of_that_width() -> None:
-    printed = figures("59", "--bits", "5")  # a prime of six bits
+    printed = SCRIPT.figures("59", "--bits", "5")  # a prime of six bits
     assert printed["with product"] == "59: 0 pairs, as division finds them"
     assert "pairs" not in printed
     assert "measured" not in printed
@@ -93,10 +74,7 @@ def test_a_number_without_factors_of_that_width() -> None:
     ],
 )
 def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
-    done = run(*arguments)
-    assert done.returncode == 2
-    assert done.stdout == ""
-    assert done.stderr == f"{USAGE}{message}\n"
+    SCRIPT.assert_refuses(arguments, message)
 
 
 @pytest.mark.parametrize("bits", [1, 2, 3, 4])

@@ -2,6 +2,7 @@
 
 import nimbrel as nb
 import pytest
+from record_loop_programs import assert_foreign_tags_unknown, assert_neighbours_unknown
 from support import NO_REGISTER, BitFilter, op, rec
 
 PASSED_OVER = [
@@ -164,12 +165,8 @@ def test_an_unknown_opcode(bits: BitFilter, opcode: int, digits: str) -> None:
 
 
 def test_every_other_number_near_the_table_is_unknown(bits: BitFilter) -> None:
-    near = {low ^ 1 << bit for low in KNOWN for bit in range(32)} - KNOWN
-    for low in sorted(low for low in near if low & 0xFF != 0x16):
-        bits.fails(f"Error: Unknown opcode: 0x{op(low):x}\n", rec(low, target_mask=1))
+    assert_neighbours_unknown(bits)
 
 
 def test_a_known_opcode_under_a_foreign_tag_is_unknown(bits: BitFilter) -> None:
-    for low in sorted(low for low in KNOWN if low & 0xFF != 0x16):
-        opcode = op(low) ^ 1 << 40
-        bits.fails(f"Error: Unknown opcode: 0x{opcode:x}\n", nb.record(opcode))
+    assert_foreign_tags_unknown(bits)

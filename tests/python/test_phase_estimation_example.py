@@ -2,41 +2,28 @@
 
 from __future__ import annotations
 
-import importlib
-import subprocess
-import sys
 from collections.abc import Iterator
-from pathlib import Path
 from types import ModuleType
 
 import nimbrel as nb
 import numpy as np
 import pytest
+from example_support import Example
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-SCRIPT = Path(__file__).parents[2] / "examples" / "phase_estimation.py"
-USAGE = "usage: phase_estimation.py [PHASE] [--qubits N]: "
-
-
-def run(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run the script with this interpreter."""
-    command = [sys.executable, str(SCRIPT), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False)
+SCRIPT = Example("phase_estimation", "[PHASE] [--qubits N]")
 
 
 @pytest.fixture(scope="module")
 def example() -> Iterator[ModuleType]:
     """The script as a module, not run."""
-    sys.path.insert(0, str(SCRIPT.parent))
-    yield importlib.import_module(SCRIPT.stem)
-    sys.path.remove(str(SCRIPT.parent))
+    with SCRIPT.imported() as module:
+        yield module
 
 
 def test_the_default_run_prints_chart_and_estimate() -> None:
-    done = run()
-    assert (done.returncode, done.stderr) == (0, "")
-    lines = done.stdout.splitlines()
+    lines = SCRIPT.output().splitlines()
     assert lines[0].split() == ["outcome", "phase", "probability"]
     assert lines[1].split() == ["010100", "0.312500", "0.965984", "#" * 39]
     assert len(lines) == 1 + 8 + 3
@@ -51,7 +38,7 @@ def test_the_default_run_prints_chart_and_estimate() -> None:
 def test_a_phase_that_fits_the_qubits_is_certain(
     phase: str, qubits: int, outcome: str | None
 ) -> None:
-    lines = run(phase, "--qubits", str(qubits)).stdout.splitlines()
+    lines = SCRIPT.output(phase, "--qubits", str(qubits)).splitlines()
     assert len(lines) == 2 + 3
     assert lines[1].split()[0] == (outcome or f"{int(float(phase) * 2**qubits):0{qubits}b}")
     assert lines[1].split()[2:] == ["1.000000", "#" * 40]
@@ -76,10 +63,7 @@ def test_a_phase_that_fits_the_qubits_is_certain(
     ],
 )
 def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
-    done = run(*arguments)
-    assert done.returncode == 2
-    assert done.stdout == ""
-    assert done.stderr == f"{USAGE}{message}\n"
+    SCRIPT.assert_refuses(arguments, message)
 
 
 @settings(deadline=None)  # the first call in a process loads what later ones find

@@ -5,13 +5,13 @@ from types import ModuleType
 import nimbrel as nb
 import numpy as np
 import pytest
+from record_loop_programs import WRONG_COUNT
 from support import BitFilter, op, raises_engine_error, rec
 
 LABEL_CONDITION = (
     "qc.jump_fwd() with quantum conditions is experimental, "
     "and currently requires use of the >>jump-control>> filter."
 )
-WRONG_COUNT = "Error: put_instructions array length differs from num_ops argument."
 JUMP_BACK = (
     "qc.jump_back() is experimental, and currently requires use of the >>jump-control>> filter."
 )

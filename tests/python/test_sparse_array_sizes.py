@@ -4,8 +4,10 @@ from collections.abc import Iterator
 from types import ModuleType
 from typing import Any
 
+import biggest_arrays
 import numpy as np
 import pytest
+from array_support import READ_ONLY, assert_array_refused, guarded, locked, too_short
 from bit_model import X
 from dense_model import HADAMARD
 from dense_support import Vector, reset
@@ -13,34 +15,14 @@ from sparse_support import SparseFilter, assert_same_amplitudes, open_sparse
 from support import rec
 
 QUBITS = 3
-READ_ONLY = "Error: {}() needs an array that it may write to."
 # Qubit 1 is 0 in both terms; the larger one is at 5.
 AT_0_AND_5 = np.array([0.6, 0, 0, 0, 0, 0.8j, 0, 0])
 
 
-def too_short(name: str, needed: int, given: int) -> str:
-    return f"Error: {name}() needs an array of {needed} amplitudes, but was given {given}."
-
-
-def guarded(length: int) -> tuple[Vector, Vector]:
-    """An array within a larger one of which nothing may change."""
-    whole = np.full(32, 7j)
-    return whole[8 : 8 + length], whole
-
-
-def locked(length: int) -> Vector:
-    dest = np.full(length, 7j)
-    dest.setflags(write=False)
-    return dest
-
-
 def assert_refused(filter_: SparseFilter, text: str, name: str, array: Vector, *rest: Any) -> None:
     __tracebackhide__ = True
-    whole = array if array.base is None else array.base
-    before, terms = whole.copy(), filter_.ranked()
-    arguments = (*rest, array) if name == "peek_value" else (array, *rest)
-    filter_.call_fails(text, name, *arguments)
-    np.testing.assert_array_equal(whole, before)
+    terms = filter_.ranked()
+    assert_array_refused(filter_, text, name, array, *rest)
     assert filter_.ranked() == terms
 
 
@@ -155,21 +137,9 @@ def test_a_value_without_a_place(at_work: SparseFilter) -> None:
         assert_refused(at_work, text, "peek_value", guarded(0)[0], index)
 
 
-@pytest.mark.parametrize("count", [1, 4, 2**28, 2**32 - 1])
+@biggest_arrays.COUNTS
 def test_biggest_terms(at_work: SparseFilter, count: int) -> None:
-    given = min(count - 1, 3)
-    indices: np.ndarray[Any, Any] = np.full(8, 7, dtype=np.uint64)
-    values = np.full(8, 7j)
-    name = "peek_n_biggest_terms"
-    needs = f"Error: {name}() needs an array of {count} indices, but was given {given}."
-    # The indices are looked at first.
-    at_work.call_fails(needs, name, count, indices[:given], values[:given])
-    at_work.call_fails(needs, name, count, indices[:given], values)
-    if count < 8:
-        text = too_short(name, count, given)
-        at_work.call_fails(text, name, count, indices, values[:given])
-    np.testing.assert_array_equal(values, np.full(8, 7j))
-    assert indices.tolist() == [7] * 8
+    biggest_arrays.assert_short_refused(at_work, count)
 
 
 def test_only_as_many_places_as_asked_for_are_written(at_work: SparseFilter) -> None:
@@ -181,14 +151,7 @@ def test_only_as_many_places_as_asked_for_are_written(at_work: SparseFilter) -> 
 
 
 def test_a_count_of_0_touches_nothing(at_work: SparseFilter) -> None:
-    indices: np.ndarray[Any, Any] = np.full(3, 7, dtype=np.uint64)
-    values = np.full(3, 7j)
-    at_work.call("peek_n_biggest_terms", 0, indices, values)
-    at_work.call("peek_n_biggest_terms", 0, indices[:0], values[:0])
-    indices.setflags(write=False)
-    at_work.call("peek_n_biggest_terms", 0, indices, values)
-    assert indices.tolist() == [7, 7, 7]
-    np.testing.assert_array_equal(values, [7j, 7j, 7j])
+    biggest_arrays.assert_none_touch_nothing(at_work)
 
 
 @pytest.mark.parametrize(
@@ -214,13 +177,7 @@ def test_an_array_that_would_only_be_cleared_must_be_writable(engine: ModuleType
 
 
 def test_biggest_terms_into_arrays_not_to_be_written(at_work: SparseFilter) -> None:
-    name = "peek_n_biggest_terms"
-    for which in (0, 1):
-        arrays: tuple[Any, Any] = np.full(2, 7, dtype=np.uint64), np.full(2, 7j)
-        arrays[which].setflags(write=False)
-        at_work.call_fails(READ_ONLY.format(name), name, 2, *arrays)
-        np.testing.assert_array_equal(arrays[0], [7, 7])
-        np.testing.assert_array_equal(arrays[1], [7j, 7j])
+    biggest_arrays.assert_locked_refused(at_work)
 
 
 def test_sources_need_not_be_written_and_may_have_any_length(at_work: SparseFilter) -> None:

@@ -14,53 +14,43 @@ import bit_model as m
 import dense_model as d
 import numpy as np
 import pytest
-from bit_model import TAG, Record, set_bits
+from beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
+from bit_model import TAG, Record, tagged
 from dense_programs import GATES, random_flag, some_of, tidy_gate
-from dense_support import StateFilter, open_dense, random_state
+from dense_support import open_dense, random_state
 from sparse_support import SparseFilter, open_sparse
 
 CLOSE = 1e-12
 PROGRAMS_EACH = 30
 
 
-def tagged(low: int, **words: int | float) -> Record:
-    return Record(TAG << 32 | low, **words)  # type: ignore[arg-type]
-
-
-class Both:
-    """A dense and a sparse filter of one width, given the same to do."""
-
-    def __init__(self, dense: StateFilter, sparse: SparseFilter, num_qubits: int) -> None:
-        self.num_qubits = num_qubits
-        self.dense = dense
-        self.sparse = sparse
+class Both(DenseAnd[SparseFilter]):
+    """A dense and a sparse filter, compared after all that they are given."""
 
     def run(self, *records: Record) -> None:
-        self.dense.run_records(records)
-        self.sparse.run_records(records)
+        super().run(*records)
         self.compare()
 
     def call(self, name: str, *arguments: object) -> None:
         self.dense.call(name, *arguments)
-        self.sparse.call(name, *arguments)
+        self.other.call(name, *arguments)
         self.compare()
 
     def compare(self) -> None:
         __tracebackhide__ = True
-        states = self.sparse.state(self.num_qubits), self.dense.state(self.num_qubits)
+        states = self.other.state(self.num_qubits), self.dense.state(self.num_qubits)
         np.testing.assert_allclose(*states, rtol=0, atol=CLOSE)
-        for first in (-32, 0, 32):
-            assert self.sparse.flags(first, 32) == self.dense.flags(first, 32)
+        self.compare_flags()
 
     def compare_read_outs(self, rng: random.Random) -> None:
         mask = rng.randrange(1, 1 << self.num_qubits)
         value = self.likely_index(rng) & mask
         probability = self.dense.call("peek_read_probability", value, mask, 0.0)
-        assert self.sparse.probability(value, mask) == pytest.approx(probability, abs=CLOSE)
+        assert self.other.probability(value, mask) == pytest.approx(probability, abs=CLOSE)
         state = self.dense.state(self.num_qubits)
-        assert self.sparse.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
+        assert self.other.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
         state[self.likely_index(rng)] += 1e-3
-        assert self.sparse.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
+        assert self.other.check(state, CLOSE) == self.dense.call("check_state", state, CLOSE, 0)
 
     def likely_index(self, rng: random.Random) -> int:
         """An index drawn by its probability."""
@@ -82,11 +72,6 @@ def gate(rng: random.Random, both: Both) -> None:
         # The sparse filter turns that qubit, which here would be a target among its conditions.
         record = record._replace(cond_mask=record.cond_mask & ~record.read_flag)
     both.run(record._replace(cond_flag=random_flag(rng)))
-
-
-def top_letter(product: Record) -> int:
-    """The highest qubit of a Pauli product."""
-    return 1 << (product.target_mask | product.cond_mask).bit_length() - 1
 
 
 def settle(rng: random.Random, both: Both) -> int:
@@ -112,21 +97,6 @@ def measure(rng: random.Random, both: Both) -> None:
         both.run(tagged(low, **words, read_flag=flag, cond_flag=random_flag(rng)))
 
 
-def to_z_basis(product: Record) -> list[Record]:
-    """Gates that make a Pauli product into a Z on its highest qubit."""
-    xs, zs, pivot = product.target_mask, product.cond_mask, top_letter(product)
-    return [
-        tagged(d.S_INV, target_mask=xs & zs),
-        tagged(d.HADAMARD, target_mask=xs),
-        *(tagged(m.X, target_mask=pivot, cond_mask=bit) for bit in set_bits((xs | zs) ^ pivot)),
-    ]
-
-
-def undo(forward: list[Record]) -> list[Record]:
-    """The same gates backwards, the turn of the first taken back."""
-    return [*forward[:0:-1], forward[0]._replace(opcode=TAG << 32 | d.S)]
-
-
 def measure_product(rng: random.Random, both: Both) -> None:
     """A Pauli measurement on an eigenstate, so that its outcome is certain."""
     xs, zs = (some_of(rng, (1 << both.num_qubits) - 1) for _ in range(2))
@@ -134,17 +104,11 @@ def measure_product(rng: random.Random, both: Both) -> None:
         return
     sign, flag = rng.choice((1.0, -1.0)), rng.randint(2, 50)
     record = tagged(d.PPM, target_mask=xs, cond_mask=zs, angle=sign, read_flag=flag)
-    pivot, forward = top_letter(record), to_z_basis(record)
-    both.run(*forward)
+    pivot, (there, back) = top_letter(record), z_basis(record)
+    both.run(*there)
     both.call("postselect", both.likely_index(rng) & pivot, pivot)
-    both.run(*undo(forward))
+    both.run(*back)
     both.run(record._replace(cond_flag=random_flag(rng)))
-
-
-def classical(rng: random.Random, both: Both) -> None:
-    """A flag operation; flags decide which of the later gates act."""
-    a, b, dest = (rng.randint(-50, 50) for _ in range(3))
-    both.run(tagged(m.FLAG_NAND, target_mask=a & m.WORD, cond_mask=b & m.WORD, read_flag=dest))
 
 
 KINDS = {gate: 30, measure: 4, measure_product: 3, classical: 2}
@@ -154,7 +118,7 @@ KINDS = {gate: 30, measure: 4, measure_product: 3, classical: 2}
 def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
     for _ in range(PROGRAMS_EACH):
         with open_both(engine, num_qubits) as both:
-            for kind in rng.choices(list(KINDS), weights=list(KINDS.values()), k=50):
+            for kind in draw_kinds(rng, KINDS, 50):
                 kind(rng, both)
             both.compare_read_outs(rng)
 
@@ -177,6 +141,6 @@ def test_normalize_answers_the_same(
     with open_both(engine, num_qubits) as both:
         both.call("push_state", 0.25 * random_state(rng, num_qubits), 0)
         total = both.dense.call("normalize")
-        assert both.sparse.call("normalize") == pytest.approx(total, abs=CLOSE)
+        assert both.other.call("normalize") == pytest.approx(total, abs=CLOSE)
         assert total == pytest.approx(0.0625, abs=CLOSE)
         both.compare()

@@ -5,26 +5,12 @@ from types import ModuleType
 
 import numpy as np
 import pytest
-from bit_model import CLEAR, FREE, READ, WRITE, X
+from bit_model import CLEAR, FREE, READ, WORD, WRITE, X
 from dense_model import HADAMARD
-from dense_support import basis
-from sparse_draws import (
-    CONDITION_FAILS,
-    CONDITION_HOLDS,
-    QUARTERS,
-    SEEDS,
-    array,
-    draws,
-    next_read_is,
-    prepared,
-    quarter,
-    with_flag_4,
-)
+from dense_support import array, basis
+from sparse_draws import QUARTERS, SEEDS, draws, next_read_is, prepared, quarter, seeded_quarters
 from sparse_support import NO_MATCH, assert_same_amplitudes, open_sparse
 from support import rec
-
-WIDE = 2**64 - 1
-
 
 # Sampling.
 
@@ -32,9 +18,7 @@ WIDE = 2**64 - 1
 @SEEDS
 def test_a_read_takes_the_first_term_that_reaches_the_draw(engine: ModuleType, seed: int) -> None:
     index = quarter(*draws(seed))
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, seed)
+    with seeded_quarters(engine, seed) as filter_:
         filter_.run(rec(READ, target_mask=3, read_flag=5))
         assert filter_.flags(5, 2) == index
         expected = np.zeros(4) + 0j
@@ -71,9 +55,7 @@ def test_a_draw_that_is_met_exactly_is_reached(engine: ModuleType) -> None:
 @SEEDS
 def test_sampling_walks_the_list_in_its_order(engine: ModuleType, seed: int) -> None:
     place = quarter(*draws(seed))
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, seed)
+    with seeded_quarters(engine, seed) as filter_:
         filter_.run(rec(X, target_mask=3), rec(READ, target_mask=3, read_flag=5))
         assert filter_.flags(5, 2) == 3 - place
 
@@ -85,9 +67,7 @@ def test_the_seeds_reach_every_term() -> None:
 @SEEDS
 def test_a_read_of_one_qubit_keeps_the_others(engine: ModuleType, seed: int) -> None:
     bit = quarter(*draws(seed)) >> 1
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, seed)
+    with seeded_quarters(engine, seed) as filter_:
         filter_.run(rec(READ, target_mask=2, read_flag=5))
         assert filter_.flag(5) == bit
         expected = np.zeros(4) + 0j
@@ -218,9 +198,7 @@ def test_only_masked_qubits_take_a_flag(engine: ModuleType) -> None:
 
 @pytest.mark.parametrize("targets", [0, 1 << 2, 1 << 63])
 def test_a_read_of_no_qubits_draws_nothing(engine: ModuleType, targets: int) -> None:
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, 5)
+    with seeded_quarters(engine, 5) as filter_:
         filter_.run(rec(READ, target_mask=targets, read_flag=2))
         assert_same_amplitudes(filter_.state(2), QUARTERS)
         assert filter_.flag(-2) == 0
@@ -229,30 +207,7 @@ def test_a_read_of_no_qubits_draws_nothing(engine: ModuleType, targets: int) -> 
 
 def test_a_read_on_the_widest_register(engine: ModuleType) -> None:
     with open_sparse(engine, 63) as filter_:
-        filter_.run(rec(X, target_mask=1 << 62 | 1), rec(READ, target_mask=WIDE, read_flag=64))
+        filter_.run(rec(X, target_mask=1 << 62 | 1), rec(READ, target_mask=WORD, read_flag=64))
         ones = [flag for flag in range(60, 130) if filter_.flag(flag)]
         assert ones == [64, 126]
         assert filter_.ranked() == [(1 << 62 | 1, 1.0)]
-
-
-@CONDITION_FAILS
-@pytest.mark.parametrize("low", [READ, WRITE, CLEAR])
-def test_a_failed_condition(engine: ModuleType, low: int, flag: int) -> None:
-    with open_sparse(engine) as filter_:
-        with_flag_4(filter_)
-        for targets in (1, 3):
-            filter_.run(rec(low, target_mask=targets, cond_flag=flag, read_flag=9, target_offset=9))
-        assert filter_.ranked() == [(1, 1.0)]
-        assert filter_.flag(9) == 0
-
-
-@CONDITION_HOLDS
-def test_a_condition_that_holds(engine: ModuleType, flag: int) -> None:
-    with open_sparse(engine) as filter_:
-        with_flag_4(filter_)
-        filter_.run(rec(READ, target_mask=1, cond_flag=flag, read_flag=9))
-        assert filter_.flag(9) == 1
-        filter_.run(rec(WRITE, target_mask=2, cond_mask=2, cond_flag=flag))
-        assert filter_.ranked() == [(3, 1.0)]
-        filter_.run(rec(CLEAR, target_mask=1, cond_flag=flag))
-        assert filter_.ranked() == [(2, 1.0)]

@@ -9,28 +9,15 @@ import numpy as np
 import pytest
 from bit_model import TAG, Record, X
 from dense_arithmetic import Generator, probability, scaled, times
-from dense_model import HADAMARD, PCP, PPM, PPR, RZ
-from dense_support import Vector, basis, random_state, reset, to_array, vector
-from sparse_support import NO_MATCH, SparseFilter, assert_same_amplitudes, open_sparse
+from dense_model import HADAMARD, PCP, PPR, RZ
+from dense_support import basis, random_state, reset, state_after, to_array, vector
+from pauli_records import ppm, ppr
+from sparse_support import NO_MATCH, assert_same_amplitudes, open_sparse
 from support import rec
 
 QUBITS = 3
 H = 0.7071067811865475
 S_INV = (6.123233995736766e-17, -1.0)
-
-
-def ppr(degrees: float, x: int, z: int, **words: int) -> np.ndarray:
-    return rec(PPR, angle=degrees, target_mask=x, cond_mask=z, **words)
-
-
-def ppm(x: int, z: int, sign: float = 1.0, **words: int) -> np.ndarray:
-    return rec(PPM, angle=sign, target_mask=x, cond_mask=z, **words)
-
-
-def state_after(filter_: SparseFilter, state: Vector, *parts: np.ndarray) -> Vector:
-    filter_.load(state)
-    filter_.run(*parts)
-    return filter_.state(QUBITS)
 
 
 # Rotations.

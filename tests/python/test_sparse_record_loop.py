@@ -7,14 +7,25 @@ import nimbrel as nb
 import numpy as np
 import pytest
 from dense_support import reset
-from record_loop_cases import EVERYTHING, FAILURES, IGNORED, JUMP, LABEL, ONLY_FILTER, X
+from record_loop_cases import EVERYTHING, FAILURES, IGNORED, JUMP, LABEL, X
+from record_loop_programs import (
+    FLAG_OPERATIONS,
+    REST_OF_THE_JUMPS,
+    TABLE,
+    assert_flag_operation,
+    assert_foreign_tags_unknown,
+    assert_neighbours_unknown,
+    assert_wrong_counts_fail,
+    invert_around_ignored_jumps,
+    jump_by_label_0,
+    skip_to_a_label,
+)
 from sparse_support import TOO_MANY_QUBITS, open_sparse
-from support import op, raises_engine_error, rec
+from support import op, rec
 
 QUBITS = 3
 PCP = 0x13
 FAIL_ANYWHERE = {0x10000010, 0x10000018, 0x10000516}
-TABLE = {int(opcode) & 0xFFFFFFFF for opcode in nb.Opcode}
 
 
 def test_the_table_is_whole() -> None:
@@ -76,37 +87,25 @@ def test_a_callback_has_no_handler(engine: ModuleType, key: int) -> None:
 
 
 def test_numbers_near_the_table_are_unknown(engine: ModuleType) -> None:
-    near = {low ^ 1 << bit for low in TABLE for bit in range(32)} - TABLE
     with open_sparse(engine, 1) as filter_:
-        for low in sorted(low for low in near if low & 0xFF != 0x16):
-            text = f"Error: Unknown opcode: 0x{op(low):x}\n"
-            filter_.fails(text, rec(low, target_mask=1))
-        for low in sorted(low for low in TABLE if low & 0xFF != 0x16):
-            foreign = op(low) ^ 1 << 40
-            filter_.fails(f"Error: Unknown opcode: 0x{foreign:x}\n", nb.record(foreign))
+        assert_neighbours_unknown(filter_)
+        assert_foreign_tags_unknown(filter_)
         assert filter_.ranked() == [(0, 1.0)]
 
 
-@pytest.mark.parametrize("opcode", [0x16, op(0x16), op(0x10000616), op(JUMP) ^ 1 << 63, JUMP])
+@REST_OF_THE_JUMPS
 def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
     engine: ModuleType, opcode: int
 ) -> None:
-    other = nb.record(opcode, target_mask=7, cond_mask=1)
     with open_sparse(engine, QUBITS) as filter_:
-        filter_.run(other, rec(X, target_mask=1), rec(JUMP, target_mask=7), other)
-        filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=7), rec(X, target_mask=4))
+        invert_around_ignored_jumps(filter_, opcode)
         assert filter_.ranked() == [(5, 1.0)]
 
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        filter_.run(rec(JUMP, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
-        # It stays open over calls, and over what would fail or size the register anew.
-        filter_.run(reset(64), rec(0x07), rec(0x10000010), rec(JUMP, target_mask=8))
-        filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(0x10000516))
-        with_condition = rec(LABEL, target_mask=9, cond_mask=1)
-        filter_.fails(f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}", with_condition)
-        filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=9), rec(X, target_mask=4))
+        # It stays open over what would fail or size the register anew.
+        skip_to_a_label(filter_, reset(64), rec(0x07), rec(0x10000010))
         assert filter_.ranked() == [(4, 1.0)]
 
 
@@ -122,9 +121,7 @@ def test_a_jump_depends_on_a_measured_flag(engine: ModuleType) -> None:
 
 def test_label_0_opens_and_closes_nothing(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        filter_.run(rec(JUMP), rec(X, target_mask=1))
-        filter_.run(rec(JUMP, target_mask=7), rec(LABEL), rec(X, target_mask=2))
-        filter_.run(rec(LABEL, target_mask=7), rec(LABEL, target_mask=7), rec(X, target_mask=4))
+        jump_by_label_0(filter_)
         assert filter_.ranked() == [(5, 1.0)]
 
 
@@ -143,20 +140,12 @@ def test_offsets_and_reserved_words_mean_nothing(engine: ModuleType) -> None:
         assert filter_.ranked() == [(7, 1.0)]
 
 
-@pytest.mark.parametrize(
-    ("first", "second", "destination", "stored"),
-    [(1, 1, 7, 0), (1, 1, -7, 1), (0, 1, 7, 1), (0, 1, -7, 0), (1, 1, 1, 0), (0, 0, 0, 0)],
-)
+@FLAG_OPERATIONS
 def test_flag_operations(
     engine: ModuleType, first: int, second: int, destination: int, stored: int
 ) -> None:
     with open_sparse(engine) as filter_:
-        nand = rec(0x1000000F, target_mask=first, cond_mask=second, read_flag=destination)
-        filter_.run(nand)
-        assert filter_.flags(2, 10) == stored << 5
-        never = rec(0x1000000F, target_mask=1 - first, cond_mask=1, cond_flag=-1, read_flag=7)
-        filter_.run(never)
-        assert filter_.flags(2, 10) == stored << 5
+        assert_flag_operation(filter_, first, second, destination, stored)
 
 
 def test_an_empty_program(engine: ModuleType) -> None:
@@ -169,9 +158,6 @@ def test_an_empty_program(engine: ModuleType) -> None:
 
 
 def test_a_wrong_count_runs_nothing(engine: ModuleType) -> None:
-    text = "Error: put_instructions array length differs from num_ops argument."
     with open_sparse(engine, QUBITS) as filter_:
-        for count in (0, 2, 2**32 - 1):
-            with raises_engine_error(text):
-                filter_.call("put_instructions", rec(X, target_mask=1), count)
+        assert_wrong_counts_fail(filter_)
         assert filter_.ranked() == [(0, 1.0)]

@@ -5,24 +5,11 @@ from types import ModuleType
 
 import numpy as np
 import pytest
-from bit_model import CLEAR, FREE, WRITE, X
-from dense_support import basis, reset
-from sparse_draws import (
-    CONDITION_FAILS,
-    CONDITION_HOLDS,
-    QUARTERS,
-    SEEDS,
-    array,
-    draws,
-    next_read_is,
-    prepared,
-    quarter,
-    with_flag_4,
-)
+from bit_model import CLEAR, FREE, WORD, WRITE, X
+from dense_support import array, basis, reset
+from sparse_draws import QUARTERS, SEEDS, draws, next_read_is, prepared, quarter, seeded_quarters
 from sparse_support import assert_same_amplitudes, open_sparse
 from support import rec
-
-WIDE = 2**64 - 1
 
 
 @pytest.mark.parametrize(
@@ -74,9 +61,7 @@ def test_a_write_stores_the_measured_bits_from_its_offset_word(
 @SEEDS
 def test_a_write_of_a_superposed_qubit(engine: ModuleType, seed: int) -> None:
     measured = quarter(*draws(seed)) & 1
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, seed)
+    with seeded_quarters(engine, seed) as filter_:
         filter_.run(rec(WRITE, target_mask=1, cond_mask=1, target_offset=7))
         assert filter_.flag(7) == measured
         # The projected terms move to where qubit 0 is 1 and the zeros to where they were.
@@ -86,8 +71,8 @@ def test_a_write_of_a_superposed_qubit(engine: ModuleType, seed: int) -> None:
         assert filter_.num_terms() == 4
 
 
-@pytest.mark.parametrize("targets", [0b11, 0b111, WIDE])
-@pytest.mark.parametrize("value", [0b00, 0b01, 0b10, 0b11, 0b101, WIDE])
+@pytest.mark.parametrize("targets", [0b11, 0b111, WORD])
+@pytest.mark.parametrize("value", [0b00, 0b01, 0b10, 0b11, 0b101, WORD])
 def test_a_write_of_the_whole_register_replaces_the_state(
     engine: ModuleType, targets: int, value: int
 ) -> None:
@@ -137,9 +122,7 @@ def test_clear_and_free_measure_and_flip_every_term(
     engine: ModuleType, low: int, seed: int
 ) -> None:
     measured = quarter(*draws(seed)) & 1
-    with open_sparse(engine, 2) as filter_:
-        filter_.load(QUARTERS)
-        engine.random_seed(0, seed)
+    with seeded_quarters(engine, seed) as filter_:
         filter_.run(rec(low, target_mask=1))
         expected = np.zeros(4) + 0j
         expected[[0, 2]] = QUARTERS[[measured, measured + 2]] * (1.0 / math.sqrt(0.5))
@@ -148,7 +131,7 @@ def test_clear_and_free_measure_and_flip_every_term(
 
 
 @pytest.mark.parametrize("low", [CLEAR, FREE])
-@pytest.mark.parametrize("targets", [0b11, 0b111, WIDE])
+@pytest.mark.parametrize("targets", [0b11, 0b111, WORD])
 def test_clear_and_free_of_the_whole_register_replace_the_state(
     engine: ModuleType, low: int, targets: int
 ) -> None:
@@ -170,28 +153,6 @@ def test_a_clear_stores_no_flags(engine: ModuleType) -> None:
         filter_.run(rec(FREE, target_mask=2, target_offset=9))
         assert filter_.ranked() == [(0, 1.0)]
         assert filter_.flags(2, 32) == 0
-
-
-@CONDITION_FAILS
-@pytest.mark.parametrize("targets", [1, 3])
-def test_a_free_has_its_condition_in_the_read_flag_word(
-    engine: ModuleType, targets: int, flag: int
-) -> None:
-    with open_sparse(engine) as filter_:
-        with_flag_4(filter_)
-        filter_.run(rec(FREE, target_mask=targets, read_flag=flag))
-        assert filter_.ranked() == [(1, 1.0)]
-
-
-@CONDITION_HOLDS
-@pytest.mark.parametrize("targets", [1, 3])
-def test_a_free_does_not_look_at_its_condition_word(
-    engine: ModuleType, targets: int, flag: int
-) -> None:
-    with open_sparse(engine) as filter_:
-        with_flag_4(filter_)
-        filter_.run(rec(FREE, target_mask=targets, cond_flag=-1, read_flag=flag))
-        assert filter_.ranked() == [(0, 1.0)]
 
 
 def test_a_free_asserts_nothing(engine: ModuleType) -> None:

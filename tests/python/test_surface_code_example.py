@@ -2,45 +2,27 @@
 
 from __future__ import annotations
 
-import importlib
 import re
-import subprocess
-import sys
 from collections.abc import Iterator
-from pathlib import Path
 from types import ModuleType
 
 import nimbrel as nb
 import pytest
+from example_support import Example
 
-SCRIPT = Path(__file__).parents[2] / "examples" / "surface_code.py"
-USAGE = "usage: surface_code.py [--distance D] [--rounds R] [--error PAULI QUBIT ROUND]: "
+SCRIPT = Example("surface_code", "[--distance D] [--rounds R] [--error PAULI QUBIT ROUND]")
 DISTANCES = [3, 4, 5, 6, 9]
-
-
-def run(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run the script with this interpreter."""
-    command = [sys.executable, str(SCRIPT), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False)
-
-
-def figures(*arguments: str) -> dict[str, str]:
-    """The printed lines of a successful run, by their name."""
-    done = run(*arguments)
-    assert (done.returncode, done.stderr) == (0, "")
-    return dict(re.split(r" {2,}", line, maxsplit=1) for line in done.stdout.splitlines())
 
 
 @pytest.fixture(scope="module")
 def example() -> Iterator[ModuleType]:
     """The script as a module, not run."""
-    sys.path.insert(0, str(SCRIPT.parent))
-    yield importlib.import_module(SCRIPT.stem)
-    sys.path.remove(str(SCRIPT.parent))
+    with SCRIPT.imported() as module:
+        yield module
 
 
 def test_the_default_run_finds_a_random_error_among_161_qubits() -> None:
-    printed = figures()
+    printed = SCRIPT.figures()
     assert list(printed) == [
         "code",
         "qubits",
@@ -70,7 +52,7 @@ def test_the_default_run_finds_a_random_error_among_161_qubits() -> None:
     ],
 )
 def test_an_error_that_was_asked_for(error: list[str], checks: str, located: str) -> None:
-    printed = figures("--distance", "3", "--rounds", "20", "--error", *error)
+    printed = SCRIPT.figures("--distance", "3", "--rounds", "20", "--error", *error)
     assert printed["injected"] == f"{error[0].upper()} on qubit {error[1]}, before round {error[2]}"
     assert printed["detected"] == f"in round {error[2]}, by the checks {checks}"
     assert printed["located"] == located
@@ -98,9 +80,7 @@ def test_an_error_that_was_asked_for(error: list[str], checks: str, located: str
     ],
 )
 def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
-    done = run(*arguments)
-    assert (done.returncode, done.stdout) == (2, "")
-    assert done.stderr == f"{USAGE}{message}\n"
+    SCRIPT.assert_refuses(arguments, message)
 
 
 @pytest.mark.parametrize("distance", DISTANCES)
