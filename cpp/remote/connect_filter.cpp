@@ -67,7 +67,9 @@ void OpFilter_Connect::close_connection() {
 void OpFilter_Connect::connect(const std::string& host, int service_port, double wait_limit,
                                std::string& result) {
     timeout = wait_limit;
-    const std::string wanted = host;  // may be this filter's own name for its peer
+    // The host may be this filter's own name for its peer, which closing changes.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const std::string wanted = host;
     close_connection();
     if (open_connection(wanted, service_port)) {
         ::fcntl(sock, F_SETFL, O_NONBLOCK);
