@@ -83,11 +83,15 @@ sanitize-thread: $(TEST_TOOLS) gtest
 	$(call build,tsan)
 	$(CTEST) --preset tsan
 
-bench: $(INSTALLED) $(BENCH_PEERS)
+bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit_filter.py
 	$(VENV_PYTHON) bench/dense.py
 	$(VENV_PYTHON) bench/sparse.py
 	$(VENV_PYTHON) bench/clifford.py
+	$(CMAKE) -S . -B build/bench -G Ninja --log-level=WARNING -DNIMBREL_BUILD_BENCH=ON \
+	  -DNIMBREL_BUILD_TESTS=OFF
+	$(CMAKE) --build build/bench
+	build/bench/bench/native/nimbrel_tableau_bench
 	$(VENV_PYTHON) bench/connect.py
 
 clean:
