@@ -90,7 +90,7 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/clifford.py
 	$(CMAKE) -S . -B build/bench -G Ninja --log-level=WARNING -DNIMBREL_BUILD_BENCH=ON \
 	  -DNIMBREL_BUILD_TESTS=OFF
-	$(CMAKE) --build build/bench
+	$(CMAKE) --build build/bench --target nimbrel_tableau_bench
 	build/bench/bench/native/nimbrel_tableau_bench
 	$(VENV_PYTHON) bench/connect.py
 
