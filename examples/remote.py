@@ -109,7 +109,8 @@ def secret_number(text: str) -> int:
 def service_address(text: str) -> Address:
     """Read HOST:PORT."""
     host, _, port = text.rpartition(":")
-    if host and port.isascii() and port.isdigit() and len(port) <= 5 and 0 < int(port) <= 65535:
+    is_port = port.isascii() and port.isdigit() and len(port) <= 5 and 0 < int(port) <= 65535
+    if host and host.isprintable() and is_port:
         return Address(host, int(port))
     short = text if len(text) <= LONGEST_SHOWN else text[:LONGEST_SHOWN] + "..."
     raise argparse.ArgumentTypeError(f"not HOST:PORT: {short!r}")

@@ -1,11 +1,13 @@
 """Run programs for others: a service that "StreamConnect" filters connect to.
 
     python examples/service.py [--filter TYPE] [--host HOST] [--port PORT] [--max-clients N]
-                               [--max-qubits N] [--max-records N] [--until-eof] [--quiet]
+                               [--max-qubits N] [--max-records N] [--idle-seconds N]
+                               [--until-eof] [--quiet]
 
 There is NO AUTHENTICATION and no encryption: whoever reaches the port can use it. So it listens
 on this machine's loopback address unless HOST names another one; keep that inside a network
-that you trust. It prints one line, "listening on HOST:PORT"; port 0 takes a free one.
+that you trust. It prints a line "listening on HOST:PORT" for each address that HOST has; port 0
+takes a free one.
 
 Each client gets a filter of TYPE to itself, which its records run on in order and which ends
 with its connection. A fetch request (opcode 10000011) is answered by one reply (10004011), also
@@ -15,16 +17,21 @@ in a stretch that a jump skips:
               cond_mask     number of flags; above 64 it counts as 64
     reply     target_mask   first read flag, as asked
               cond_mask     number of flags, 64 at most
-              cond_flag     bit i: the value has bit i; all of them, or none when a flag's number
-                            does not fit 32 bits
+              cond_flag     bit i: the value has bit i, because flag first + i has been stored;
+                            no bit when a flag's number does not fit 32 bits
               read_flag     bit i: flag first + i
 
 A client is told nothing else. It is cut off, and the reason logged, when a record fails, when
-it sizes a register above --max-qubits, when it has sent --max-records, and when it closes in
-the middle of a record. Of its bytes less than a megabyte is held at a time, and nothing more is
-read while it leaves replies unread. All clients share one thread: a long array of one makes the
-others wait. The log, and what the engine prints, go to standard error. With --until-eof the
-service ends with its standard input, which has to be a pipe or a terminal.
+it sizes a register above --max-qubits, when it sends more than --max-records, more than 65536
+records that open an event or more than 4096 extensions of one operation, when it sends nothing
+or leaves replies unread for --idle-seconds, and when it closes in the middle of a record. Of its
+bytes less than a megabyte is held at a time, and nothing more is read while it leaves replies
+unread. All limits but --max-clients hold for each client: sixteen with a gigabyte each need
+sixteen.
+
+All clients share one thread and take turns of 50 milliseconds, or of one record where that takes
+longer; nothing ends a record. The log, and what the engine prints, go to standard error. With
+--until-eof the service ends with its standard input, which has to be a pipe or a terminal.
 """
 
 import argparse
@@ -32,128 +39,31 @@ import asyncio
 import ipaddress
 import logging
 import os
+import select
 import signal
 import socket
 import sys
-from collections.abc import Callable, Coroutine, Sequence
-from dataclasses import dataclass
-from typing import Any, Final
+from collections.abc import Awaitable, Callable, Coroutine, Iterable, Sequence
+from typing import Any, Final, TypeVar
 
-import numpy as np
-from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, record
+from nimbrel import Simulator
+from service_session import QUICK_QUBITS, Limits, RefusalError, Session
 
 DEFAULT_PORT: Final = 7376
 READ_BYTES: Final = 1 << 17
-FLAGS_PER_REPLY: Final = 64
-FLAG_NUMBERS: Final = range(-(2**31), 2**31)
+CLOSE_SECONDS: Final = 5.0  # for a client that has been cut off to read the rest
 
-# Registers of about a gigabyte.
+# Registers of about a gigabyte. A bit filter has four bytes a qubit for reservations alone.
 MAX_QUBITS: Final = {
     "StreamQPU": 26,
     "StreamSparseQPU": 24,
-    "StreamBitQPU": 1 << 32,
+    "StreamBitQPU": 1 << 27,
     "StreamCliffordQPU": 1 << 15,
 }
 
+T = TypeVar("T")
+
 log = logging.getLogger("service")
-
-
-class RefusalError(Exception):
-    """A client has sent what is not served; the text tells what."""
-
-
-@dataclass(frozen=True)
-class Limits:
-    """What one client may have, and how many clients there may be."""
-
-    clients: int
-    qubits: int
-    records: int
-
-
-class Session:
-    """One client's filter, and the bytes of a record that has not come whole yet."""
-
-    def __init__(self, sim: Simulator, limits: Limits) -> None:
-        """Serve records on `sim`, which stays the caller's."""
-        self._sim = sim
-        self._limits = limits
-        self._partial = b""
-        self._replies = bytearray()
-        self.num_records = 0
-
-    def feed(self, data: bytes) -> None:
-        """Run the records that are whole now.
-
-        Raises:
-            RefusalError: If one is not served. Those before it have run, and their replies wait.
-        """
-        held = self._partial + data
-        whole = len(held) - len(held) % QPU_OP.itemsize
-        self._partial = held[whole:]
-        records = np.frombuffer(held[:whole], dtype=QPU_OP)
-        served, refusal = self._served(records)
-        try:
-            self._run(served)
-        except (RuntimeError, MemoryError) as error:
-            raise RefusalError(f"a record failed: {str(error).strip()}") from None
-        if refusal:
-            raise RefusalError(refusal)
-
-    def take_replies(self) -> bytes:
-        """The replies made since the last call."""
-        replies, self._replies = bytes(self._replies), bytearray()
-        return replies
-
-    def end(self) -> None:
-        """The client sends no more.
-
-        Raises:
-            RefusalError: If it has stopped inside a record.
-        """
-        if self._partial:
-            raise RefusalError(f"closed after {len(self._partial)} bytes of a record")
-
-    def _served(self, records: RecordArray) -> tuple[RecordArray, str]:
-        """The records before the first one over a limit, and that limit in words, if any."""
-        sizes = records["target_mask"]
-        too_wide = sizes > np.uint64(self._limits.qubits)
-        over = np.flatnonzero((records["opcode"] == Opcode.RESET) & too_wide)
-        left = self._limits.records - self.num_records
-        if len(over) and over[0] < left:
-            return records[: over[0]], f"a register of {sizes[over[0]]} qubits"
-        if len(records) > left:
-            return records[:left], f"more than {self._limits.records} records"
-        return records, ""
-
-    def _run(self, records: RecordArray) -> None:
-        start = 0
-        for stop in (np.flatnonzero(records["opcode"] == Opcode.FETCH_REQUEST) + 1).tolist():
-            self._sim.run(records[start:stop])
-            words = int(records["target_mask"][stop - 1]), int(records["cond_mask"][stop - 1])
-            self._replies += reply_to(*words, self._sim).tobytes()
-            start = stop
-        self._sim.run(records[start:])
-        self.num_records += len(records)
-
-
-def reply_to(first_word: int, asked: int, sim: Simulator) -> RecordArray:
-    """The reply to a fetch request with these words, one record."""
-    first = signed(first_word)
-    count = min(asked, FLAGS_PER_REPLY)
-    has_flags = count > 0 and first in FLAG_NUMBERS and first + count - 1 in FLAG_NUMBERS
-    return record(
-        Opcode.FETCH_REPLY,
-        target_mask=first_word,
-        cond_mask=count,
-        cond_flag=signed((1 << count) - 1) if has_flags else 0,
-        read_flag=signed(sim.flags(first, count)) if has_flags else 0,
-    )
-
-
-def signed(word: int) -> int:
-    """The signed number in an unsigned 64-bit word."""
-    return word - (1 << 64) if word >> 63 else word
 
 
 class Service:
@@ -164,6 +74,7 @@ class Service:
         self._filter_type = filter_type
         self._limits = limits
         self._clients: dict[asyncio.Task[None], asyncio.StreamWriter] = {}
+        self._is_ending = False
 
     async def serve_client(
         self, reader: asyncio.StreamReader, writer: asyncio.StreamWriter
@@ -178,13 +89,15 @@ class Service:
             self._clients[task] = writer
             await self._serve_admitted(name, reader, writer)
         except (RefusalError, OSError) as error:
-            log.warning("%s: %s", name, error)
+            if not self._is_ending:
+                log.warning("%s: %s", name, error)
         finally:
+            await close_in_time(writer, CLOSE_SECONDS)
             self._clients.pop(task, None)
-            writer.close()
 
     async def end(self) -> None:
         """Cut all clients off."""
+        self._is_ending = True
         for writer in self._clients.values():
             writer.transport.abort()
         await asyncio.gather(*self._clients, return_exceptions=True)
@@ -195,30 +108,92 @@ class Service:
         # A machine that has vanished shall not keep its place for ever.
         connection: socket.socket = writer.get_extra_info("socket")
         connection.setsockopt(socket.SOL_SOCKET, socket.SO_KEEPALIVE, 1)
-        with Simulator(self._filter_type) as sim:
-            session = Session(sim, self._limits)
+        with self._new_filter() as sim:
+            session = Session(sim, self._limits, QUICK_QUBITS[self._filter_type])
             log.info("%s: connected", name)
-            await exchange(session, reader, writer)
+            await exchange(session, reader, writer, self._limits.idle_seconds)
             log.info("%s: closed after %d records", name, session.num_records)
+
+    def _new_filter(self) -> Simulator:
+        try:
+            return Simulator(self._filter_type)
+        except (RuntimeError, MemoryError) as error:
+            raise RefusalError(f"no filter for it: {str(error).strip()}") from None
 
 
 async def exchange(
-    session: Session, reader: asyncio.StreamReader, writer: asyncio.StreamWriter
+    session: Session, reader: asyncio.StreamReader, writer: asyncio.StreamWriter, seconds: float
 ) -> None:
     """Feed a session from its connection until that ends.
 
+    Args:
+        session: What runs the records.
+        reader: The connection's input.
+        writer: Its output.
+        seconds: Longest wait for the client.
+
     Raises:
-        RefusalError: If a record is not served.
+        RefusalError: If a record is not served, or a wait is too long.
         OSError: If the connection breaks.
     """
-    while data := await reader.read(READ_BYTES):
+    while data := await in_time(reader.read(READ_BYTES), seconds):
+        refusal = None
         try:
-            session.feed(data)
-        finally:
-            # Together: a client that has asked several times at once counts what it finds.
-            writer.write(session.take_replies())
-            await writer.drain()
+            for _ in session.feed(data):
+                await asyncio.sleep(0)
+                require_connection(writer)
+                writer.write(session.take_replies())
+        except RefusalError as error:
+            refusal = error
+        # Together: a client that has asked several times at once counts what it finds.
+        writer.write(session.take_replies())
+        await in_time(writer.drain(), seconds)
+        if refusal is not None:
+            raise refusal
     session.end()
+
+
+async def in_time(wait: Awaitable[T], seconds: float) -> T:
+    """The result of a wait for a client.
+
+    Raises:
+        RefusalError: If it takes longer.
+    """
+    # Not `wait_for`: a connection that has timed out raises the same error as it does.
+    task = asyncio.ensure_future(wait)
+    done, _ = await asyncio.wait([task], timeout=seconds)
+    if not done:
+        task.cancel()
+        raise RefusalError(f"idle for {seconds:g} seconds")
+    return task.result()
+
+
+def require_connection(writer: asyncio.StreamWriter) -> None:
+    """Look whether a client whose records run is still there.
+
+    While input waits unread, nobody else looks. A client that has closed in an orderly way may
+    still read, which only a reply finds out.
+
+    Raises:
+        ConnectionResetError: If it is not, or the service has cut it off.
+    """
+    if not writer.transport.is_closing():
+        poll = select.poll()
+        poll.register(writer.get_extra_info("socket"), 0)  # a reset is told unasked
+        if not poll.poll(0):
+            return
+    raise ConnectionResetError("the connection was lost while its records ran")
+
+
+async def close_in_time(writer: asyncio.StreamWriter, seconds: float) -> None:
+    """Close a connection; what the client has not read by then is lost."""
+    writer.close()
+    try:
+        await asyncio.wait_for(writer.wait_closed(), seconds)
+    except asyncio.TimeoutError:
+        writer.transport.abort()
+    except OSError:
+        pass  # it has broken, which is told elsewhere
 
 
 async def serve(service: Service, host: str, port: int, *, until_eof: bool) -> None:
@@ -235,10 +210,7 @@ async def serve(service: Service, host: str, port: int, *, until_eof: bool) -> N
     server = await asyncio.start_server(
         service.serve_client, host, port, family=socket.AF_INET, limit=READ_BYTES
     )
-    address, number = server.sockets[0].getsockname()
-    if not ipaddress.ip_address(address).is_loopback:
-        log.warning("no authentication: whoever reaches %s:%d can use it", address, number)
-    print(f"listening on {address}:{number}", flush=True)
+    announce(listener.getsockname() for listener in server.sockets)
     os.dup2(sys.stderr.fileno(), sys.stdout.fileno())  # whoever has read that may read no more
     ends: list[Coroutine[Any, Any, object]] = [stopped.wait()]
     if until_eof:
@@ -252,6 +224,14 @@ async def serve(service: Service, host: str, port: int, *, until_eof: bool) -> N
     await service.end()
 
 
+def announce(addresses: Iterable[tuple[str, int]]) -> None:
+    """Print where the service listens, and warn where others can reach it."""
+    for address, number in addresses:
+        if not ipaddress.ip_address(address).is_loopback:
+            log.warning("no authentication: whoever reaches %s:%d can use it", address, number)
+        print(f"listening on {address}:{number}", flush=True)
+
+
 async def end_of_input() -> None:
     """Wait for the end of standard input.
 
@@ -263,6 +243,29 @@ async def end_of_input() -> None:
     await asyncio.get_running_loop().connect_read_pipe(lambda: protocol, sys.stdin)
     while await reader.read(READ_BYTES):
         pass
+
+
+def require_streams(*, until_eof: bool) -> None:
+    """Look for the standard streams that the service needs.
+
+    Without them the first sockets would take their places, and what is printed would go there.
+
+    Raises:
+        ValueError: If one is closed.
+    """
+    needed = {"output": sys.stdout, "error": sys.stderr}
+    if until_eof:
+        needed["input"] = sys.stdin
+    for name, stream in needed.items():
+        if stream is None:
+            raise ValueError(f"standard {name} is closed")
+
+
+def host_name(text: str) -> str:
+    """Read the address to listen on; an empty one would mean all that there are."""
+    if not text:
+        raise argparse.ArgumentTypeError("empty; 0.0.0.0 stands for all addresses")
+    return text
 
 
 def number_from(low: int, high: int = 2**63 - 1) -> Callable[[str], int]:
@@ -282,11 +285,12 @@ def parse_arguments(argv: Sequence[str]) -> argparse.Namespace:
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     add = parser.add_argument
     add("--filter", choices=MAX_QUBITS, default="StreamQPU", help="what runs the records")
-    add("--host", default="127.0.0.1", help="address to listen on (default: loopback)")
+    add("--host", type=host_name, default="127.0.0.1", help="where to listen (default: loopback)")
     add("--port", type=number_from(0, 65535), default=DEFAULT_PORT, help=f"({DEFAULT_PORT})")
     add("--max-clients", type=number_from(1), default=16, metavar="N", help="at a time (16)")
-    add("--max-qubits", type=number_from(0), metavar="N", help="(what fits a gigabyte)")
+    add("--max-qubits", type=number_from(0), metavar="N", help="of each (what fits a gigabyte)")
     add("--max-records", type=number_from(1), default=10**8, metavar="N", help="(100 million)")
+    add("--idle-seconds", type=number_from(1), default=3600, metavar="N", help="(3600)")
     add("--quiet", action="store_true", help="log only what goes wrong")
     add("--until-eof", action="store_true", help="end when standard input does")
     return parser.parse_args(argv)
@@ -300,11 +304,13 @@ def main(argv: Sequence[str]) -> int:
     qubits = settings.max_qubits
     if qubits is None:
         qubits = MAX_QUBITS[settings.filter]
-    limits = Limits(settings.max_clients, qubits, settings.max_records)
+    limits = Limits(settings.max_clients, qubits, settings.max_records, settings.idle_seconds)
     service = Service(settings.filter, limits)
+    until_eof: bool = settings.until_eof
     try:
-        asyncio.run(serve(service, settings.host, settings.port, until_eof=settings.until_eof))
-    except (OSError, ValueError) as error:  # an address or an input that cannot be used
+        require_streams(until_eof=until_eof)
+        asyncio.run(serve(service, settings.host, settings.port, until_eof=until_eof))
+    except (OSError, ValueError) as error:  # an address or a stream that cannot be used
         print(f"service.py: {error}", file=sys.stderr)
         return 1
     return 0

@@ -5,8 +5,10 @@ import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
+from typing import Final
 
 SCRIPT = Path(__file__).with_name("service.py")
+END_SECONDS: Final = 5.0
 
 
 @contextlib.contextmanager
@@ -26,12 +28,26 @@ def running_service(*arguments: str) -> Iterator[tuple[str, int]]:
         ConnectionError: If it does not start.
     """
     command = [sys.executable, str(SCRIPT), "--port", "0", "--until-eof", *arguments]
-    with subprocess.Popen(
-        command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True
-    ) as process:
-        assert process.stdout is not None
+    process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    assert process.stdout is not None
+    try:
         line = process.stdout.readline()
         if not line.startswith("listening on "):
             raise ConnectionError("the service has not started")
         host, _, port = line.removeprefix("listening on ").strip().rpartition(":")
         yield host, int(port)
+    finally:
+        _end(process)
+
+
+def _end(process: subprocess.Popen[str]) -> None:
+    """End the service, by force if it is busy with a long record."""
+    assert process.stdin is not None
+    assert process.stdout is not None
+    process.stdin.close()
+    process.stdout.close()
+    try:
+        process.wait(timeout=END_SECONDS)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()

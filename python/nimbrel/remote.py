@@ -3,7 +3,8 @@
 The engine hands an array to the socket in one write that does not wait, and what the socket
 does not take is lost without a word. It then waits for a reply to each fetch request of that
 array, but looks only at the first record that has come, again and again; and when none comes
-in time it prints a line and goes on with the flags as they were.
+in time it prints a line and goes on with the flags as they were. Bytes that come meanwhile put
+that time off, so a wait is as long as the peer likes: connect only to a service that you trust.
 
 So an array here has one fetch request at most, as its last record. That request is answered by
 one record or not at all, and a wait that ended before its timeout has found it. Whatever is
@@ -179,10 +180,33 @@ class _Link:
         if not self.is_open():
             raise ConnectionError("the connection to the service was lost")
         self.close()
+        # A reply that came with the last poll has been stored; whether one did, nothing tells.
         raise TimeoutError(
-            f"the service has not replied within {self._timeout:g} seconds; the connection is "
-            "closed, and the read flags are those of the replies before"
+            f"waited {self._timeout:g} seconds or more for a reply; the connection is closed, and "
+            "unless one came at the very end the read flags are those of the replies before"
         )
+
+
+def _checked_host(host: object) -> str:
+    if not isinstance(host, str):
+        raise TypeError(f"host must be a string, not {type(host).__name__}")
+    try:
+        encoded = host.encode()
+    except UnicodeEncodeError:
+        raise ValueError(f"host cannot be encoded: {host!r}") from None
+    if b"\0" in encoded:
+        raise ValueError(f"host must not hold a null character: {host!r}")
+    return host
+
+
+def _checked_timeout(timeout: float) -> float:
+    try:
+        seconds = float(timeout)
+    except OverflowError:
+        seconds = math.inf if timeout > 0 else -math.inf  # an integer beyond all floats
+    if not 0 < seconds < math.inf:
+        raise ValueError(f"timeout must be a number of seconds above 0, not {seconds}")
+    return seconds
 
 
 class RemoteOperations(FilterHandle):
@@ -204,11 +228,20 @@ class RemoteOperations(FilterHandle):
         The system's own limit holds for how long this takes. Nothing is asked of the service,
         so any program that listens there is taken for one.
 
+        Connect only to a service that you trust: one that keeps sending holds the whole
+        interpreter for as long as it likes.
+
+        The engine prints "Connected ok." to C's standard output, which has a buffer of its own:
+        redirecting `sys.stdout` does not catch the line, and in a file or a pipe it may stand
+        behind what Python printed later.
+
         Args:
             host: Name or address of the service.
             port: Its port, 1 to 65535.
-            timeout: Longest wait for a reply, in seconds, above 0. The whole interpreter
-                stands still during a wait and no signal ends it.
+            timeout: Seconds without a reply after which a wait ends, above 0. They begin anew
+                whenever further bytes come and there is a whole record, be it no reply, so this
+                is no bound on the wait. The whole interpreter stands still during a wait and no
+                signal ends it.
             window: Most records that are sent before the service is asked whether it keeps
                 up, which takes 10 milliseconds; at least 1. What the socket does not take is
                 lost without a word, so this must be what it takes at once. The default holds
@@ -218,18 +251,18 @@ class RemoteOperations(FilterHandle):
 
         Raises:
             ConnectionError: If there is no connection, with the engine's text.
-            TypeError: If `port` or `window` is not an integer.
-            ValueError: If `port`, `timeout` or `window` is out of range.
+            TypeError: If `host` is not a string, or `port` or `window` not an integer.
+            ValueError: If `host` holds a null character or cannot be encoded in UTF-8, or
+                `port`, `timeout` or `window` is out of range.
         """
         link = self._remote()
-        number, most, seconds = operator.index(port), operator.index(window), float(timeout)
+        name, seconds = _checked_host(host), _checked_timeout(timeout)
+        number, most = operator.index(port), operator.index(window)
         if not 1 <= number <= 65535:
             raise ValueError(f"port must be from 1 to 65535, not {number}")
-        if not 0 < seconds < math.inf:
-            raise ValueError(f"timeout must be a number of seconds above 0, not {seconds}")
         if most < 1:
             raise ValueError(f"window must be 1 or more, not {most}")
-        link.open(host, number, seconds, most)
+        link.open(name, number, seconds, most)
 
     def disconnect(self) -> None:
         """Close the connection; without one, do nothing. The read flags stay."""

@@ -71,7 +71,8 @@ class Simulator(StateOperations, RemoteOperations):
             RuntimeError: What the engine reports; records before the failing one have
                 taken effect.
             TimeoutError: If the service does not reply in time, also when it has gone. The
-                connection is closed then, since a late reply would answer the next request.
+                connection is closed then, since a late reply would answer the next request. A
+                reply in the wait's last moment counts as late, but its flags have been stored.
             ConnectionError: If the connection was lost during a wait.
         """
         records = program(*parts)
@@ -95,7 +96,9 @@ class Simulator(StateOperations, RemoteOperations):
 
         Returns:
             An integer whose bit i is flag `first + i`, which `flags` gives from now on too. A
-            flag that the service marks as not present keeps what it had.
+            flag that the service marks as not present keeps what it had: with
+            `examples/service.py` one that was never stored there, which reads 0 as it would
+            in a local run, unless it has been fetched over an earlier connection.
 
         Raises:
             ValueError: As `run` and `flags`, and on a filter of another type.

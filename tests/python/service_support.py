@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 import contextlib
+import importlib
 import re
 import socket
 import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
+from types import ModuleType
 
 import nimbrel as nb
 import numpy as np
@@ -93,4 +95,11 @@ class Client:
 def run(name: str, *arguments: str) -> subprocess.CompletedProcess[str]:
     """Run an example with this interpreter."""
     command = [sys.executable, str(EXAMPLES / name), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False)
+    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)
+
+
+def example_module(name: str) -> ModuleType:
+    """An example as a module, not run."""
+    if str(EXAMPLES) not in sys.path:
+        sys.path.append(str(EXAMPLES))
+    return importlib.import_module(name)

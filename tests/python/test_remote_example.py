@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import argparse
 import importlib
 import re
 import socket
@@ -72,6 +73,7 @@ def test_remote_tells_a_wrong_outcome() -> None:
         (["--service", "here"], "not HOST:PORT: 'here'"),
         (["--service", ":80"], "not HOST:PORT: ':80'"),
         (["--service", "here:65536"], "not HOST:PORT: 'here:65536'"),
+        (["--service", "\udcff:80"], "not HOST:PORT: '\\udcff:80'"),
         (["--filter", "StreamBitQPU"], "invalid choice: 'StreamBitQPU'"),
     ],
 )
@@ -80,6 +82,11 @@ def test_remote_refuses_in_one_line(arguments: list[str], message: str) -> None:
     assert (done.returncode, done.stdout) == (2, "")
     assert message in done.stderr
     assert done.stderr.count("\n") == 1
+
+
+def test_a_host_with_a_null_is_no_address(example: ModuleType) -> None:
+    with pytest.raises(argparse.ArgumentTypeError, match=r"^not HOST:PORT: 'here\\x00:80'$"):
+        example.service_address("here\0:80")
 
 
 @pytest.mark.parametrize("secret", [0, 1, 2, 5, 0b1001001, 2**10 - 1])

@@ -63,6 +63,22 @@ def test_a_long_program_arrives_whole(bit_service: Service, rng: Any, window: in
         assert remote.fetch(2, width, records) == local.flags(2, width)
 
 
+@pytest.mark.parametrize("filter_type", FILTERS)
+def test_flags_that_were_never_stored_read_as_in_a_local_run(filter_type: str) -> None:
+    """By both numbers, also in later reads and in another order."""
+    records = nb.program(nb.reset(20), nb.x([1, 4, 19]), nb.read(range(20), 2))
+    with Simulator(filter_type) as local, service_of("--filter", filter_type) as service:
+        local.run(records)
+        for ranges in ([(-70, 141)], [(-500, 30), (-70, 60), (60, 30)], [(64, 70), (-100, 100)]):
+            with Simulator("StreamConnect") as remote:
+                remote.connect(LOOPBACK, service.port, LONG)
+                remote.run(records)
+                for each in ranges:
+                    assert remote.fetch(*each) == local.flags(*each)
+                for each in ranges:
+                    assert remote.flags(*each) == local.flags(*each)
+
+
 def test_each_client_has_a_filter_of_its_own(bit_service: Service) -> None:
     with Client(bit_service) as one, Client(bit_service) as other:
         one.send(nb.reset(2), nb.x(0), nb.read([0, 1], 2))
@@ -163,12 +179,15 @@ def test_an_engine_client_that_asks_several_times_at_once(bit_service: Service) 
     ("first", "count", "told", "valid"),
     [
         (2, 0, 0, 0),
-        (0, 3, 3, 0b111),
+        (0, 3, 3, 0b110),
         (-3, 3, 3, 0b111),
         (2, 64, 64, 2**64 - 1),
         (2, 65, 64, 2**64 - 1),
         (2, 2**64 - 1, 64, 2**64 - 1),
-        (2**31 - 1, 1, 1, 1),
+        (2**31 - 1, 1, 1, 0),
+        (126, 4, 4, 0b0011),
+        (-129, 4, 4, 0b1100),
+        (-140, 10, 10, 0),
         (2**31 - 1, 2, 2, 0),
         (2**31, 1, 1, 0),
         (-(2**31), 1, 1, 1),
@@ -277,7 +296,9 @@ def test_it_warns_when_others_can_reach_it() -> None:
         ["--port", "65536"],
         ["--port", "-1"],
         ["--port", "x"],
+        ["--host", ""],
         ["--max-clients", "0"],
+        ["--idle-seconds", "0"],
         ["--max-records", "0"],
         ["--filter", "StreamConnect"],
     ],
@@ -286,6 +307,33 @@ def test_settings_that_make_no_sense(arguments: list[str]) -> None:
     done = run("service.py", *arguments)
     assert (done.returncode, done.stdout) == (2, "")
     assert "service.py: error: argument" in done.stderr
+
+
+def run_in_shell(redirection: str, *arguments: str) -> subprocess.CompletedProcess[str]:
+    """Run the service with a standard stream closed."""
+    command = [sys.executable, str(EXAMPLES / "service.py"), *arguments]
+    return subprocess.run(
+        ["/bin/sh", "-c", f'"$@" {redirection}', "sh", *command],
+        input="",
+        capture_output=True,
+        text=True,
+        check=False,
+    )
+
+
+@pytest.mark.parametrize(
+    ("redirection", "name"), [("<&-", "input"), (">&-", "output"), ("2>&-", "error")]
+)
+def test_a_standard_stream_that_is_closed(redirection: str, name: str) -> None:
+    done = run_in_shell(redirection, "--port", "0", "--until-eof")
+    assert done.returncode == 1
+    assert done.stdout + done.stderr == f"service.py: standard {name} is closed\n"
+
+
+def test_an_input_that_nothing_waits_for_may_be_closed() -> None:
+    with service_of() as service:
+        done = run_in_shell("<&-", "--port", str(service.port))
+    assert (done.returncode, done.stderr.count("address already in use")) == (1, 1)
 
 
 def test_the_help_says_that_nobody_is_asked_who_they_are() -> None:
