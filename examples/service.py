@@ -211,7 +211,7 @@ async def serve(service: Service, host: str, port: int, *, until_eof: bool) -> N
         service.serve_client, host, port, family=socket.AF_INET, limit=READ_BYTES
     )
     announce(listener.getsockname() for listener in server.sockets)
-    os.dup2(sys.stderr.fileno(), sys.stdout.fileno())  # whoever has read that may read no more
+    leave_standard_output()
     ends: list[Coroutine[Any, Any, object]] = [stopped.wait()]
     if until_eof:
         ends.append(end_of_input())
@@ -230,6 +230,11 @@ def announce(addresses: Iterable[tuple[str, int]]) -> None:
         if not ipaddress.ip_address(address).is_loopback:
             log.warning("no authentication: whoever reaches %s:%d can use it", address, number)
         print(f"listening on {address}:{number}", flush=True)
+
+
+def leave_standard_output() -> None:
+    """Send what is still to be printed to standard error: whoever read the address may be gone."""
+    os.dup2(sys.stderr.fileno(), sys.stdout.fileno())
 
 
 async def end_of_input() -> None:

@@ -201,7 +201,7 @@ def test_the_service_tells_all_that_it_listens_on(monkeypatch: pytest.MonkeyPatc
     with monkeypatch.context() as patch:  # pytest's own capture needs what is taken away here
         patch.setattr(asyncio, "start_server", start_on_two)
         patch.setattr(service_module, "announce", announce)
-        patch.setattr(service_module.os, "dup2", lambda *_: None)
+        patch.setattr(service_module, "leave_standard_output", lambda: None)
         in_time(service_module.serve(service, LOOPBACK, 0, until_eof=False))
     assert sorted(address for address, _ in told) == [LOOPBACK, "127.0.0.2"]
 
