@@ -37,7 +37,7 @@ void OpFilter_BitQPUSim::dispatch(const QPUOp& op) {
         case OP_RESET:
             return reset(op.target_mask);
         case OP_EXTEND:
-            return extend(op);
+            return extend_next_operation(*this, op);
         case OP_HADAMARD:
             return;  // passed over on purpose: a program with one runs on without it
 
@@ -79,12 +79,6 @@ void OpFilter_BitQPUSim::dispatch(const QPUOp& op) {
         default:
             return dispatch_shared_record(*this, op);
     }
-}
-
-void OpFilter_BitQPUSim::extend(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
-    qpu->extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
-                      op.cond_offset);
 }
 
 }  // namespace Nimbrel

@@ -46,7 +46,6 @@ class OpFilter_BitQPUSim : public OpFilter {
     void dispatch(const QPUOp& op);
 
     void reset(unsigned long qubits);
-    void extend(const QPUOp& op);
     void flip(const QPUOp& op);
     void swap(const QPUOp& op);
     void read(const QPUOp& op);

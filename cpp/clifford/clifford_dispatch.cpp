@@ -61,7 +61,7 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
         case OP_RESET:
             return reset(op.target_mask);
         case OP_EXTEND:
-            return extend(op);
+            return extend_next_operation(*this, op);
 
         case OP_PCP:
             refuse("qc.pcp");
@@ -103,12 +103,6 @@ void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     } else {
         qpu->qint_table.assign(state->num_qubits, 0);
     }
-}
-
-void OpFilter_CliffordQPUSim::extend(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
-    qpu->extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
-                      op.cond_offset);
 }
 
 }  // namespace Nimbrel

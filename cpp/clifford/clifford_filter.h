@@ -85,7 +85,6 @@ class OpFilter_CliffordQPUSim : public OpFilter {
 
     void dispatch(const QPUOp& op);
     void reset(unsigned long qubits);
-    void extend(const QPUOp& op);
     /// A record that turns by an angle about Z. `operation` is its name in the refusal.
     void turn(const QPUOp& op, const char* operation);
     void y(const QPUOp& op);

@@ -67,6 +67,12 @@ void dispatch_shared_record(OpFilter& filter, const QPUOp& op) {
     }
 }
 
+void extend_next_operation(OpFilter& filter, const QPUOp& op) {
+    if (!filter.qpu->flag_condition(op.cond_flag)) return;
+    filter.qpu->extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
+                             op.cond_offset);
+}
+
 void refuse_operation(std::string_view operation, std::string_view simulator) {
     throw std::runtime_error(std::string(operation) + " has not been implemented for the " +
                              std::string(simulator) + ".");

@@ -101,9 +101,7 @@ void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target
     if (targets == 0) return;
     const unsigned long measured = measure(targets);
     store_flags(read_flag, targets, measured);
-    const unsigned long flips = (value ^ measured) & targets;
-    if (flips == 0) return;
-    for (term_t& term : terms) term.key ^= flips * 2;
+    flip_qubits(terms, (value ^ measured) & targets);
 }
 
 void OpFilter_SparseSVSim::clear(unsigned long target_mask, long cond_flag) {

@@ -29,10 +29,6 @@ struct PauliLetters {
     }
 };
 
-void flip_all_keys(TermList& terms, unsigned long qubits) {
-    for (term_t& term : terms) term.key ^= qubits * 2;
-}
-
 /// A ladder of controlled flips from every lower qubit onto the pivot, in one walk: the flips all
 /// have one target, so only their number matters. It is its own inverse.
 void fold_parity(TermList& terms, const PauliLetters& letters) {
@@ -83,9 +79,9 @@ unsigned long OpFilter_SparseSVSim::ppm_as_gates(int sign, unsigned long x_mask,
 
     // The pivot itself is turned over, so that the sample and the projection see it inverted.
     const bool inverted = sign == -1;
-    if (inverted) flip_all_keys(terms, letters.pivot);
+    if (inverted) flip_qubits(terms, letters.pivot);
     const unsigned long outcome = measure(letters.pivot) != 0 ? 1 : 0;
-    if (inverted) flip_all_keys(terms, letters.pivot);
+    if (inverted) flip_qubits(terms, letters.pivot);
 
     fold_parity(terms, letters);
     apply_hadamard(letters.only_xs, 0, 0, 0);

@@ -40,4 +40,10 @@ struct KeyPattern {
     constexpr bool matches(unsigned long key) const { return (key & mask) == value; }
 };
 
+/// Flips qubits in every term.
+inline void flip_qubits(TermList& terms, unsigned long qubits) {
+    if (qubits == 0) return;
+    for (term_t& term : terms) term.key ^= qubits * 2;
+}
+
 }  // namespace Nimbrel
