@@ -105,8 +105,8 @@ def test_a_batch_reverses_the_states_in_which_each_product_is_minus_one(
     products: list[tuple[tuple[int, ...], tuple[int, ...]]],
 ) -> None:
     count, num_qubits = len(products), 4
-    identity = np.eye(1 << num_qubits)
-    projector: Matrix = identity
+    identity: Matrix = np.eye(1 << num_qubits, dtype=np.complex128)
+    projector = identity
     for xs, zs in products:
         x_mask, z_mask = (sum(1 << qubit for qubit in qubits) for qubits in (xs, zs))
         minus = (identity - full.pauli_product(num_qubits, x_mask, z_mask)) / 2

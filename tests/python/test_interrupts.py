@@ -50,7 +50,7 @@ def working(source: str) -> Iterator[subprocess.Popen[str]]:
             assert process.stdout is not None
             assert process.stdout.readline() == "ready\n"
             begun = ticks_of(process)
-            wait_until(lambda: ticks_of(process) >= begun + TICKS_OF_WORK)
+            wait_until(process, lambda: ticks_of(process) >= begun + TICKS_OF_WORK)
             yield process
         finally:
             process.kill()
@@ -69,8 +69,10 @@ def is_pending(process: subprocess.Popen[str], number: signal.Signals) -> bool:
     return any(int(word, 16) >> (number - 1) & 1 for word in words)
 
 
-def wait_until(holds: Callable[[], bool]) -> None:
+def wait_until(process: subprocess.Popen[str], holds: Callable[[], bool]) -> None:
+    """Polls; fails when the process ends before."""
     while not holds():
+        assert process.poll() is None
         time.sleep(0.01)
 
 
@@ -84,9 +86,9 @@ def test_ctrl_c_takes_effect_between_two_calls() -> None:
 def test_ctrl_c_waits_for_the_end_of_a_call() -> None:
     with working(ONE_CALL) as process:
         process.send_signal(signal.SIGINT)
-        wait_until(lambda: not is_pending(process, signal.SIGINT))
+        wait_until(process, lambda: not is_pending(process, signal.SIGINT))
         delivered = ticks_of(process)
-        wait_until(lambda: ticks_of(process) >= delivered + TICKS_OF_WORK)
+        wait_until(process, lambda: ticks_of(process) >= delivered + TICKS_OF_WORK)
         assert process.poll() is None
 
 
@@ -102,5 +104,5 @@ def test_ctrl_c_waits_for_the_end_of_a_call() -> None:
 def test_a_process_ends_within_a_call(source: str, number: signal.Signals) -> None:
     with working(source) as process:
         process.send_signal(number)
-        process.communicate()
+        process.communicate(timeout=60)
         assert process.returncode == -number
