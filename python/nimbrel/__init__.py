@@ -9,8 +9,8 @@ arrays of 88-byte records. This package writes those records and runs them:
         sim.run(reset(100), x([3, 70]), read(range(100), 2))
         print(bin(sim.flags(2, 100)))
 
-Qubit 0 is the least significant, angles are in degrees. The package adds no behaviour
-to the engine, and a front end may do without it.
+Qubit 0 is the least significant, angles are in degrees. A front end may do without the
+package, which adds nothing to the engine but that a forked process is seeded anew (`seed`).
 """
 
 from nimbrel.amplitudes import aligned_buffer
@@ -43,7 +43,8 @@ from nimbrel.opcodes import TAG, Opcode
 from nimbrel.paulis import pcp, ppm, ppr
 from nimbrel.records import QPU_OP, RecordArray, program, record
 from nimbrel.remote import fetch_request
-from nimbrel.simulator import Event, Simulator, seed
+from nimbrel.seeding import seed
+from nimbrel.simulator import Event, Simulator
 
 __all__ = [
     "QPU_OP",
