@@ -103,7 +103,7 @@ def compare(circuit: Circuit, makers: Sequence[MakeContestant], repeats: int) ->
         WrongResultError: If they do not.
     """
     with closing(Engine(circuit)) as engine:
-        contestants: list[Contestant] = [engine, *[make(circuit) for make in makers]]
+        contestants = [engine, *[make(circuit) for make in makers]]
         check_generators(circuit, contestants)
         check_outcomes(circuit, contestants)
         best = dict.fromkeys([each.name for each in contestants], float("inf"))

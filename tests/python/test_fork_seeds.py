@@ -4,25 +4,28 @@ import pytest
 from fork_draws import answer_of
 
 
-def test_children_draw_apart_from_each_other_and_from_their_parent() -> None:
-    draws = answer_of("family()")
+@pytest.fixture(scope="module")
+def seeded() -> list[int]:
+    """The draws of a family with the seed 5, its parent's last."""
+    draws: list[int] = answer_of("seeded_family(5)")
+    return draws
+
+
+def test_children_draw_apart_and_never_the_same_again() -> None:
+    draws = [draw for _ in range(2) for draw in answer_of("family()")]
     assert len(set(draws)) == len(draws)
 
 
-def test_children_of_a_seeded_process_draw_apart() -> None:
-    draws = answer_of("seeded_family(5)")
-    assert len(set(draws)) == len(draws)
+def test_children_of_a_seeded_process_draw_apart(seeded: list[int]) -> None:
+    assert len(set(seeded)) == len(seeded)
 
 
-def test_a_seed_repeats_the_draws_of_all_children() -> None:
-    one, other = answer_of("families_of_one_seed(5)")
-    assert one == other
-    assert one == answer_of("seeded_family(5)")
-    assert not set(one) & set(answer_of("seeded_family(6)"))
+def test_a_seed_repeats_the_draws_of_all_children(seeded: list[int]) -> None:
+    assert answer_of("families_of_one_seed(5)") == [seeded, seeded]
 
 
-def test_without_a_seed_nothing_repeats() -> None:
-    assert not set(answer_of("family()")) & set(answer_of("family()"))
+def test_another_seed_gives_other_draws(seeded: list[int]) -> None:
+    assert not set(seeded) & set(answer_of("seeded_family(6)"))
 
 
 def test_a_seed_of_the_engine_alone_reaches_no_child() -> None:
@@ -41,14 +44,12 @@ def test_forks_leave_the_parent_draws_as_they_are() -> None:
     assert alone == beside
 
 
-def test_a_child_can_be_repeated_alone() -> None:
-    *children, _ = answer_of("seeded_family(5)")
-    assert answer_of("draws_by_derivation(5)") == children
+def test_a_child_can_be_repeated_alone(seeded: list[int]) -> None:
+    assert answer_of("draws_by_derivation(5)") == seeded[:-1]
 
 
-@pytest.mark.parametrize("method", ["fork", "spawn"])
-def test_workers_of_a_pool_draw_apart(method: str) -> None:
-    draws = [draw for pool in answer_of(f"two_pools({method!r})") for draw in pool]
+def test_workers_of_a_forked_pool_draw_apart() -> None:
+    draws = [draw for pool in answer_of("two_pools('fork')") for draw in pool]
     assert len(set(draws)) == 4
 
 
@@ -57,6 +58,6 @@ def test_a_seed_repeats_the_workers_of_a_forked_pool() -> None:
     assert one == other
 
 
-def test_a_spawned_worker_takes_nothing_from_a_seed() -> None:
-    one, other = answer_of("two_pools('spawn', 5)")
-    assert not set(one) & set(other)
+def test_a_seed_reaches_no_spawned_worker() -> None:
+    draws = [draw for pool in answer_of("two_pools('spawn', 5)") for draw in pool]
+    assert len(set(draws)) == 4
