@@ -18,6 +18,7 @@ import importlib
 import importlib.metadata
 import sys
 from collections.abc import Callable, Sequence
+from contextlib import closing
 from dataclasses import asdict, dataclass
 
 from clifford_circuits import Circuit, mirror_circuit, random_circuit
@@ -101,13 +102,14 @@ def compare(circuit: Circuit, makers: Sequence[MakeContestant], repeats: int) ->
     Raises:
         WrongResultError: If they do not.
     """
-    contestants = [Engine(circuit), *[make(circuit) for make in makers]]
-    check_generators(circuit, contestants)
-    check_outcomes(circuit, contestants)
-    best = dict.fromkeys([each.name for each in contestants], float("inf"))
-    for _ in range(min(repeats, MOST_PEER_ROUNDS)):
-        for each in contestants:
-            best[each.name] = min(best[each.name], 1e3 * each.seconds())
+    with closing(Engine(circuit)) as engine:
+        contestants = [engine, *[make(circuit) for make in makers]]
+        check_generators(circuit, contestants)
+        check_outcomes(circuit, contestants)
+        best = dict.fromkeys([each.name for each in contestants], float("inf"))
+        for _ in range(min(repeats, MOST_PEER_ROUNDS)):
+            for each in contestants:
+                best[each.name] = min(best[each.name], 1e3 * each.seconds())
     return Comparison(circuit.name, circuit.task, circuit.num_qubits, len(circuit.gates), best)
 
 

@@ -98,6 +98,10 @@ class Engine:
         """The time of a run."""
         return seconds_of(self._run)
 
+    def close(self) -> None:
+        """Free the filter."""
+        self._sim.close()
+
     def _run(self) -> int:
         self._sim.run(self._whole)
         return self._sim.flags(FIRST_FLAG, self._num_qubits)

@@ -14,6 +14,7 @@ import statistics
 import sys
 import time
 from collections.abc import Callable, Sequence
+from contextlib import ExitStack
 from dataclasses import asdict, dataclass
 from functools import partial
 from pathlib import Path
@@ -87,16 +88,17 @@ def rates(address: tuple[str, int], count: int, repeats: int) -> list[Rate]:
         WrongResultError: If two ways have different outcomes.
     """
     records = flips(count)
-    ways: dict[str, Callable[[], int]] = {
-        "on a filter of this process": partial(run_here, Simulator("StreamBitQPU"), records)
-    }
-    for window in (WINDOW, LOOPBACK_WINDOW):
-        name = f"by the service, window {window}"
-        ways[name] = partial(run_there, connected(address, window), records)
-    outcomes = {way() for way in ways.values()}
-    if len(outcomes) != 1:
-        raise WrongResultError("the service's outcome differs from the one here")
-    seconds = best_seconds([partial(_drop_result, way) for way in ways.values()], repeats)
+    with ExitStack() as open_filters:
+        here = open_filters.enter_context(Simulator("StreamBitQPU"))
+        ways: dict[str, Callable[[], int]] = {
+            "on a filter of this process": partial(run_here, here, records)
+        }
+        for window in (WINDOW, LOOPBACK_WINDOW):
+            there = open_filters.enter_context(connected(address, window))
+            ways[f"by the service, window {window}"] = partial(run_there, there, records)
+        if len({way() for way in ways.values()}) != 1:
+            raise WrongResultError("the service's outcome differs from the one here")
+        seconds = best_seconds([partial(_drop_result, way) for way in ways.values()], repeats)
     return [Rate(name, count / best) for name, best in zip(ways, seconds, strict=True)]
 
 

@@ -371,7 +371,8 @@ def random_seed(unused: SupportsIndex, seed: SupportsIndex, /) -> None:
     Args:
         unused: Not looked at; need not be a handle.
         seed: The seed, 32 bits. The same seed gives the same draws. A Clifford filter draws from
-            a generator of its own, which no seed reaches.
+            a generator of its own, which no seed reaches. A forked process goes on with the
+            generator as it stood; importing `nimbrel` seeds it anew there.
 
     Raises:
         RuntimeError: the arguments are not two integers ("Error: argument parsing error.").

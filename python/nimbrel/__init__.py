@@ -9,9 +9,12 @@ arrays of 88-byte records. This package writes those records and runs them:
         sim.run(reset(100), x([3, 70]), read(range(100), 2))
         print(bin(sim.flags(2, 100)))
 
-Qubit 0 is the least significant, angles are in degrees. The package adds no behaviour
-to the engine, and a front end may do without it.
+Qubit 0 is the least significant, angles are in degrees. A front end may do without the
+package, which adds nothing to the engine but that a forked process is seeded anew (`seed`).
 """
+
+from importlib.metadata import version as _installed_version
+from typing import Final
 
 from nimbrel.amplitudes import aligned_buffer
 from nimbrel.classical import clear, flag_nand, free, read, reset, write
@@ -41,12 +44,14 @@ from nimbrel.gates import (
 from nimbrel.layout import Qubits
 from nimbrel.opcodes import TAG, Opcode
 from nimbrel.paulis import pcp, ppm, ppr
-from nimbrel.records import QPU_OP, RecordArray, program, record
+from nimbrel.records import QPU_OP, RECORD_FORMAT, RecordArray, program, record
 from nimbrel.remote import fetch_request
-from nimbrel.simulator import Event, Simulator, seed
+from nimbrel.seeding import seed
+from nimbrel.simulator import Event, Simulator
 
 __all__ = [
     "QPU_OP",
+    "RECORD_FORMAT",
     "TAG",
     "Event",
     "Opcode",
@@ -54,6 +59,7 @@ __all__ = [
     "RecordArray",
     "SimParams",
     "Simulator",
+    "__version__",
     "aligned_buffer",
     "clear",
     "close_event",
@@ -92,3 +98,6 @@ __all__ = [
     "y",
     "z",
 ]
+
+__version__: Final = _installed_version("nimbrel")
+"""The installed release, as `pip` shows it."""

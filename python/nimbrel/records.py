@@ -32,6 +32,13 @@ QPU_OP: Final = np.dtype(
 )
 """One instruction record: eleven little-endian 64-bit words, 88 bytes, no padding."""
 
+RECORD_FORMAT: Final = 1
+"""Version of the record format.
+
+It grows when the engine would read an existing program differently: when the layout, the number
+of an opcode or the meaning of a word changes. A new opcode leaves it, since no program has it.
+"""
+
 
 class Record(NamedTuple):
     """One instruction record as plain numbers, word for word in the order of `QPU_OP`."""

@@ -27,18 +27,6 @@ class Event(NamedTuple):
     ids: npt.NDArray[np.uint64]
 
 
-def seed(value: int) -> None:
-    """Seed the generator that all filters of the process share.
-
-    Args:
-        value: The seed, 32 bits.
-
-    Raises:
-        ValueError: If `value` does not fit an unsigned 32-bit word.
-    """
-    _call(_lib_nb_sim.random_seed, 0, _word32(value, "seed"))
-
-
 class Simulator(StateOperations, RemoteOperations):
     """One filter of the engine, freed on leaving the `with` block.
 
