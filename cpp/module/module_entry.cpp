@@ -5,6 +5,7 @@
 
 #include "module/methods.h"
 #include "module/owned_reference.h"
+#include "module/processor_check.h"
 
 namespace {
 
@@ -62,6 +63,8 @@ PyModuleDef module_definition{PyModuleDef_HEAD_INIT,
 }  // namespace
 
 PyMODINIT_FUNC PyInit__lib_nb_sim() {
+    if (!Binding::require_processor()) return nullptr;
+
     Binding::OwnedReference module(PyModule_Create2(&module_definition, PYTHON_API_VERSION));
     if (!module) return nullptr;
     Binding::OwnedReference error(PyErr_NewException("nb_sim.Error", nullptr, nullptr));
