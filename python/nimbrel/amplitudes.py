@@ -18,7 +18,7 @@ FAST_ALIGNMENT: Final = 32
 def aligned_buffer(num_qubits: int) -> Amplitudes:
     """Memory on which `Simulator.override_state_buffer` gives the fastest register.
 
-    An array of NumPy's own making is as good but for speed: gates on it can take 1.3 times as
+    An array of NumPy's own making is as good but for speed: gates on it can take 1.5 times as
     long.
 
     Args:
