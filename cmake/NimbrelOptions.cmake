@@ -32,6 +32,14 @@ target_compile_options(
             "$<$<CONFIG:Release>:-O3>"
             "$<$<CONFIG:Debug>:-O1;-g>")
 
+# nimbrel_compile_for_any_processor(<source>...)
+#
+# Sources of the caller's folder that run before the module has looked at the processor: its entry
+# and whatever defines an object that is made when the library is loaded.
+function(nimbrel_compile_for_any_processor)
+  set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -mno-avx -mno-fma -mno-popcnt)
+endfunction()
+
 # Bounds checks in the standard containers: they find an index that stays inside the allocation,
 # which an address sanitizer cannot see.
 target_compile_definitions(nimbrel_options INTERFACE "$<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>")

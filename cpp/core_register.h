@@ -46,9 +46,9 @@ class QPU : public QPU_Base {
 
     // Set-up and waiting: core_register_setup.cpp.
 
-    /// Sizes the register and puts it into its start state, or adopts `buffer`, of 2^n amplitudes
-    /// at a multiple of 32 bytes, as its state. Throws when the state vector is over the limit;
-    /// returns false, with a printed report, when memory runs out.
+    /// Sizes the register and puts it into its start state, or adopts `buffer`, of 2^n
+    /// amplitudes, as its state. Throws when the state vector is over the limit; returns false,
+    /// with a printed report, when memory runs out.
     bool reset(unsigned long qubits, complex_t* buffer);
     void deallocate();
     void finish();

@@ -21,8 +21,8 @@ extern const char* const block_path;
 class CoreBlockStore {
   public:
     /// Allocates, or adopts `buffer` when it is not null. A failed allocation shows in
-    /// `self_check` only. Requires: a buffer of `num_ram_blocks` * 2^`num_block_qubits` amplitudes
-    /// at a multiple of 32 bytes.
+    /// `self_check` only. Requires: a buffer of `num_ram_blocks` * 2^`num_block_qubits`
+    /// amplitudes.
     CoreBlockStore(unsigned long num_block_qubits, unsigned long num_ram_blocks,
                    unsigned long num_disk_blocks, complex_t* buffer, bool use_threads,
                    bool verbose);

@@ -11,12 +11,12 @@
 namespace Nimbrel {
 namespace {
 
-// The vector kernels move 32 bytes at a time from where the buffer begins.
+// The kernels take any address at which a double may lie; the compiler relies on no less.
 void require_alignment(const complex_t* buffer) {
-    constexpr std::uintptr_t alignment = 32;
-    if (reinterpret_cast<std::uintptr_t>(buffer) % alignment == 0) return;
+    static_assert(alignof(complex_t) == 8);
+    if (reinterpret_cast<std::uintptr_t>(buffer) % alignof(complex_t) == 0) return;
     throw std::runtime_error(
-        "Error: override_state_buffer() needs a buffer that begins at a multiple of 32 bytes.");
+        "Error: override_state_buffer() needs a buffer that begins at a multiple of 8 bytes.");
 }
 
 /// 2^`qubits`, or the largest number where that has no room.

@@ -26,7 +26,7 @@ class OpFilter_QPUSim : public OpFilter {
     void push_state(const complex_t* src, unsigned long selector, unsigned long num_terms) override;
 
     /// Resets the register onto the caller's memory, whose contents become the state. Throws unless
-    /// it holds 2^`num_qubits` amplitudes, begins at a multiple of 32 bytes and is writable.
+    /// it holds 2^`num_qubits` amplitudes, begins at a multiple of 8 bytes and is writable.
     void override_state_buffer(complex_t* buffer, unsigned long num_qubits) override;
 
     /// Throws for an empty mask; so does `postselect`.

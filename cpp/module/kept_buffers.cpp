@@ -3,30 +3,29 @@
 #include <map>
 #include <utility>
 
+#include "module/owned_reference.h"
+
 namespace Nimbrel::Binding {
 namespace {
 
-/// One owned reference for each filter that ever took a buffer. A reset back to memory of its own
-/// does not end it, since one of the same shape stays on the buffer. Whatever is left at process
-/// exit is left: the interpreter is gone by then.
-std::map<unsigned long, PyArrayObject*> kept_buffers;
+/// One reference for each filter that ever took a buffer. A reset back to memory of its own does
+/// not end it, since one of the same shape stays on the buffer.
+std::map<unsigned long, OwnedReference>& kept_buffers() {
+    // Never destroyed: at process exit the interpreter is gone, and with it who could take a
+    // reference back.
+    static auto* const buffers = new std::map<unsigned long, OwnedReference>;
+    return *buffers;
+}
 
 }  // namespace
 
-// A reference goes last in both: the end of an array may run Python code that calls the module.
+// A former reference goes last in both: the end of an array may run Python code that calls the
+// module.
 void keep_buffer(unsigned long handle, PyArrayObject* buffer) {
-    PyArrayObject*& kept = kept_buffers[handle];
-    Py_INCREF(buffer);
-    PyArrayObject* former = std::exchange(kept, buffer);
-    Py_XDECREF(former);
+    auto kept = OwnedReference::to(reinterpret_cast<PyObject*>(buffer));
+    std::swap(kept_buffers()[handle], kept);
 }
 
-void drop_buffer(unsigned long handle) {
-    const auto entry = kept_buffers.find(handle);
-    if (entry == kept_buffers.end()) return;
-    PyArrayObject* former = entry->second;
-    kept_buffers.erase(entry);
-    Py_DECREF(former);
-}
+void drop_buffer(unsigned long handle) { const auto former = kept_buffers().extract(handle); }
 
 }  // namespace Nimbrel::Binding

@@ -4,6 +4,8 @@
 #include <array>
 
 #include "module/methods.h"
+#include "module/owned_reference.h"
+#include "module/processor_check.h"
 
 namespace {
 
@@ -43,7 +45,7 @@ std::array<PyMethodDef, 26> method_table{
 };
 
 struct ModuleState {
-    PyObject* error;  ///< "nb_sim.Error"; made for the sake of its name, never raised
+    PyObject* error;  ///< owned; "nb_sim.Error"; made for the sake of its name, never raised
 };
 static_assert(sizeof(ModuleState) == 8);
 
@@ -61,16 +63,15 @@ PyModuleDef module_definition{PyModuleDef_HEAD_INIT,
 }  // namespace
 
 PyMODINIT_FUNC PyInit__lib_nb_sim() {
-    PyObject* module = PyModule_Create2(&module_definition, PYTHON_API_VERSION);
-    if (module == nullptr) return nullptr;
+    if (!Binding::require_processor()) return nullptr;
 
-    auto* state = static_cast<ModuleState*>(PyModule_GetState(module));
-    state->error = PyErr_NewException("nb_sim.Error", nullptr, nullptr);
-    if (state->error == nullptr) {
-        Py_DECREF(module);
-        return nullptr;
-    }
+    Binding::OwnedReference module(PyModule_Create2(&module_definition, PYTHON_API_VERSION));
+    if (!module) return nullptr;
+    Binding::OwnedReference error(PyErr_NewException("nb_sim.Error", nullptr, nullptr));
+    if (!error) return nullptr;
     // On failure prints the cause, sets ImportError and returns null.
     import_array1(nullptr);
-    return module;
+
+    static_cast<ModuleState*>(PyModule_GetState(module.get()))->error = error.release();
+    return module.release();
 }

@@ -1,4 +1,5 @@
 #include "module/methods.h"
+#include "module/owned_reference.h"
 #include "module/wrapper.h"
 
 #include <algorithm>
@@ -8,23 +9,24 @@
 namespace Nimbrel::Binding {
 namespace {
 
-/// A new one-dimensional uint64 array with the ids, or null with a Python error set.
-PyObject* id_array(const std::vector<unsigned long>& ids) {
+/// A new one-dimensional uint64 array with the ids, or none with a Python error set.
+OwnedReference id_array(const std::vector<unsigned long>& ids) {
     auto length = static_cast<npy_intp>(ids.size());
-    PyObject* array =
-        PyArray_New(&PyArray_Type, 1, &length, NPY_UINT64, nullptr, nullptr, 0, 0, nullptr);
-    if (array == nullptr) return nullptr;
-    auto* data = static_cast<unsigned long*>(PyArray_DATA(reinterpret_cast<PyArrayObject*>(array)));
+    OwnedReference array(
+        PyArray_New(&PyArray_Type, 1, &length, NPY_UINT64, nullptr, nullptr, 0, 0, nullptr));
+    if (!array) return array;
+    auto* data =
+        static_cast<unsigned long*>(PyArray_DATA(reinterpret_cast<PyArrayObject*>(array.get())));
     std::copy(ids.begin(), ids.end(), data);
     return array;
 }
 
 /// The tuple of name, message, code and open ids, or null with a Python error set.
 PyObject* event_tuple(const OpEvent& event) {
-    PyObject* ids = id_array(event.ids);
-    if (ids == nullptr) return nullptr;
-    // "N" hands the one reference over to the tuple.
-    return Py_BuildValue("(ssIN)", event.name.c_str(), event.message.c_str(), event.code, ids);
+    const OwnedReference ids = id_array(event.ids);
+    if (!ids) return nullptr;
+    return Py_BuildValue("(ssIO)", event.name.c_str(), event.message.c_str(), event.code,
+                         ids.get());
 }
 
 }  // namespace

@@ -12,6 +12,9 @@ using RecordWords = std::array<unsigned long long, sizeof(QPUOp) / sizeof(unsign
 
 }  // namespace
 
+// Here and not in the header: the base's constructor is not exported.
+OpFilter_cuQuantum_Export::OpFilter_cuQuantum_Export() = default;
+
 OpFilter_cuQuantum_Export::~OpFilter_cuQuantum_Export() {
     if (out == nullptr) return;
     std::fputs("};\n", out);

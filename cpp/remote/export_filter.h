@@ -5,13 +5,16 @@
 #include <string>
 
 #include "filter/op_filter.h"
+#include "support/exported.h"
 
 namespace Nimbrel {
 
 /// Writes every record as one line of eleven constants, and simulates nothing. Has no type name:
 /// whoever makes one opens the file and writes its head. Runs on the caller's thread.
-class OpFilter_cuQuantum_Export : public OpFilter {
+class NIMBREL_EXPORTED OpFilter_cuQuantum_Export : public OpFilter {
   public:
+    OpFilter_cuQuantum_Export();
+
     /// Ends the table and closes the file, if there is one.
     ~OpFilter_cuQuantum_Export() override;
 

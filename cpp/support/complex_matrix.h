@@ -4,12 +4,13 @@
 #include <vector>
 
 #include "support/complex.h"
+#include "support/exported.h"
 
 /// A matrix in row-major order: element (i, j) stands at `i * cols + j`.
 ///
 /// All operations take matrices as square. Another shape is not refused: results have the shape of
 /// the (left) operand, and what would lie behind the end of `data` counts as zero or stays put.
-struct ComplexMatrix {
+struct NIMBREL_EXPORTED ComplexMatrix {
     using complex_t = Nimbrel::complex_t;
 
     /// Whether each element's difference from the identity has a squared magnitude below 1e-15. A

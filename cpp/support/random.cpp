@@ -3,13 +3,6 @@
 #include <cmath>
 #include <cstdint>
 
-// The generator stands before the engine's other statics are made, whatever the link order.
-[[gnu::init_priority(1000)]] std::random_device rand_device("default");
-[[gnu::init_priority(1001)]] std::mt19937 random_gen(rand_device());
-[[gnu::init_priority(1002)]] std::uniform_real_distribution<double> random_dist_0_to_1(0.0, 1.0);
-[[gnu::init_priority(1003)]] std::uniform_real_distribution<double> random_dist_plus_minus(-1.0,
-                                                                                           1.0);
-
 namespace {
 
 std::uint32_t draw() { return static_cast<std::uint32_t>(random_gen()); }
@@ -32,8 +25,6 @@ double draw_from(const std::uniform_real_distribution<double>& range) {
 }
 
 }  // namespace
-
-void set_random_seed(unsigned int seed) { random_gen.seed(seed); }
 
 double random_zero_to_one() { return draw_from(random_dist_0_to_1); }
 

@@ -157,7 +157,7 @@ def override_state_buffer(handle: SupportsIndex, buffer: NDArray[np.complex128],
 
     Args:
         handle: The filter.
-        buffer: Complex array of shape (2**n,), writable, beginning at a multiple of 32 bytes.
+        buffer: Complex array of shape (2**n,), writable, at any address that NumPy calls aligned.
             Lengths 0, 1 and 2 all stand for one qubit. The filter holds a reference to it until it
             is deleted or takes another buffer.
 
@@ -165,8 +165,8 @@ def override_state_buffer(handle: SupportsIndex, buffer: NDArray[np.complex128],
         RuntimeError: the length is not a power of two ("Error: override_state_buffer() buffer must
             be an power of 2 in length"); `buffer` is not a complex array ("Error:
             override_state_buffer() buffer must be an array of type complex128"); the buffer holds
-            less than its qubits need, as one of length 0 or 1 does; it begins elsewhere ("Error:
-            override_state_buffer() needs a buffer that begins at a multiple of 32 bytes."); it is
+            less than its qubits need, as one of length 0 or 1 does; it is not aligned ("Error:
+            override_state_buffer() needs a buffer that begins at a multiple of 8 bytes."); it is
             read-only; or the filter has no such buffer, as all but the dense one ("Error:
             override_state_buffer is not implemented for this filter type."). The register is as
             before then.

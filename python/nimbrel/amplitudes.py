@@ -11,12 +11,15 @@ Amplitudes: TypeAlias = npt.NDArray[np.complex128]
 Indices: TypeAlias = npt.NDArray[np.uint64]
 """Term indices, shape (m,)."""
 
-BUFFER_ALIGNMENT: Final = 32
-"""Bytes; the engine loads two amplitudes at a time."""
+FAST_ALIGNMENT: Final = 32
+"""Bytes; the engine loads two amplitudes at a time, and such a pair then lies in one cache line."""
 
 
 def aligned_buffer(num_qubits: int) -> Amplitudes:
-    """Memory that `Simulator.override_state_buffer` accepts.
+    """Memory on which `Simulator.override_state_buffer` gives the fastest register.
+
+    An array of NumPy's own making is as good but for speed: gates on it can take 1.5 times as
+    long.
 
     Args:
         num_qubits: Qubits of the register, 1 or more.
@@ -32,8 +35,8 @@ def aligned_buffer(num_qubits: int) -> Amplitudes:
         raise ValueError(f"a state buffer holds at least 1 qubit, not {num_qubits}")
     amplitude_bytes = np.dtype(np.complex128).itemsize
     size = amplitude_bytes << num_qubits
-    memory = np.zeros(size + BUFFER_ALIGNMENT, dtype=np.uint8)
-    start = -memory.ctypes.data % BUFFER_ALIGNMENT
+    memory = np.zeros(size + FAST_ALIGNMENT, dtype=np.uint8)
+    start = -memory.ctypes.data % FAST_ALIGNMENT
     return memory[start : start + size].view(np.complex128)
 
 
@@ -59,8 +62,8 @@ def check_buffer(buffer: Amplitudes) -> None:
     """Check that the engine can keep a register in an array.
 
     Raises:
-        ValueError: If it is no contiguous, writable array of 2**n amplitudes, n from 1, that
-            begins at a multiple of 32 bytes.
+        ValueError: If it is no contiguous, writable and aligned array of 2**n amplitudes, n
+            from 1.
     """
     if buffer.dtype != np.complex128 or buffer.ndim != 1:
         raise ValueError("a state buffer is a one-dimensional array of dtype complex128")
@@ -68,5 +71,5 @@ def check_buffer(buffer: Amplitudes) -> None:
         raise ValueError(f"a state buffer has 2, 4, 8, ... amplitudes, not {len(buffer)}")
     if not (buffer.flags.c_contiguous and buffer.flags.writeable):
         raise ValueError("a state buffer is contiguous and writable")
-    if buffer.ctypes.data % BUFFER_ALIGNMENT:
-        raise ValueError(f"a state buffer begins at a multiple of {BUFFER_ALIGNMENT} bytes")
+    if not buffer.flags.aligned:
+        raise ValueError("a state buffer begins at a multiple of 8 bytes")

@@ -129,7 +129,7 @@ class StateOperations(FilterHandle):
 
         Args:
             buffer: Amplitudes, shape (2**n,) with n from 1, contiguous, writable and
-                beginning at a multiple of 32 bytes, as from `aligned_buffer`.
+                aligned as NumPy makes them. Memory of `aligned_buffer` is the fastest.
 
         Raises:
             ValueError: If the buffer is not of that kind.

@@ -17,6 +17,23 @@ else:
     print("loaded", _lib_nb_sim.new_native_filter("StreamBitQPU"))
 """
 
+# A module object of the engine goes by the name that its definition declares.
+COUNT_LEFT_BEHIND = """
+import gc, types
+
+for attempt in range(3):
+    try:
+        import _lib_nb_sim
+    except ImportError:
+        pass
+gc.collect()
+objects = gc.get_objects()
+modules = sum(isinstance(one, types.ModuleType) and one.__name__ == "libnbsim" for one in objects)
+errors = sum(isinstance(one, type) and one.__qualname__ == "Error" and one.__module__ == "nb_sim"
+             for one in objects)
+print(modules, errors)
+"""
+
 FIXED_TEXT = "ImportError: numpy._core.multiarray failed to import\n"
 
 # A table with only the entries that the import looks at: ABI version, endianness, feature version.
@@ -50,12 +67,12 @@ def fake_numpy(folder: Path, **modules: str) -> Path:
     return folder
 
 
-def load_engine(folder: Path) -> tuple[str, str]:
+def load_engine(folder: Path, program: str = LOAD) -> tuple[str, str]:
     """Loads the engine where `folder` is found first; returns what it printed, errors apart."""
     # The engine under test comes second, because it may lie where only this process looks for it.
     path = os.pathsep.join((str(folder), str(Path(_lib_nb_sim.__file__).parent)))
     environment = os.environ | {"PYTHONPATH": path}
-    command = [sys.executable, "-c", LOAD]
+    command = [sys.executable, "-c", program]
     process = subprocess.run(
         command, capture_output=True, text=True, check=True, cwd=folder, env=environment
     )
@@ -135,3 +152,13 @@ def test_the_table_is_found_in_the_new_place_and_in_the_old_one(tmp_path: Path, 
 def test_an_abi_version_up_to_its_own_is_taken(tmp_path: Path, abi: int) -> None:
     table = FAKE_TABLE.format(abi=abi, endianness=1, feature=0x11)
     assert load_engine(fake_numpy(tmp_path, _core=table)) == ("loaded 1\n", "")
+
+
+def test_a_failing_import_leaves_no_object_behind(tmp_path: Path) -> None:
+    out, _ = load_engine(fake_numpy(tmp_path, _core="raise ImportError"), COUNT_LEFT_BEHIND)
+    assert out == "0 0\n"
+
+
+def test_a_loaded_engine_keeps_its_objects(tmp_path: Path) -> None:
+    out, _ = load_engine(fake_numpy(tmp_path, _core=GOOD_TABLE), COUNT_LEFT_BEHIND)
+    assert out == "1 1\n"

@@ -122,9 +122,10 @@ TEST_F(ArrayRefusals, OverrideStateBuffer) {
         filter.override_state_buffer(array + 1, 1),
         "Error: override_state_buffer() needs an array of 2 amplitudes, but was given 1.");
     filter.caller_arrays.amplitudes = 2;
+    auto* const between_doubles = reinterpret_cast<complex_t*>(reinterpret_cast<char*>(array) + 4);
     EXPECT_FAILURE(
-        filter.override_state_buffer(array + 1, 1),
-        "Error: override_state_buffer() needs a buffer that begins at a multiple of 32 bytes.");
+        filter.override_state_buffer(between_doubles, 1),
+        "Error: override_state_buffer() needs a buffer that begins at a multiple of 8 bytes.");
     EXPECT_FAILURE(filter.override_state_buffer(array, 1),
                    std::string("Error: override_state_buffer") + may_not_write);
     EXPECT_EQ(filter.qpu->num_qubits, 3UL);
@@ -141,6 +142,28 @@ TEST_F(Override, TheBufferIsTheState) {
     EXPECT_STATE(state_of(*filter.qpu), State(buffer, buffer + 4));
     run(OP_X, {.target_mask = 0b01});
     EXPECT_STATE(State(buffer, buffer + 4), (State{{0, 0}, {0.6, 0}, {0, 0}, {0, 0.8}}));
+}
+
+/// Vectors then lie across two cache lines, and every kernel works on them all the same.
+TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
+    for (unsigned long offset = 0; offset < 8; ++offset) {
+        alignas(64) double doubles[32 + 8] = {};
+        auto* const buffer = reinterpret_cast<complex_t*>(doubles + offset);
+        filter.override_state_buffer(buffer, 4);
+        load(*filter.qpu, uneven_state(16));
+        OpFilter_QPUSim beside;
+        shape(*beside.qpu, 4, {0, false});
+        load(*beside.qpu, uneven_state(16));
+        for (const unsigned long opcode : {OP_X, OP_Y, OP_HADAMARD, OP_RX, OP_T, OP_ROOTY}) {
+            const QPUOp op = record(opcode, {.target_mask = 0b1011, .cond_mask = 0b0100});
+            filter.put_instructions(&op, 1);
+            beside.put_instructions(&op, 1);
+        }
+        EXPECT_STATE(State(buffer, buffer + 16), state_of(*beside.qpu));
+        EXPECT_FALSE(states_agree(State(buffer, buffer + 16), uneven_state(16)));
+        filter.qpu->deallocate();
+        OpFilter::filter_registry.erase(beside.handle);
+    }
 }
 
 /// The state's own memory as source and destination must do no harm, though it loses the state.

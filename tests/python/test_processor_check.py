@@ -1,0 +1,72 @@
+"""On a processor without the instructions that the engine is made of, its import fails and says so.
+
+The processors are those of qemu, which stops a program at an instruction that they do not have.
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import _lib_nb_sim
+import pytest
+
+LOAD = """
+try:
+    import _lib_nb_sim
+except ImportError as error:
+    print(error)
+else:
+    print("loaded")
+"""
+
+REFUSAL = "_lib_nb_sim needs a processor with AVX, FMA and POPCNT; this one is without{}\n"
+
+EMULATOR = shutil.which("qemu-x86_64")
+pytestmark = [
+    pytest.mark.skipif(EMULATOR is None, reason="needs qemu-x86_64 of package qemu-user"),
+    pytest.mark.skipif(
+        "asan" in os.environ.get("LD_PRELOAD", ""),
+        reason="the address sanitizer's memory map does not fit into the emulated one",
+    ),
+]
+
+
+def load_on(processor: str, folder: Path) -> subprocess.CompletedProcess[str]:
+    """Loads the engine on a processor of qemu, with a NumPy that only says when its turn comes."""
+    assert EMULATOR is not None
+    numpy = folder / "numpy"
+    if not numpy.exists():
+        numpy.mkdir()
+        (numpy / "__init__.py").write_text("raise SystemExit('NumPy came first')")
+    path = os.pathsep.join((str(folder), str(Path(_lib_nb_sim.__file__).parent)))
+    return subprocess.run(
+        [EMULATOR, "-cpu", processor, sys.executable, "-c", LOAD],
+        capture_output=True,
+        text=True,
+        check=False,
+        env=os.environ | {"PYTHONPATH": path},
+    )
+
+
+@pytest.mark.parametrize(
+    ("processor", "missing"),
+    [
+        pytest.param("Nehalem", " AVX FMA", id="popcnt-alone"),
+        pytest.param("Conroe", " AVX FMA POPCNT", id="none"),
+        pytest.param("Haswell,-fma", " FMA", id="no-fma"),
+        pytest.param("Haswell,-popcnt", " POPCNT", id="no-popcnt"),
+        pytest.param("Haswell,-avx", " AVX FMA", id="no-avx"),
+        # The operating system does not keep the wide registers.
+        pytest.param("Haswell,-xsave", " AVX FMA", id="no-saved-state"),
+    ],
+)
+def test_the_error_names_what_is_missing(tmp_path: Path, processor: str, missing: str) -> None:
+    process = load_on(processor, tmp_path)
+    assert (process.stdout, process.returncode) == (REFUSAL.format(missing), 0), process.stderr
+
+
+def test_a_processor_with_all_of_them_goes_on_to_numpy(tmp_path: Path) -> None:
+    process = load_on("Haswell", tmp_path)
+    assert "NumPy came first" in process.stderr
