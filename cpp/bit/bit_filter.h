@@ -46,6 +46,8 @@ class OpFilter_BitQPUSim : public OpFilter {
     void dispatch(const QPUOp& op);
 
     void reset(unsigned long qubits);
+    /// Throws if a register of so many qubits does not fit into the memory that is left.
+    void require_memory(unsigned long qubits) const;
     void flip(const QPUOp& op);
     void swap(const QPUOp& op);
     void read(const QPUOp& op);

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -5,20 +7,59 @@
 #include "bit/bit_filter.h"
 #include "core_register.h"
 #include "filter/mask_pairs.h"
+#include "support/available_memory.h"
 
 namespace Nimbrel {
+namespace {
+
+/// The most that vectors hold at once beyond what they hold now, while one after the other grows.
+/// Each keeps its old memory until it has the new. Stops at the largest number.
+class PeakGrowth {
+  public:
+    template <typename T>
+    void add(const std::vector<T>& grown, unsigned long size) {
+        if (size <= grown.capacity()) return;
+        constexpr unsigned long most = std::numeric_limits<unsigned long>::max();
+        const bool fits = size <= most / 4 / sizeof(T);
+        peak_ = fits ? std::max(peak_, added_ + size * sizeof(T)) : most;
+        if (fits) added_ += (size - grown.capacity()) * sizeof(T);
+    }
+
+    unsigned long bytes() const { return peak_; }
+
+  private:
+    unsigned long added_ = 0;
+    unsigned long peak_ = 0;
+};
+
+[[noreturn]] void refuse_register(unsigned long qubits, const std::string& reason) {
+    throw std::runtime_error("Error: qc.reset() could not allocate a register of " +
+                             std::to_string(qubits) + " qubits." + reason);
+}
+
+}  // namespace
+
+void OpFilter_BitQPUSim::require_memory(unsigned long qubits) const {
+    PeakGrowth growth;
+    growth.add(qpu->qint_table, qubits);
+    growth.add(bit_values, words_for_bits(qubits));
+    growth.add(settled_bits, words_for_bits(qubits));
+    if (const auto shortage = find_shortage(growth.bytes())) {
+        refuse_register(qubits, shortage->text());
+    }
+}
 
 // All memory is claimed before anything changes, so a register that is too large leaves the old one
 // as it was.
 void OpFilter_BitQPUSim::reset(unsigned long qubits) {
+    require_memory(qubits);
     const unsigned long words = words_for_bits(qubits);
     try {
         qpu->qint_table.reserve(qubits);
         bit_values.reserve(words);
         settled_bits.reserve(words);
     } catch (const std::exception&) {
-        throw std::runtime_error("Error: qc.reset() could not allocate a register of " +
-                                 std::to_string(qubits) + " qubits.");
+        refuse_register(qubits, "");
     }
     num_qubits = qubits;
     qpu->num_qubits = qubits;

@@ -1,13 +1,24 @@
+#include <stdexcept>
+#include <string>
+
 #include "clifford/clifford_filter.h"
 #include "core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"
+#include "support/available_memory.h"
 
 namespace Nimbrel {
 namespace {
 
 [[noreturn]] void refuse(const char* operation) { refuse_operation(operation, "Clifford sim"); }
+
+void require_memory_for_tableau(unsigned qubits) {
+    if (const auto shortage = find_shortage(StabilizerState::bytes_of(qubits))) {
+        throw std::runtime_error("Error: qc.reset() could not allocate a tableau of " +
+                                 std::to_string(qubits) + " qubits." + shortage->text());
+    }
+}
 
 unsigned long word(long flag) { return static_cast<unsigned long>(flag); }
 
@@ -97,7 +108,9 @@ void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     qpu->num_qubits = qubits;
     batch.clear();
     state.reset();
-    state = std::make_unique<StabilizerState>(static_cast<unsigned>(qubits));
+    const auto tableau_qubits = static_cast<unsigned>(qubits);
+    require_memory_for_tableau(tableau_qubits);
+    state = std::make_unique<StabilizerState>(tableau_qubits);
     if (qubits == state->num_qubits) {
         qpu->clear_all_qints();
     } else {

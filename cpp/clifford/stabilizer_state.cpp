@@ -21,6 +21,12 @@ unsigned long clock_ticks() {
 
 }  // namespace
 
+// Cannot wrap: the most qubits that an unsigned counts take a little more than 2^63 bytes.
+unsigned long StabilizerState::bytes_of(unsigned qubits) {
+    constexpr unsigned long tables = 2;
+    return arena_bytes(qubits) + tables * qubits * sizeof(Stabilizer);
+}
+
 StabilizerState::StabilizerState(unsigned qubits)
     : arena(arena_bytes(qubits)),
       num_qubits(qubits),

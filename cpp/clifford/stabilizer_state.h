@@ -23,6 +23,9 @@ class StabilizerState {
     std::pmr::monotonic_buffer_resource arena;
 
   public:
+    /// Bytes of a tableau.
+    static unsigned long bytes_of(unsigned qubits);
+
     /// All qubits 0. The generator is seeded from the clock, so outcomes differ from run to run.
     explicit StabilizerState(unsigned qubits);
     StabilizerState(const StabilizerState&) = delete;

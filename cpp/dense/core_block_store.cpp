@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <limits>
 
+#include "support/available_memory.h"
 #include "support/byte_size.h"
 
 namespace Nimbrel {
@@ -43,6 +44,8 @@ void advise_huge_pages(void* memory, unsigned long size) {
 complex_t* allocate_amplitudes(unsigned long size) {
     // No object may be larger than this, and glibc would reject it with the same result.
     if (size > static_cast<unsigned long>(std::numeric_limits<long>::max())) return nullptr;
+    // The system would give out more than it has, and kill the process when it is first written.
+    if (find_shortage(size)) return nullptr;
     void* memory = nullptr;
     if (posix_memalign(&memory, alignment, size) != 0) return nullptr;
     if (memory != nullptr) advise_huge_pages(memory, size);

@@ -20,9 +20,9 @@ extern const char* const block_path;
 /// every block in memory, and nothing creates a file.
 class CoreBlockStore {
   public:
-    /// Allocates, or adopts `buffer` when it is not null. A failed allocation shows in
-    /// `self_check` only. Requires: a buffer of `num_ram_blocks` * 2^`num_block_qubits`
-    /// amplitudes.
+    /// Allocates, or adopts `buffer` when it is not null. A failed allocation, or more memory than
+    /// the process may have, shows in `self_check` only. Requires: a buffer of `num_ram_blocks` *
+    /// 2^`num_block_qubits` amplitudes.
     CoreBlockStore(unsigned long num_block_qubits, unsigned long num_ram_blocks,
                    unsigned long num_disk_blocks, complex_t* buffer, bool use_threads,
                    bool verbose);

@@ -102,6 +102,7 @@ void reserve_partners(TermList& terms, TermList& scratch, const KeyPattern& cond
     const std::size_t lone = count_lone_terms(terms, condition);
     if (room >= lone) return;
     TermList().swap(scratch);
+    require_memory_for_terms("a gate could not allocate a list", terms.size() + lone);
     terms.reserve(terms.size() + lone);
 }
 

@@ -98,6 +98,7 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     // leave the old state.
     const auto kept = static_cast<std::size_t>(std::count_if(source, source + length, is_kept));
     if (terms.capacity() < kept) {
+        require_memory_for_terms("push_state() could not allocate a list", kept);
         TermList larger;
         larger.reserve(kept);
         terms.swap(larger);

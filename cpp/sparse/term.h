@@ -18,6 +18,10 @@ static_assert(sizeof(term_t) == 24);
 
 using TermList = std::vector<term_t>;
 
+/// Throws if `count` terms do not fit into the memory that is left beside all that is held now.
+/// `refusal` begins the text: "NAME could not allocate a list".
+void require_memory_for_terms(const char* refusal, std::size_t count);
+
 /// The marker of the sort-marker method.
 inline constexpr unsigned long term_marker = 1;
 

@@ -12,6 +12,7 @@ namespace {
 void ensure_size(TermList& scratch, std::size_t size) {
     if (scratch.capacity() < size) {
         TermList().swap(scratch);
+        require_memory_for_terms("a gate could not allocate a scratch list", size);
         scratch.reserve(size);
     }
     if (scratch.size() < size) scratch.resize(size);

@@ -23,7 +23,8 @@ KeySurvey mark_terms(TermList& terms, unsigned long target);
 void unmark_terms(TermList& terms, unsigned long target);
 
 /// Orders a marked list by key; terms of equal keys keep their order. `scratch` is resized as
-/// needed, and its storage may become the list's.
+/// needed, and its storage may become the list's. Throws without memory for it; the list is
+/// unchanged then.
 void order_terms(TermList& terms, TermList& scratch, const KeySurvey& survey);
 
 }  // namespace Nimbrel

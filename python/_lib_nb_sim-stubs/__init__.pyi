@@ -114,7 +114,9 @@ def push_state(
             array of type complex128"); the register does not exist; `source` is too short; the
             register lacks a selected qubit ("Error: push_state() selector S names qubits outside
             the register of N qubits."); the sparse filter is given a selector ("Partial push_state
-            is not yet implemented for sparse_sv."); or the filter takes no state. The bit and the
+            is not yet implemented for sparse_sv.") or terms for which there is no memory ("Error:
+            push_state() could not allocate a list of T terms." and the sizes needed and left; the
+            old terms stay); or the filter takes no state. The bit and the
             Clifford filter say "qc.push_state() has not been implemented for the Clifford sim.",
             other filters "Error: no QPU data for qc.push_state()".
     """

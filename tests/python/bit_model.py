@@ -225,10 +225,6 @@ class BitModel(WideProgramModel):
         return True
 
     def _reset(self, num_qubits: int) -> None:
-        if num_qubits >= 1 << 48:
-            raise ModelError(
-                f"Error: qc.reset() could not allocate a register of {num_qubits} qubits."
-            )
         self.num_qubits = num_qubits
         self.bits = [0] * ((num_qubits + 63) // 64)
         self.settled = self.bits.copy()

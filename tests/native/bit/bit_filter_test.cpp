@@ -9,6 +9,7 @@
 #include "expect_failure.h"
 #include "filter/opcodes.h"
 #include "filter_fixture.h"
+#include "fixed_memory.h"
 
 namespace {
 
@@ -16,7 +17,13 @@ using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
 /// What Python cannot reach: `write` by itself, the text that is appended to, the qubit table.
-class BitFilter : public FilterFixture<OpFilter_BitQPUSim> {};
+class BitFilter : public FilterFixture<OpFilter_BitQPUSim> {
+  protected:
+    std::string refusal(unsigned long qubits) {
+        return "Error: qc.reset() could not allocate a register of " + std::to_string(qubits) +
+               " qubits.";
+    }
+};
 
 TEST_F(BitFilter, PullStateAppendsToTheText) {
     run(OP_RESET, 70);
@@ -64,20 +71,42 @@ TEST_F(BitFilter, ARegisterThatIsTooLargeLeavesTheOldOne) {
     run(OP_RESET, 4);
     run(OP_X, 0b0110);
     filter.qpu->reserve_qubits(2);
-    // Sizes that no vector holds, at which rounding up to words would wrap.
-    std::vector<unsigned long> sizes{1UL << 62, ~0UL, ~0UL - 63};
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    sizes.push_back(1UL << 45);  // no allocator gives it; the sanitizers' own ends the process
-#endif
-    for (const unsigned long qubits : sizes) {
+    const struct {
+        unsigned long qubits;
+        std::string size;
+    } registers[] = {
+        {1UL << 23, "34 MB"},
+        {1UL << 45, "136 TB"},
+        // Bytes, and words rounded up, that would wrap.
+        {1UL << 62, "1.67772e+07 TB"},
+        {~0UL - 63, "1.67772e+07 TB"},
+        {~0UL, "1.67772e+07 TB"},
+    };
+    for (const auto& [qubits, size] : registers) {
         SCOPED_TRACE(qubits);
-        EXPECT_FAILURE(run(OP_RESET, qubits),
-                       "Error: qc.reset() could not allocate a register of " +
-                           std::to_string(qubits) + " qubits.");
+        const FixedMemory memory(33UL << 20);
+        EXPECT_FAILURE(run(OP_RESET, qubits), refusal(qubits) + " It needs " + size +
+                                                  ", and the process may have 33 MB more.");
+    }
+    for (const unsigned long qubits : {1UL << 62, ~0UL - 63, ~0UL}) {
+        SCOPED_TRACE(qubits);
+        const FixedMemory memory(~0UL);  // no vector holds so many all the same
+        EXPECT_FAILURE(run(OP_RESET, qubits), refusal(qubits));
     }
     EXPECT_EQ(pulled_text(), "0110");
     EXPECT_EQ(filter.qpu->num_qubits, 4UL);
     EXPECT_EQ(filter.qpu->qint_table, (std::vector<unsigned int>{2, 0, 0, 0}));
+}
+
+TEST_F(BitFilter, MemoryThatARegisterHasIsNotAskedForAgain) {
+    run(OP_RESET, 1UL << 23);
+    const FixedMemory none(0);
+    run(OP_RESET, 1UL << 23);
+    EXPECT_EQ(filter.qpu->num_qubits, 1UL << 23);
+    // What is replaced stays until the table has grown, and has gone when the bits grow.
+    const FixedMemory table((4UL << 23) + 256);
+    run(OP_RESET, (1UL << 23) + 64);
+    EXPECT_EQ(filter.qpu->num_qubits, (1UL << 23) + 64);
 }
 
 TEST_F(BitFilter, EventsAndOpenEventsSurviveAReset) {

@@ -6,6 +6,7 @@
 #include "core_register.h"
 #include "filter/opcodes.h"
 #include "filter_fixture.h"
+#include "fixed_memory.h"
 
 namespace {
 
@@ -44,6 +45,28 @@ class CliffordFilter : public FilterFixture<AnsweringFilter> {
         return filter.peek_read_probability(value, mask, 0.0);
     }
 };
+
+TEST_F(CliffordFilter, ATableauThatIsTooLargeLeavesNone) {
+    run(OP_RESET, 2);
+    for (const auto& [qubits, size] :
+         std::vector<std::pair<unsigned, std::string>>{{20000, "195."}, {~0U, "8.3886"}}) {
+        SCOPED_TRACE(qubits);
+        const FixedMemory memory(100UL << 20);
+        try {
+            run(OP_RESET, qubits);
+            FAIL() << "nothing thrown";
+        } catch (const std::runtime_error& error) {
+            const std::string text = error.what();
+            EXPECT_TRUE(text.starts_with("Error: qc.reset() could not allocate a tableau of " +
+                                         std::to_string(qubits) + " qubits. It needs " + size))
+                << text;
+            EXPECT_TRUE(text.ends_with(", and the process may have 100 MB more.")) << text;
+        }
+        EXPECT_FAILURE(run(OP_X, 1), no_register);
+        run(OP_RESET, 2);
+        EXPECT_EQ(probability(0, 1), 1.0);
+    }
+}
 
 TEST_F(CliffordFilter, APeekSeesTheTopQubitOfAMask) {
     run(OP_RESET, 70);

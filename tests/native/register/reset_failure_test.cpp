@@ -3,11 +3,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <system_error>
 
 #include "core_register.h"
 #include "dense/core_block_store.h"
+#include "fixed_memory.h"
 #include "register/state_support.h"
 
 namespace {
@@ -97,6 +99,33 @@ TEST_F(ResetFailure, ExhaustedMemoryIsReportedAndNotThrown) {
     EXPECT_EQ(qpu.block_store->block_data, nullptr);
     EXPECT_TRUE(qpu.use_threads);
     expect_no_register();
+}
+
+TEST_F(ResetFailure, MemoryThatTheProcessMayNotHaveIsExhausted) {
+    ASSERT_TRUE(qpu.reset(3, nullptr));
+    const FixedMemory memory((128UL << 20) - 1);
+    EXPECT_EQ(exhausted_reset(23),
+              "Error: NULL block_data at line 0\n"
+              "------------------------------------\n"
+              "Error: failed to allocate the state vector (qubits: 23, terms: 8388608, total "
+              "size: 128 MB...\n"
+              "(Default serverless backend: max 26 qubits)\n"
+              "------------------------------------\n");
+    EXPECT_EQ(qpu.block_store->block_data, nullptr);
+    expect_no_register();
+    EXPECT_TRUE(qpu.reset(22, nullptr));
+}
+
+TEST_F(ResetFailure, ABufferAndTheShapeThatIsThereNeedNoMemory) {
+    ASSERT_TRUE(qpu.reset(21, nullptr));
+    const FixedMemory none(0);
+    EXPECT_TRUE(qpu.reset(21, nullptr));
+    constexpr std::align_val_t alignment{32};
+    auto* const lent = new (alignment) complex_t[1UL << 21]{};
+    EXPECT_TRUE(qpu.reset(21, lent));
+    EXPECT_EQ(qpu.block_store->block_data, lent);
+    qpu.deallocate();
+    operator delete[](lent, alignment);
 }
 
 TEST_F(ResetFailure, SizesBeyondTheWordSaturate) {
