@@ -23,9 +23,7 @@ class ClientModel:
     def __init__(self) -> None:
         self.flags = FlagTable()
 
-    def wait(
-        self, polls: Iterable[bytes], requests: int, timeout: float = math.inf
-    ) -> int | None:
+    def wait(self, polls: Iterable[bytes], requests: int, timeout: float = math.inf) -> int | None:
         """Walks after each poll, whatever it brought. The timeout is measured in polls.
 
         A walk restarts the timeout if it counted a reply or had new bytes to look at.
