@@ -154,12 +154,14 @@ void OpFilter_Connect::handle_fetch_requests(const QPUOp* ops, unsigned long num
     while (replies < requests && seconds_now() - noted < timeout) {
         const bool has_new_bytes = receive(stream) != 0;
         if (stream.num_records() != 0) {
-            if (stream.begins_with_reply()) {
+            const bool has_reply = stream.begins_with_reply();
+            if (has_reply) {
                 store_reply(stream.first_record());
                 replies += stream.num_records();
             }
-            // Only data restarts the timeout: a walk over old bytes would make the wait endless.
-            if (has_new_bytes) noted = seconds_now();
+            // A walk over old bytes that counts nothing must not restart the timeout, or a wait
+            // behind another record would never end.
+            if (has_reply || has_new_bytes) noted = seconds_now();
         }
         if (replies < requests) ::usleep(poll_interval_us);
     }

@@ -32,8 +32,9 @@ class OpFilter_Connect : public OpFilter {
     void disconnect(std::string& result) override;
     void get_status(std::string& result) override;
 
-    /// Waits for a reply to each fetch request among the records. The wait ends after `timeout`
-    /// seconds without data.
+    /// Waits for a reply to each fetch request among the records. The wait ends `timeout` seconds
+    /// after the last poll that had a whole record to look at and either received bytes or found a
+    /// reply at the head of the stream.
     virtual void handle_fetch_requests(const QPUOp* ops, unsigned long num_ops);
 
     int sock = -1;                             ///< negative while not connected

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import math
 import struct
 from collections.abc import Iterable
 
@@ -22,18 +23,27 @@ class ClientModel:
     def __init__(self) -> None:
         self.flags = FlagTable()
 
-    def wait(self, polls: Iterable[bytes], requests: int) -> int | None:
-        """Walks after each poll, whatever it brought.
+    def wait(self, polls: Iterable[bytes], requests: int, timeout: float = math.inf) -> int | None:
+        """Walks after each poll, whatever it brought. The timeout is measured in polls.
 
-        Returns how many polls it took to count enough replies, None if they did not do.
+        A walk restarts the timeout if it counted a reply or had new bytes to look at.
+
+        Returns how many polls it took to count enough replies, None if the polls or the time
+        ended before.
         """
         received = b""
         replies = 0
+        noted = 1
         for number, data in enumerate(polls, start=1):
+            if number - noted >= timeout:
+                return None
             received += data
-            replies += self._walk(received)
+            counted = self._walk(received)
+            replies += counted
             if replies >= requests:
                 return number
+            if counted or (data and len(received) >= RECORD_BYTES):
+                noted = number
         return None
 
     def _walk(self, received: bytes) -> int:

@@ -32,6 +32,7 @@ STATUS_NOT_CONNECTED = '{"connected":false}'
 LOOPBACK = "127.0.0.1"
 LONG = 30.0  # seconds; a wait that should end by its replies fails after these
 SHORT = 0.1  # seconds; a wait that should end by its timeout takes these
+ONE_POLL = 0.9 * POLL_SECONDS  # seconds; over after the first poll's pause, whatever came
 
 Answer = TypeVar("Answer")
 

@@ -10,10 +10,18 @@ from typing import Any
 import pytest
 from flag_model import CAPACITY
 from remote_model import FETCH_REPLY, RECORD_BYTES, ClientModel
-from remote_support import LONG, POLL_SECONDS, TIMED_OUT, Remote, open_remote, reply
+from remote_support import (
+    LONG,
+    ONE_POLL,
+    POLL_SECONDS,
+    TIMED_OUT,
+    Remote,
+    open_remote,
+    reply,
+)
 from support import rec
 
-SHORT, MEDIUM = 0.05, 0.5  # seconds
+SHORT = 0.05  # seconds
 READ_SIZE = 4096  # a piece of this size would be one poll or two, as chance has it
 FIRST_FLAGS = [
     2, 3, 60, 64, 100, -2, -3, -64, -70, -1, 0, 1, CAPACITY, -CAPACITY, CAPACITY + 5, 99_999_990,
@@ -120,17 +128,14 @@ def test_streams_in_chunks(remote: Remote, rng: random.Random, cuts: int) -> Non
 def test_streams_that_are_there_before_the_wait(
     remote: Remote, rng: random.Random, pieces: int
 ) -> None:
-    """One poll reads it all and must count enough: more polls would take longer than the wait."""
+    """One poll reads it all and must count enough: the timeout is over before another one."""
     model = ClientModel()
     for _ in range(8):
         stream = random_stream(rng, pieces)
         records = len(stream) // RECORD_BYTES
         requests = records or 1
         completes = model.wait([stream], requests) is not None
-        if not completes:
-            remote.join(SHORT)
-        else:
-            remote.join(MEDIUM if (records - 1) * POLL_SECONDS > MEDIUM else LONG)
+        remote.join(ONE_POLL)
         remote.peer.ask("send", stream)
         assert remote.fetch(requests).printed == ("" if completes else TIMED_OUT)
         assert remote.bytes_read() == len(stream)

@@ -6,6 +6,7 @@ from types import ModuleType
 from typing import Any
 
 import pytest
+from remote_model import ClientModel
 from remote_support import (
     POLL_SECONDS,
     RECORD_BYTES,
@@ -65,6 +66,28 @@ def test_data_restarts_the_timeout(remote: Remote) -> None:
     assert wait.printed == TIMED_OUT
     newest = sent_at[: 1 + max(0, remote.bytes_read() - RECORD_BYTES)]
     assert wait.ended_at - newest[-1] >= SHORT
+
+
+@pytest.mark.parametrize(
+    "head",
+    [
+        pytest.param(REPLY, id="reply"),
+        pytest.param(MARKER, id="marker"),
+        pytest.param(MARKER + REPLY, id="marker-before-a-reply"),
+        pytest.param(REPLY[:-1], id="part-of-a-reply"),
+    ],
+)
+def test_only_a_reply_at_the_head_keeps_a_silent_wait_going(remote: Remote, head: bytes) -> None:
+    """One reply completes a hundred requests in a hundred polls, twice as long as the timeout."""
+    requests, timeout = 100, 0.5
+    polls = [head, *[b""] * requests]
+    model = ClientModel()
+    completes = model.wait(polls, requests, timeout / POLL_SECONDS) is not None
+    remote.join(timeout)
+    wait = remote.fetch_sent(head, requests)
+    assert wait.printed == ("" if completes else TIMED_OUT)
+    assert wait.seconds >= timeout
+    assert [remote.filter.flag(i) for i in range(2, 6)] == [model.flags.get(i) for i in range(2, 6)]
 
 
 def test_bytes_of_an_unfinished_first_record_restart_nothing(remote: Remote) -> None:

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "expect_failure.h"
 #include "filter/opcodes.h"
 
 namespace {
@@ -177,6 +178,64 @@ TEST_F(ExportFilter, IsDestroyedThroughItsBase) {
     OpFilter* const base = filter.release();
     OpFilter::delete_filter(base->handle);
     EXPECT_EQ(text(), "};\n");
+}
+
+/// The operations that are not this filter's own, through its base.
+class ExportFilterDefaults : public ExportFilter {
+  protected:
+    void SetUp() override { open("head\n"); }
+
+    /// None of them writes into the table.
+    void TearDown() override {
+        end();
+        EXPECT_EQ(text(), "head\n};\n");
+    }
+
+    OpFilter& base() { return *filter; }
+
+    complex_t amplitude{1.0, 2.0};
+    unsigned long index = 7;
+    std::string info = "kept";
+};
+
+TEST_F(ExportFilterDefaults, PullingAndPushingAStateRaise) {
+    EXPECT_FAILURE(base().pull_state(&amplitude, info, 1),
+                   "Error: no QPU data for qc.pull_state()");
+    EXPECT_FAILURE(base().pull_state_specific(info, &amplitude, 1, 1),
+                   "Error: no QPU data for qc.pull_state_specific()");
+    EXPECT_FAILURE(base().push_state(&amplitude, 0, 1), "Error: no QPU data for qc.push_state()");
+    EXPECT_FAILURE(base().override_state_buffer(&amplitude, 0),
+                   "Error: override_state_buffer is not implemented for this filter type.");
+    EXPECT_EQ(info, "kept");
+}
+
+TEST_F(ExportFilterDefaults, ProbabilityAndNumberOfTermsRaise) {
+    EXPECT_FAILURE(base().peek_read_probability(0, 1, 0.0),
+                   "Error: no QPU data for qc.peek_read_probability()");
+    EXPECT_FAILURE(base().peek_num_nonzero_terms(),
+                   "Error: no QPU data for qc.peek_read_probability()");
+}
+
+TEST_F(ExportFilterDefaults, SomeAnswerWithAConstant) {
+    EXPECT_EQ(base().normalize(), 1.0);
+    EXPECT_EQ(base().check_state(&amplitude, 0.0, false), 1);
+    EXPECT_EQ(base().check_state(nullptr, -1.0, true), 1);
+    EXPECT_EQ(base().pps(1, 2), 0.0);
+}
+
+TEST_F(ExportFilterDefaults, TheOthersDoNothing) {
+    base().connect("localhost", 1, 1.0, info);
+    base().disconnect(info);
+    base().postselect(1, 1);
+    base().peek_n_biggest_terms(1, &index, &amplitude);
+    base().peek_value(0, &amplitude);
+    base().finish();
+    base().set_random();
+    EXPECT_EQ(info, "kept");
+    EXPECT_EQ(index, 7UL);
+    EXPECT_EQ(amplitude.re, 1.0);
+    EXPECT_EQ(amplitude.im, 2.0);
+    EXPECT_EQ(status(), R"({"connected":true})") << "its file is still open";
 }
 
 TEST(ExportFilterType, HasNoTypeName) {

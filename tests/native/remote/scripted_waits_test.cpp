@@ -86,12 +86,35 @@ TEST_F(ScriptedWaits, APartOfTheFirstRecordRestartsNothing) {
     EXPECT_EQ(pauses.size(), 5UL);
 }
 
-TEST_F(ScriptedWaits, OldRecordsRestartNothing) {
+TEST_F(ScriptedWaits, AReplyAtTheHeadRestartsTheTimeoutAtEveryPoll) {
+    filter.timeout = 0.3;
+    fetch_from({{bytes(reply_bytes)}}, 60);
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(pauses.size(), 59UL) << "sixty polls, one reply counted at each";
+    EXPECT_EQ(flags(2, 4), 0b1011UL);
+}
+
+TEST_F(ScriptedWaits, AReplyThatComesLateRestartsTheTimeoutFromThenOn) {
     filter.timeout = 0.045;
-    fetch_from({{bytes(reply_bytes)}}, 100);
+    fetch_from({{}, {}, {}, {}, {bytes(reply_bytes)}}, 60);
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(pauses.size(), 4UL + 59);
+}
+
+TEST_F(ScriptedWaits, ATimeoutShorterThanAPauseEndsBehindAReplyToo) {
+    filter.timeout = 0.009;
+    fetch_from({{bytes(reply_bytes)}}, 2);
+    EXPECT_EQ(printed, timed_out_line);
+    EXPECT_EQ(pauses.size(), 1UL);
+    EXPECT_EQ(flags(2, 4), 0b1011UL);
+}
+
+TEST_F(ScriptedWaits, OldRecordsBehindAnotherHeadRestartNothing) {
+    filter.timeout = 0.045;
+    fetch_from({{bytes(marker_bytes + reply_bytes)}}, 100);
     EXPECT_EQ(printed, timed_out_line);
     EXPECT_EQ(pauses.size(), 5UL);
-    EXPECT_EQ(flags(2, 4), 0b1011UL);
+    EXPECT_EQ(flags(2, 4), 0UL);
 }
 
 TEST_F(ScriptedWaits, EveryWalkCountsAllWholeRecords) {
@@ -143,8 +166,10 @@ TEST_P(Losses, AreFollowedByTheErrorOfAFilterWithoutAConnection) {
 }
 
 TEST_P(Losses, LeaveTheCountGoingOn) {
-    fetch_from({{bytes(reply_bytes)}, {failure(GetParam())}}, 3);
+    filter.timeout = 0.045;
+    fetch_from({{bytes(reply_bytes)}, {failure(GetParam())}}, 60);
     EXPECT_EQ(printed, lost_line);
+    EXPECT_EQ(pauses.size(), 59UL);
     EXPECT_EQ(flags(2, 4), 0b1011UL);
     expect_not_connected();
 }
