@@ -8,7 +8,7 @@ function(nimbrel_add_tests area)
     message(FATAL_ERROR "tests/native/${area} has no *_test.cpp: an area without tests is a mistake")
   endif()
 
-  set(target nimbrel_${area}_tests)
+  string(REPLACE "/" "_" target "nimbrel_${area}_tests")
   add_executable(${target} ${sources})
   target_include_directories(${target} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
   target_link_libraries(${target} PRIVATE ${ARGN} GTest::gtest_main)

@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "clifford/stabilizer_state.h"
+#include "clifford/tableau/stabilizer_state.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "bit/bit_filter.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 #include "support/available_memory.h"
 

@@ -2,7 +2,7 @@
 #include <limits>
 
 #include "bit/bit_filter.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 
 namespace Nimbrel {

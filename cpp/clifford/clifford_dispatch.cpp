@@ -2,7 +2,7 @@
 #include <string>
 
 #include "clifford/clifford_filter.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"

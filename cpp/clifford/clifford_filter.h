@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "clifford/gate_batch.h"
-#include "clifford/stabilizer_state.h"
+#include "clifford/tableau/gate_batch.h"
+#include "clifford/tableau/stabilizer_state.h"
 #include "filter/op_filter.h"
 
 namespace Nimbrel {

@@ -5,7 +5,7 @@
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 
 namespace Nimbrel {

@@ -1,7 +1,7 @@
 // Reading and writing qubits.
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 
 namespace Nimbrel {
 

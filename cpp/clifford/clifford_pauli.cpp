@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "support/bits.h"
 #include "support/convert.h"
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 
 namespace Nimbrel {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "filter/op_event.h"
 #include "filter/qpu_op.h"
+#include "filter/state/op_event.h"
 #include "support/complex.h"
 
 namespace Nimbrel {

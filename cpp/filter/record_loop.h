@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/qpu_op.h"
 #include "support/prefetch.h"

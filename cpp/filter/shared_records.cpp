@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "support/convert.h"
 

@@ -1,7 +1,7 @@
 #include "module/methods.h"
 #include "module/wrapper.h"
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "support/random.h"
 
 namespace Nimbrel::Binding {

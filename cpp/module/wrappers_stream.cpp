@@ -3,7 +3,7 @@
 #include "module/methods.h"
 #include "module/wrapper.h"
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 
 namespace Nimbrel::Binding {
 

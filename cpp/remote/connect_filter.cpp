@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
 #include "remote/reply_stream.h"

@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"

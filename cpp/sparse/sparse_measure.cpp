@@ -2,7 +2,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"
 #include "support/random.h"

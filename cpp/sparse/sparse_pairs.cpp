@@ -1,7 +1,7 @@
 // Gates that mix pairs of terms: for each target bit the list is marked, ordered and walked once.
 #include <algorithm>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "sparse/term_order.h"
 #include "support/amplitudes.h"

@@ -2,7 +2,7 @@
 // highest qubit, and once that one has been rotated or measured all is undone.
 #include <bit>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"
 #include "support/convert.h"

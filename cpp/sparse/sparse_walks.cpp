@@ -1,6 +1,6 @@
 // Gates that visit each term by itself: those that move keys and those that turn amplitudes. They
 // keep the list's order and length and allocate nothing.
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "expect_failure.h"
 #include "filter/opcodes.h"
 #include "filter_fixture.h"

@@ -2,8 +2,8 @@
 // what a postselection makes of another class's probability.
 #include "clifford/clifford_filter.h"
 
-#include "clifford/clifford_support.h"
-#include "core_register.h"
+#include "clifford/tableau/clifford_support.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter_fixture.h"
 #include "fixed_memory.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "dense/dense_filter.h"
+#include "dense/dense_fixture.h"
 #include "support/random.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/op_filter.h"
 
 namespace {

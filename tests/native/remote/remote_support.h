@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "core_register.h"
+#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "remote/connect_filter.h"
 

@@ -1,7 +1,7 @@
 /// A sparse filter, records for it, and its list of terms written by index.
 #pragma once
 
-#include "dense/dense_filter.h"
+#include "dense/dense_fixture.h"
 #include "sparse/sparse_filter.h"
 
 namespace Nimbrel::Testing {

@@ -1,0 +1,95 @@
+#include "clifford/tableau/bit_columns.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr std::size_t side = 64;
+using BitSquare = std::array<unsigned long, side>;
+
+/// Exchanges the upper right with the lower left quarter of every square of 2 `Half` by 2 `Half`.
+template <std::size_t Half>
+void exchange_quarters(BitSquare& square, unsigned long low_halves) {
+    for (std::size_t top = 0; top < side; top += 2 * Half) {
+        for (std::size_t i = top; i < top + Half; ++i) {
+            const unsigned long moved = ((square[i] >> Half) ^ square[i + Half]) & low_halves;
+            square[i] ^= moved << Half;
+            square[i + Half] ^= moved;
+        }
+    }
+}
+
+/// Makes bit c of word r bit r of word c.
+void transpose(BitSquare& square) {
+    exchange_quarters<32>(square, 0x00000000FFFFFFFF);
+    exchange_quarters<16>(square, 0x0000FFFF0000FFFF);
+    exchange_quarters<8>(square, 0x00FF00FF00FF00FF);
+    exchange_quarters<4>(square, 0x0F0F0F0F0F0F0F0F);
+    exchange_quarters<2>(square, 0x3333333333333333);
+    exchange_quarters<1>(square, 0x5555555555555555);
+}
+
+using Part = PauliBits Stabilizer::*;
+using ColumnPart = RowBits::Words BitColumn::*;
+
+/// One word of each row of a group, as a square whose missing rows are 0.
+BitSquare gather(std::span<Stabilizer* const> rows, Part part, unsigned word) {
+    BitSquare square{};
+    for (std::size_t i = 0; i < rows.size(); ++i) square[i] = (rows[i]->*part).words[word];
+    return square;
+}
+
+void scatter(const BitSquare& square, std::span<Stabilizer* const> rows, Part part, unsigned word) {
+    for (std::size_t i = 0; i < rows.size(); ++i) (rows[i]->*part).words[word] = square[i];
+}
+
+/// Calls `visit(rows, group)` for each group of up to 64 rows.
+template <typename Visit>
+void for_each_group(std::span<Stabilizer* const> rows, Visit&& visit) {
+    for (std::size_t first = 0; first < rows.size(); first += side) {
+        visit(rows.subspan(first, std::min(side, rows.size() - first)), first / side);
+    }
+}
+
+void take_square(std::span<Stabilizer* const> rows, Part part, unsigned word, BitColumn* columns,
+                 ColumnPart column_part, std::size_t group) {
+    BitSquare square = gather(rows, part, word);
+    transpose(square);
+    for (std::size_t i = 0; i < side; ++i) (columns[i].*column_part)[group] = square[i];
+}
+
+void give_square_back(std::span<Stabilizer* const> rows, Part part, unsigned word,
+                      const BitColumn* columns, ColumnPart column_part, std::size_t group) {
+    BitSquare square;
+    for (std::size_t i = 0; i < side; ++i) square[i] = (columns[i].*column_part)[group];
+    transpose(square);
+    scatter(square, rows, part, word);
+}
+
+}  // namespace
+
+void BitColumns::reserve(std::size_t words) { columns_.reserve(words * side); }
+
+void BitColumns::take(std::span<Stabilizer* const> rows, std::span<const unsigned> words) {
+    rows_ = rows;
+    words_ = words;
+    columns_.resize(words.size() * side);
+    for_each_group(rows, [&](std::span<Stabilizer* const> group_rows, std::size_t group) {
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            BitColumn* const columns = &columns_[i * side];
+            take_square(group_rows, &Stabilizer::x, words[i], columns, &BitColumn::x, group);
+            take_square(group_rows, &Stabilizer::z, words[i], columns, &BitColumn::z, group);
+        }
+    });
+}
+
+void BitColumns::give_back() const {
+    for_each_group(rows_, [&](std::span<Stabilizer* const> group_rows, std::size_t group) {
+        for (std::size_t i = 0; i < words_.size(); ++i) {
+            const BitColumn* const columns = &columns_[i * side];
+            give_square_back(group_rows, &Stabilizer::x, words_[i], columns, &BitColumn::x, group);
+            give_square_back(group_rows, &Stabilizer::z, words_[i], columns, &BitColumn::z, group);
+        }
+    });
+}

@@ -1,0 +1,42 @@
+#include "clifford/tableau/stabilizer_state.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "support/bits.h"
+
+namespace {
+
+/// Bytes of the words of all rows of both tables.
+std::size_t arena_bytes(unsigned qubits) {
+    constexpr std::size_t parts = 4;  // x and z in each table
+    const std::size_t bytes =
+        parts * qubits * Nimbrel::words_for_bits(qubits) * sizeof(unsigned long);
+    return std::max<std::size_t>(bytes, 1);  // an arena of no size is not allowed
+}
+
+unsigned long clock_ticks() {
+    return static_cast<unsigned long>(std::chrono::system_clock::now().time_since_epoch().count());
+}
+
+}  // namespace
+
+// Cannot wrap: the most qubits that an unsigned counts take a little more than 2^63 bytes.
+unsigned long StabilizerState::bytes_of(unsigned qubits) {
+    constexpr unsigned long tables = 2;
+    return arena_bytes(qubits) + tables * qubits * sizeof(Stabilizer);
+}
+
+StabilizerState::StabilizerState(unsigned qubits)
+    : arena(arena_bytes(qubits)),
+      num_qubits(qubits),
+      num_rows(qubits),
+      scratch(qubits),
+      rng(clock_ticks()) {
+    stabilizers.reserve(qubits);
+    destabilizers.reserve(qubits);
+    for (unsigned qubit = 0; qubit < qubits; ++qubit) {
+        stabilizers.emplace_back(qubits, &arena).z.set(qubit);
+        destabilizers.emplace_back(qubits, &arena).x.set(qubit);
+    }
+}

@@ -1,0 +1,67 @@
+// Pauli products in one pass over the amplitudes, whatever their weight. A product pairs the block
+// numbers that its X mask flips into one another; one of Z only never pairs.
+
+#include <bit>
+
+#include "core_register/block_walk.h"
+#include "core_register/core_register.h"
+#include "dense/blocks/core_block.h"
+#include "support/random.h"
+
+namespace Nimbrel {
+
+void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
+              unsigned long cond_neg_mask, long cond_flag) {
+    if (!acts(cond_flag)) return;
+    classical_qubits &= ~(x_mask | z_mask);
+    const unsigned long x = x_mask & qubit_mask;
+    const unsigned long z = z_mask & qubit_mask;
+    if ((x | z) == 0) return;
+    // No half angle: the gate form is a rotation by twice the angle.
+    const auto [sine, cosine] = angles.of(angle);
+    ++op_count;
+    // Unlike a gate's, controls outside the register are kept, and no block meets one.
+    const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);
+    run_on_blocks(*this, x, condition, [&](CoreBlock& block) {
+        block.op_ppr(x, z, condition.slot_controls, sine, cosine, condition.slot_negated);
+    });
+    removable_finish();
+}
+
+double QPU::pps(unsigned long x_mask, unsigned long z_mask) {
+    verify_allocated();
+    PerBlock shares(num_blocks);
+    const unsigned long x = x_mask & qubit_mask;
+    const unsigned long z = z_mask & qubit_mask;
+    if ((x | z) == 0) return 0.0;
+    ++op_count;
+    // Of a pair only the lower block reports, for both.
+    run_on_blocks(*this, x, {},
+                  [&](CoreBlock& block) { block.op_pps(x, z, &shares[block.thread_id]); });
+    const double probability = sum_of_blocks(*this, shares);
+    removable_finish();
+    return probability;
+}
+
+unsigned long QPU::ppm(int sign, unsigned long x_mask, unsigned long z_mask, long cond_flag,
+                       long read_flag) {
+    if (!acts(cond_flag)) return 0;
+    const double plus = pps(x_mask, z_mask);
+    const unsigned long measured = random_zero_to_one() >= plus ? 1 : 0;
+    ++op_count;
+    // The kernels get the masks as they came; only the search for a partner keeps to the register.
+    run_on_blocks(*this, x_mask & qubit_mask, {},
+                  [=](CoreBlock& block) { block.op_ppm(x_mask, z_mask, measured); });
+    removable_finish();
+    normalize();
+    finish();
+
+    // A sign turns what is reported, and not what the state is projected on.
+    const unsigned long outcome = sign == -1 ? 1 - measured : measured;
+    set_read_flag(read_flag, static_cast<long>(outcome));
+    const unsigned long used = x_mask | z_mask;
+    if (std::has_single_bit(used)) classical_qubits |= used;
+    return outcome;
+}
+
+}  // namespace Nimbrel
