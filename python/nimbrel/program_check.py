@@ -204,15 +204,20 @@ def _limits(chunk: Words, trace: RegisterTrace) -> Words:
     positions = _steering(chunk)
     if trace.pass_closed_jumps(chunk, positions):
         return _one(trace.limit)
-    rows = chunk[positions, :_STEERING_WORDS]
-    starts, limits = [0], [trace.limit]
-    for position, row in zip(positions.tolist(), rows.tolist(), strict=True):
+    limits = trace.pass_resets(chunk, positions)
+    if limits is None:
+        limits = _followed(chunk[positions, :_STEERING_WORDS], trace)
+    if (limits == limits[0]).all():
+        return limits[:1]
+    return limits.repeat(np.diff(positions, prepend=0, append=len(chunk)))
+
+
+def _followed(steering: Words, trace: RegisterTrace) -> Words:
+    limits = [trace.limit]
+    for row in steering.tolist():
         trace.follow(row)
-        if trace.limit != limits[-1]:
-            starts.append(position)
-            limits.append(trace.limit)
-    found = np.array(limits, dtype=np.uint64)
-    return found if len(found) == 1 else found.repeat(np.diff(starts, append=len(chunk)))
+        limits.append(trace.limit)
+    return np.array(limits, dtype=np.uint64)
 
 
 def _any_may_lie_outside(every: Sequence[int], limit: int) -> bool:

@@ -88,6 +88,24 @@ class RegisterTrace:
             self.follow(words[positions[-1]].tolist())
         return bool(closed)
 
+    def pass_resets(self, words: Words, positions: Positions) -> Words | None:
+        """Pass records that are nothing but resets, none of which may be skipped.
+
+        Args:
+            words: A program, shape (n, 11).
+            positions: The records to pass, ascending: all that may change the trace.
+
+        Returns:
+            The limit before and after each of them. None if they are something else; then nothing
+            has changed.
+        """
+        if self.open_labels or not (words[positions, 0] == _RESET).all():
+            return None
+        sizes = words[positions, 1] & np.uint64(self._size_mask)
+        limits = np.append(np.array([self.limit], dtype=np.uint64), sizes)
+        self.limit = int(limits[-1])
+        return limits
+
     def stop_anywhere(self, rows: Sequence[Sequence[int]]) -> None:
         """Pass records of which an unknown number has run: all that was possible stays so."""
         for row in rows:
