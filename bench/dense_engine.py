@@ -38,8 +38,7 @@ class Engine(DirectSimulator):
     name = "nimbrel"
 
     def __init__(self, num_qubits: int, threads: int | None) -> None:
-        params = {} if threads is None else {"max_num_threads": threads}
-        self._sim = nb.Simulator(FILTER, **params)
+        self._sim = nb.Simulator(FILTER, max_num_threads=threads or 0)
         self._sim.run(nb.reset(num_qubits))
         self._num_qubits = num_qubits
 

@@ -21,6 +21,7 @@ from nimbrel.classical import clear, flag_nand, free, read, reset, write
 from nimbrel.control import close_event, jump_fwd, label, open_event
 from nimbrel.filter_handle import SimParams
 from nimbrel.gates import (
+    cz,
     h,
     lelbow,
     phase,
@@ -63,6 +64,7 @@ __all__ = [
     "aligned_buffer",
     "clear",
     "close_event",
+    "cz",
     "fetch_request",
     "flag_nand",
     "free",

@@ -124,6 +124,10 @@ class FilterHandle:
         Raises:
             ValueError: If the simulator is closed.
         """
+        return self._open_handle()
+
+    def _open_handle(self) -> int:
+        # The package's own way to the handle: reading `handle` may mean calls that it does not see.
         if self._handle is None:
             raise ValueError("the simulator is closed")
         return self._handle

@@ -218,7 +218,7 @@ class RemoteOperations(FilterHandle):
     def __init__(self, filter_type: str = "StreamBitQPU", **params: int) -> None:
         """Create the filter, not connected; see `FilterHandle`."""
         super().__init__(filter_type, **params)
-        self._link = _Link(self.handle) if filter_type == _CONNECT else None
+        self._link = _Link(self._open_handle()) if filter_type == _CONNECT else None
 
     def connect(
         self, host: str, port: int, timeout: float = _DEFAULT_TIMEOUT, *, window: int = WINDOW
@@ -277,7 +277,7 @@ class RemoteOperations(FilterHandle):
         return self._remote().is_open()
 
     def _remote(self) -> _Link:
-        _ = self.handle  # refuses a closed simulator
+        _ = self._open_handle()  # refuses a closed simulator
         if self._link is None:
             raise ValueError(f'a "{self._filter_type}" filter has no connection')
         return self._link

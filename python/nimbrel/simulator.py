@@ -8,6 +8,7 @@ import numpy.typing as npt
 
 from nimbrel._engine import _call, _flag_range, _word32
 from nimbrel.clifford import Tableau, parse_tableau
+from nimbrel.program_check import ProgramCheck
 from nimbrel.records import RecordArray, program
 from nimbrel.remote import FLAGS_PER_REQUEST, RemoteOperations, fetch_request
 from nimbrel.state import StateOperations
@@ -42,6 +43,49 @@ class Simulator(StateOperations, RemoteOperations):
     own text when the engine reports a failure.
     """
 
+    def __init__(
+        self,
+        filter_type: str = "StreamBitQPU",
+        *,
+        check_qubits: bool = True,
+        allow_inexact_controls: bool = False,
+        **params: int,
+    ) -> None:
+        """Create the filter.
+
+        Args:
+            filter_type: The engine's name of the filter.
+            check_qubits: Whether `run` refuses qubits outside the register. Without it a dense
+                or a sparse filter drops them in silence. It costs some nanoseconds a record, and
+                a "StreamConnect" filter checks none.
+            allow_inexact_controls: Whether `run` lets controlled Z and negated controls pass to a
+                Clifford filter, which leaves out the sign of the first and takes the second for
+                plain controls.
+            **params: Fields of `SimParams`; those not given keep their defaults.
+
+        Raises:
+            TypeError: If a parameter has no such name or is not an integer.
+            ValueError: If a parameter does not fit 32 bits.
+            RuntimeError: If the engine knows no such filter.
+        """
+        super().__init__(filter_type, **params)
+        self._check = ProgramCheck(
+            filter_type, qubits=check_qubits, inexact_controls=allow_inexact_controls
+        )
+
+    @property
+    def handle(self) -> int:
+        """The number by which the engine's functions name the filter.
+
+        Reading it ends the check of qubits: the programs that the engine's functions run are not
+        seen, so the register is not known any more.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        self._check.stop_following()
+        return self._open_handle()
+
     def run(self, *parts: RecordArray) -> None:
         """Run a program in one call of the engine.
 
@@ -49,13 +93,19 @@ class Simulator(StateOperations, RemoteOperations):
         for each window of records (see `connect`), which waits for a reply. Without a fetch
         request at the end nothing tells whether the service has run it, or is still there.
 
+        Any other filter's program is checked before its first record runs. A qubit is refused
+        that lies outside the register, or outside every register which the program may have at
+        that record when jumps may skip a reset. Before the first reset no qubit is refused. On a
+        Clifford filter a controlled Z and a negated control are refused too.
+
         Args:
             *parts: `QPU_OP` arrays of shape (k,), joined in this order.
 
         Raises:
             ValueError: If a part is not a one-dimensional `QPU_OP` array, or the
-                simulator is closed; or if a program that is sent ends with an extension
-                record or has an operation that is longer than the window.
+                simulator is closed; if a record is refused, with its index in the program; or
+                if a program that is sent ends with an extension record or has an operation that
+                is longer than the window.
             RuntimeError: What the engine reports; records before the failing one have
                 taken effect.
             TimeoutError: If the service does not reply in time, also when it has gone. The
@@ -64,11 +114,17 @@ class Simulator(StateOperations, RemoteOperations):
             ConnectionError: If the connection was lost during a wait.
         """
         records = program(*parts)
-        handle = self.handle
+        handle = self._open_handle()
         if self._link is not None:
             self._link.send(records)
-        else:
+            return
+        trace = self._check.check(records)
+        try:
             _call(_lib_nb_sim.put_instructions, handle, records, len(records))
+        except BaseException:
+            self._check.failed(records)
+            raise
+        self._check.ran(trace)
 
     def fetch(self, first: int, count: int, *parts: RecordArray) -> int:
         """Run a program at the service of a "StreamConnect" filter and fetch read flags.
@@ -119,7 +175,7 @@ class Simulator(StateOperations, RemoteOperations):
             RuntimeError: What the engine reports.
         """
         _flag_range(first, count)
-        handle = self.handle
+        handle = self._open_handle()
         words = [
             _call(
                 _lib_nb_sim.fetch_read_result,
@@ -142,7 +198,7 @@ class Simulator(StateOperations, RemoteOperations):
             ValueError: If the simulator is closed.
             RuntimeError: What the engine reports, such as a register not yet sized.
         """
-        return _state_text(self.handle)
+        return _state_text(self._open_handle())
 
     def generators(self) -> list[str]:
         """The generators of a Clifford filter's state, which is the +1 state of each of them.
@@ -192,7 +248,7 @@ class Simulator(StateOperations, RemoteOperations):
         """
         return _call(
             _lib_nb_sim.peek_read_probability,
-            self.handle,
+            self._open_handle(),
             _word32(value, "value"),
             _word32(mask, "mask"),
             limit,
@@ -213,7 +269,12 @@ class Simulator(StateOperations, RemoteOperations):
                 simulator is closed.
             RuntimeError: What the engine reports, such as a value of probability 0.
         """
-        _call(_lib_nb_sim.postselect, self.handle, _word32(value, "value"), _word32(mask, "mask"))
+        _call(
+            _lib_nb_sim.postselect,
+            self._open_handle(),
+            _word32(value, "value"),
+            _word32(mask, "mask"),
+        )
 
     def next_event(self) -> Event | None:
         """Take the oldest event off the queue; None when the queue is empty.
@@ -221,7 +282,7 @@ class Simulator(StateOperations, RemoteOperations):
         Raises:
             ValueError: If the simulator is closed.
         """
-        event = _call(_lib_nb_sim.get_next_event, self.handle)
+        event = _call(_lib_nb_sim.get_next_event, self._open_handle())
         return None if event is None else Event(*event)
 
     def events(self) -> list[Event]:
@@ -238,7 +299,7 @@ class Simulator(StateOperations, RemoteOperations):
         Raises:
             ValueError: If the simulator is closed.
         """
-        _call(_lib_nb_sim.enable_qubit_debugging, self.handle, int(on))
+        _call(_lib_nb_sim.enable_qubit_debugging, self._open_handle(), int(on))
 
     def finish(self) -> None:
         """Wait until the filter has done all its work.
@@ -246,10 +307,13 @@ class Simulator(StateOperations, RemoteOperations):
         Raises:
             ValueError: If the simulator is closed.
         """
-        _call(_lib_nb_sim.finish, self.handle)
+        _call(_lib_nb_sim.finish, self._open_handle())
+
+    def _register_made(self, num_qubits: int) -> None:
+        self._check.resize(num_qubits)
 
     def _tableau(self) -> Tableau:
-        handle = self.handle
+        handle = self._open_handle()
         if self._filter_type != _CLIFFORD:
             raise ValueError(f'a "{self._filter_type}" filter has no generators')
         return parse_tableau(_state_text(handle))

@@ -135,9 +135,10 @@ class StateOperations(FilterHandle):
             ValueError: If the buffer is not of that kind.
             RuntimeError: If the filter is not dense.
         """
-        handle = self.handle
+        handle = self._open_handle()
         check_buffer(buffer)
         _call(_lib_nb_sim.override_state_buffer, handle, buffer)
+        self._register_made(len(buffer).bit_length() - 1)
 
     def probabilities(self, qubits: Qubits) -> npt.NDArray[np.float64]:
         """The probability of every value of some qubits, without measuring.
@@ -191,7 +192,7 @@ class StateOperations(FilterHandle):
 
         A state of total probability 0 stays as it is. A filter without amplitudes answers 1.
         """
-        return _call(_lib_nb_sim.normalize, self.handle)
+        return _call(_lib_nb_sim.normalize, self._open_handle())
 
     def set_random(self) -> None:
         """Replace a dense state by a random one of total probability 1.
@@ -201,7 +202,7 @@ class StateOperations(FilterHandle):
         Raises:
             ValueError: If the filter is sparse.
         """
-        handle = self.handle
+        handle = self._open_handle()
         if self._filter_type == _SPARSE:  # the engine would do nothing without a word
             raise ValueError("a sparse filter has no random states")
         _call(_lib_nb_sim.set_random, handle)
@@ -244,8 +245,11 @@ class StateOperations(FilterHandle):
             raise ValueError(f"shots must be 0 or more, not {shots}")
         return self._register().sample(shots, qubits, np.random.default_rng(seed))
 
+    def _register_made(self, num_qubits: int) -> None:
+        """Called when a register was made without a record."""
+
     def _register(self) -> DenseRegister | TermList:
-        handle = self.handle
+        handle = self._open_handle()
         if self._filter_type == _DENSE:
             return DenseRegister(handle)
         if self._filter_type == _SPARSE:
