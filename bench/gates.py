@@ -3,6 +3,7 @@
 Qubit 0 is the least significant, angles are in degrees.
 """
 
+import math
 from collections.abc import Callable, Iterable, Sequence
 from dataclasses import dataclass
 from typing import Any, Final, NamedTuple
@@ -31,6 +32,11 @@ class Gate(NamedTuple):
     name: str
     qubits: tuple[int, ...]
     degrees: float = 0.0
+
+    @property
+    def angles(self) -> list[float]:
+        """The angle in radians as the only entry; empty without one."""
+        return [math.radians(self.degrees)] if self.degrees else []
 
     @property
     def paulis(self) -> str:

@@ -111,7 +111,7 @@ class Report:
         head = ["task", "qubits", *first.details, *times, *(f"over {p}" for p in first.peers), ""]
         rows = [head]
         for each in comparisons:
-            numbers = [f"{value:.4g}" for value in each.details.values()]
+            numbers = [f"{value:.6g}" for value in each.details.values()]
             numbers += [f"{1e3 * seconds:.3f}" for seconds in each.seconds.values()]
             numbers += [f"{ratio.value:.3f} {ratio.verdict:<6}" for ratio in each.ratios()]
             rows.append([each.task, f"{each.num_qubits}", *numbers, each.note])

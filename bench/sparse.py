@@ -189,28 +189,22 @@ def peak_steps(kind: str, num_qubits: int) -> tuple[nb.RecordArray, nb.RecordArr
 
 def adder(a: Sequence[int], b: Sequence[int], carries: Sequence[int]) -> list[Gate]:
     """Gates of b += a modulo 2**n: Toffolis and CNOTs. The n - 1 carries begin and end as 0."""
-    gates = []
-    for k in range(len(carries)):
-        gates += _carry(a, b, carries, k)
-    gates += _sum(a, b, carries, len(carries))
-    for k in reversed(range(len(carries))):
-        gates += reversed(_carry(a, b, carries, k))
-        gates += _sum(a, b, carries, k)
-    return gates
 
+    def carry(k: int) -> list[Gate]:
+        # The majority of a, b and the carry in: a AND b, or the carry where they differ.
+        gates = [Gate("TOFFOLI", (a[k], b[k], carries[k]))]
+        if k > 0:
+            differ = Gate("CNOT", (a[k], b[k]))
+            gates += [differ, Gate("TOFFOLI", (b[k], carries[k - 1], carries[k])), differ]
+        return gates
 
-def _carry(a: Sequence[int], b: Sequence[int], carries: Sequence[int], k: int) -> list[Gate]:
-    # The majority of a, b and the carry in: a AND b, or the carry where they differ.
-    gates = [Gate("TOFFOLI", (a[k], b[k], carries[k]))]
-    if k > 0:
-        differ = Gate("CNOT", (a[k], b[k]))
-        gates += [differ, Gate("TOFFOLI", (b[k], carries[k - 1], carries[k])), differ]
-    return gates
+    def add(k: int) -> list[Gate]:
+        return [Gate("CNOT", (addend, b[k])) for addend in [a[k], *carries[k - 1 : k]]]
 
-
-def _sum(a: Sequence[int], b: Sequence[int], carries: Sequence[int], k: int) -> list[Gate]:
-    addends = [a[k]] + ([carries[k - 1]] if k > 0 else [])
-    return [Gate("CNOT", (addend, b[k])) for addend in addends]
+    last = len(carries)
+    forward = [gate for k in range(last) for gate in carry(k)]
+    backward = [gate for k in reversed(range(last)) for gate in (*carry(k)[::-1], *add(k))]
+    return [*forward, *add(last), *backward]
 
 
 def toffoli_arithmetic(inputs: int) -> Circuit:
@@ -248,7 +242,7 @@ def compare(circuit: Circuit, terms: int, make_peer: Any, repeats: int) -> Compa
     ours.close()
     peer.close()
     seconds = {ENGINE: best[0], "qdk": best[1]}
-    details = {"gates": len(circuit.gates), "qdk's call ms": 1e3 * best[2]}
+    details = {"gates": len(circuit.gates), "qdk's call ms": round(1e3 * best[2], 3)}
     goals = {"qdk": 1.0}
     return Comparison(circuit.name, circuit.num_qubits, seconds, goals, details, circuit.note)
 

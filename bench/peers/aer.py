@@ -5,7 +5,6 @@ conversion of circuits and results in Python are left out.
 """
 
 import importlib
-import math
 from collections.abc import Sequence
 from typing import Any
 
@@ -26,14 +25,13 @@ _NAMES = {"CNOT": "cx", "S_INV": "sdg"}
 def append(circuit: Any, gates: Sequence[Gate]) -> None:
     """Add gates to a circuit."""
     for gate in gates:
-        angles = [math.radians(gate.degrees)] if gate.degrees else []
         if gate.name == "MEASURE":
             circuit.measure(gate.qubits[0], 0)
         elif len(gate.paulis) > 1:
             # It has no such rotation of three qubits; one matrix is faster than nine gates.
             circuit.unitary(pauli_rotation(gate.degrees, gate.paulis), list(gate.qubits))
         else:
-            getattr(circuit, _NAMES.get(gate.name, gate.name.lower()))(*angles, *gate.qubits)
+            getattr(circuit, _NAMES.get(gate.name, gate.name.lower()))(*gate.angles, *gate.qubits)
 
 
 def result_of(backend: Any, circuit: Any) -> Any:

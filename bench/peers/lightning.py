@@ -5,7 +5,6 @@ its time.
 """
 
 import importlib
-import math
 import random
 from typing import Any
 
@@ -38,13 +37,12 @@ class Dense(DirectRegister):
 
     def call(self, gate: Gate) -> Call:
         wires = [self._num_qubits - 1 - qubit for qubit in gate.qubits]
-        angles = [math.radians(gate.degrees)] if gate.degrees else []
         if gate.name == "MEASURE":
             return self._measure, (wires[0], wires)
         if len(gate.paulis) > 1:
-            return self._vector.applyPauliRot, (wires, False, angles, gate.paulis)
+            return self._vector.applyPauliRot, (wires, False, gate.angles, gate.paulis)
         method = getattr(self._vector, _NAMES.get(gate.name, gate.name))
-        return method, (wires, False, angles)
+        return method, (wires, False, gate.angles)
 
     def _measure(self, wire: int, wires: list[int]) -> None:
         ones = self._measurements.probs(wires)[1]

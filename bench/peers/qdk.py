@@ -7,7 +7,6 @@ one; the former is timed apart, as the call of an operation without gates.
 """
 
 import importlib
-import math
 import os
 from collections.abc import Iterable
 from typing import Any
@@ -75,8 +74,8 @@ def operation(name: str, gates: Iterable[Gate]) -> str:
 def _statement(gate: Gate) -> str:
     *controls, target = [f"qs[{qubit}]" for qubit in gate.qubits]
     arguments = ", ".join([*controls, target])
-    if gate.degrees:
-        arguments = f"{math.radians(gate.degrees)!r}, {target}"
+    for angle in gate.angles:
+        arguments = f"{angle!r}, {target}"
         if controls:
             arguments = f"[{', '.join(controls)}], ({arguments})"
     return f"{_NAMES.get(gate.name, gate.name)}({arguments});"

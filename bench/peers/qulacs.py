@@ -1,7 +1,6 @@
 """Qulacs: its state vector and its ready-made gates."""
 
 import importlib
-import math
 import random
 from typing import Any
 
@@ -14,7 +13,7 @@ qulacs: Any = importlib.import_module("qulacs")
 
 def made_gate(gate: Gate) -> Any:
     """A gate as Qulacs has it; its rotations are exp(+i angle/2 P)."""
-    angles = [-math.radians(gate.degrees)] if gate.degrees else []
+    angles = [-angle for angle in gate.angles]
     if len(gate.paulis) > 1:
         letters = ["IXYZ".index(letter) for letter in gate.paulis]
         return qulacs.gate.PauliRotation(list(gate.qubits), letters, *angles)
