@@ -70,8 +70,10 @@ class Comparison:
         return self.seconds[name] / min(self.peers.values()) if known else None
 
     def ratios(self) -> list[Figure]:
-        """This engine's time over that of each peer, with its goal."""
-        ours = self.seconds.get(ENGINE, np.nan)
+        """This engine's time over that of each peer, with its goal; none when it is missing."""
+        if ENGINE not in self.seconds:
+            return []
+        ours = self.seconds[ENGINE]
         return [Figure(p, ours / s, at_most=self.goals.get(p)) for p, s in self.peers.items()]
 
     def as_json(self) -> dict[str, Any]:
