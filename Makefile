@@ -84,7 +84,7 @@ sanitize-thread: $(TEST_TOOLS) gtest
 	$(CTEST) --preset tsan
 
 bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
-	$(VENV_PYTHON) bench/bit_filter.py
+	$(VENV_PYTHON) bench/bit.py
 	$(VENV_PYTHON) bench/dense.py
 	$(VENV_PYTHON) bench/sparse.py
 	$(VENV_PYTHON) bench/clifford.py
@@ -136,5 +136,5 @@ $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)
-	$(VENV_PYTHON) bench/install_peers.py
+	$(PIP) install --only-binary :all: "$$(echo build/wheel/*.whl)[bench]"
 	@touch $@

@@ -9,49 +9,26 @@ another process and runs the records on a bit filter. What is timed is checked f
 fetched must be those of a run here.
 """
 
+import argparse
 import importlib
 import statistics
 import sys
-import time
-from collections.abc import Callable, Sequence
 from contextlib import ExitStack
-from dataclasses import asdict, dataclass
 from functools import partial
 from pathlib import Path
 
 import numpy as np
-from harness import WrongResultError, argument_parser, at_least, best_seconds, write_document
+from gates import FIRST_FLAG
+from harness import Timer, WrongResultError, argument_parser, at_least, best_seconds, run, timed
 from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, program, read, reset
 from nimbrel.remote import WINDOW
+from report import Figure, Report
 
 NUM_QUBITS = 64
-FIRST_FLAG = 2
 SEED = 20_250_714
 TIMEOUT = 60.0
 LOOPBACK_WINDOW = 16_384
-POLL_MS = 10.0
-
-
-@dataclass(frozen=True)
-class Rate:
-    """How fast records run.
-
-    Attributes:
-        way: How they get to the filter that runs them.
-        records_per_second: The rate, to the outcome's arrival.
-    """
-
-    way: str
-    records_per_second: float
-
-
-@dataclass(frozen=True)
-class Latency:
-    """Milliseconds of one fetch of 64 flags: the shortest, the median and the longest."""
-
-    least: float
-    median: float
-    most: float
+FETCHES = 20  # for each round
 
 
 def flips(count: int) -> RecordArray:
@@ -69,11 +46,6 @@ def run_here(sim: Simulator, records: RecordArray) -> int:
     return sim.flags(FIRST_FLAG, NUM_QUBITS)
 
 
-def run_there(sim: Simulator, records: RecordArray) -> int:
-    """The outcome from the service."""
-    return sim.fetch(FIRST_FLAG, NUM_QUBITS, records)
-
-
 def connected(address: tuple[str, int], window: int) -> Simulator:
     """A client of the service."""
     sim = Simulator("StreamConnect")
@@ -81,81 +53,52 @@ def connected(address: tuple[str, int], window: int) -> Simulator:
     return sim
 
 
-def rates(address: tuple[str, int], count: int, repeats: int) -> list[Rate]:
-    """Check every way, then time them in turn.
-
-    Raises:
-        WrongResultError: If two ways have different outcomes.
-    """
+def rates(address: tuple[str, int], count: int, repeats: int) -> list[Figure]:
+    """Check every way to run records, then time them in turn."""
     records = flips(count)
     with ExitStack() as open_filters:
         here = open_filters.enter_context(Simulator("StreamBitQPU"))
-        ways: dict[str, Callable[[], int]] = {
-            "on a filter of this process": partial(run_here, here, records)
-        }
+        ways = {"on a filter of this process": partial(run_here, here, records)}
         for window in (WINDOW, LOOPBACK_WINDOW):
-            there = open_filters.enter_context(connected(address, window))
-            ways[f"by the service, window {window}"] = partial(run_there, there, records)
+            client = open_filters.enter_context(connected(address, window))
+            fetch = partial(client.fetch, FIRST_FLAG, NUM_QUBITS, records)
+            ways[f"by the service, window {window}"] = fetch
         if len({way() for way in ways.values()}) != 1:
             raise WrongResultError("the service's outcome differs from the one here")
-        seconds = best_seconds([partial(_drop_result, way) for way in ways.values()], repeats)
-    return [Rate(name, count / best) for name, best in zip(ways, seconds, strict=True)]
+        seconds = best_seconds([timed(way) for way in ways.values()], repeats)
+    return [
+        Figure(name, count / best, "records/s") for name, best in zip(ways, seconds, strict=True)
+    ]
 
 
-def _drop_result(call: Callable[[], object]) -> None:
-    call()
-
-
-def latency(address: tuple[str, int], repeats: int) -> Latency:
-    """Time single fetches, each checked.
-
-    Raises:
-        WrongResultError: If one has another value than was written.
-    """
-    milliseconds = []
+def fetch_times(address: tuple[str, int], rounds: int) -> list[Figure]:
+    """Time single fetches, each checked."""
     with connected(address, WINDOW) as sim:
-        expected = run_there(sim, flips(WINDOW))
-        for _ in range(repeats):
-            start = time.perf_counter()
-            fetched = sim.fetch(FIRST_FLAG, NUM_QUBITS)
-            milliseconds.append(1e3 * (time.perf_counter() - start))
-            if fetched != expected:
+        expected = sim.fetch(FIRST_FLAG, NUM_QUBITS, flips(WINDOW))
+
+        def fetch() -> None:
+            if sim.fetch(FIRST_FLAG, NUM_QUBITS) != expected:
                 raise WrongResultError("a fetch has another value than was measured")
-    return Latency(min(milliseconds), statistics.median(milliseconds), max(milliseconds))
+
+        timer: Timer = timed(fetch)
+        seconds = [timer() for _ in range(rounds)]
+    figures = {"least": min(seconds), "median": statistics.median(seconds), "most": max(seconds)}
+    unit = f"ms for {NUM_QUBITS} flags"
+    return [Figure(f"one fetch, {name}", 1e3 * each, unit) for name, each in figures.items()]
 
 
-def report(found: Sequence[Rate], fetch: Latency, count: int) -> None:
-    """Print all figures."""
-    print(f"{count:,} records over loopback, best of all rounds")
-    for rate in found:
-        print(f"{rate.way:<36}{rate.records_per_second:>14,.0f} records/s")
-    print(f"one fetch of {NUM_QUBITS} flags; the filter polls every {POLL_MS:g} ms")
-    print(f"{'least, median, most':<36}", end="")
-    print(f"{fetch.least:>6.2f}{fetch.median:>8.2f}{fetch.most:>8.2f} ms")
-
-
-def main() -> int:
-    """Run the benchmark; returns the exit status."""
-    parser = argument_parser("Time the connect filter.", repeats=5)
-    parser.add_argument(
-        "--records", type=at_least(3), default=200_000, help="records of the program"
-    )
-    arguments = parser.parse_args()
+def benchmark(arguments: argparse.Namespace, report: Report) -> None:
+    """Start the service and time it."""
     sys.path.append(str(Path(__file__).parents[1] / "examples"))
     running_service = importlib.import_module("service_process").running_service
-    try:
-        with running_service("--filter", "StreamBitQPU", "--quiet") as address:
-            found = rates(address, arguments.records, arguments.repeats)
-            fetch = latency(address, 20 * arguments.repeats)
-    except (WrongResultError, OSError) as error:
-        print(f"connect.py: {error}", file=sys.stderr)
-        return 1
-    report(found, fetch, arguments.records)
-    if arguments.json is not None:
-        document = {"rates": [asdict(rate) for rate in found], "fetch_ms": asdict(fetch)}
-        write_document(arguments.json, document)
-    return 0
+    with running_service("--filter", "StreamBitQPU", "--quiet") as address:
+        figures = rates(address, arguments.records, arguments.repeats)
+        figures += fetch_times(address, FETCHES * arguments.repeats)
+    report.add_figures(f"{arguments.records:,} records over loopback, best of all rounds", figures)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    parser = argument_parser(__doc__, repeats=5)
+    count = "records of the program"
+    parser.add_argument("--records", type=at_least(3), default=200_000, help=count)
+    sys.exit(run(benchmark, parser.parse_args()))

@@ -1,4 +1,4 @@
-"""Compare the dense filter with other state-vector simulators.
+"""Compare the dense filter with other state-vector simulators, and time it alone.
 
     python bench/dense.py [--qubits N,N,...] [--gates NAME,...] [--peers NAME,...] [--quick]
                           [--threads N] [--json PATH] [--plot PATH]
@@ -9,124 +9,105 @@ measurement of one qubit and a mixed random circuit, in double precision on regi
 fastest of PennyLane-Lightning, Qulacs and Qiskit Aer without fusion. Every simulator's result
 is checked before it is timed, all start from the same state, and all take turns. Everyone has
 its default threads unless --threads says otherwise. The peers come with `pip install
-nimbrel[bench]`; one that is not there is named and left out.
+nimbrel[bench]`; one that is not there is named and left out. At the end the engine is timed alone,
+by dense_alone.py.
 """
 
 import argparse
 import importlib
-import importlib.metadata
 import os
 import sys
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
+from functools import partial
 from pathlib import Path
 from typing import Any
 
-from dense_model import (
-    LARGEST_MODEL,
-    Amplitudes,
-    MismatchError,
-    after_gates,
-    after_measurement,
-    compare,
-    random_state,
-)
-from dense_report import BATCHED, ENGINE, Cell, print_misses, print_tables, write_json, write_plot
-from dense_simulator import Simulator
-from dense_tasks import TASKS, Task
-from dense_timing import FULL, QUICK, Effort, time_cell
+import engine
+import harness
+import numpy as np
+import peers
+from dense_alone import alone_figures
+from gates import DENSE_SEED, DENSE_TASKS, Gate, dense_gates
+from models import after_gates, after_measurement, random_state
+from report import BATCHED, ENGINE, Comparison, Report, print_table
 
 QUBITS = (4, 8, 10, 12, 13, 14, 16, 18, 20, 22, 24)
 QUICK_QUBITS = (4, 10, 13, 16, 20)
-RECORD_QUBITS = (4, 6)
 BATCHED_QUBITS = 20  # above, one call cannot be told from many
-RESET_QUBITS = (6, 12, 16, 20)
-MEMORY_QUBITS = 22  # from here on a state does not fit a cache
-
-# Name -> module, class, distribution.
-PEERS = {
-    "lightning": ("dense_peers_lightning", "Lightning", "pennylane-lightning"),
-    "qulacs": ("dense_peers_qulacs", "Qulacs", "qulacs"),
-    "aer": ("dense_peers_aer", "Aer", "qiskit-aer"),
-}
-ENGINES = {
-    ENGINE: ("dense_engine", "Engine", "nimbrel"),
-    BATCHED: ("dense_engine", "BatchedEngine", "nimbrel"),
-}
+LARGEST_MODEL = 12  # qubits; above, the simulators are compared with one another
+TOLERANCE = 1e-10  # norm of the difference of two states of norm 1
+PEERS = ("lightning", "qulacs", "aer")
+TIME_UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 
 
-class Roster:
-    """The simulators that can be had, and why others cannot.
-
-    Attributes:
-        versions: Name -> version, or "missing: " and the reason.
-    """
-
-    def __init__(self, names: Sequence[str], threads: int | None) -> None:
-        self._threads = threads
-        self._classes: dict[str, Any] = {}
-        self.versions: dict[str, str] = {}
-        for name in names:
-            module, class_name, distribution = (ENGINES | PEERS)[name]
-            try:
-                self._classes[name] = getattr(importlib.import_module(module), class_name)
-                self._classes[name](2, threads).close()
-                self.versions[name] = importlib.metadata.version(distribution)
-            except (ImportError, OSError, RuntimeError) as error:
-                self._classes.pop(name, None)
-                self.versions[name] = f"missing: {error}"
-
-    def __contains__(self, name: str) -> bool:
-        """Whether a simulator can be had."""
-        return name in self._classes
-
-    def registers(self, num_qubits: int) -> list[Simulator]:
-        """A register in each simulator; a batch is left out where a call costs nothing."""
-        return [
-            make(num_qubits, self._threads)
-            for name, make in self._classes.items()
-            if name != BATCHED or num_qubits <= BATCHED_QUBITS
-        ]
-
-
-def check(simulators: Sequence[Simulator], task: Task, num_qubits: int, start: Amplitudes) -> None:
+def check(registers: dict[str, peers.DenseRegister], task: str, start: peers.Amplitudes) -> None:
     """Check a task's result in every simulator and leave each in a state of norm 1.
 
-    Small registers are compared with the model, large ones with the first simulator, which
-    has agreed with the model on the small ones.
+    Small registers are compared with the model, large ones with the first simulator, which has
+    agreed with the model on the small ones. Of measurements one alone is checked.
 
     Raises:
-        MismatchError: If a result differs.
+        WrongResultError: If a result differs.
     """
-    gates = task.check_gates(num_qubits)
-    measured = gates[0].qubits[0] if gates[0].name == "MEASURE" else None
-    expected: Amplitudes | None = None
-    if measured is None and num_qubits <= LARGEST_MODEL:
+    num_qubits = len(start).bit_length() - 1
+    middle = num_qubits // 2
+    gates = [Gate("MEASURE", (middle,))] if task == "MEASURE" else dense_gates(task, num_qubits)
+    expected: peers.Amplitudes | None = None
+    if task != "MEASURE" and num_qubits <= LARGEST_MODEL:
         expected = after_gates(start, gates)
-    for simulator in simulators:
-        simulator.load(start)
-        simulator.apply(gates)
-        found = simulator.state()
-        if measured is not None:
-            expected = after_measurement(start, measured, found)
-            simulator.load(start)
+    for name, register in registers.items():
+        register.load(start)
+        register.apply(gates)
+        found = register.state()
+        if task == "MEASURE":
+            expected = after_measurement(start, middle, found)
+            register.load(start)
         elif expected is None:
             expected = found
-            continue
-        compare(found, expected, f"{task.name} on {num_qubits} qubits in {simulator.name}")
+        distance = float(np.linalg.norm(found - expected))
+        if not distance <= TOLERANCE:  # also when it is not a number
+            what = f"{task} on {num_qubits} qubits in {name}"
+            raise harness.WrongResultError(f"{what}: the state differs by {distance:.2g}")
 
 
-def run_width(roster: Roster, tasks: Sequence[Task], num_qubits: int, effort: Effort) -> list[Cell]:
+def time_task(
+    registers: dict[str, peers.DenseRegister], task: str, num_qubits: int, effort: harness.Effort
+) -> Comparison:
+    """Time one task on every simulator; the times are those of one gate."""
+    lists = [dense_gates(task, num_qubits)]
+    figure_gates = len(lists[0])
+    if task == "MEASURE":  # the time of the Hadamards is taken off
+        lists.append(dense_gates("H", num_qubits))
+        figure_gates -= num_qubits
+    contenders = {}
+    for name, register in registers.items():
+        limit = max(1, register.max_gates // len(lists[0]))
+        timers = [register.timer(gates) for gates in lists]
+        contenders[name] = [harness.BestTime(timer, effort, limit) for timer in timers]
+    times = harness.time_in_turns(contenders, effort)
+    seconds = {name: each / figure_gates for name, each in times.items()}
+    return Comparison(task, num_qubits, seconds)
+
+
+def compare(
+    classes: dict[str, Any], num_qubits: int, arguments: argparse.Namespace
+) -> list[Comparison]:
     """Check and time all tasks on one width."""
-    simulators = roster.registers(num_qubits)
-    start = random_state(num_qubits)
-    cells = []
-    for task in tasks:
-        show(f"{num_qubits} qubits, {task.name}")
-        check(simulators, task, num_qubits, start)
-        cells.append(Cell(task.name, num_qubits, time_cell(simulators, task, num_qubits, effort)))
-    for simulator in simulators:
-        simulator.close()
-    return cells
+    registers = {
+        name: make(num_qubits, arguments.threads)
+        for name, make in classes.items()
+        if name != BATCHED or num_qubits <= BATCHED_QUBITS
+    }
+    start = random_state(num_qubits, DENSE_SEED)
+    effort = harness.QUICK if arguments.quick else harness.FULL
+    found = []
+    for task in arguments.gates:
+        show(f"{num_qubits} qubits, {task}")
+        check(registers, task, start)
+        found.append(time_task(registers, task, num_qubits, effort))
+    for register in registers.values():
+        register.close()
+    return found
 
 
 def show(text: str) -> None:
@@ -135,58 +116,95 @@ def show(text: str) -> None:
         print(f"\r{text:<40}", end="", file=sys.stderr, flush=True)
 
 
-def measure_engine(widths: Sequence[int], threads: int | None) -> dict[str, Any]:
-    """Measure and print what concerns this engine alone."""
-    machine = importlib.import_module("dense_machine")
-    show("records and calls")
-    figures: dict[str, Any] = {
-        "record_ns": {width: machine.record_figures(width) for width in RECORD_QUBITS},
-        "call_ns": machine.call_figure(RECORD_QUBITS[0]),
-        "reset": {width: machine.reset_figures(width) for width in RESET_QUBITS},
-    }
-    if max(widths) >= MEMORY_QUBITS:
-        figures["bandwidth"] = machine.bandwidth_figures(max(widths), threads)
-    for width, record in figures["record_ns"].items():
-        parts = ", ".join(f"{name} {value:.0f}" for name, value in record.items())
-        print(f"\nrecords in an array, {width} qubits (goal: 100 ns or less): {parts}", end="")
-    print(
-        f"\ncall of one record beyond the record (goal: 250 ns or less): {figures['call_ns']:.0f}"
+def print_comparisons(cells: Sequence[Comparison]) -> None:
+    """Print the ratios, those of whole arrays, the times behind them, and the cells missed."""
+    title = "one record a call over the fastest peer's call; goal 1.00 or less, * misses it"
+    _print_grid(title, cells, lambda cell: _ratio_text(cell.over_fastest()))
+    title = "for information: one call for the whole list, over the fastest peer"
+    _print_grid(title, cells, lambda cell: _ratio_text(cell.over_fastest(BATCHED)))
+    title = "fastest peer: l Lightning, q Qulacs, a Aer; time of one gate"
+    _print_grid(title, cells, lambda cell: _time_text(cell.peers, cell.fastest_peer, letter=True))
+    title = "this engine, one record a call; time of one gate"
+    _print_grid(title, cells, lambda cell: _time_text(cell.seconds, ENGINE))
+    ratios = {f"{cell.task}/{cell.num_qubits}": cell.over_fastest() for cell in cells}
+    judged = {name: ratio for name, ratio in ratios.items() if ratio is not None}
+    missed = [f"{name} {ratio:.2f}" for name, ratio in judged.items() if ratio > 1]
+    if judged:
+        print(f"\n{len(judged) - len(missed)} of {len(judged)} cells reach 1.00")
+    if missed:
+        print("above: " + ", ".join(missed))
+
+
+def _print_grid(title: str, cells: Sequence[Comparison], text: Callable[[Comparison], str]) -> None:
+    widths = sorted({cell.num_qubits for cell in cells})
+    placed = {(cell.task, cell.num_qubits): text(cell) for cell in cells}
+    tasks = dict.fromkeys(cell.task for cell in cells)
+    rows = [[task, *(placed[task, width] for width in widths)] for task in tasks]
+    print_table(title, [["qubits", *map(str, widths)], *rows], "<" + ">" * len(widths))
+
+
+def _ratio_text(ratio: float | None) -> str:
+    return "-" if ratio is None else f"{ratio:.2f}{'*' if ratio > 1 else ' '}"
+
+
+def _time_text(times: dict[str, float], name: str | None, *, letter: bool = False) -> str:
+    if name not in times:
+        return "-"
+    seconds = times[name]
+    unit = next((unit for unit, size in TIME_UNITS.items() if seconds < 999.5 * size), "s")
+    return f"{seconds / TIME_UNITS[unit]:.3g}{unit}{name[0] if letter else ''}"
+
+
+def write_plot(path: Path, cells: Sequence[Comparison]) -> None:
+    """Draw the time of a gate over the width, one panel per task, as a PNG.
+
+    Raises:
+        ImportError: If matplotlib is missing.
+    """
+    importlib.import_module("matplotlib").use("Agg")  # no display is needed
+    pyplot = importlib.import_module("matplotlib.pyplot")
+    tasks = list(dict.fromkeys(cell.task for cell in cells))
+    columns = min(3, len(tasks))
+    rows = -(-len(tasks) // columns)
+    size = (4.2 * columns, 3.2 * rows)
+    figure, panels = pyplot.subplots(
+        rows, columns, figsize=size, squeeze=False, layout="constrained"
     )
-    for width, reset in figures["reset"].items():
-        print(
-            f"reset of the same shape, {width} qubits: {reset['microseconds']:.1f} us, "
-            f"{reset['page_faults']} page faults"
-        )
-    if "bandwidth" in figures:
-        print_bandwidth(figures["bandwidth"])
-    return figures
+    for panel, task in zip(panels.flat, tasks, strict=False):
+        mine = [cell for cell in cells if cell.task == task]
+        for name in dict.fromkeys(name for cell in mine for name in cell.seconds):
+            points = [(c.num_qubits, 1e9 * c.seconds[name]) for c in mine if name in c.seconds]
+            style = {ENGINE: "o-", BATCHED: "o:"}.get(name, ".-")
+            panel.plot(*zip(*points, strict=True), style, label=name)
+        panel.set(title=task, xlabel="qubits", ylabel="ns per gate", yscale="log")
+        panel.grid(alpha=0.3)
+    for panel in panels.flat[len(tasks) :]:
+        panel.set_axis_off()
+    panels.flat[0].legend(fontsize="small")
+    figure.savefig(path, dpi=130)
+    pyplot.close(figure)
 
 
-def print_bandwidth(figures: dict[str, float]) -> None:
-    """Print what gates reach of the memory's bandwidth."""
-    print(
-        f"{figures['num_qubits']} qubits: scaling loop {figures['loop_gb_per_s']:.1f} GB/s; "
-        f"Hadamard {figures['hadamard_percent']:.0f} % of it (goal at 24: 85 or more), worst "
-        f"target {figures['hadamard_worst_percent']:.0f} %\n"
-        f"time over a Hadamard's: CNOT {figures['cnot_over_hadamard']:.2f}, "
-        f"T {figures['t_over_hadamard']:.2f}; each touches half of the amplitudes"
-    )
-
-
-def parse_arguments() -> argparse.Namespace:
-    """The command line; lists are checked here."""
-    parser = argparse.ArgumentParser(description="Compare the dense filter with its peers.")
-    parser.add_argument("--qubits", help="widths, such as 4,16,24", type=_widths)
-    parser.add_argument("--gates", type=_names([task.name for task in TASKS]))
-    parser.add_argument("--peers", type=_names(list(PEERS)), default=list(PEERS))
-    parser.add_argument("--quick", action="store_true", help="fewer widths and shorter runs")
-    parser.add_argument("--threads", type=int, help="threads of every simulator")
-    parser.add_argument("--json", type=Path, metavar="PATH", help="write the figures there")
-    parser.add_argument("--plot", type=Path, metavar="PATH", help="draw them there, as PNG")
-    arguments = parser.parse_args()
-    if arguments.threads is not None and arguments.threads < 1:
-        parser.error("--threads must be 1 or more")
-    return arguments
+def benchmark(arguments: argparse.Namespace, report: Report) -> None:
+    """Compare, then time the engine alone."""
+    if arguments.threads is not None:  # read by the peers when they are imported
+        for variable in ("OMP_NUM_THREADS", "QULACS_NUM_THREADS"):
+            os.environ[variable] = str(arguments.threads)
+    classes, versions = peers.load("Dense", arguments.peers)
+    report.add_simulators(versions)
+    simulators = {ENGINE: engine.Dense, BATCHED: engine.BatchedDense} | classes
+    widths = arguments.qubits or (QUICK_QUBITS if arguments.quick else QUBITS)
+    for width in widths:
+        report.comparisons += compare(simulators, width, arguments)
+    show("")
+    print_comparisons(report.comparisons)
+    title = "the dense filter alone"
+    report.add_figures(title, alone_figures(max(widths), arguments.threads))
+    if arguments.plot is not None:
+        try:
+            write_plot(arguments.plot, report.comparisons)
+        except ImportError as error:
+            print(f"dense.py: nothing drawn: {error}", file=sys.stderr)
 
 
 def _widths(text: str) -> list[int]:
@@ -196,47 +214,25 @@ def _widths(text: str) -> list[int]:
     return widths
 
 
-def _names(known: list[str]) -> Any:
-    def parse(text: str) -> list[str]:
-        names = text.split(",")
-        unknown = [name for name in names if name not in known]
-        if unknown:
-            raise argparse.ArgumentTypeError(f"{unknown[0]} is none of {', '.join(known)}")
-        return names
-
-    return parse
+def _names(known: Sequence[str], text: str) -> list[str]:
+    names = text.split(",")
+    unknown = [name for name in names if name not in known]
+    if unknown:
+        raise argparse.ArgumentTypeError(f"{unknown[0]} is none of {', '.join(known)}")
+    return names
 
 
-def main() -> int:
-    """Run the benchmark; returns the exit status."""
-    arguments = parse_arguments()
-    if arguments.threads is not None:  # read by the peers when they are imported
-        for variable in ("OMP_NUM_THREADS", "QULACS_NUM_THREADS"):
-            os.environ[variable] = str(arguments.threads)
-    roster = Roster([*ENGINES, *arguments.peers], arguments.threads)
-    for name, version in roster.versions.items():
-        print(f"{name:<10} {version}")
-    widths = arguments.qubits or (QUICK_QUBITS if arguments.quick else QUBITS)
-    tasks = [task for task in TASKS if arguments.gates is None or task.name in arguments.gates]
-    effort = QUICK if arguments.quick else FULL
-    try:
-        cells = [cell for width in widths for cell in run_width(roster, tasks, width, effort)]
-    except MismatchError as error:
-        print(f"dense.py: {error}", file=sys.stderr)
-        return 1
-    show("")
-    print_tables(cells)
-    print_misses(cells)
-    figures = measure_engine(widths, arguments.threads) if ENGINE in roster else {}
-    if arguments.json is not None:
-        write_json(arguments.json, cells, roster.versions, figures)
-    if arguments.plot is not None:
-        try:
-            write_plot(arguments.plot, cells)
-        except ImportError as error:
-            print(f"dense.py: nothing drawn: {error}", file=sys.stderr)
-    return 0
+def parse_arguments() -> argparse.Namespace:
+    """The command line; lists are checked here."""
+    parser = harness.argument_parser(__doc__)
+    parser.add_argument("--qubits", help="widths, such as 4,16,24", type=_widths)
+    parser.add_argument("--gates", type=partial(_names, DENSE_TASKS), default=DENSE_TASKS)
+    parser.add_argument("--peers", type=partial(_names, PEERS), default=PEERS)
+    parser.add_argument("--quick", action="store_true", help="fewer widths and shorter runs")
+    parser.add_argument("--threads", type=harness.at_least(1), help="threads of every simulator")
+    parser.add_argument("--plot", type=Path, metavar="PATH", help="draw them there, as PNG")
+    return parser.parse_args()
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(harness.run(benchmark, parse_arguments()))

@@ -1,119 +1,144 @@
-"""What benchmarks share: arguments, fair timing, tables, figures for machines."""
+"""What all benchmarks share: the command line and the timing in turns.
+
+The timing loops are this module's own. pyperf runs each benchmark in processes of its own; the
+simulators compared here take turns in one process, and some are timed by their own clock.
+"""
 
 import argparse
-import json
-import platform
 import sys
 import time
-from collections.abc import Callable, Mapping, Sequence
-from dataclasses import asdict, dataclass
+from collections.abc import Callable, Sequence
+from dataclasses import dataclass
+from functools import partial
 from pathlib import Path
-from typing import Any, Generic, TypeVar
+from typing import TypeAlias
 
-import numpy as np
+from report import Report
 
-Compared = TypeVar("Compared")
+Timer: TypeAlias = Callable[[], float]
+"""Runs something once and returns the seconds that it took."""
+RepeatTimer: TypeAlias = Callable[[int], float]
+"""Runs something as often as it is told and returns the seconds of all runs together."""
 
-
-@dataclass(frozen=True)
-class Goal:
-    """What a task should reach.
-
-    Attributes:
-        rate: Least rate on every width, in million records per second.
-        spread: Most that the ratio of the widths may differ from 1.
-    """
-
-    rate: float
-    spread: float
-
-
-@dataclass(frozen=True)
-class Result:
-    """What a task reached.
-
-    Attributes:
-        task: What was timed.
-        goal: What it should reach; None when nothing is promised.
-        rates: Width of the register in qubits -> million records per second.
-    """
-
-    task: str
-    goal: Goal | None
-    rates: dict[int, float]
-
-    @property
-    def ratio(self) -> float:
-        """Rate on the widest register over the rate on the narrowest."""
-        return self.rates[max(self.rates)] / self.rates[min(self.rates)]
-
-    @property
-    def verdict(self) -> str:
-        """Whether the goal was met, in a word; empty without a goal."""
-        if self.goal is None:
-            return ""
-        fast = min(self.rates.values()) >= self.goal.rate
-        return "met" if fast and abs(self.ratio - 1) <= self.goal.spread else "MISSED"
+HOPELESS = 2.0  # times the fastest: such a contender gets no second long run
+LONG_RUN = 0.2  # seconds
+LEAST_SECONDS = 1e-7
+MOST_REPETITIONS = 1_000_000
+MOST_GROWTH = 20  # of the repetitions from one run to the next
+MOST_WARM_UPS = 8
+SETTLE_SECONDS = 0.005  # before a run, so that idle threads of the one before stop spinning
 
 
 class WrongResultError(Exception):
-    """What was to be timed gives another result than the one known."""
+    """What was to be timed has another result than the one known."""
+
+
+def seconds_of(call: Callable[[], object]) -> float:
+    """The time that a call takes."""
+    start = time.perf_counter()
+    call()
+    return time.perf_counter() - start
+
+
+def timed(call: Callable[[], object]) -> Timer:
+    """A timer of a call."""
+    return partial(seconds_of, call)
+
+
+def best_seconds(timers: Sequence[Timer], rounds: int) -> list[float]:
+    """The least time of each timer over several rounds.
+
+    Every round runs all of them one after the other, so that a slow spell of the machine falls
+    on all alike.
+    """
+    best = [float("inf")] * len(timers)
+    for _ in range(rounds):
+        best = [min(least, timer()) for least, timer in zip(best, timers, strict=True)]
+    return best
 
 
 @dataclass(frozen=True)
-class Figure:
-    """One figure and what it should be.
+class Effort:
+    """How long the timing of a task by `time_in_turns` may take."""
 
-    Attributes:
-        name: What was measured.
-        value: The figure.
-        unit: Its unit, in words.
-        goal: The most that it may be.
+    run_seconds: float  # aimed at for one timed run, by repeating the task
+    rounds: int  # most rounds; in each, every contender has one run
+    task_seconds: float  # after this no further round is begun, but one is made in any case
+
+
+# Many short runs: one that nothing else on the machine disturbs is soon among them.
+FULL = Effort(run_seconds=0.004, rounds=12, task_seconds=1.0)
+QUICK = Effort(run_seconds=0.003, rounds=5, task_seconds=0.3)
+
+
+class BestTime:
+    """The least time of one repetition over all runs so far."""
+
+    def __init__(self, timer: RepeatTimer, effort: Effort, most_repetitions: int) -> None:
+        self._timer = timer
+        self._limit = most_repetitions
+        self._run_seconds = effort.run_seconds
+        self._repetitions = 1
+        self.best = float("inf")
+        self.last_run = 0.0
+        # The first run may be many times too slow, and a very short run tells little.
+        for _ in range(MOST_WARM_UPS):
+            self.run()
+            if self.best < float("inf"):
+                break
+
+    def run(self) -> None:
+        """Make one timed run, and choose the repetitions of the next one by its time."""
+        time.sleep(SETTLE_SECONDS)
+        # A time net of something else may come out as nothing or less.
+        self.last_run = max(self._timer(self._repetitions), LEAST_SECONDS)
+        each = self.last_run / self._repetitions
+        if self.last_run >= self._run_seconds / 4 or self._repetitions == self._limit:
+            self.best = min(self.best, each)
+        wanted = round(self._run_seconds / min(self.best, each))
+        self._repetitions = max(1, min(wanted, MOST_GROWTH * self._repetitions, self._limit))
+
+
+def time_in_turns(contenders: dict[str, list[BestTime]], effort: Effort) -> dict[str, float]:
+    """Time one task on several simulators.
+
+    Args:
+        contenders: Simulator -> its task, and further runs whose times are taken off.
+        effort: How long to try.
+
+    Returns:
+        Simulator -> best net time of one repetition in seconds. One whose time was lost in the
+        noise of what is taken off is left out.
     """
 
-    name: str
-    value: float
-    unit: str
-    goal: float
+    def measured() -> dict[str, float]:
+        times = {name: gross.best - sum(o.best for o in off)
+                 for name, (gross, *off) in contenders.items()}  # fmt: skip
+        return {name: seconds for name, seconds in times.items() if 0 < seconds < float("inf")}
 
-    @property
-    def verdict(self) -> str:
-        """Whether the goal was met, in a word."""
-        return "met" if self.value <= self.goal else "MISSED"
+    begin = time.perf_counter()
+    for round_number in range(effort.rounds):
+        if round_number >= 1 and time.perf_counter() - begin > effort.task_seconds:
+            break
+        best = measured()
+        limit = HOPELESS * min(best.values(), default=0.0)
+        for name, runs in contenders.items():
+            if sum(each.last_run for each in runs) < LONG_RUN or best.get(name, 0.0) <= limit:
+                for each in runs:
+                    each.run()
+    return measured()
 
 
-@dataclass(frozen=True)
-class PeerBenchmark(Generic[Compared]):
-    """A benchmark of one filter, alone and beside other simulators.
+def argument_parser(doc: str | None, repeats: int | None = None) -> argparse.ArgumentParser:
+    """A parser of the arguments that benchmarks share, with their usual number of rounds.
 
-    Attributes:
-        script: The file's name, which begins its errors.
-        description: What it times, in words.
-        measure: Takes the figures of the filter alone, in so many rounds.
-        print_figures: Prints them.
-        compare: Compares the filter with its peers, in so many rounds; none without a peer.
-        print_comparisons: Prints them.
-        json_name: What the comparisons are called in JSON.
-        as_json: A comparison's own figures for JSON.
+    The first line of `doc` describes the script. Without `repeats` it takes no such argument.
     """
-
-    script: str
-    description: str
-    measure: Callable[[int], list[Figure]]
-    print_figures: Callable[[Sequence[Figure]], None]
-    compare: Callable[[int], list[Compared]]
-    print_comparisons: Callable[[Sequence[Compared]], None]
-    json_name: str
-    as_json: Callable[[Compared], dict[str, Any]]
-
-
-def argument_parser(description: str, repeats: int) -> argparse.ArgumentParser:
-    """A parser of the arguments that every benchmark takes, with its usual number of rounds."""
-    parser = argparse.ArgumentParser(description=description)
-    parser.add_argument(
-        "--repeats", type=at_least(1), default=repeats, help="timed rounds; the best counts"
-    )
+    parser = argparse.ArgumentParser(description=(doc or "").partition("\n")[0])
     parser.add_argument("--json", type=Path, metavar="PATH", help="also write the figures there")
+    if repeats is not None:
+        rounds = "timed rounds; the best counts"
+        parser.add_argument("--repeats", type=at_least(1), default=repeats, help=rounds)
     return parser
 
 
@@ -129,90 +154,16 @@ def at_least(least: int) -> Callable[[str], int]:
     return integer
 
 
-def run_beside_peers(benchmark: PeerBenchmark[Any]) -> int:
-    """Run a benchmark by the command line's arguments; returns the exit status."""
-    parser = argument_parser(benchmark.description, repeats=15)
-    parser.add_argument("--alone", action="store_true", help="leave the peers out")
-    arguments = parser.parse_args()
+def run(
+    benchmark: Callable[[argparse.Namespace, Report], None], arguments: argparse.Namespace
+) -> int:
+    """Run a benchmark and write what it found where `--json` says; returns the exit status."""
+    report = Report()
     try:
-        figures = benchmark.measure(arguments.repeats)
-        benchmark.print_figures(figures)
-        comparisons = [] if arguments.alone else benchmark.compare(arguments.repeats)
-    except WrongResultError as error:
-        print(f"{benchmark.script}: {error}", file=sys.stderr)
+        benchmark(arguments, report)
+    except (WrongResultError, OSError) as error:
+        print(f"{Path(sys.argv[0]).name}: {error}", file=sys.stderr)
         return 1
-    if comparisons:
-        benchmark.print_comparisons(comparisons)
     if arguments.json is not None:
-        document = {
-            "engine": [asdict(figure) for figure in figures],
-            benchmark.json_name: [benchmark.as_json(each) for each in comparisons],
-        }
-        write_document(arguments.json, document)
+        report.write(arguments.json)
     return 0
-
-
-def seconds_of(call: Callable[[], object]) -> float:
-    """The time that a call takes."""
-    start = time.perf_counter()
-    call()
-    return time.perf_counter() - start
-
-
-def best_seconds(calls: Sequence[Callable[[], None]], repeats: int) -> list[float]:
-    """The least time of each call over several rounds.
-
-    Every round runs all calls one after the other, so that a slow spell of the machine
-    falls on all of them alike.
-    """
-    best = [float("inf")] * len(calls)
-    for _ in range(repeats):
-        for number, call in enumerate(calls):
-            best[number] = min(best[number], seconds_of(call))
-    return best
-
-
-def print_table(results: Sequence[Result]) -> None:
-    """Print one row per task: goal, rate on each width, ratio of the widths, verdict."""
-    widths = sorted(results[0].rates)
-    rates_head = "".join(f"{f'{width:,} qubits':>18}" for width in widths)
-    print("rates in million records/s, best of all rounds; ratio: widest over narrowest")
-    print(f"{'task':<16}{'goal':<22}{rates_head}{'ratio':>8}")
-    for result in results:
-        goal = result.goal
-        goal_text = f">= {goal.rate:g}, 1 +- {goal.spread:g}" if goal else "-"
-        rates = "".join(f"{result.rates[width]:>18.1f}" for width in widths)
-        line = f"{result.task:<16}{goal_text:<22}{rates}{result.ratio:>8.2f}  {result.verdict}"
-        print(line.rstrip())
-
-
-def print_figures(figures: Sequence[Figure]) -> None:
-    """Print one row per figure."""
-    for figure in figures:
-        goal = f"goal <= {figure.goal:g}"
-        print(f"{figure.name:<32}{figure.value:>8.2f} {figure.unit:<26}{goal:<14}{figure.verdict}")
-
-
-def write_json(path: Path, results: Sequence[Result]) -> None:
-    """Write the figures and what they were measured with as JSON.
-
-    Args:
-        path: File to write.
-        results: The tasks, in order.
-    """
-    document = {
-        "machine": platform.machine(),
-        "python": platform.python_version(),
-        "numpy": np.__version__,
-        "unit": "million records per second",
-        "results": [
-            {**asdict(result), "ratio": result.ratio, "verdict": result.verdict}
-            for result in results
-        ],
-    }
-    write_document(path, document)
-
-
-def write_document(path: Path, document: Mapping[str, Any]) -> None:
-    """Write figures as JSON."""
-    path.write_text(json.dumps(document, indent=2) + "\n", encoding="utf-8")

@@ -1,0 +1,141 @@
+"""What the dense engine reaches alone: cost of a record, a call and a reset, memory bandwidth.
+
+The bandwidth to hold it against is that of the plainest loop there is, measured in turn with the
+gates: NumPy multiplies a buffer as large as the state by a number, in place, one thread for each
+processor.
+"""
+
+import os
+import resource
+from collections.abc import Iterator
+from concurrent.futures import ThreadPoolExecutor
+from functools import partial
+from itertools import repeat
+from typing import Any
+
+import _lib_nb_sim
+import engine
+import nimbrel as nb
+import numpy as np
+from gates import DENSE_SEED, Gate, dense_gates, record_of
+from harness import Timer, best_seconds, seconds_of, timed
+from models import random_state
+from report import Figure
+
+RECORD_QUBITS = (4, 6)
+RESET_QUBITS = (6, 12, 16, 20)
+MEMORY_QUBITS = 22  # from here on a state does not fit a cache
+AMPLITUDE_BYTES = 16
+ROUNDS = 4
+ARRAY_RECORDS = 20_000
+
+
+def scaling_loop(num_bytes: int, threads: int) -> Timer:
+    """A timer of the in-place scaling of a buffer, shared out over threads."""
+    parts = np.array_split(np.ones(num_bytes // 8), threads)
+    pool = ThreadPoolExecutor(threads)
+
+    def scale(part: "np.ndarray[Any, np.dtype[np.float64]]") -> None:
+        np.multiply(part, -1.0, out=part)
+
+    return timed(lambda: list(pool.map(scale, parts)))
+
+
+def bandwidth_figures(num_qubits: int, threads: int | None) -> list[Figure]:
+    """Hold gates on a large register against the scaling loop."""
+    state_bytes = AMPLITUDE_BYTES << num_qubits
+    loop = scaling_loop(state_bytes, threads or len(os.sched_getaffinity(0)))
+    register = engine.Dense(num_qubits, threads)
+    register.load(random_state(num_qubits, DENSE_SEED))
+    lists = [[gate] for gate in dense_gates("H", num_qubits)]
+    lists += [dense_gates(name, num_qubits) for name in ("CNOT", "T")]
+    timers = [partial(register.timer(gates), 1) for gates in lists]
+    *loops, cnot, t = best_seconds([loop, loop, loop, *timers], ROUNDS)
+    register.close()
+    best_loop, hadamards = min(loops[:3]), loops[3:]
+    mean = sum(hadamards) / num_qubits
+    suffix = f"of the loop on {num_qubits} qubits"
+    goal = 85.0 if num_qubits == 24 else None
+    over = "times a Hadamard"
+    return [
+        Figure(f"scaling loop, {num_qubits} qubits", 2 * state_bytes / best_loop / 1e9, "GB/s"),
+        Figure("Hadamard", 100 * best_loop / mean, f"% {suffix}", None, goal),
+        Figure("Hadamard, worst target", 100 * best_loop / max(hadamards), f"% {suffix}"),
+        Figure("CNOT, half of the amplitudes", cnot / num_qubits / mean, over),
+        Figure("T, half of the amplitudes", t / num_qubits / mean, over),
+    ]
+
+
+def record_figures(num_qubits: int) -> Iterator[Figure]:
+    """Engine time of a record, from arrays of one gate on every target."""
+    register = engine.BatchedDense(num_qubits, None)
+    register.load(random_state(num_qubits, DENSE_SEED))
+    names = ("X", "H", "T", "RX", "RZ", "CNOT")
+    lists = [dense_gates(name, num_qubits) * (ARRAY_RECORDS // num_qubits) for name in names]
+    seconds = best_seconds([partial(register.timer(gates), 1) for gates in lists], 2 * ROUNDS)
+    register.close()
+    for name, gates, best in zip(names, lists, seconds, strict=True):
+        yield Figure(f"{name} in an array, {num_qubits} qubits", best / len(gates) * 1e9, "ns", 100)
+
+
+def call_figure(num_qubits: int) -> Figure:
+    """Time that a call with one record takes beyond the record itself (a Hadamard)."""
+    register = engine.Dense(num_qubits, None)
+    gate = Gate("H", (0,))
+    put, (handle, record, _) = register.call(gate)
+    batch = nb.program(*[record_of(gate)] * ARRAY_RECORDS)
+
+    def single() -> None:
+        for _ in repeat(None, ARRAY_RECORDS):
+            put(handle, record, 1)
+        register.finish()
+
+    def empty() -> None:
+        for _ in repeat(None, ARRAY_RECORDS):
+            pass
+
+    def batched() -> None:
+        put(handle, batch, ARRAY_RECORDS)
+        register.finish()
+
+    times = best_seconds([timed(call) for call in (single, empty, batched)], 3 * ROUNDS)
+    register.close()
+    beyond = (times[0] - times[1] - times[2]) / ARRAY_RECORDS * 1e9
+    return Figure("call of one record beyond the record", beyond, "ns", 250)
+
+
+def reset_figures(num_qubits: int) -> list[Figure]:
+    """Cost of a reset of the same shape from a state without zeros.
+
+    The page faults are those of all resets together: memory given back and taken anew would show
+    there.
+    """
+    register = engine.Dense(num_qubits, None)
+    state, record = random_state(num_qubits, DENSE_SEED), nb.reset(num_qubits)
+    handle, put, finish = register.handle, _lib_nb_sim.put_instructions, _lib_nb_sim.finish
+    best, faults = float("inf"), 0
+
+    def reset() -> None:
+        put(handle, record, 1)
+        finish(handle)
+
+    for number in range(2 * ROUNDS):
+        register.load(state)
+        before = resource.getrusage(resource.RUSAGE_SELF).ru_minflt
+        best = min(best, seconds_of(reset))
+        if number:  # the first round meets code that has never run
+            faults += resource.getrusage(resource.RUSAGE_SELF).ru_minflt - before
+    register.close()
+    name = f"reset of the same shape, {num_qubits} qubits"
+    return [Figure(name, best * 1e6, "us"), Figure(name, faults, "page faults")]
+
+
+def alone_figures(widest: int, threads: int | None) -> Iterator[Figure]:
+    """All that concerns this engine alone."""
+    for width in RECORD_QUBITS:
+        yield from record_figures(width)
+    yield call_figure(RECORD_QUBITS[0])
+    for width in RESET_QUBITS:
+        yield from reset_figures(width)
+    if widest >= MEMORY_QUBITS:
+        yield from bandwidth_figures(widest, threads)
