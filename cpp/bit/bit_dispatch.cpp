@@ -12,7 +12,7 @@ namespace {
 
 void OpFilter_BitQPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     const auto copies = reserve_record_copies(num_ops);
-    run_records_with_extensions(ops, num_ops, qpu, open_label,
+    run_records_with_extensions(ops, num_ops, qpu_base(), open_label,
                                 [this](const QPUOp& op) { dispatch(op); });
 }
 

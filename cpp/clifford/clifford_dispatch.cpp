@@ -2,7 +2,6 @@
 #include <string>
 
 #include "clifford/clifford_filter.h"
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"
@@ -26,7 +25,7 @@ unsigned long word(long flag) { return static_cast<unsigned long>(flag); }
 
 void OpFilter_CliffordQPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     const auto copies = reserve_record_copies(num_ops);
-    run_records_with_extensions(ops, num_ops, qpu, open_label,
+    run_records_with_extensions(ops, num_ops, qpu_base(), open_label,
                                 [this](const QPUOp& op) { dispatch(op); });
 }
 
@@ -105,16 +104,16 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
 // The size of the tableau is the low half of the word; the register keeps the whole. Only qubits of
 // the tableau can be reserved: entries for all that a wider word counts would not fit into memory.
 void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
-    qpu->num_qubits = qubits;
+    qpu_base().num_qubits = qubits;
     batch.clear();
     state.reset();
     const auto tableau_qubits = static_cast<unsigned>(qubits);
     require_memory_for_tableau(tableau_qubits);
     state = std::make_unique<StabilizerState>(tableau_qubits);
     if (qubits == state->num_qubits) {
-        qpu->clear_all_qints();
+        qpu_base().clear_all_qints();
     } else {
-        qpu->qint_table.assign(state->num_qubits, 0);
+        qpu_base().qint_table.assign(state->num_qubits, 0);
     }
 }
 

@@ -1,6 +1,5 @@
 #include <stdexcept>
 
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"
@@ -26,7 +25,7 @@ constexpr complex_t rooty_inv_matrix[4]{half_minus, half_minus, {-0.5, 0.5}, hal
 }  // namespace
 
 void OpFilter_SparseSVSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
-    run_records(ops, num_ops, qpu, open_label, [this](const QPUOp& op) { dispatch(op); });
+    run_records(ops, num_ops, &qpu_base(), open_label, [this](const QPUOp& op) { dispatch(op); });
 }
 
 void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
@@ -105,6 +104,7 @@ void OpFilter_SparseSVSim::reset(unsigned long qubits) {
     }
     num_qubits = qubits;
     qubit_mask = (1UL << qubits) - 1;
+    index_bits = qubit_mask;
     prune_threshold = 1e-25;
     replace_by(0);
 }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "core_register/core_register.h"
 #include "filter/op_filter.h"
 #include "filter/shared_records.h"
 
@@ -23,12 +24,12 @@ TEST(RecordLoop, AFilterWithoutARegisterTakesEveryJump) {
     QPUOp jump = record(OP_JUMP_FWD, 5);
     jump.cond_flag = -1;  // fails with any register
     unsigned long open_label = 0;
-    steer_program(jump, nullptr, open_label);
+    handle_jump_record(jump, nullptr, open_label);
     EXPECT_EQ(open_label, 5UL);
 
     const QPU qpu(0, nullptr);
     open_label = 0;
-    steer_program(jump, &qpu, open_label);
+    handle_jump_record(jump, &qpu, open_label);
     EXPECT_EQ(open_label, 0UL);
 }
 
