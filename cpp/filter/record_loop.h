@@ -34,7 +34,7 @@ void run_records(const QPUOp* ops, unsigned long num_ops, const QPU_Base* qpu,
         const QPUOp& op = ops[i];
         prefetch_passing(&op, records_ahead * sizeof(QPUOp));
         // The low byte is the same in all jump opcodes, so most records cost one comparison here.
-        if ((op.opcode & 0xFF) == jump_family) {
+        if ((op.opcode & 0xFF) == jump_low_byte) {
             handle_jump_record(op, qpu, open_label);
         } else if (open_label == 0) {
             dispatch(op);

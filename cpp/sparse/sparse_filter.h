@@ -5,6 +5,7 @@
 
 #include "filter/op_filter.h"
 #include "sparse/term.h"
+#include "support/gate_matrices.h"
 #include "support/sine_cosine.h"
 
 namespace Nimbrel {
@@ -115,7 +116,7 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     template <typename Gate>
     void mix_pairs(const Gate& gate, unsigned long target_mask, unsigned long cond_mask,
                    unsigned long cond_neg_mask);
-    void apply_matrix(const complex_t (&m)[4], const QPUOp& op);
+    void apply_matrix(const GateMatrix& m, const QPUOp& op);
     void rotate_x(const QPUOp& op);
     void rotate_y(const QPUOp& op);
     void rotate_z(const QPUOp& op);

@@ -177,13 +177,12 @@ void OpFilter_SparseSVSim::apply_matrix(const complex_t m[4], unsigned long targ
     mix_pairs(MatrixGate(m), target_mask, cond_mask, cond_neg_mask);
 }
 
-void OpFilter_SparseSVSim::apply_matrix(const complex_t (&m)[4], const QPUOp& op) {
-    apply_matrix(m, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
+void OpFilter_SparseSVSim::apply_matrix(const GateMatrix& m, const QPUOp& op) {
+    apply_matrix(m.data(), op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
 }
 
 void OpFilter_SparseSVSim::rotate_x(const QPUOp& op) {
-    const auto [s, c] = turns.of_half(op.angle);
-    apply_matrix({{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}}, op);
+    apply_matrix(rx_matrix(turns.of_half(op.angle)), op);
 }
 
 void OpFilter_SparseSVSim::rotate_y(const QPUOp& op) {
@@ -193,8 +192,7 @@ void OpFilter_SparseSVSim::rotate_y(const QPUOp& op) {
 }
 
 void OpFilter_SparseSVSim::rotate_z(const QPUOp& op) {
-    const auto [s, c] = turns.of_half(op.angle);
-    apply_matrix({{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}, op);
+    apply_matrix(rz_matrix(turns.of_half(op.angle)), op);
 }
 
 }  // namespace Nimbrel

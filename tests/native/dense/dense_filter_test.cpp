@@ -128,7 +128,7 @@ TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
         OpFilter_QPUSim beside;
         shape(*beside.qpu, 4, {0, false});
         load(*beside.qpu, uneven_state(16));
-        for (const unsigned long opcode : {OP_X, OP_Y, OP_HADAMARD, OP_RX, OP_T, OP_ROOTY}) {
+        for (const unsigned long opcode : {OP_X, OP_Y, OP_H, OP_RX, OP_T, OP_ROOTY}) {
             const QPUOp op = record(opcode, {.target_mask = 0b1011, .cond_mask = 0b0100});
             filter.put_instructions(&op, 1);
             beside.put_instructions(&op, 1);

@@ -83,8 +83,8 @@ TEST_F(Push, DropsWhatIsBelowTheThresholdAsItStands) {
 TEST_F(Push, NoGateLooksAtTheThreshold) {
     reset(2);
     filter.prune_threshold = 10.0;
-    run(OP_HADAMARD, {.target_mask = 0b11});
-    run(OP_HADAMARD, {.target_mask = 0b11});
+    run(OP_H, {.target_mask = 0b11});
+    run(OP_H, {.target_mask = 0b11});
     run(OP_READ, {.target_mask = 0b01});
     EXPECT_GT(filter.normalize(), 0.0);
     EXPECT_EQ(filter.terms.size(), 4UL);
