@@ -1,7 +1,6 @@
 #include <stdexcept>
 
 #include "bit/bit_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 
 namespace Nimbrel {
@@ -40,7 +39,7 @@ struct SwapTargets {
 
 bool OpFilter_BitQPUSim::prepare_gate(const QPUOp& op) {
     require_register();
-    if (!qpu->flag_condition(op.cond_flag)) return false;
+    if (!qpu_base().flag_condition(op.cond_flag)) return false;
     build_lists(op);
     require_inside(target_list);
     require_inside(cond_list);

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "bit/bit_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 #include "support/available_memory.h"
 
@@ -41,7 +40,7 @@ class PeakGrowth {
 
 void OpFilter_BitQPUSim::require_memory(unsigned long qubits) const {
     PeakGrowth growth;
-    growth.add(qpu->qint_table, qubits);
+    growth.add(qpu_base().qint_table, qubits);
     growth.add(bit_values, words_for_bits(qubits));
     growth.add(settled_bits, words_for_bits(qubits));
     if (const auto shortage = find_shortage(growth.bytes())) {
@@ -55,17 +54,17 @@ void OpFilter_BitQPUSim::reset(unsigned long qubits) {
     require_memory(qubits);
     const unsigned long words = words_for_bits(qubits);
     try {
-        qpu->qint_table.reserve(qubits);
+        qpu_base().qint_table.reserve(qubits);
         bit_values.reserve(words);
         settled_bits.reserve(words);
     } catch (const std::exception&) {
         refuse_register(qubits, "");
     }
     num_qubits = qubits;
-    qpu->num_qubits = qubits;
+    qpu_base().num_qubits = qubits;
     bit_values.assign(words, 0);
     settled_bits.assign(words, 0);
-    qpu->clear_all_qints();
+    qpu_base().clear_all_qints();
 }
 
 void OpFilter_BitQPUSim::require_register() const {
@@ -102,15 +101,15 @@ void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long ta
 }
 
 void OpFilter_BitQPUSim::take_extensions() {
-    if (!qpu->has_extensions()) return;
+    if (!qpu_base().has_extensions()) return;
     const auto append = [](std::vector<unsigned long>& list,
                            const std::vector<unsigned long>& more) {
         list.insert(list.end(), more.begin(), more.end());
     };
-    append(target_list, qpu->target_extensions);
-    append(cond_list, qpu->cond_extensions);
-    append(cond_neg_list, qpu->cond_neg_extensions);
-    qpu->clear_extensions();
+    append(target_list, qpu_base().target_extensions);
+    append(cond_list, qpu_base().cond_extensions);
+    append(cond_neg_list, qpu_base().cond_neg_extensions);
+    qpu_base().clear_extensions();
 }
 
 }  // namespace Nimbrel

@@ -2,7 +2,6 @@
 #include <limits>
 
 #include "bit/bit_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 
 namespace Nimbrel {
@@ -38,7 +37,7 @@ class ValueWords {
 
 void OpFilter_BitQPUSim::read(const QPUOp& op) {
     require_register();
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     build_lists(op);
     require_inside(target_list);
     publish_targets(op.read_flag);
@@ -49,7 +48,7 @@ void OpFilter_BitQPUSim::read(const QPUOp& op) {
 // Bit 4 asks for the check, and qubit debugging allows it.
 void OpFilter_BitQPUSim::free_qubits(const QPUOp& op) {
     constexpr unsigned long check_requested = 0x10;
-    const bool assert_zero = qpu->debug_qubits && (op.cond_mask & check_requested) != 0;
+    const bool assert_zero = qpu_base().debug_qubits && (op.cond_mask & check_requested) != 0;
     write(0, op.target_mask, op.cond_flag, 0, op.target_offset, op.cond_offset, assert_zero,
           static_cast<unsigned long>(op.read_flag), "free_nonzero_qubits");
 }
@@ -59,7 +58,7 @@ void OpFilter_BitQPUSim::write(unsigned long value, unsigned long target_mask, l
                                unsigned long cond_offset, bool assert_zero,
                                unsigned long event_word, const char* label) {
     require_register();
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     // The value travels where a gate has its controls, none of them negated.
     build_lists(target_mask, target_offset, value, 0, cond_offset);
     require_inside(target_list);
@@ -88,7 +87,7 @@ void OpFilter_BitQPUSim::publish_targets(long read_flag) {
     for_each_pair(target_list, [&](unsigned long mask, unsigned long word) {
         const unsigned long values = bit_values[word];
         for_each_bit(mask, [&](unsigned long bit) {
-            qpu->set_read_flag(static_cast<long>(flag), (values & bit) != 0 ? 1 : 0);
+            qpu_base().set_read_flag(static_cast<long>(flag), (values & bit) != 0 ? 1 : 0);
             ++flag;
         });
     });

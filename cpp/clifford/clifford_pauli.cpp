@@ -5,7 +5,6 @@
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
-#include "core_register/core_register.h"
 #include "support/bits.h"
 #include "support/convert.h"
 
@@ -66,9 +65,9 @@ void OpFilter_CliffordQPUSim::collect_pauli_masks(unsigned long x_mask, unsigned
                                   unsigned long PauliEntry::* part) {
         for (std::size_t i = 0; i < list.size(); i += 2) put_pauli_mask(list[i + 1], list[i], part);
     };
-    put_pairs(qpu->target_extensions, &PauliEntry::x_mask);
-    put_pairs(qpu->cond_extensions, &PauliEntry::z_mask);
-    qpu->clear_extensions();
+    put_pairs(qpu_base().target_extensions, &PauliEntry::x_mask);
+    put_pairs(qpu_base().cond_extensions, &PauliEntry::z_mask);
+    qpu_base().clear_extensions();
 }
 
 void OpFilter_CliffordQPUSim::queue_fold_letter(const PauliLetter& letter, unsigned long pivot) {
@@ -117,7 +116,7 @@ void OpFilter_CliffordQPUSim::ppr(double angle, unsigned long target_mask, unsig
         throw std::runtime_error("qc.ppr() cannot have condition masks in the Clifford sim.");
     }
     require_state();
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     if (angle == 0.0 || (target_mask | cond_mask) == 0) return;
     collect_pauli_masks(target_mask, cond_mask, target_offset, cond_offset);
     const unsigned long pivot = fold_product();
@@ -143,7 +142,7 @@ void OpFilter_CliffordQPUSim::turn_about_z(int angle, unsigned long qubit) {
 
 void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     require_state();
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     if ((op.target_mask | op.cond_mask) == 0) return;
     collect_pauli_masks(op.target_mask, op.cond_mask, op.target_offset, op.cond_offset);
     const unsigned long pivot = fold_product();
@@ -152,7 +151,7 @@ void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     const unsigned outcome = measure(pivot);
     if (inverted) queue(GateKind::x, pivot);
     unfold_product(pivot);
-    qpu->set_read_flag(op.read_flag, static_cast<long>(outcome));
+    qpu_base().set_read_flag(op.read_flag, static_cast<long>(outcome));
 }
 
 }  // namespace Nimbrel

@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
-#include "core_register/core_register.h"
 #include "support/bits.h"
 
 namespace Nimbrel {

@@ -3,8 +3,6 @@
 #include "module/methods.h"
 #include "module/wrapper.h"
 
-#include "core_register/core_register.h"
-
 namespace Nimbrel::Binding {
 
 PyObject* put_instructions(PyObject* /*module*/, PyObject* args) {
@@ -51,7 +49,7 @@ PyObject* fetch_read_result(PyObject* /*module*/, PyObject* args) {
         unsigned int count = 0;
         parse_arguments(args, "IiI", &handle, &first, &count);
         const OpFilter& filter = require_filter(handle);
-        const unsigned long flags = filter.qpu->fetch_read_result(first, count);
+        const unsigned long flags = filter.qpu_base().fetch_read_result(first, count);
         return Py_BuildValue("I", static_cast<unsigned int>(flags));
     });
 }

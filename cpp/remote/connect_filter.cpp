@@ -16,7 +16,6 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
 #include "remote/reply_stream.h"
@@ -179,7 +178,7 @@ void OpFilter_Connect::store_reply(const QPUOp& reply) {
     const unsigned long count = std::min(reply.cond_mask, 64UL);  // the word holds no more
     for (unsigned long i = 0; i < count; ++i) {
         if ((valid >> i & 1) == 0) continue;
-        qpu->set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));
+        qpu_base().set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));
     }
 }
 

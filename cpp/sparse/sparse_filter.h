@@ -5,6 +5,7 @@
 
 #include "filter/op_filter.h"
 #include "sparse/term.h"
+#include "support/gate_matrices.h"
 #include "support/sine_cosine.h"
 
 namespace Nimbrel {
@@ -19,14 +20,14 @@ namespace Nimbrel {
 /// Masks are 64 bits wide; bits outside the register have no effect. Angles are in degrees. The
 /// memory of the longest list so far, and as much again for ordering it, is kept until the filter
 /// ends. Everything runs on the caller's thread.
-class OpFilter_SparseSVSim : public OpFilter {
+class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
   public:
+    OpFilter_SparseSVSim();
     ~OpFilter_SparseSVSim() override = default;
 
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
 
-    /// Writes each term at its index, zeros elsewhere; `length` 0 leaves the rest as it is. Throws
-    /// when a stored term lies past the array.
+    /// Writes each term at its index, zeros elsewhere; `length` 0 leaves the rest as it is.
     void pull_state(complex_t* dest, std::string& info, unsigned long length) override;
 
     /// The amplitudes of the qubits in `mask`, packed, for that setting of all other qubits which
@@ -73,10 +74,22 @@ class OpFilter_SparseSVSim : public OpFilter {
     unsigned long num_qubits = 0;
     unsigned long qubit_mask = 0;
     double prune_threshold = 0.0;  ///< squared magnitude; no gate asks for it
+    unsigned long index_bits = 0;  ///< bits that may be set in the index of a term
     unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
     TermList terms;
 
   private:
+    ArrayNeeds pull_state_needs(unsigned long length) const override;
+    ArrayNeeds pull_state_specific_needs(unsigned long selector,
+                                         unsigned long length) const override;
+    ArrayNeeds check_state_needs(const complex_t* expected, unsigned long length,
+                                 double tolerance) const override;
+    ArrayNeeds peek_n_biggest_terms_needs(unsigned long count) const override;
+    ArrayNeeds peek_value_needs() const override;
+    /// Number of amplitudes in an array with a place for every stored term; may be more if an array
+    /// of that `length` is given.
+    unsigned long terms_spanned(unsigned long length) const;
+
     void dispatch(const QPUOp& op);
     void reset(unsigned long qubits);
 
@@ -103,7 +116,7 @@ class OpFilter_SparseSVSim : public OpFilter {
     template <typename Gate>
     void mix_pairs(const Gate& gate, unsigned long target_mask, unsigned long cond_mask,
                    unsigned long cond_neg_mask);
-    void apply_matrix(const complex_t (&m)[4], const QPUOp& op);
+    void apply_matrix(const GateMatrix& m, const QPUOp& op);
     void rotate_x(const QPUOp& op);
     void rotate_y(const QPUOp& op);
     void rotate_z(const QPUOp& op);
@@ -119,9 +132,6 @@ class OpFilter_SparseSVSim : public OpFilter {
     void clear(unsigned long target_mask, long cond_flag);
     void store_flags(long first_flag, unsigned long targets, unsigned long values);
     void replace_by(unsigned long index);
-
-    /// Room that a non-zero `length` or else the caller's own word gives for amplitudes.
-    unsigned long room_for_amplitudes(unsigned long length) const;
 
     TermList sort_space;  ///< scratch of pair walks, kept for its storage
     SineCosineMemo turns;

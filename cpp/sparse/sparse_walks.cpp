@@ -1,6 +1,5 @@
 // Gates that visit each term by itself: those that move keys and those that turn amplitudes. They
 // keep the list's order and length and allocate nothing.
-#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
@@ -56,14 +55,14 @@ void negate_amplitudes(TermList& terms, KeyPattern pattern) {
 }  // namespace
 
 void OpFilter_SparseSVSim::flip(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     flip_keys(terms, condition_of(op.cond_mask, op.cond_neg_mask), key_bits(op.target_mask));
 }
 
 // Three controlled flips. The targets are not counted: with one the outer two cancel, and with
 // more the upper ones move as a group. Only the middle flip has the gate's condition.
 void OpFilter_SparseSVSim::swap(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long first = key_bits(lowest_bit(op.target_mask));
     const unsigned long rest = key_bits(without_lowest_bit(op.target_mask));
     const KeyPattern outer{rest, rest};
@@ -92,7 +91,7 @@ void OpFilter_SparseSVSim::for_each_phase_target(unsigned long target_mask, unsi
 void OpFilter_SparseSVSim::apply_phase(double angle, unsigned long target_mask,
                                        unsigned long cond_mask, unsigned long cond_neg_mask,
                                        long cond_flag) {
-    if (!qpu->flag_condition(cond_flag) || angle == 0.0) return;
+    if (!qpu_base().flag_condition(cond_flag) || angle == 0.0) return;
     const auto [sine, cosine] = turns.of(angle);
     multiply_terms({cosine, sine}, target_mask, cond_mask, cond_neg_mask);
 }
@@ -105,13 +104,13 @@ void OpFilter_SparseSVSim::multiply_terms(complex_t factor, unsigned long target
 }
 
 void OpFilter_SparseSVSim::multiply_terms(complex_t factor, const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     multiply_terms(factor, op.target_mask, op.cond_mask, op.cond_neg_mask);
 }
 
 // By the sign bits and not by a product with -1, which would lose the sign of a NaN.
 void OpFilter_SparseSVSim::negate_terms(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     for_each_phase_target(op.target_mask, op.cond_mask, op.cond_neg_mask,
                           [&](KeyPattern pattern) { negate_amplitudes(terms, pattern); });
 }

@@ -1,6 +1,7 @@
 /// The part of the register object that every filter uses, whatever simulates behind it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,6 +55,10 @@ class QPU_Base {
     unsigned long num_qubits;
     bool debug_qubits = false;  ///< checked frees report qubits that are not zero
     OpFilter* owner;
+
+    /// Queues an event of the owner; empty for a register without an owner. A callback, because
+    /// filters use this class and not the other way round.
+    std::function<void(std::string name, std::string message, unsigned int code)> report_event;
 
     std::vector<unsigned long> read_flags;  ///< flag i is bit i & 63 of word i >> 6
     unsigned long read_flag_capacity = 0;   ///< modulus of all flag numbers

@@ -17,7 +17,7 @@ using namespace Nimbrel::Testing;
 
 using Polls = std::vector<std::vector<ReadAnswer>>;
 
-const std::string marker_bytes = bytes_of({record(OP_MARKER_0)});
+const std::string marker_bytes = bytes_of({record(OP_MARKER_10000000)});
 const std::string reply_bytes = bytes_of({reply(2, 4, 0b1011)});
 
 ReadAnswer bytes(const std::string& data) { return {data, 0}; }
