@@ -5,9 +5,10 @@ from collections.abc import Callable
 import nimbrel as nb
 import pytest
 
-from support.driver import NO_REGISTER, BitFilter, rec
+from models.opcodes import EXTEND, LELBOW, RELBOW, RESET, SWAP, X
+from models.program import NO_REGISTER
+from support.driver import BitFilter, rec
 
-X, SWAP = 0x05, 0x0C
 MORE = "qc.swap() has more than two target bits, must have exactly two."
 LESS = "qc.swap() has less than two target bits, must have exactly two."
 
@@ -114,7 +115,7 @@ def test_a_negation_without_conditions_is_not_looked_at(bits: BitFilter) -> None
 
 def test_no_targets_is_no_error(bits: BitFilter) -> None:
     start(bits, "10")
-    bits.run(rec(X), rec(0x14), rec(0x4014))
+    bits.run(rec(X), rec(LELBOW), rec(RELBOW))
     assert bits.state() == "10"
 
 
@@ -172,7 +173,7 @@ def test_a_swap_of_less_than_two(bits: BitFilter, mask: int) -> None:
 
 def test_a_swap_counts_the_bits_of_all_words(bits: BitFilter) -> None:
     start(bits, "0" * 70)
-    extension = rec(0x10000010, target_mask=0b11, target_offset=64)
+    extension = rec(EXTEND, target_mask=0b11, target_offset=64)
     bits.fails(MORE, extension, rec(SWAP, target_mask=1))
     bits.run(extension, rec(SWAP))
 
@@ -223,5 +224,5 @@ def test_a_reset_to_no_qubits(bits: BitFilter) -> None:
 
 def test_a_reset_obeys_no_condition(bits: BitFilter) -> None:
     start(bits, "11")
-    bits.run(rec(0x10000001, target_mask=3, cond_flag=-1, cond_mask=5))
+    bits.run(rec(RESET, target_mask=3, cond_flag=-1, cond_mask=5))
     assert bits.state() == "000"

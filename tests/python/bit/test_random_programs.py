@@ -8,19 +8,10 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import (
-    FREE,
-    LABEL,
-    READ,
-    REFUSED,
-    RESET,
-    WORD,
-    BitModel,
-    ModelError,
-    Record,
-    pack,
-    tagged,
-)
+from models.bit import REFUSED, BitModel
+from models.opcodes import FREE, LABEL, READ, RESET
+from models.program import ModelError
+from models.wire import WORD, Record, pack, tagged
 from programs.bit import RecordSource, program_lengths, random_width, wild_record
 from support.driver import BitFilter, failure_of, open_bit_filter
 

@@ -6,7 +6,8 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from support.driver import NO_REGISTER, BitFilter, raises_engine_error
+from models.program import NO_REGISTER
+from support.driver import BitFilter, raises_engine_error
 
 NO_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
 NO_MATCH = "qc.postselect() no non-zero terms match the desired value."

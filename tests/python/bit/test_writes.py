@@ -7,9 +7,9 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
+from models.opcodes import CLEAR, EXTEND, FREE, WRITE
 from support.driver import BitFilter, open_bit_filter, rec
 
-WRITE, CLEAR, FREE = 0x0B, 0x10000003, 0x10004003
 CHECK = 16
 
 
@@ -195,15 +195,13 @@ def test_one_event_for_each_offending_pair(bits: BitFilter) -> None:
 
 def test_a_qubit_in_two_pairs_is_reported_once(eight: BitFilter) -> None:
     eight.run(
-        rec(0x10000010, target_mask=0b111),
+        rec(EXTEND, target_mask=0b111),
         rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=4),
     )
     # The second pair finds qubit 0 freed already, but qubit 2 still at 1.
     assert codes(eight) == [4, 4]
     eight.run(nb.x(0))
-    eight.run(
-        rec(0x10000010, target_mask=1), rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=4)
-    )
+    eight.run(rec(EXTEND, target_mask=1), rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=4))
     assert codes(eight) == [4]
 
 

@@ -5,10 +5,11 @@ from types import ModuleType
 
 import pytest
 
-from models.dense import HADAMARD, PHASE, RZ
+from models.opcodes import PHASE, RZ, H
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 TEXTS = {
     PHASE: "qc.phase() has not been implemented for the Clifford sim.",
@@ -88,7 +89,7 @@ def test_a_turn_reaches_a_far_qubit(engine: ModuleType, low: int) -> None:
 def test_two_quarter_turns_are_a_half_turn(engine: ModuleType, low: int) -> None:
     with open_clifford(engine, 1) as one, open_clifford(engine, 1) as other:
         for filter_ in (one, other):
-            filter_.run(rec(HADAMARD, target_mask=1))
+            filter_.run(rec(H, target_mask=1))
         one.run(rec(low, target_mask=1, angle=90.0), rec(low, target_mask=1, angle=90.0))
         other.run(rec(low, target_mask=1, angle=180.0))
         assert one.tableau() == other.tableau()

@@ -6,8 +6,7 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import X
-from models.dense import HADAMARD
+from models.opcodes import H, X
 from support.clifford import CliffordFilter, open_clifford
 from support.driver import rec
 
@@ -19,7 +18,7 @@ def filter_(request: pytest.FixtureRequest, engine: ModuleType) -> Iterator[Clif
     """The defaults look at nothing, so a register makes no difference to them."""
     with open_clifford(engine, None if request.param == "no register" else 2) as driver:
         if request.param == "two qubits":
-            driver.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+            driver.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
         yield driver
 
 
@@ -93,7 +92,7 @@ def test_no_event_is_queued(filter_: CliffordFilter) -> None:
 
 def test_none_of_them_changes_the_tableau(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as driver:
-        driver.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+        driver.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
         before = driver.tableau()
         for name in ("normalize", "finish", "set_random"):
             driver.call(name)

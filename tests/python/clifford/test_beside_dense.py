@@ -12,18 +12,29 @@ from types import ModuleType
 
 import pytest
 
-from models import bit as m
-from models import dense as d
-from models.bit import Record, tagged
+from models import opcodes
+from models.clifford import NO_MATCH
+from models.wire import Record, tagged
 from programs.dense import random_flag, some_of
 from support.beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
-from support.clifford import NO_MATCH, CliffordFilter, open_clifford
+from support.clifford import CliffordFilter, open_clifford
 from support.dense import open_dense
 
 CLOSE = 1e-9
 PROGRAMS_EACH = 100
-TURNS = (d.S, d.S_INV, d.Z, d.PHASE, d.RZ)
-GATES = (d.HADAMARD, d.HADAMARD, d.Y, m.X, m.X, m.X, m.SWAP, d.PPR, d.PPR, *TURNS)
+TURNS = (opcodes.S, opcodes.S_INV, opcodes.Z, opcodes.PHASE, opcodes.RZ)
+GATES = (
+    opcodes.H,
+    opcodes.H,
+    opcodes.Y,
+    opcodes.X,
+    opcodes.X,
+    opcodes.X,
+    opcodes.SWAP,
+    opcodes.PPR,
+    opcodes.PPR,
+    *TURNS,
+)
 
 
 class Both(DenseAnd[CliffordFilter]):
@@ -70,15 +81,15 @@ def gate(rng: random.Random, both: Both) -> None:
 
 
 def random_gate(rng: random.Random, num_qubits: int) -> Record:
-    low = rng.choice([low for low in GATES if low != m.SWAP or num_qubits > 1])
+    low = rng.choice([low for low in GATES if low != opcodes.SWAP or num_qubits > 1])
     qubits = [1 << qubit for qubit in rng.sample(range(num_qubits), num_qubits)]
-    if low == d.PPR:
+    if low == opcodes.PPR:
         return product(rng, num_qubits, low, angle=45.0 * rng.randint(-9, 9))
     angle = rng.choice((90.0, -90.0, 180.0))
-    if low == m.X and rng.random() < 0.8:
+    if low == opcodes.X and rng.random() < 0.8:
         count = rng.choice((1, 1, 2))
         return tagged(low, target_mask=sum(qubits[1 : 1 + count]), cond_mask=qubits[0])
-    count = 2 if low == m.SWAP else rng.choice((1, 1, 2))
+    count = 2 if low == opcodes.SWAP else rng.choice((1, 1, 2))
     return tagged(low, target_mask=sum(qubits[:count]), angle=angle)
 
 
@@ -91,12 +102,12 @@ def measure(rng: random.Random, both: Both) -> None:
     """Reads, writes or clears a qubit whose value is certain, and knows what comes out."""
     qubit, flag = rng.randrange(both.num_qubits), rng.choice((-1, 1)) * rng.randint(2, 50)
     value = both.settle(rng, qubit)
-    low = rng.choice((m.READ, m.READ, m.WRITE, m.CLEAR, m.FREE))
-    if low == m.READ:
+    low = rng.choice((opcodes.READ, opcodes.READ, opcodes.WRITE, opcodes.CLEAR, opcodes.FREE))
+    if low == opcodes.READ:
         both.run(tagged(low, target_mask=1 << qubit, read_flag=flag))
         assert both.other.flag(flag) == value
     else:
-        wanted = rng.getrandbits(1) if low == m.WRITE else 0
+        wanted = rng.getrandbits(1) if low == opcodes.WRITE else 0
         both.run(tagged(low, target_mask=1 << qubit, cond_mask=wanted << qubit))
         assert both.probability(qubit, wanted) == 1.0
 
@@ -104,7 +115,7 @@ def measure(rng: random.Random, both: Both) -> None:
 def measure_product(rng: random.Random, both: Both) -> None:
     """Measures a Pauli product in one of its eigenstates, so that the outcome is certain."""
     flag, sign = rng.choice((-1, 1)) * rng.randint(2, 50), rng.choice((1.0, -1.0))
-    record = product(rng, both.num_qubits, d.PPM, angle=sign, read_flag=flag)
+    record = product(rng, both.num_qubits, opcodes.PPM, angle=sign, read_flag=flag)
     if record.target_mask | record.cond_mask:
         there, back = z_basis(record)
         both.run(*there)

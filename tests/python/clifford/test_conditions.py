@@ -4,8 +4,7 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import EXTEND, X
-from models.dense import HADAMARD, S, Z
+from models.opcodes import EXTEND, H, S, X, Z
 from support.clifford import open_clifford
 from support.clifford_rows import changes
 from support.driver import rec
@@ -46,7 +45,7 @@ def test_two_conditions_of_z_without_a_target(engine: ModuleType) -> None:
 )
 def test_a_controlled_z_leaves_the_sign(engine: ModuleType, words: dict[str, int]) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+        filter_.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
         filter_.run(rec(S, target_mask=2))
         assert changes(filter_)["Z0"] == "+X0 Y1"
         filter_.run(rec(Z, **words))

@@ -4,18 +4,18 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import EXTEND, WRITE, X
-from models.dense import HADAMARD, S_INV, S, Y, Z
+from models.opcodes import EXTEND, S_INV, WRITE, H, S, X, Y, Z
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 # What each gate makes of a qubit's X, Y and Z.
 IMAGES = {
     X: ("+X1", "-Y1", "-Z1"),
     Y: ("-X1", "+Y1", "-Z1"),
     Z: ("-X1", "-Y1", "+Z1"),
-    HADAMARD: ("+Z1", "-Y1", "+X1"),
+    H: ("+Z1", "-Y1", "+X1"),
     S: ("+Y1", "-X1", "+Z1"),
     S_INV: ("-Y1", "+X1", "+Z1"),
 }
@@ -23,7 +23,7 @@ REFUSALS = [
     pytest.param(S, "qc.s() can't have conditions in the Clifford sim.", id="s"),
     pytest.param(S_INV, "qc.s_inv() can't have conditions in the Clifford sim.", id="s-inv"),
     pytest.param(Y, "qc.y() cannot have conditions for Clifford sim.", id="y"),
-    pytest.param(HADAMARD, "qc.had() can't have conditions in the Clifford sim.", id="had"),
+    pytest.param(H, "qc.had() can't have conditions in the Clifford sim.", id="had"),
 ]
 
 gates = pytest.mark.parametrize("low", sorted(IMAGES), ids=hex)

@@ -7,12 +7,32 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.bit import CLEAR, EXTEND, FLAG_NAND, FREE, READ, SWAP, WRITE, X
-from models.dense import HADAMARD, PHASE, PPM, PPR, RZ, S_INV, S, Y, Z
+from models.opcodes import (
+    CALLBACK,
+    CLEAR,
+    EXTEND,
+    FLAG_NAND,
+    FREE,
+    JUMP_BACK,
+    PHASE,
+    PPM,
+    PPR,
+    READ,
+    RZ,
+    S_INV,
+    SWAP,
+    WRITE,
+    H,
+    S,
+    X,
+    Y,
+    Z,
+)
+from models.program import NO_REGISTER, ONLY_FILTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, op, rec
-from support.record_loop_cases import EVERYTHING, IGNORED, ONLY_FILTER
+from support.driver import op, rec
+from support.record_loop_cases import EVERYTHING, IGNORED
 from support.record_loop_programs import (
     FLAG_OPERATIONS,
     TABLE,
@@ -34,11 +54,10 @@ REFUSED = {
     0x00002006: "qc.rooty",
     0x00006006: "qc.rooty_inv",
 }
-NEED_A_REGISTER = {X, Y, HADAMARD, READ, WRITE, SWAP, PPR, PPM, S, Z, S_INV, CLEAR, FREE}
+NEED_A_REGISTER = {X, Y, H, READ, WRITE, SWAP, PPR, PPM, S, Z, S_INV, CLEAR, FREE}
 BY_ANGLE = {PHASE, RZ}
 NEED_NONE = {0x10000001, FLAG_NAND, EXTEND, 0x10000112, 0x10000212, 0x10004112, 0x10004212}
 STEERING = {0x10000216, 0x10000316, 0x10000516}
-CALLBACK = 0x10000018
 
 refused = pytest.mark.parametrize(
     ("low", "text"),
@@ -119,7 +138,7 @@ def test_a_callback_has_no_handler(engine: ModuleType, key: int) -> None:
 
 def test_a_backward_jump_is_refused(engine: ModuleType) -> None:
     with open_clifford(engine) as filter_:
-        filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(0x10000516))
+        filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(JUMP_BACK))
 
 
 @pytest.mark.parametrize(
@@ -129,7 +148,7 @@ def test_a_backward_jump_is_refused(engine: ModuleType) -> None:
         (5, "5"),
         (0x4E6D627300000005, "4e6d627300000005"),
         (0x4E6D627200000007, "4e6d627200000007"),
-        (op(5) ^ 1 << 63, "ce6d627200000005"),
+        (op(X) ^ 1 << 63, "ce6d627200000005"),
         (2**64 - 1, "ffffffffffffffff"),
     ],
 )
@@ -162,7 +181,7 @@ def test_flag_operations_on_outcomes(engine: ModuleType) -> None:
         assert filter_.flag(9) == 0
 
 
-@pytest.mark.parametrize("low", [X, Y, Z, S, S_INV, HADAMARD], ids=hex)
+@pytest.mark.parametrize("low", [X, Y, Z, S, S_INV, H], ids=hex)
 def test_reserved_words_and_the_angle_mean_nothing_to_a_gate(engine: ModuleType, low: int) -> None:
     wild = {"angle": np.nan, "read_flag": 9, "reserved_a": 2**64 - 1, "reserved_b": 5}
     with open_clifford(engine, 2) as one, open_clifford(engine, 2) as other:

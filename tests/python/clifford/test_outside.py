@@ -7,17 +7,35 @@ from typing import Any
 import numpy as np
 import pytest
 
-from models.bit import CLEAR, EXTEND, FREE, READ, SWAP, WRITE, X
-from models.dense import HADAMARD, PHASE, PPM, PPR, RZ, S_INV, S, Y, Z
-from support.clifford import CliffordFilter, open_clifford, outside
+from models.clifford import outside
+from models.opcodes import (
+    CLEAR,
+    EXTEND,
+    FREE,
+    PHASE,
+    PPM,
+    PPR,
+    READ,
+    RZ,
+    S_INV,
+    SWAP,
+    WRITE,
+    H,
+    S,
+    X,
+    Y,
+    Z,
+)
+from models.program import NO_REGISTER
+from support.clifford import CliffordFilter, open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 ONE_TARGET = {
     "x": (X, {}),
     "y": (Y, {}),
     "z": (Z, {}),
-    "had": (HADAMARD, {}),
+    "had": (H, {}),
     "s": (S, {}),
     "s-inv": (S_INV, {}),
     "phase-90": (PHASE, {"angle": 90.0}),
@@ -103,7 +121,7 @@ def test_a_missing_register_comes_first(
 
 def test_records_before_it_have_acted(engine: ModuleType) -> None:
     with open_clifford(engine, 3) as filter_:
-        bad = rec(HADAMARD, target_mask=0b1001)
+        bad = rec(H, target_mask=0b1001)
         filter_.fails(outside(3, 3), rec(X, target_mask=1), bad, rec(X, target_mask=2))
         assert changes(filter_) == {"Z0": "-Z0"}
         filter_.run(rec(X, target_mask=4))
@@ -180,7 +198,7 @@ def test_a_product_is_refused_before_its_angle(engine: ModuleType, angle: float)
         (S, "qc.s() can't have conditions in the Clifford sim."),
         (S_INV, "qc.s_inv() can't have conditions in the Clifford sim."),
         (Y, "qc.y() cannot have conditions for Clifford sim."),
-        (HADAMARD, "qc.had() can't have conditions in the Clifford sim."),
+        (H, "qc.had() can't have conditions in the Clifford sim."),
         (SWAP, "qc.swap() can't have conditions in the Clifford sim."),
     ],
     ids=["s", "s-inv", "y", "had", "swap"],
@@ -217,7 +235,7 @@ def test_a_mask_that_is_not_used_may_name_anything(engine: ModuleType) -> None:
         filter_.run(rec(CLEAR, target_mask=1, **everywhere))
         filter_.run(rec(FREE, target_mask=1, **everywhere))
         extension = rec(EXTEND, **everywhere)
-        for low in (X, Y, Z, HADAMARD, S, S_INV, READ, WRITE, CLEAR):
+        for low in (X, Y, Z, H, S, S_INV, READ, WRITE, CLEAR):
             filter_.run(extension, rec(low, target_mask=0b10))
         filter_.run(extension, rec(SWAP, target_mask=0b101))
         filter_.run(rec(PPR, angle=0.0, target_mask=8), rec(PPR, cond_mask=8, cond_flag=-1))

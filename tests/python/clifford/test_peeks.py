@@ -5,20 +5,14 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import READ, X
-from models.dense import HADAMARD, S
-from support.clifford import (
-    NO_MATCH,
-    NO_PEEK_MASK,
-    NO_POSTSELECT_MASK,
-    ONE_QUBIT_ONLY,
-    open_clifford,
-    outside,
-)
+from models.clifford import NO_MATCH, NO_PEEK_MASK, NO_POSTSELECT_MASK, ONE_QUBIT_ONLY, outside
+from models.opcodes import READ, H, S, X
+from models.program import NO_REGISTER
+from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
-BELL = [rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
+BELL = [rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
 
 
 def test_a_fixed_qubit(engine: ModuleType) -> None:
@@ -32,7 +26,7 @@ def test_a_fixed_qubit(engine: ModuleType) -> None:
 
 def test_a_qubit_in_doubt(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as filter_:
-        for gate in (rec(HADAMARD, target_mask=1), rec(S, target_mask=1)):
+        for gate in (rec(H, target_mask=1), rec(S, target_mask=1)):
             filter_.run(gate)
             assert filter_.probability(0, 1) == 0.5
             assert filter_.probability(1, 1) == 0.5
@@ -59,7 +53,7 @@ def test_only_the_masked_bit_of_the_value_counts(engine: ModuleType) -> None:
 def test_the_limit_is_not_used(engine: ModuleType, limit: float) -> None:
     with open_clifford(engine, 1) as filter_:
         assert filter_.probability(0, 1, limit) == 1.0
-        filter_.run(rec(HADAMARD, target_mask=1))
+        filter_.run(rec(H, target_mask=1))
         assert filter_.probability(0, 1, limit) == 0.5
 
 
@@ -90,7 +84,7 @@ def test_refused_peeks(engine: ModuleType) -> None:
 @pytest.mark.parametrize("value", [0, 1])
 def test_a_postselected_qubit_reads_its_value(engine: ModuleType, value: int) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1))
+        filter_.run(rec(H, target_mask=1))
         filter_.postselect(value, 1)
         assert filter_.probability(value, 1) == 1.0
         assert changes(filter_) == ({"Z0": "-Z0"} if value else {})

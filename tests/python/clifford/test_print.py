@@ -5,10 +5,10 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import READ, X
-from models.dense import HADAMARD, S, Z
+from models.opcodes import READ, H, S, X, Z
+from models.program import NO_REGISTER
 from support.clifford import CliffordFilter, open_clifford
-from support.driver import NO_REGISTER, raises_engine_error, rec
+from support.driver import raises_engine_error, rec
 
 
 def lines(filter_: CliffordFilter) -> tuple[list[str], str, list[str]]:
@@ -38,7 +38,7 @@ def test_no_qubits(engine: ModuleType) -> None:
 
 def test_phases_and_both_parts(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1), rec(S, target_mask=1), rec(X, target_mask=0b11))
+        filter_.run(rec(H, target_mask=1), rec(S, target_mask=1), rec(X, target_mask=0b11))
         assert filter_.tableau() == "2 00|01\n0 10|00\n-------\n2 01|01\n2 00|10\n"
         filter_.run(rec(Z, cond_mask=0b11))
         assert filter_.tableau() == "2 00|01\n0 10|01\n-------\n2 01|11\n2 00|10\n"
@@ -105,7 +105,7 @@ def test_65_qubits_in_full(engine: ModuleType) -> None:
 
 def test_a_look_changes_nothing(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+        filter_.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
         first = filter_.tableau()
         assert filter_.tableau() == first  # and the text does not pile up
         filter_.run(rec(READ, target_mask=1, read_flag=5), rec(READ, target_mask=2, read_flag=6))

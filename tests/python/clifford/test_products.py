@@ -6,15 +6,15 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import EXTEND, WRITE, X
-from models.dense import HADAMARD, S
+from models.opcodes import EXTEND, FLAG_NAND, WRITE, H, S, X
+from models.program import NO_REGISTER
 from support import pauli_records
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 FLAG = 7
-BELL = [rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
+BELL = [rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
 
 
 def ppm(x: int, z: int, sign: float = 1.0, flag: int = FLAG, **words: int) -> np.ndarray:
@@ -38,7 +38,7 @@ def test_a_product_of_z_is_a_parity(engine: ModuleType, ones: int, z: int, outco
 
 def test_a_fixed_y(engine: ModuleType) -> None:
     with open_clifford(engine, 1) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1), rec(S, target_mask=1))
+        filter_.run(rec(H, target_mask=1), rec(S, target_mask=1))
         for sign, outcome in ((1.0, 0), (-1.0, 1)):
             filter_.run(ppm(1, 1, sign))
             assert filter_.flag(FLAG) == outcome
@@ -104,13 +104,13 @@ def test_the_constant_flags_store_nothing(engine: ModuleType, flag: int) -> None
     with open_clifford(engine, 1) as filter_:
         filter_.run(rec(X, target_mask=1), ppm(0, 1, flag=flag))
         assert filter_.flags(-3, 32) == 0b10000  # the constant 1 alone
-        filter_.run(rec(HADAMARD, target_mask=1), ppm(0, 1, flag=flag))
+        filter_.run(rec(H, target_mask=1), ppm(0, 1, flag=flag))
         assert changes(filter_) in ({"Z0": "-Z0", "X0": "-X0"}, {"X0": "-X0"})
 
 
 def test_no_mask_measures_nothing(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(WRITE, target_mask=1, cond_mask=1), rec(0x1000000F, read_flag=FLAG))
+        filter_.run(rec(WRITE, target_mask=1, cond_mask=1), rec(FLAG_NAND, read_flag=FLAG))
         assert filter_.flag(FLAG) == 1
         filter_.run(ppm(0, 0), rec(EXTEND, target_mask=1, cond_mask=1), ppm(0, 0))
         assert filter_.flag(FLAG) == 1

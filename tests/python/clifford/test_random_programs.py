@@ -7,10 +7,10 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import LABEL, READ, RESET, Record, X, tagged
 from models.clifford import REFUSED
-from models.dense import T
+from models.opcodes import LABEL, READ, RESET, T, X
 from models.tableau import visible_qubits
+from models.wire import Record, tagged
 from programs.clifford import WIDTHS, CliffordSource, gate_run, random_width
 from support.clifford_pair import CliffordPair, open_clifford_pair
 

@@ -4,11 +4,11 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import EXTEND, READ, X
-from models.dense import HADAMARD
+from models.opcodes import EXTEND, READ, H, X
+from models.program import NO_REGISTER
 from support.clifford import CliffordFilter, open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 
 def run_ones(filter_: CliffordFilter, ones: int, num_qubits: int = 8) -> None:
@@ -83,7 +83,7 @@ def test_a_drawn_outcome_stays(engine: ModuleType) -> None:
     with open_clifford(engine) as filter_:
         for _ in range(64):
             filter_.reset(2)
-            filter_.run(rec(HADAMARD, target_mask=0b10), rec(READ, target_mask=0b10, read_flag=5))
+            filter_.run(rec(H, target_mask=0b10), rec(READ, target_mask=0b10, read_flag=5))
             outcome = filter_.flag(5)
             sign = "-" if outcome else "+"
             expected = {"Z1": f"{sign}Z1"} if outcome else {}
@@ -100,7 +100,7 @@ def test_a_bell_pair_reads_equal(engine: ModuleType) -> None:
         seen = set()
         for _ in range(64):
             filter_.reset(2)
-            filter_.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+            filter_.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
             filter_.run(rec(READ, target_mask=3, read_flag=5))
             seen.add(filter_.flags(5, 2))
         assert seen == {0b00, 0b11}
@@ -118,7 +118,7 @@ def test_conditions_are_not_looked_at(engine: ModuleType) -> None:
 def test_a_failed_condition(engine: ModuleType, flag: int) -> None:
     with open_clifford(engine) as filter_:
         run_ones(filter_, 0b11)
-        filter_.run(rec(HADAMARD, target_mask=2))
+        filter_.run(rec(H, target_mask=2))
         before = filter_.tableau()
         filter_.run(rec(READ, target_mask=3, read_flag=5, cond_flag=flag))
         assert filter_.flags(2, 30) == 0

@@ -7,12 +7,12 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.bit import EXTEND, READ, WRITE
-from models.dense import HADAMARD, S
+from models.opcodes import EXTEND, JUMP_FWD, LABEL, PPR, READ, WRITE, H, S, T, X
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
-from support.record_loop_cases import FAILURES, JUMP, LABEL, X
+from support.driver import rec
+from support.record_loop_cases import FAILURES
 from support.record_loop_programs import (
     REST_OF_THE_JUMPS,
     assert_wrong_counts_fail,
@@ -60,7 +60,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
         # It stays open over what would fail or size the register anew.
-        skip_to_a_label(filter_, nb.reset(64), rec(0x07), rec(0x407))
+        skip_to_a_label(filter_, nb.reset(64), rec(0x07), rec(T))
         assert changes(filter_) == {"Z2": "-Z2"}
 
 
@@ -71,14 +71,14 @@ def test_a_jump_depends_on_a_measured_flag(engine: ModuleType) -> None:
             filter_.reset(QUBITS)
             filter_.run(rec(WRITE, target_mask=1, cond_mask=value))
             filter_.run(rec(READ, target_mask=1, read_flag=5))
-            filter_.run(rec(JUMP, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
+            filter_.run(rec(JUMP_FWD, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
             assert changes(filter_) == expected
 
 
 def test_a_jump_of_a_false_condition_is_not_taken(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
         for flag in (-1, 5, -5):
-            filter_.run(rec(JUMP, target_mask=1, cond_flag=flag), rec(X, target_mask=1))
+            filter_.run(rec(JUMP_FWD, target_mask=1, cond_flag=flag), rec(X, target_mask=1))
         assert changes(filter_) == {"Z0": "-Z0"}
 
 
@@ -90,7 +90,7 @@ def test_label_0_opens_and_closes_nothing(engine: ModuleType) -> None:
 
 def test_each_filter_has_its_own_jump(engine: ModuleType) -> None:
     with open_clifford(engine, 1) as one, open_clifford(engine, 1) as other:
-        one.run(rec(JUMP, target_mask=1))
+        one.run(rec(JUMP_FWD, target_mask=1))
         one.run(rec(X, target_mask=1))
         other.run(rec(X, target_mask=1))
         one.run(rec(LABEL, target_mask=1))
@@ -100,11 +100,11 @@ def test_each_filter_has_its_own_jump(engine: ModuleType) -> None:
 # How long an extension lasts.
 
 DROPPING = {
-    "gate": rec(HADAMARD),
+    "gate": rec(H),
     "gate-not-acting": rec(S, target_mask=2, cond_flag=-1),
     "read-not-acting": rec(READ, target_mask=2, cond_flag=-1),
     "write-not-acting": rec(WRITE, target_mask=2, cond_flag=-1),
-    "rotation-by-0": rec(0x0D, target_mask=2),
+    "rotation-by-0": rec(PPR, target_mask=2),
     "marker": rec(0x10000000),
     "z-nop": rec(0x207),
     "open-event": nb.open_event(1),

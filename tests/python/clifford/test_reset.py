@@ -5,11 +5,12 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import EXTEND, JUMP, LABEL, READ, RESET, WRITE, X
-from models.dense import HADAMARD
-from support.clifford import open_clifford, outside
+from models.clifford import outside
+from models.opcodes import EXTEND, JUMP_FWD, LABEL, READ, RESET, WRITE, H, X
+from models.program import NO_REGISTER
+from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 FRESH_PAIR = "0 01|00\n0 10|00\n-------\n0 00|01\n0 00|10\n"
 
@@ -26,7 +27,7 @@ def test_every_qubit_is_0(engine: ModuleType, num_qubits: int) -> None:
 
 def test_a_reset_replaces_the_register(engine: ModuleType) -> None:
     with open_clifford(engine, 5) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=3), rec(X, target_mask=4, cond_mask=1))
+        filter_.run(rec(H, target_mask=3), rec(X, target_mask=4, cond_mask=1))
         filter_.reset(2)
         assert filter_.tableau() == FRESH_PAIR
         filter_.reset(65)
@@ -45,7 +46,7 @@ def test_a_reset_to_no_qubits(engine: ModuleType) -> None:
     with open_clifford(engine, 0) as filter_:
         assert filter_.tableau() == "---\n"
         # There is a register: what names no qubit does nothing.
-        filter_.run(rec(X), rec(HADAMARD), rec(READ, read_flag=5), rec(WRITE, cond_mask=1))
+        filter_.run(rec(X), rec(H), rec(READ, read_flag=5), rec(WRITE, cond_mask=1))
         assert filter_.tableau() == "---\n"
 
 
@@ -71,7 +72,9 @@ def test_only_the_count_is_looked_at(engine: ModuleType) -> None:
 
 def test_a_skipped_reset(engine: ModuleType) -> None:
     with open_clifford(engine) as filter_:
-        filter_.run(rec(JUMP, target_mask=9), rec(RESET, target_mask=2), rec(LABEL, target_mask=9))
+        filter_.run(
+            rec(JUMP_FWD, target_mask=9), rec(RESET, target_mask=2), rec(LABEL, target_mask=9)
+        )
         filter_.fails(NO_REGISTER, rec(X, target_mask=1))
 
 

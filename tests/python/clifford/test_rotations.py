@@ -6,11 +6,11 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import EXTEND, X
-from models.dense import HADAMARD
+from models.opcodes import EXTEND, H, X
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 from support.pauli_records import ppr
 
 WRONG_ANGLE = "qc.ppr() angles must be multiples of pi/4 for Clifford sim."
@@ -92,7 +92,7 @@ def test_a_quarter_turns_the_signs_of_what_anticommutes(engine: ModuleType, angl
 @pytest.mark.parametrize("angle", [180.0, -180.0, 360.0, -2147483648.0])
 def test_a_half_turn_changes_nothing(engine: ModuleType, angle: float) -> None:
     with open_clifford(engine, 3) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=0b010), rec(X, target_mask=1, cond_mask=2))
+        filter_.run(rec(H, target_mask=0b010), rec(X, target_mask=1, cond_mask=2))
         before = filter_.tableau()
         filter_.run(ppr(angle, 0b011, 0b110))
         assert filter_.tableau() == before

@@ -2,8 +2,7 @@
 
 from types import ModuleType
 
-from models.bit import READ
-from models.dense import HADAMARD
+from models.opcodes import READ, H
 from support.clifford import CliffordFilter, open_clifford
 from support.driver import rec
 
@@ -16,7 +15,7 @@ def drawn_outcomes(engine: ModuleType, filter_: CliffordFilter) -> int:
     """Seeds, resets and measures every qubit in a state where each outcome is drawn."""
     engine.random_seed(0, 7)
     filter_.reset(NUM_QUBITS)
-    filter_.run(rec(HADAMARD, target_mask=ALL), rec(READ, target_mask=ALL, read_flag=2))
+    filter_.run(rec(H, target_mask=ALL), rec(READ, target_mask=ALL, read_flag=2))
     return filter_.flags(2, 32) | filter_.flags(34, 32) << 32
 
 

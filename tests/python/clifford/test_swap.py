@@ -4,11 +4,11 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import EXTEND, SWAP, X
-from models.dense import HADAMARD, S
+from models.opcodes import EXTEND, SWAP, H, S, X
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 TWO_TARGETS = "qc.swap() must specify exactly two target qubits."
 NO_CONDITIONS = "qc.swap() can't have conditions in the Clifford sim."
@@ -16,7 +16,7 @@ NO_CONDITIONS = "qc.swap() can't have conditions in the Clifford sim."
 
 def test_letters_change_places_with_their_signs(engine: ModuleType) -> None:
     with open_clifford(engine, 3) as filter_:
-        filter_.run(rec(X, target_mask=1), rec(HADAMARD, target_mask=4), rec(S, target_mask=4))
+        filter_.run(rec(X, target_mask=1), rec(H, target_mask=4), rec(S, target_mask=4))
         assert changes(filter_) == {"Z0": "-Z0", "Z2": "+Y2", "X2": "+Z2"}
         filter_.run(rec(SWAP, target_mask=0b101))
         assert changes(filter_) == {"Z0": "-Z2", "X0": "+X2", "Z2": "+Y0", "X2": "+Z0"}

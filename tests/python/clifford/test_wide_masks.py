@@ -4,8 +4,7 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import CLEAR, EXTEND, READ, WRITE, X
-from models.dense import HADAMARD, S, Z
+from models.opcodes import CLEAR, EXTEND, READ, WRITE, H, S, X, Z
 from support.clifford import CliffordFilter, open_clifford
 from support.clifford_rows import changes
 from support.driver import rec
@@ -65,7 +64,7 @@ def test_extensions_add_targets_at_their_own_offsets(engine: ModuleType) -> None
         filter_.run(
             rec(EXTEND, target_mask=0b101, target_offset=70),
             rec(EXTEND, target_mask=1 << 63, target_offset=30),
-            rec(HADAMARD, target_mask=0b10, target_offset=2),
+            rec(H, target_mask=0b10, target_offset=2),
         )
         expected: dict[str, str] = {}
         for qubit in (3, 70, 72, 93):
@@ -112,7 +111,7 @@ def test_a_register_of_a_thousand_qubits(engine: ModuleType) -> None:
 
 def test_far_apart_qubits_are_entangled(engine: ModuleType) -> None:
     with open_clifford(engine, 600) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1, target_offset=3))
+        filter_.run(rec(H, target_mask=1, target_offset=3))
         for offset in (64, 333, 599):
             filter_.run(rec(X, target_mask=1, target_offset=offset, cond_mask=1, cond_offset=3))
         filter_.run(rec(READ, target_mask=1, target_offset=599, read_flag=5))

@@ -4,11 +4,11 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import CLEAR, EXTEND, FREE, READ, WRITE, X
-from models.dense import HADAMARD
+from models.opcodes import CLEAR, EXTEND, FREE, READ, WRITE, H, X
+from models.program import NO_REGISTER
 from support.clifford import CliffordFilter, open_clifford
 from support.clifford_rows import changes
-from support.driver import NO_REGISTER, rec
+from support.driver import rec
 
 zeroing = pytest.mark.parametrize("low", [CLEAR, FREE], ids=["clear", "free"])
 
@@ -62,7 +62,7 @@ def test_a_drawn_outcome_is_stored_and_then_corrected(engine: ModuleType, value:
     with open_clifford(engine) as filter_:
         for _ in range(64):
             filter_.reset(2)
-            filter_.run(rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1))
+            filter_.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
             filter_.run(rec(WRITE, target_mask=1, cond_mask=value, read_flag=5))
             outcome = filter_.flag(5)
             filter_.run(rec(READ, target_mask=0b11, read_flag=6))
@@ -140,7 +140,7 @@ def test_a_target_named_twice_is_measured_twice(engine: ModuleType) -> None:
 @zeroing
 def test_clear_and_free_zero_their_targets(engine: ModuleType, low: int) -> None:
     with open_clifford(engine, 8) as filter_:
-        filter_.run(rec(X, target_mask=0b111011), rec(HADAMARD, target_mask=0b10))
+        filter_.run(rec(X, target_mask=0b111011), rec(H, target_mask=0b10))
         filter_.run(rec(low, target_mask=0b10111))
         assert filter_.probability(0, 0b10) == 1.0
         filter_.run(rec(READ, target_mask=0xFF, read_flag=5))
@@ -179,7 +179,7 @@ def test_clear_and_free_reach_far_qubits(engine: ModuleType, low: int) -> None:
 @pytest.mark.parametrize("flag", [-1, 9, -9])
 def test_a_failed_condition(engine: ModuleType, low: int, flag: int) -> None:
     with open_clifford(engine, 2) as filter_:
-        filter_.run(rec(X, target_mask=1), rec(HADAMARD, target_mask=2))
+        filter_.run(rec(X, target_mask=1), rec(H, target_mask=2))
         before = filter_.tableau()
         filter_.run(rec(low, target_mask=3, read_flag=5, cond_flag=flag))
         assert filter_.tableau() == before

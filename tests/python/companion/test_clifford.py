@@ -11,7 +11,7 @@ from hypothesis import strategies as st
 from nimbrel import Simulator
 from nimbrel.clifford import parse_tableau
 
-from support.driver import NO_REGISTER
+from models.program import NO_REGISTER
 
 FAR = [1, 40, 63, 64, 100, 127, 128, 191]  # qubits of a register of three words, in order
 FAR_WIDTH = 192

@@ -17,7 +17,8 @@ from nimbrel import Opcode, Simulator
 from nimbrel import remote as nb_remote
 from nimbrel.remote import WINDOW, arrays_of
 
-from support.remote import LONG, LOOPBACK, NOT_CONNECTED, RECORD_BYTES, SHORT, Peer, reply
+from models.wire import RECORD_BYTES
+from support.remote import LONG, LOOPBACK, NOT_CONNECTED, SHORT, Peer, reply
 
 EMPTY_REQUEST = nb.fetch_request(0, 0)
 EMPTY_REPLY = reply(0, 0, 0)

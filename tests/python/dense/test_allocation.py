@@ -8,6 +8,7 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
+from models.opcodes import H
 from support.dense import Setting, basis, open_dense, printed_by, reset
 from support.driver import rec
 
@@ -74,7 +75,7 @@ def test_vast_registers(
     with open_dense(engine, 2, Setting(block_size)) as filter_:
         text = printed_by(capfd, lambda: filter_.run(reset(num_qubits)))
         assert text == exhausted(num_qubits, terms, size)
-        filter_.fails(NOT_ALLOCATED, rec(0x09, target_mask=1))
+        filter_.fails(NOT_ALLOCATED, rec(H, target_mask=1))
         # The same shape once more finds no blocks to start anew.
         filter_.fails(NOT_ALLOCATED, reset(num_qubits))
         filter_.run(reset(2))
@@ -89,7 +90,7 @@ def test_qubit_numbers_of_more_than_32_bits(
         text = printed_by(capfd, lambda: filter_.run(reset(num_qubits)))
         assert text.startswith("Error: NULL block_data at line 0\n")
         assert text.endswith(f"(Default serverless backend: max 26 qubits)\n{RULE}")
-        filter_.fails(NOT_ALLOCATED, rec(0x09, target_mask=1))
+        filter_.fails(NOT_ALLOCATED, rec(H, target_mask=1))
 
 
 def test_a_limit_that_is_met_leaves_the_machine_to_say() -> None:

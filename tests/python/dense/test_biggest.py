@@ -9,6 +9,7 @@ import pytest
 
 from models.arithmetic import Generator
 from models.dense import DenseModel
+from models.opcodes import X
 from support import biggest_arrays
 from support.dense import (
     DenseFilter,
@@ -91,7 +92,7 @@ def test_a_probability_that_vanishes_is_not_listed(engine: ModuleType, setting: 
 def test_indices_hold_when_blocks_were_exchanged(engine: ModuleType, setting: Setting) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
         filter_.load(np.arange(16) * (1 + 0j))
-        filter_.run(rec(0x05, target_mask=0b1100))
+        filter_.run(rec(X, target_mask=0b1100))
         assert biggest(filter_, 3)[0] == [15 ^ 12, 14 ^ 12, 13 ^ 12]
 
 
@@ -114,7 +115,7 @@ def test_single_values(engine: ModuleType, rng: random.Random, setting: Setting)
     state[:4] = 0  # a block of nothing at some sizes
     with open_dense(engine, QUBITS, setting) as filter_:
         filter_.load(state)
-        filter_.run(rec(0x05, target_mask=0b1000))
+        filter_.run(rec(X, target_mask=0b1000))
         got = np.full(16, 9j)
         for index in range(16):
             filter_.call("peek_value", index, got[index : index + 1])

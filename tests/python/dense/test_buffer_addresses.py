@@ -6,6 +6,7 @@ from types import ModuleType
 import numpy as np
 import pytest
 
+from models.opcodes import READ, X, Z
 from programs.dense import GATES, loose_gate
 from support.dense import (
     DenseFilter,
@@ -84,7 +85,7 @@ def test_readouts_and_measurements_give_the_same_bits(
         filter_.call("random_seed", 7)
         probability = filter_.call("peek_read_probability", 0b10010, 0b11010, 0.0)
         product = filter_.call("pps", 0b01001, 0b10010)
-        filter_.run(rec(0x0A, target_mask=0b00110))
+        filter_.run(rec(READ, target_mask=0b00110))
         filter_.call("postselect", 0, 0b10000)
         norm = filter_.call("normalize")
         indices, amplitudes = np.zeros(8, dtype=np.uint64), np.zeros(8, dtype=np.complex128)
@@ -100,7 +101,7 @@ def test_the_buffer_itself_changes(engine: ModuleType, rng: random.Random, offse
     state = random_state(rng, NUM_QUBITS)
     buffer, _ = surrounded(len(state), offset)
     filter_ = lent(engine, Setting(), buffer, state)
-    filter_.run(rec(0x1007, target_mask=0b00001))
+    filter_.run(rec(Z, target_mask=0b00001))
     assert_same_bits(buffer, filter_.state(NUM_QUBITS))
     assert (buffer != state).any()
     filter_.close()
@@ -112,6 +113,6 @@ def test_an_ordinary_array_of_any_size_is_taken(engine: ModuleType) -> None:
         buffer[-1] = 1
         filter_ = DenseFilter(engine)
         filter_.call("override_state_buffer", buffer)
-        filter_.run(rec(0x05, target_mask=1))
+        filter_.run(rec(X, target_mask=1))
         assert filter_.state(num_qubits)[-2] == 1
         filter_.close()

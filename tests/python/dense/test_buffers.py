@@ -9,6 +9,7 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
+from models.opcodes import RY, H, X, Z
 from programs.dense import GATES, wild_gate
 from support.dense import (
     DenseFilter,
@@ -49,7 +50,7 @@ def test_the_array_is_the_state(engine: ModuleType, rng: random.Random, setting:
     buffer[:] = state
     filter_ = over(engine, buffer, setting)
     assert_same_bits(filter_.state(4), state)
-    filter_.run(rec(0x1007, target_mask=0b1001))
+    filter_.run(rec(Z, target_mask=0b1001))
     assert_same_bits(buffer, filter_.state(4))
     buffer[:] = basis(4, 5)
     assert_same_bits(filter_.state(4), basis(4, 5))
@@ -61,7 +62,7 @@ def test_blocks_exchange_their_places_in_the_array(engine: ModuleType) -> None:
     buffer = aligned(16)
     buffer[:] = np.arange(16)
     filter_ = over(engine, buffer, Setting(2))
-    filter_.run(rec(0x05, target_mask=0b1000))
+    filter_.run(rec(X, target_mask=0b1000))
     np.testing.assert_array_equal(buffer, np.arange(16))  # no amplitude moves
     np.testing.assert_array_equal(filter_.state(4), np.roll(np.arange(16), 8))
     filter_.close()
@@ -113,7 +114,7 @@ def test_a_reset_of_the_same_shape_goes_on_in_the_array(
     filter_ = over(engine, buffer, setting)
     filter_.run(reset(4))
     assert_same_bits(buffer, basis(4, 0))
-    filter_.run(rec(0x09, target_mask=15), reset(3), rec(0x09, target_mask=7))
+    filter_.run(rec(H, target_mask=15), reset(3), rec(H, target_mask=7))
     assert np.count_nonzero(buffer) == 16  # another shape has memory of its own
     filter_.close()
 
@@ -123,7 +124,7 @@ def test_one_buffer_after_another(engine: ModuleType, setting: Setting) -> None:
     first[:], second[:] = basis(4, 1), basis(4, 2)
     filter_ = over(engine, first, setting)
     filter_.call("override_state_buffer", second)
-    filter_.run(rec(0x1007, target_mask=15))
+    filter_.run(rec(Z, target_mask=15))
     assert_same_bits(first, basis(4, 1))
     np.testing.assert_array_equal(second, -basis(4, 2))
     filter_.call("override_state_buffer", first)
@@ -137,7 +138,7 @@ def test_sizes(engine: ModuleType) -> None:
         buffer = aligned(1 << num_qubits)
         buffer[0] = 1
         filter_ = over(engine, buffer, Setting())
-        filter_.run(rec(0x05, target_mask=1 << (num_qubits - 1)))
+        filter_.run(rec(X, target_mask=1 << (num_qubits - 1)))
         assert_same_bits(filter_.state(num_qubits), basis(num_qubits, 1 << (num_qubits - 1)))
         filter_.close()
 
@@ -204,7 +205,7 @@ def test_a_buffer_that_python_dropped_stays_as_long_as_it_is_used(engine: Module
         del buffer, raw
         gc.collect()
         assert alive() is not None
-        filter_.run(reset(4), rec(0x05, target_mask=6))
+        filter_.run(reset(4), rec(X, target_mask=6))
         assert_same_bits(filter_.state(4), basis(4, 6))
         other = aligned(16)
         filter_.call("override_state_buffer", other)
@@ -233,7 +234,7 @@ def test_a_refused_buffer_is_not_kept(engine: ModuleType) -> None:
         del buffer
         gc.collect()  # the error's traceback goes first
         assert alive() is None
-        filter_.fails(NOT_ALLOCATED, rec(0x05, target_mask=1))
+        filter_.fails(NOT_ALLOCATED, rec(X, target_mask=1))
 
 
 def test_threads_work_on_the_array(engine: ModuleType, rng: random.Random) -> None:
@@ -243,7 +244,7 @@ def test_threads_work_on_the_array(engine: ModuleType, rng: random.Random) -> No
         buffer = aligned(64)
         buffer[:] = state
         filter_ = over(engine, buffer, setting)
-        filter_.run(rec(0x09, target_mask=63), rec(0x106, target_mask=45, angle=20.0))
+        filter_.run(rec(H, target_mask=63), rec(RY, target_mask=45, angle=20.0))
         results.append(filter_.state(6))
         filter_.close()
     for result in results:

@@ -7,8 +7,8 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import Record, X
-from models.dense import HADAMARD, PHASE, PPR, ROOT_X, ROOT_X_INV, RX, RY, RZ, Y
+from models.opcodes import PHASE, PPR, ROOTX, ROOTX_INV, RX, RY, RZ, H, X, Y
+from models.wire import Record
 from programs.dense import as_record, some_of, with_product
 from support.dense import Setting, Vector, assert_same_bits, model_of, open_dense, to_array, vector
 
@@ -27,7 +27,7 @@ POOLS = {
     "tiny": (0.0, -0.0, 5e-324, -5e-324, 1e-310, -1e-310),
 }
 
-GATES = (X, Y, HADAMARD, RX, RY, RZ, ROOT_X, ROOT_X_INV, PHASE, PPR)
+GATES = (X, Y, H, RX, RY, RZ, ROOTX, ROOTX_INV, PHASE, PPR)
 ANGLES = (37.0, -200.0, 90.0, 180.0, -180.0, 360.0, 720.0, 1e-320, 1e300, math.nan)
 
 

@@ -13,8 +13,8 @@ from typing import TypeAlias
 import _lib_nb_sim as engine
 import pytest
 
-from models.bit import READ, TAG, Record
-from models.dense import HADAMARD
+from models.opcodes import READ, H
+from models.wire import Record, tagged
 from programs.dense import gate_program
 from support.dense import DenseFilter, Setting, Vector, assert_same_bits, open_dense, reset
 
@@ -22,7 +22,7 @@ Work: TypeAlias = Callable[[DenseFilter, Setting, list[Record]], None]
 
 QUBITS = 17
 FORKS = 5
-MEASURE = Record(TAG << 32 | READ, target_mask=0b111, read_flag=1)
+MEASURE = tagged(READ, target_mask=0b111, read_flag=1)
 
 # Forks in an interpreter of its own: there nothing hangs or dies but what the test looks at. Newer
 # Pythons warn of every fork beside threads.
@@ -32,7 +32,7 @@ PROGRAM = "import sys; sys.path[:0] = {path!r}; from dense import test_fork as t
 
 def spread(num_qubits: int) -> Record:
     """A Hadamard on every qubit, so that no block is known to be zero."""
-    return Record(TAG << 32 | HADAMARD, target_mask=(1 << num_qubits) - 1)
+    return tagged(H, target_mask=(1 << num_qubits) - 1)
 
 
 def outcome(filter_: DenseFilter, num_qubits: int, records: list[Record]) -> tuple[int, Vector]:

@@ -7,8 +7,19 @@ import numpy as np
 import pytest
 
 from models.arithmetic import Generator
-from models.bit import TAG, Record
 from models.dense import NOT_ALLOCATED, DenseModel
+from models.opcodes import (
+    CLOSE_EVENT,
+    CLOSE_EVENT_2,
+    FREE,
+    OPEN_EVENT,
+    OPEN_EVENT_2,
+    RESET,
+    WRITE,
+    H,
+    X,
+)
+from models.wire import tagged
 from support.dense import (
     DenseFilter,
     Setting,
@@ -22,7 +33,6 @@ from support.dense import (
 )
 from support.driver import rec
 
-X, H, WRITE, FREE, OPEN, CLOSE = 0x05, 0x09, 0x0B, 0x10004003, 0x10000112, 0x10004112
 QUBITS = 4
 CHECK = 0x10
 
@@ -117,9 +127,14 @@ def test_an_event_tells_which_markers_stand_open(engine: ModuleType) -> None:
     with open_dense(engine, QUBITS, Setting(2)) as filter_:
         checked_register(filter_).run(rec(X, target_mask=1))
         bad = rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=3)
-        filter_.run(rec(OPEN, angle=7.9), rec(0x10000212, angle=8.0), rec(OPEN, angle=7.0), bad)
-        filter_.run(rec(CLOSE, angle=8.0), bad, rec(0x10004212, angle=7.0), bad)
-        filter_.run(rec(0x10000001, target_mask=QUBITS), rec(X, target_mask=1), bad)
+        filter_.run(
+            rec(OPEN_EVENT, angle=7.9),
+            rec(OPEN_EVENT_2, angle=8.0),
+            rec(OPEN_EVENT, angle=7.0),
+            bad,
+        )
+        filter_.run(rec(CLOSE_EVENT, angle=8.0), bad, rec(CLOSE_EVENT_2, angle=7.0), bad)
+        filter_.run(rec(RESET, target_mask=QUBITS), rec(X, target_mask=1), bad)
         expected = [(7, 8, 7), (7, 7), (7,), (7,)]
         assert filter_.events() == [failed(1, 3, ids) for ids in expected]
         assert filter_.events() == []
@@ -165,7 +180,7 @@ def test_random_frees_follow_the_model(engine: ModuleType, rng: random.Random) -
         for _ in range(60):
             mask, checks = rng.getrandbits(QUBITS), rng.choice((0x10, 0x1F))
             low = rng.choice((FREE, FREE, X, H, 0x0A))
-            record = Record(TAG << 32 | low, mask, checks if low == FREE else 0, read_flag=mask)
+            record = tagged(low, mask, checks if low == FREE else 0, read_flag=mask)
             model.run([record])
             filter_.run_records([record])
         assert filter_.events() == model.events

@@ -5,8 +5,8 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import TAG, Record
-from models.dense import PHASE, PPR, RX, RY, RZ
+from models.opcodes import PHASE, PPR, RX, RY, RZ
+from models.wire import Record, tagged
 from programs.dense import GATES, tidy_gate, wild_gate
 from support.dense import (
     DenseFilter,
@@ -50,7 +50,7 @@ def test_each_target_of_a_longer_register(engine: ModuleType, rng: random.Random
     with open_dense(engine, 7) as filter_:
         for qubit in range(7):
             conds = rng.choice((0, 1, 2, 3, 0x60)) & ~(1 << qubit)
-            gate = Record(TAG << 32 | low, 1 << qubit, conds, rng.uniform(-400, 400))
+            gate = tagged(low, 1 << qubit, conds, rng.uniform(-400, 400))
             assert_agree(filter_, holed_state(rng, 7), gate)
 
 
@@ -66,7 +66,7 @@ def test_long_runs_of_slots(engine: ModuleType, rng: random.Random, low: int) ->
 def test_special_angles(engine: ModuleType, rng: random.Random, low: int, degrees: float) -> None:
     with open_dense(engine, QUBITS) as filter_:
         for targets, conds in ((1, 0), (8, 0), (2, 5), (3, 12), (0, 6)):
-            gate = Record(TAG << 32 | low, targets, conds, degrees)
+            gate = tagged(low, targets, conds, degrees)
             assert_agree(filter_, holed_state(rng, QUBITS), gate)
 
 

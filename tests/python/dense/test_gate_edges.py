@@ -6,8 +6,9 @@ from types import ModuleType
 import numpy as np
 import pytest
 
+from models.arithmetic import ROOT_HALF
 from models.dense import NOT_ALLOCATED
-from models.dense_block import ROOT_HALF
+from models.opcodes import FLAG_NAND, PHASE, RESET, RX, RZ, SWAP, H, S, T, X, Y, Z
 from programs.dense import GATES
 from support.dense import (
     DenseFilter,
@@ -21,18 +22,6 @@ from support.dense import (
 )
 from support.driver import rec
 
-X, Y, PHASE, H, SWAP, RX, RZ, Z, T, S = (
-    0x05,
-    0x06,
-    0x08,
-    0x09,
-    0x0C,
-    0x105,
-    0x107,
-    0x1007,
-    0x407,
-    0x807,
-)
 DIAGONAL = [PHASE, Z, T, S, 0x4407, 0x4807]
 QUBITS = 4
 ALL_SETTINGS = settings([1, 2, 4])
@@ -55,7 +44,7 @@ def test_classical_conditions(engine: ModuleType, rng: random.Random, low: int) 
         for flag, acts in ((0, True), (1, True), (-1, False), (-5, False), (5, False)):
             assert changes(filter_, rng, rec(low, **words, cond_flag=flag)) == acts, flag
         # A store into the word of flag 5 makes its 0 a stored one.
-        filter_.run(rec(0x1000000F, target_mask=1, cond_mask=1, read_flag=7))
+        filter_.run(rec(FLAG_NAND, target_mask=1, cond_mask=1, read_flag=7))
         for flag, acts in ((5, False), (-5, True), (-100_000_005, True), (100_000_005, False)):
             assert changes(filter_, rng, rec(low, **words, cond_flag=flag)) == acts, flag
         # No word of the table holds this flag.
@@ -217,7 +206,7 @@ def test_the_smallest_registers(
 
 def test_a_register_of_no_qubits(engine: ModuleType) -> None:
     with open_dense(engine, 2) as filter_:
-        filter_.run(rec(0x10000001, target_mask=0))
+        filter_.run(rec(RESET, target_mask=0))
         for low in GATES:
             filter_.run(rec(low, target_mask=1, cond_mask=1, angle=30.0))
         assert_same_bits(filter_.state(0), basis(0, 0))

@@ -6,9 +6,9 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models import bit as m
 from models import matrices as full
-from models.bit import TAG, Record
+from models import opcodes
+from models.wire import Record, tagged
 from programs.dense import GATES, tidy_gate
 from support.dense import DenseFilter, Setting, open_dense, random_state
 
@@ -38,13 +38,13 @@ def test_gates_with_random_targets_and_conditions(
 
 
 @pytest.mark.parametrize("block_size", BLOCK_SIZES)
-@pytest.mark.parametrize("low", [low for low in GATES if low != m.SWAP], ids=hex)
+@pytest.mark.parametrize("low", [low for low in GATES if low != opcodes.SWAP], ids=hex)
 def test_gates_on_each_qubit_and_on_all(
     engine: ModuleType, rng: random.Random, low: int, block_size: int
 ) -> None:
     with open_dense(engine, QUBITS, Setting(block_size, 1, 1)) as filter_:
         for targets in (*(1 << qubit for qubit in range(QUBITS)), (1 << QUBITS) - 1):
-            gate = Record(TAG << 32 | low, targets, angle=rng.uniform(-180, 180))
+            gate = tagged(low, targets, angle=rng.uniform(-180, 180))
             assert_is_textbook(filter_, rng, gate)
 
 
@@ -53,7 +53,7 @@ def test_swaps_of_every_pair(engine: ModuleType, rng: random.Random, block_size:
     with open_dense(engine, QUBITS, Setting(block_size, 0, 1)) as filter_:
         for a in range(QUBITS):
             for c in range(a):
-                assert_is_textbook(filter_, rng, Record(TAG << 32 | m.SWAP, 1 << a | 1 << c))
+                assert_is_textbook(filter_, rng, tagged(opcodes.SWAP, 1 << a | 1 << c))
 
 
 @pytest.mark.parametrize("block_size", [2, 4, 8, 12])
@@ -63,7 +63,7 @@ def test_a_larger_register(engine: ModuleType, rng: random.Random, block_size: i
         state = random_state(rng, num_qubits)
         filter_.load(state)
         for qubit in range(num_qubits):
-            filter_.run_records([Record(TAG << 32 | 0x09, 1 << qubit)])
+            filter_.run_records([tagged(0x09, 1 << qubit)])
             halves = state.reshape(-1, 2, 1 << qubit)
             upper, lower = halves[:, 0] + halves[:, 1], halves[:, 0] - halves[:, 1]
             state = np.stack((upper, lower), axis=1).reshape(-1) / np.sqrt(2)

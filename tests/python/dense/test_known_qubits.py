@@ -7,14 +7,10 @@ from types import ModuleType
 
 import pytest
 
+from models.opcodes import FREE, PCP, PHASE, PPM, PPR, READ, RX, RY, RZ, SWAP, WRITE, H, T, X, Y, Z
 from support.dense import DenseFilter, Setting, basis, open_dense, reset, settings
 from support.driver import rec
 
-X, Y, PHASE, H, READ, WRITE, SWAP, PPR, PPM, PCP = (
-    0x05, 0x06, 0x08, 0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x13,
-)  # fmt: skip
-RX, RY, RZ, Z, T = 0x105, 0x106, 0x107, 0x1007, 0x407
-FREE = 0x10004003
 QUBITS = 3
 
 

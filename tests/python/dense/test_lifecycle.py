@@ -11,6 +11,7 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
+from models.opcodes import FLAG_NAND, OPEN_EVENT, H, X
 from support.dense import DenseFilter, Setting, assert_same_bits, basis, open_dense, reset
 from support.driver import rec
 
@@ -68,7 +69,7 @@ def test_a_refused_reset_leaves_no_register(engine: ModuleType, setting: Setting
         with pytest.raises(SystemError):
             filter_.run(reset(27))
         assert_not_allocated(filter_)
-        filter_.run(reset(2), rec(0x05, target_mask=2))
+        filter_.run(reset(2), rec(X, target_mask=2))
         assert_same_bits(filter_.state(2), basis(2, 2))
 
 
@@ -76,7 +77,7 @@ def test_a_failed_allocation_leaves_no_register(engine: ModuleType) -> None:
     with open_dense(engine, 4, Setting(1)) as filter_:
         filter_.run(reset(50))
         assert_not_allocated(filter_)
-        filter_.run(reset(2), rec(0x05, target_mask=2))
+        filter_.run(reset(2), rec(X, target_mask=2))
         assert_same_bits(filter_.state(2), basis(2, 2))
 
 
@@ -89,9 +90,9 @@ def test_a_first_reset_to_no_qubits_has_the_shape_of_no_register(engine: ModuleT
 
 def test_records_that_need_no_register(engine: ModuleType) -> None:
     with open_dense(engine) as filter_:
-        filter_.run(rec(0x1000000F, target_mask=0, cond_mask=0, read_flag=4))
+        filter_.run(rec(FLAG_NAND, target_mask=0, cond_mask=0, read_flag=4))
         assert filter_.flags(4, 1) == 1
-        filter_.run(rec(0x207), rec(0x10000112), rec(0x10000416), rec(0x1000C003))
+        filter_.run(rec(0x207), rec(OPEN_EVENT), rec(0x10000416), rec(0x1000C003))
 
 
 def test_the_name_of_a_borrowed_text(engine: ModuleType) -> None:
@@ -134,7 +135,7 @@ def test_the_same_shape_keeps_its_threads_whatever_is_asked_now(engine: ModuleTy
     before = native_threads()
     with open_dense(engine, 5, Setting(2)) as filter_:
         filter_.set(num_block_qubits=2, is_async=0, max_num_threads=1, max_ram_size_gb=1)
-        filter_.run(rec(0x09, target_mask=31), reset(5))
+        filter_.run(rec(H, target_mask=31), reset(5))
         assert native_threads() == before + 8
         assert_same_bits(filter_.state(5), basis(5, 0))
         filter_.set(num_block_qubits=2, is_async=0, use_opencl=1)
@@ -169,7 +170,7 @@ def test_resets_of_other_shapes_a_hundred_times(engine: ModuleType) -> None:
         for number in range(100):
             filter_.set(num_block_qubits=1 + number % 3, is_async=int(number % 5 != 0))
             num_qubits = 4 + number % 3
-            filter_.run(reset(num_qubits), rec(0x05, target_mask=1 << (num_qubits - 1)))
+            filter_.run(reset(num_qubits), rec(X, target_mask=1 << (num_qubits - 1)))
             assert_same_bits(filter_.state(num_qubits), basis(num_qubits, 1 << (num_qubits - 1)))
     assert settles_at(before)
 
@@ -177,7 +178,7 @@ def test_resets_of_other_shapes_a_hundred_times(engine: ModuleType) -> None:
 def test_several_filters_side_by_side(engine: ModuleType) -> None:
     filters = [DenseFilter(engine, Setting(2)) for _ in range(6)]
     for number, filter_ in enumerate(filters):
-        filter_.run(reset(5), rec(0x05, target_mask=1 << number % 5))
+        filter_.run(reset(5), rec(X, target_mask=1 << number % 5))
     for number, filter_ in enumerate(filters):
         assert_same_bits(filter_.state(5), basis(5, 1 << number % 5))
         filter_.close()

@@ -9,6 +9,7 @@ import pytest
 from models import matrices as full
 from models.arithmetic import Generator
 from models.dense import NOT_ALLOCATED
+from models.opcodes import CLEAR, FLAG_NAND, FREE, PPM, READ, WRITE, H, X
 from support.dense import (
     DenseFilter,
     Setting,
@@ -22,7 +23,6 @@ from support.dense import (
 )
 from support.driver import rec
 
-READ, WRITE, CLEAR, NAND = 0x0A, 0x0B, 0x10000003, 0x1000000F
 QUBITS = 4
 EVERY = settings([1, 3, 4])
 
@@ -106,7 +106,7 @@ def test_flags_run_over_the_measured_qubits(
 ) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
         # All flags from 2 on start at 1, so that a stored 0 shows as well.
-        filter_.run(*(rec(NAND, read_flag=flag) for flag in range(2, 16)))
+        filter_.run(*(rec(FLAG_NAND, read_flag=flag) for flag in range(2, 16)))
         filter_.load(basis(QUBITS, 0b1010))
         filter_.run(rec(READ, target_mask=0b1110, read_flag=read_flag))
         expected = dict.fromkeys(range(2, 16), 1)
@@ -119,7 +119,7 @@ def test_flags_run_over_the_measured_qubits(
 
 def test_a_false_condition_reads_nothing(engine: ModuleType, setting: Setting) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x09, target_mask=15))
+        filter_.run(rec(H, target_mask=15))
         state = filter_.state(QUBITS)
         never = rec(READ, target_mask=15, read_flag=2, cond_flag=-1)
         write = rec(WRITE, target_mask=15, cond_mask=3, read_flag=2, cond_flag=-1)
@@ -144,8 +144,8 @@ def test_how_many_draws_a_record_takes(engine: ModuleType, setting: Setting) -> 
         assert draws_used(filter_, whole) == 0
         assert draws_used(filter_, part) == 1
         assert draws_used(filter_, rec(CLEAR, target_mask=15), rec(CLEAR, target_mask=1)) == 1
-        assert draws_used(filter_, rec(0x0E, target_mask=1), rec(0x0E, cond_mask=3)) == 2
-        assert draws_used(filter_, rec(0x10004003, target_mask=1)) == 1
+        assert draws_used(filter_, rec(PPM, target_mask=1), rec(PPM, cond_mask=3)) == 2
+        assert draws_used(filter_, rec(FREE, target_mask=1)) == 1
 
 
 def test_a_read_of_nothing_left_gives_the_highest_term(
@@ -172,7 +172,7 @@ def test_a_read_of_no_numbers_gives_the_highest_term(engine: ModuleType, setting
 
 def test_a_whole_write_is_exact_and_ignores_its_flag(engine: ModuleType, setting: Setting) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x09, target_mask=15))
+        filter_.run(rec(H, target_mask=15))
         for value in range(16):
             filter_.run(rec(WRITE, target_mask=0xFF, cond_mask=value, read_flag=2))
             assert_same_bits(filter_.state(QUBITS), basis(QUBITS, value))
@@ -200,7 +200,7 @@ def test_a_partial_write_measures_and_flips(engine: ModuleType, setting: Setting
 
 def test_a_partial_clear_stores_no_flag(engine: ModuleType, setting: Setting) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x05, target_mask=15), rec(CLEAR, target_mask=3, read_flag=2))
+        filter_.run(rec(X, target_mask=15), rec(CLEAR, target_mask=3, read_flag=2))
         assert filter_.flags(2, 20) == 0
         assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 12))
 
@@ -211,7 +211,7 @@ def test_a_whole_write_of_a_value_above_the_register(
 ) -> None:
     text = f"Error: qc.write() value {value} lies outside the register of 4 qubits."
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x09, target_mask=15))
+        filter_.run(rec(H, target_mask=15))
         state = filter_.state(QUBITS)
         filter_.fails(text, rec(WRITE, target_mask=15, cond_mask=value))
         assert_same_bits(filter_.state(QUBITS), state)
@@ -238,19 +238,17 @@ def test_the_same_seed_gives_the_same_outcomes(engine: ModuleType, setting: Sett
 
 
 def flipped_coin(flag: int) -> tuple[np.ndarray, np.ndarray]:
-    return rec(0x09, target_mask=15), rec(READ, target_mask=15 & flag or 1, read_flag=flag)
+    return rec(H, target_mask=15), rec(READ, target_mask=15 & flag or 1, read_flag=flag)
 
 
 def test_outcomes_condition_later_gates(engine: ModuleType, setting: Setting) -> None:
     with open_dense(engine, QUBITS, setting) as filter_:
         for seed in range(10):
             engine.random_seed(0, seed)
-            filter_.run(reset(QUBITS), rec(0x09, target_mask=8))
+            filter_.run(reset(QUBITS), rec(H, target_mask=8))
             filter_.run(rec(READ, target_mask=8, read_flag=3))
             outcome = filter_.flags(3, 1)
-            filter_.run(
-                rec(0x05, target_mask=1, cond_flag=3), rec(0x05, target_mask=2, cond_flag=-3)
-            )
+            filter_.run(rec(X, target_mask=1, cond_flag=3), rec(X, target_mask=2, cond_flag=-3))
             index = 8 + 1 if outcome else 2
             np.testing.assert_allclose(abs(filter_.state(QUBITS)), basis(QUBITS, index).real)
 

@@ -7,19 +7,18 @@ from fractions import Fraction
 import numpy as np
 import pytest
 
-from models import dense as d
+from models import dense
 from models import matrices as full
-from models.arithmetic import Generator, fma
-from models.bit import TAG, Record
-from models.dense_block import ROOT_HALF
+from models.arithmetic import ROOT_HALF, Generator, fma
+from models.wire import tagged
 from programs.dense import GATES, tidy_gate
 from support.dense import amplitudes, random_state, reset_record, vector
 
 QUBITS = 4
 
 
-def dense_model(num_qubits: int = QUBITS, seed: int = 1) -> d.DenseModel:
-    model = d.DenseModel(Generator(seed))
+def dense_model(num_qubits: int = QUBITS, seed: int = 1) -> dense.DenseModel:
+    model = dense.DenseModel(Generator(seed))
     model.run([reset_record(num_qubits)])
     return model
 
@@ -82,6 +81,6 @@ def test_measuring_follows_the_probabilities() -> None:
     for seed in range(400):
         model = dense_model(1, seed)
         model.load([(0.6, 0.0), (0.0, 0.8)])
-        model.run([Record(TAG << 32 | 0x0A, target_mask=1, read_flag=2)])
+        model.run([tagged(0x0A, target_mask=1, read_flag=2)])
         ones += model.flags.get(2)
     assert 220 < ones < 290  # 0.64 of 400 is 256, and the seeds are fixed

@@ -9,8 +9,8 @@ import pytest
 
 from models import matrices as full
 from models.arithmetic import Generator
-from models.bit import TAG, Record, signed
-from models.dense import PCP, PPM, PPR
+from models.opcodes import FLAG_NAND, PCP, PPM, PPR, READ, X
+from models.wire import signed, tagged
 from support.dense import (
     Setting,
     assert_same_bits,
@@ -46,7 +46,7 @@ def test_every_product_rotates(engine: ModuleType, rng: random.Random, setting: 
     with open_dense(engine, QUBITS, setting) as filter_:
         for x in range(16):
             for z in range(16):
-                gate = Record(TAG << 32 | PPR, x, z, rng.uniform(-180, 180))
+                gate = tagged(PPR, x, z, rng.uniform(-180, 180))
                 got = state_after(filter_, state, to_array([gate]))
                 expected = full.gate_matrix(QUBITS, gate) @ state if x | z else state
                 np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12, err_msg=str(gate))
@@ -65,7 +65,7 @@ def test_conditions_stand_in_the_read_flag_word(
     with open_dense(engine, QUBITS, setting) as filter_:
         for conds, negs in ((0b1010, 0), (0b1010, 0b1000), (0b0010, 0b0111), (0b1000, 0b1000)):
             words = {"read_flag": conds, "cond_neg_mask": negs}
-            gate = Record(TAG << 32 | PPR, 0b0101, 0b0100, 35.0, **words)
+            gate = tagged(PPR, 0b0101, 0b0100, 35.0, **words)
             got = state_after(filter_, state, to_array([gate]))
             expected = full.gate_matrix(QUBITS, gate) @ state
             np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12)
@@ -136,7 +136,7 @@ def test_measuring_with_any_masks_is_bit_for_bit_the_models(
         for seed in range(80):
             state = holed_state(rng, QUBITS)
             x, z = (rng.getrandbits(4) & rng.getrandbits(4) | rng.choice(beyond) for _ in range(2))
-            record = Record(TAG << 32 | PPM, x, z, rng.choice((1.0, -1.0)), read_flag=2)
+            record = tagged(PPM, x, z, rng.choice((1.0, -1.0)), read_flag=2)
             model = model_of(state, seed)
             model.run([record])
             engine.random_seed(0, seed)
@@ -152,7 +152,7 @@ def test_measuring_with_letters_above_the_register_is_the_same_at_each_block_siz
         for seed in range(40):
             state = random_state(rng, QUBITS)
             x, z = (rng.getrandbits(4) | rng.choice((0, 1 << 4, 1 << 63)) for _ in range(2))
-            record = Record(TAG << 32 | PPM, x, z, 1.0, read_flag=2)
+            record = tagged(PPM, x, z, 1.0, read_flag=2)
             model = model_of(state, seed)
             model.run([record])
             engine.random_seed(0, seed)
@@ -182,7 +182,7 @@ def test_the_sign_inverts_the_report_and_not_the_state(
 ) -> None:
     state = basis(QUBITS, 0b1000)
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x1000000F, target_mask=stored, cond_mask=1, read_flag=5))
+        filter_.run(rec(FLAG_NAND, target_mask=stored, cond_mask=1, read_flag=5))
         measured = state_after(filter_, state, ppm(0, 0b1000, sign, read_flag=read_flag))
         assert_same_bits(measured, state)
         assert filter_.flags(5, 1) == stored
@@ -191,7 +191,7 @@ def test_the_sign_inverts_the_report_and_not_the_state(
 @pytest.mark.parametrize("read_flag", [0, 1, -1])
 def test_outcomes_that_are_stored_nowhere(engine: ModuleType, read_flag: int) -> None:
     with open_dense(engine, QUBITS) as filter_:
-        filter_.run(rec(0x05, target_mask=1), ppm(0, 1, read_flag=read_flag))
+        filter_.run(rec(X, target_mask=1), ppm(0, 1, read_flag=read_flag))
         assert filter_.flags(0, 32) == 0b10  # the constant flag 1 alone
 
 
@@ -202,7 +202,7 @@ def test_a_false_condition_measures_nothing(engine: ModuleType, rng: random.Rand
         engine.random_seed(0, 1)
         assert_same_bits(state_after(filter_, state, never), state)
         assert filter_.flags(2, 1) == 0
-        filter_.run(rec(0x0A, target_mask=15, read_flag=2))
+        filter_.run(rec(READ, target_mask=15, read_flag=2))
         drawn = np.searchsorted(np.cumsum(abs(state) ** 2), Generator(1).zero_to_one())
         assert filter_.flags(2, 4) == drawn
 
@@ -237,10 +237,7 @@ def test_one_product(engine: ModuleType, rng: random.Random, setting: Setting) -
 def test_batches_are_bit_for_bit_the_models(engine: ModuleType, rng: random.Random) -> None:
     with open_dense(engine, QUBITS, Setting(QUBITS)) as filter_:
         for size in (1, 2, 3, 4, 5):
-            batch = [
-                Record(TAG << 32 | PCP, 0, rng.randint(1, 15), 1000.0 * size + k)
-                for k in range(size)
-            ]
+            batch = [tagged(PCP, 0, rng.randint(1, 15), 1000.0 * size + k) for k in range(size)]
             state = holed_state(rng, QUBITS)
             model = model_of(state)
             model.run(batch)
@@ -319,6 +316,6 @@ def test_a_negative_flag_that_holds_negates_nothing(
 ) -> None:
     state = random_state(rng, QUBITS)
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x1000000F, read_flag=3))
+        filter_.run(rec(FLAG_NAND, read_flag=3))
         expected = state_after(filter_, state, pcp(1000.0, 1, 4))
         assert_same_bits(state_after(filter_, state, pcp(1000.0, 1, 4, -4)), expected)

@@ -12,8 +12,9 @@ import numpy as np
 import pytest
 
 from models.arithmetic import radians
-from models.bit import set_bits
 from models.dense_block import Block
+from models.opcodes import PHASE, Z
+from models.wire import set_bits
 from support.dense import (
     Setting,
     Vector,
@@ -26,7 +27,6 @@ from support.dense import (
 )
 from support.driver import rec
 
-PHASE, Z = 0x08, 0x1007
 QUBITS = 4
 
 

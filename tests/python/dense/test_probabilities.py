@@ -10,6 +10,7 @@ import pytest
 from models import matrices as full
 from models.arithmetic import Generator
 from models.dense import NO_MATCH
+from models.opcodes import CLEAR, READ, H, X
 from support.dense import (
     Setting,
     assert_same_bits,
@@ -67,7 +68,7 @@ def test_a_limit_stops_each_block_and_not_the_total(engine: ModuleType) -> None:
         assert filter_.call("peek_read_probability", 0, 0b0001, 0.3) == 4 * 0.5
         assert filter_.call("peek_read_probability", 0, 0b1000, 0.2) == 2 * 0.25
         assert filter_.call("peek_read_probability", 0, 0b1000, 9.0) == 2.0
-        filter_.run(rec(0x10000003, target_mask=0xF))
+        filter_.run(rec(CLEAR, target_mask=0xF))
         assert filter_.call("peek_read_probability", 0, 0b1000, 0.2) == 1.0
 
 
@@ -81,7 +82,7 @@ def test_a_peek_leaves_the_state_and_the_generator(
         total = sum(filter_.call("peek_read_probability", value, 15, 0.0) for value in range(16))
         assert math.isclose(total, 1.0)
         assert_same_bits(filter_.state(QUBITS), state)
-        filter_.run(rec(0x0A, target_mask=15, read_flag=2))
+        filter_.run(rec(READ, target_mask=15, read_flag=2))
         drawn = np.searchsorted(np.cumsum(abs(state) ** 2), Generator(5).zero_to_one())
         assert filter_.flags(2, 4) == drawn
 
@@ -112,11 +113,11 @@ def test_postselection_is_bit_for_bit_the_models(engine: ModuleType, rng: random
 def test_postselection_on_what_cannot_be(engine: ModuleType, setting: Setting) -> None:
     zeros = vector([(0.0, 0.0)] * 16)
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x09, target_mask=0b0011))
+        filter_.run(rec(H, target_mask=0b0011))
         filter_.call_fails(NO_MATCH, "postselect", 0b1000, 0b1000)
         assert_same_bits(filter_.state(QUBITS), zeros)
         filter_.call_fails(NO_MATCH, "postselect", 0, 1)
-        filter_.run(rec(0x09, target_mask=15), rec(0x05, target_mask=8))
+        filter_.run(rec(H, target_mask=15), rec(X, target_mask=8))
         np.testing.assert_array_equal(filter_.state(QUBITS), zeros)
         filter_.run(reset(QUBITS))
         assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 0))

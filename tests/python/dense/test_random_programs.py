@@ -12,8 +12,8 @@ import numpy as np
 import pytest
 
 from models.arithmetic import Generator
-from models.bit import Record
 from models.dense import DenseModel
+from models.wire import Record
 from programs.dense import GATES, ProgramSource, gate_program, wild_gate
 from support.dense import (
     Setting,

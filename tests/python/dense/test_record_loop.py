@@ -7,9 +7,10 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
+from models.opcodes import EXTEND, FLAG_NAND, JUMP_FWD, LABEL, READ, WRITE, X
 from support.dense import Setting, assert_same_bits, basis, open_dense, reset
 from support.driver import rec
-from support.record_loop_cases import EVERYTHING, FAILURES, IGNORED, JUMP, LABEL, X
+from support.record_loop_cases import EVERYTHING, FAILURES, IGNORED
 from support.record_loop_programs import assert_wrong_counts_fail, skip_to_a_label
 
 QUBITS = 3
@@ -37,7 +38,7 @@ def test_failures_keep_what_came_before(
 
 def test_a_failing_gate_keeps_what_came_before(engine: ModuleType) -> None:
     with open_dense(engine) as filter_:
-        nand = rec(0x1000000F, read_flag=3)
+        nand = rec(FLAG_NAND, read_flag=3)
         filter_.fails(NOT_ALLOCATED, nand, rec(X, target_mask=1), reset(QUBITS))
         assert filter_.flags(3, 1) == 1
         filter_.fails(NOT_ALLOCATED, rec(X, target_mask=1))
@@ -46,7 +47,7 @@ def test_a_failing_gate_keeps_what_came_before(engine: ModuleType) -> None:
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_dense(engine, QUBITS) as filter_:
         # It stays open over what would fail or size the register anew.
-        skip_to_a_label(filter_, reset(QUBITS + 1), rec(0x07), rec(0x10000010))
+        skip_to_a_label(filter_, reset(QUBITS + 1), rec(0x07), rec(EXTEND))
         assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 4))
 
 
@@ -54,15 +55,15 @@ def test_a_jump_depends_on_a_measured_flag(engine: ModuleType) -> None:
     skipped = [rec(X, target_mask=4), rec(LABEL, target_mask=1)]
     with open_dense(engine, QUBITS, Setting(2)) as filter_:
         for value in (0, 1):
-            filter_.run(reset(QUBITS), rec(0x0B, target_mask=1, cond_mask=value))
-            filter_.run(rec(X, target_mask=1, cond_flag=-1), rec(0x0A, target_mask=1, read_flag=5))
-            filter_.run(rec(JUMP, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
+            filter_.run(reset(QUBITS), rec(WRITE, target_mask=1, cond_mask=value))
+            filter_.run(rec(X, target_mask=1, cond_flag=-1), rec(READ, target_mask=1, read_flag=5))
+            filter_.run(rec(JUMP_FWD, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
             assert_same_bits(filter_.state(QUBITS), basis(QUBITS, value if value else 4))
 
 
 def test_a_jump_survives_a_failed_register(engine: ModuleType) -> None:
     with open_dense(engine) as filter_:
-        filter_.run(rec(JUMP, target_mask=1), rec(X, target_mask=1))
+        filter_.run(rec(JUMP_FWD, target_mask=1), rec(X, target_mask=1))
         filter_.run(rec(LABEL, target_mask=1), reset(QUBITS))
         assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 0))
 

@@ -9,6 +9,7 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
+from models.opcodes import H, X
 from support.dense import DenseFilter, aligned, basis, open_dense, printed_by, reset
 from support.driver import raises_engine_error, rec
 
@@ -178,7 +179,7 @@ def test_a_new_register_is_all_qubits_zero(engine: ModuleType, setting: dict[str
         for num_qubits in (1, 5, 13, 5, 5):
             filter_.run(reset(num_qubits))
             np.testing.assert_array_equal(filter_.state(num_qubits), basis(num_qubits, 0))
-            filter_.run(rec(0x09, target_mask=2**num_qubits - 1))
+            filter_.run(rec(H, target_mask=2**num_qubits - 1))
 
 
 def refusal(num_qubits: int, gb: str, limit: int) -> str:
@@ -216,7 +217,7 @@ def test_a_register_above_the_limit_is_refused(
     with open_dense(engine, 3) as filter_:
         filter_.set(num_block_qubits=block_size, max_ram_size_gb=limit)
         filter_.fails(refusal(num_qubits, gb, limit), reset(num_qubits))
-        filter_.fails(NOT_ALLOCATED, rec(0x09, target_mask=1))
+        filter_.fails(NOT_ALLOCATED, rec(H, target_mask=1))
         filter_.run(reset(3))
         np.testing.assert_array_equal(filter_.state(3), basis(3, 0))
 
@@ -235,7 +236,7 @@ def test_parameters_hold_from_the_next_reset_on(
 ) -> None:
     with open_dense(engine, 4) as filter_:
         filter_.set(num_block_qubits=1, verbose=1)
-        assert printed_by(capfd, lambda: filter_.run(rec(0x09, target_mask=15))) == ""
+        assert printed_by(capfd, lambda: filter_.run(rec(H, target_mask=15))) == ""
         expect = re.escape(manual_text(4, 1)) + set_up_text(4, 1)
         assert re.fullmatch(expect, printed_by(capfd, lambda: filter_.run(reset(4))))
 
@@ -250,7 +251,7 @@ def test_each_filter_has_its_own_parameters(
 
 
 def is_working(filter_: DenseFilter) -> bool:
-    filter_.run(reset(2), rec(0x05, target_mask=3))
+    filter_.run(reset(2), rec(X, target_mask=3))
     return bool(np.array_equal(filter_.state(2), basis(2, 3)))
 
 

@@ -5,7 +5,7 @@ from types import ModuleType
 
 import pytest
 
-from models.dense import HADAMARD
+from models.opcodes import H
 from support.dense import (
     DenseFilter,
     Setting,
@@ -24,7 +24,7 @@ QUBITS = 5
 def after_hadamards(filter_: DenseFilter, start: Vector, *target_masks: int) -> Vector:
     """The state after one Hadamard record for each mask."""
     filter_.load(start)
-    filter_.run(*(rec(HADAMARD, target_mask=mask) for mask in target_masks))
+    filter_.run(*(rec(H, target_mask=mask) for mask in target_masks))
     return filter_.state(QUBITS)
 
 

@@ -9,6 +9,7 @@ import pytest
 
 from models.arithmetic import Generator
 from models.dense import DenseModel
+from models.opcodes import H, X, Z
 from support.dense import (
     Setting,
     Vector,
@@ -63,7 +64,7 @@ def test_terms_stay_in_order_when_blocks_are_exchanged(
     state = np.arange(16) * (1 - 2j)
     with open_dense(engine, QUBITS, setting) as filter_:
         filter_.load(state)
-        filter_.run(rec(0x05, target_mask=0b1100), rec(0x05, target_mask=0b1000, cond_mask=0b0100))
+        filter_.run(rec(X, target_mask=0b1100), rec(X, target_mask=0b1000, cond_mask=0b0100))
         order = [i ^ 0b1100 ^ (0b1000 if i & 0b0100 else 0) for i in range(16)]
         assert_same_bits(filter_.state(QUBITS), state[order])
         filter_.load(state)
@@ -89,9 +90,7 @@ def test_a_state_of_zeros(engine: ModuleType, setting: Setting) -> None:
         for _ in range(2):
             filter_.load(zeros)
             assert_same_bits(filter_.state(QUBITS), zeros)
-        filter_.run(
-            rec(0x09, target_mask=15), rec(0x05, target_mask=15), rec(0x1007, target_mask=8)
-        )
+        filter_.run(rec(H, target_mask=15), rec(X, target_mask=15), rec(Z, target_mask=8))
         assert_same_bits(filter_.state(QUBITS), zeros)
 
 
@@ -270,7 +269,7 @@ def test_a_push_is_not_normalised(engine: ModuleType, setting: Setting) -> None:
 def test_a_push_after_blocks_were_exchanged(engine: ModuleType, setting: Setting) -> None:
     source = np.array([0.6, 0.8j])
     with open_dense(engine, QUBITS, setting) as filter_:
-        filter_.run(rec(0x05, target_mask=0b1111), rec(0x05, target_mask=0b0100))
+        filter_.run(rec(X, target_mask=0b1111), rec(X, target_mask=0b0100))
         filter_.call("push_state", source, 0b0001)
         filter_.call("push_state", source, 0b1000)
         expected = np.zeros(16, dtype=np.complex128)
@@ -332,5 +331,5 @@ def test_a_comparison_that_failed_leaves_the_register_at_work(
     with open_dense(engine, QUBITS, setting) as filter_:
         for _ in range(3):
             assert filter_.call("check_state", basis(QUBITS, 1), 0.1, 0) == 0
-        filter_.run(rec(0x05, target_mask=9))
+        filter_.run(rec(X, target_mask=9))
         assert filter_.call("check_state", basis(QUBITS, 9), 0.0, 0) == 1

@@ -9,11 +9,10 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models import bit as m
-from models import dense as d
 from models import matrices as full
-from models.bit import TAG
+from models import opcodes
 from models.matrices import Matrix
+from models.wire import TAG, tagged
 from programs.dense import GATES
 
 RECORDS = Path(__file__).parents[3] / "docs" / "records.md"
@@ -58,7 +57,7 @@ def assert_same(actual: Matrix, expected: Matrix) -> None:
 
 
 def test_every_gate_on_one_qubit_has_a_matrix() -> None:
-    assert set(DOCUMENTED) == set(GATES) - {m.SWAP, d.PPR}
+    assert set(DOCUMENTED) == set(GATES) - {opcodes.SWAP, opcodes.PPR}
 
 
 @pytest.mark.parametrize("filter_type", FILTERS)
@@ -72,7 +71,7 @@ def test_the_engine_applies_the_matrix(low: int, filter_type: str) -> None:
 @pytest.mark.parametrize("low", DOCUMENTED, ids=hex)
 def test_the_matrix_is_the_textbook_one(low: int) -> None:
     for degrees in ANGLES:
-        gate = m.Record(TAG << 32 | low, target_mask=1, angle=degrees)
+        gate = tagged(low, target_mask=1, angle=degrees)
         assert_same(documented_matrix(low, degrees), full.one_qubit_matrix(gate))
 
 

@@ -3,9 +3,8 @@
 import nimbrel as nb
 import pytest
 
+from models.opcodes import CALLBACK, EXTEND, JUMP_BACK, READ, SWAP, WRITE, X, Y
 from support.driver import BitFilter, rec
-
-EXTEND, X, SWAP, READ, WRITE = 0x10000010, 0x05, 0x0C, 0x0A, 0x0B
 
 
 def extend(**words: int) -> nb.RecordArray:
@@ -172,11 +171,11 @@ def test_a_skipped_extension_adds_nothing(wide: BitFilter) -> None:
 @pytest.mark.parametrize(
     ("failing", "text"),
     [
-        (rec(0x06), "qc.y has not been implemented for the Bit sim."),
+        (rec(Y), "qc.y has not been implemented for the Bit sim."),
         (nb.record(5), "Error: Unknown opcode: 0x5\n"),
-        (rec(0x10000018), "Unhandled callback:[lookup:(0)]"),
+        (rec(CALLBACK), "Unhandled callback:[lookup:(0)]"),
         (
-            rec(0x10000516),
+            rec(JUMP_BACK),
             "qc.jump_back() is experimental, "
             "and currently requires use of the >>jump-control>> filter.",
         ),

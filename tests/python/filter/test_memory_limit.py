@@ -8,11 +8,10 @@ from types import ModuleType
 
 import pytest
 
-from models.dense import HADAMARD
+from models.opcodes import RESET, H
+from models.program import NO_REGISTER
 from support.clifford import open_clifford
-from support.driver import NO_REGISTER, failure_of, rec
-
-RESET = 0x10000001
+from support.driver import failure_of, rec
 
 # The child sees a machine with this much free memory: its own /proc/meminfo, in a mount namespace
 # that ends with it.
@@ -61,9 +60,9 @@ def test_a_tableau_larger_than_any_machine(engine: ModuleType, num_qubits: int) 
     with open_clifford(engine, 2) as filter_:
         failure = failure_of(lambda: filter_.run(rec(RESET, target_mask=num_qubits)))
         assert re.fullmatch(text, failure)
-        filter_.fails(NO_REGISTER, rec(HADAMARD, target_mask=1))
+        filter_.fails(NO_REGISTER, rec(H, target_mask=1))
         filter_.reset(2)
-        filter_.run(rec(HADAMARD, target_mask=1))
+        filter_.run(rec(H, target_mask=1))
 
 
 def test_a_tableau_larger_than_the_machine(meminfo: Path) -> None:

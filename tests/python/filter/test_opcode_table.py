@@ -3,7 +3,9 @@
 import nimbrel as nb
 import pytest
 
-from support.driver import NO_REGISTER, BitFilter, op, rec
+from models.opcodes import CALLBACK
+from models.program import NO_REGISTER
+from support.driver import BitFilter, op, rec
 from support.record_loop_programs import assert_foreign_tags_unknown, assert_neighbours_unknown
 
 PASSED_OVER = [
@@ -141,8 +143,8 @@ def test_needs_no_register(bits: BitFilter, low: int) -> None:
 
 @pytest.mark.parametrize("key", [0, 7, -1, 2**63 - 1, -(2**63)])
 def test_a_callback_has_no_handler(bits: BitFilter, key: int) -> None:
-    bits.fails(f"Unhandled callback:[lookup:({key})]", rec(0x10000018, read_flag=key))
-    bits.fails(f"Unhandled callback:[lookup:({key})]", rec(0x10000018, read_flag=key, cond_flag=-1))
+    bits.fails(f"Unhandled callback:[lookup:({key})]", rec(CALLBACK, read_flag=key))
+    bits.fails(f"Unhandled callback:[lookup:({key})]", rec(CALLBACK, read_flag=key, cond_flag=-1))
 
 
 @pytest.mark.parametrize(

@@ -8,9 +8,9 @@ from hypothesis import given
 from hypothesis import strategies as st
 
 from models.flags import FlagTable
+from models.opcodes import FLAG_NAND, READ
 from support.driver import BitFilter, open_bit_filter, raises_engine_error, rec
 
-READ, FLAG_NAND = 0x0A, 0x1000000F
 WORD = 2**64 - 1
 
 

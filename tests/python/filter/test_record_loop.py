@@ -6,6 +6,7 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
+from models.opcodes import CALLBACK, X
 from support.driver import BitFilter, op, raises_engine_error, rec
 from support.record_loop_programs import WRONG_COUNT
 
@@ -146,12 +147,12 @@ def test_skipped_records_are_not_looked_at(four: BitFilter) -> None:
         nb.jump_fwd(7),
         nb.y(0),
         nb.record(5),
-        rec(0x10000018),
+        rec(CALLBACK),
         nb.reset(1),
         nb.open_event(3),
         nb.flag_nand(1, 1, 2),
         nb.read(0, 4),
-        rec(0x05, target_mask=1, target_offset=2**63),
+        rec(X, target_mask=1, target_offset=2**63),
         nb.label(7),
     )
     assert four.state() == "0000"

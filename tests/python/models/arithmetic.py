@@ -14,6 +14,8 @@ Amplitude: TypeAlias = tuple[float, float]
 
 ZERO: Amplitude = (0.0, 0.0)
 BELOW_ONE = 1.0 - 2.0**-53
+# The Hadamard factor of the engine, one unit in the last place below the double of 1/sqrt(2).
+ROOT_HALF = float.fromhex("0x1.6a09e667f3bccp-1")
 
 
 def fma(a: float, b: float, c: float) -> float:

@@ -1,193 +1,36 @@
 """The bit filter in plain Python: records in; register, flags, events and failure texts out.
 
-Written out independently of the engine and as directly as possible, so that the two can be driven
-side by side. The register is a list of 64-bit words, since masks may touch the unused bits of the
-last word.
+The model is written independently of the engine and as directly as possible, so that a test can run
+both on the same records. The register is a list of 64-bit words, since masks may reach the unused
+bits of the last word.
 """
 
 from __future__ import annotations
 
-import math
-import struct
-from collections.abc import Iterable, Iterator
-from typing import NamedTuple
-
-from models.flags import FlagTable
-
-TAG = 0x4E6D6272
-WORD = (1 << 64) - 1
-NO_REGISTER = "qc.reset() has not been called or did not succeed."
-
-JUMP, LABEL, JUMP_BACK, EXTEND, CALLBACK = (
-    0x10000216,
-    0x10000316,
-    0x10000516,
-    0x10000010,
-    0x10000018,
+from models.opcodes import (
+    CLEAR,
+    EXTEND,
+    FREE,
+    LELBOW,
+    MARKERS,
+    READ,
+    RELBOW,
+    RESET,
+    SWAP,
+    WRITE,
+    H,
+    X,
 )
-X, SWAP, READ, WRITE, LEFT_ELBOW, RIGHT_ELBOW = 0x05, 0x0C, 0x0A, 0x0B, 0x14, 0x4014
-RESET, CLEAR, FREE, FLAG_NAND = 0x10000001, 0x10000003, 0x10004003, 0x1000000F
-OPEN_EVENTS, CLOSE_EVENTS = (0x10000112, 0x10000212), (0x10004112, 0x10004212)
-IGNORED = (
-    0x09, 0x207, 0x10000000, 0x10000002, 0x10000011, 0x10000012, 0x10000015, 0x10000017,
-    0x10000412, 0x10004011, 0x10004012, 0x10004015, 0x10004412, 0x10008003, 0x1000C003,
-)  # fmt: skip
+from models.program import NO_REGISTER, ModelError, Pair, WideProgramModel
+from models.wire import Record, set_bits, signed
+
+IGNORED = (H, *MARKERS)
 REFUSED = {
     0x06: "qc.y", 0x08: "qc.phase", 0x0D: "qc.ppr", 0x0E: "qc.ppm", 0x13: "qc.pcp",
     0x105: "qc.rx", 0x106: "qc.ry", 0x107: "qc.t", 0x407: "qc.t", 0x807: "qc.s", 0x1007: "qc.z",
     0x2005: "qc.rootx", 0x2006: "qc.rooty", 0x4407: "qc.t_inv", 0x4807: "qc.OP_qc_s_inv",
     0x6005: "qc.rootx_inv", 0x6006: "qc.rooty_inv",
 }  # fmt: skip
-ONLY_FILTER = "is experimental, and currently requires use of the >>jump-control>> filter."
-
-
-class Record(NamedTuple):
-    """The eleven words of a record in their order; `opcode` is the whole 64-bit value."""
-
-    opcode: int
-    target_mask: int = 0
-    cond_mask: int = 0
-    angle: float = 0.0
-    cond_flag: int = 0
-    read_flag: int = 0
-    cond_neg_mask: int = 0
-    target_offset: int = 0
-    cond_offset: int = 0
-    reserved_a: int = 0
-    reserved_b: int = 0
-
-
-def tagged(low: int, **words: int | float) -> Record:
-    """A record of the engine's tag."""
-    return Record(TAG << 32 | low, **words)  # type: ignore[arg-type]
-
-
-def pack(records: Iterable[Record]) -> bytes:
-    """The records as the engine takes them: 88 little-endian bytes each."""
-    return b"".join(struct.pack("<QQQdqqQQQQQ", *record) for record in records)
-
-
-class ModelError(Exception):
-    """A failure of the modelled filter; its text is the one expected of the engine."""
-
-
-class Pair(NamedTuple):
-    """A mask and the bit offset at which it stands; `negated` belongs to conditions only."""
-
-    mask: int
-    offset: int
-    negated: int = 0
-
-
-def event_id(angle: float) -> int:
-    """A double as an unsigned 64-bit id, truncated; a negative one wraps around."""
-    return math.trunc(angle) & WORD
-
-
-def signed(word: int) -> int:
-    """An unsigned 64-bit word read as a signed one."""
-    return (word & WORD) - ((word & 1 << 63) << 1)
-
-
-def set_bits(mask: int) -> Iterator[int]:
-    """The single-bit masks of `mask`, the lowest first."""
-    while mask:
-        lowest = mask & -mask
-        yield lowest
-        mask ^= lowest
-
-
-class ProgramModel:
-    """What filters share: the way through a program, the read flags and the open events."""
-
-    def __init__(self) -> None:
-        self.flags = FlagTable()
-        self.open_ids: list[int] = []
-        self.open_label = 0
-
-    def run(self, records: Iterable[Record]) -> None:
-        """Runs the records in order; raises ModelError at the first that fails, none undone."""
-        for record in records:
-            self._step(record)
-
-    def _step(self, record: Record) -> None:
-        low = record.opcode & 0xFFFFFFFF if record.opcode >> 32 == TAG else None
-        if low == LABEL:
-            self._pass_label(record)
-        elif low == JUMP_BACK:
-            raise ModelError(f"qc.jump_back() {ONLY_FILTER}")
-        elif self.open_label:
-            return
-        elif record.opcode & 0xFF == 0x16:
-            if low == JUMP and self.flags.holds(record.cond_flag):
-                self.open_label = record.target_mask
-        else:
-            self._perform(low, record)
-
-    def _pass_label(self, record: Record) -> None:
-        if record.cond_mask:
-            raise ModelError(f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}")
-        if self.open_label == record.target_mask:
-            self.open_label = 0
-
-    def _perform(self, low: int | None, record: Record) -> None:
-        """Carries out a record that is no part of the control flow; `low` is None for a bad tag."""
-        if low == CALLBACK:
-            raise ModelError(f"Unhandled callback:[lookup:({record.read_flag})]")
-        if low in OPEN_EVENTS:
-            self.open_ids.append(event_id(record.angle))
-        elif low in CLOSE_EVENTS:
-            self._close_event(event_id(record.angle))
-        elif low == FLAG_NAND:
-            a, b = signed(record.target_mask), signed(record.cond_mask)
-            self.flags.store_nand(a, b, record.cond_flag, record.read_flag)
-        elif low is None or not self._operate(low, record):
-            raise ModelError(f"Error: Unknown opcode: 0x{record.opcode:x}\n")
-
-    def _operate(self, low: int, record: Record) -> bool:
-        """Does what the filter does with an opcode; says whether there is such an opcode."""
-        raise NotImplementedError
-
-    def _close_event(self, closed: int) -> None:
-        for index in reversed(range(len(self.open_ids))):
-            if self.open_ids[index] == closed:
-                del self.open_ids[index]
-                return
-
-
-class WideProgramModel(ProgramModel):
-    """Beyond that what filters of wide registers share: masks that wait for the next record."""
-
-    def __init__(self) -> None:
-        super().__init__()
-        self.extra_targets: list[Pair] = []
-        self.extra_conds: list[Pair] = []
-
-    def _perform(self, low: int | None, record: Record) -> None:
-        super()._perform(low, record)
-        if low != EXTEND:
-            self._drop_extensions()
-
-    def _drop_extensions(self) -> None:
-        self.extra_targets, self.extra_conds = [], []
-
-    def _extend(self, record: Record) -> None:
-        if not self.flags.holds(record.cond_flag):
-            return
-        if record.target_mask:
-            self.extra_targets.append(Pair(record.target_mask, record.target_offset))
-        if record.cond_mask:
-            self.extra_conds.append(
-                Pair(record.cond_mask, record.cond_offset, record.cond_neg_mask)
-            )
-
-    def _take_targets(self, record: Record) -> list[Pair]:
-        own = [Pair(record.target_mask, record.target_offset)] if record.target_mask else []
-        return own + self.extra_targets
-
-    def _take_conds(self, mask: int, negated: int, offset: int) -> list[Pair]:
-        own = [Pair(mask, offset, negated)] if mask else []
-        return own + self.extra_conds
 
 
 class BitModel(WideProgramModel):
@@ -210,7 +53,7 @@ class BitModel(WideProgramModel):
     def _operate(self, low: int, record: Record) -> bool:
         if low in REFUSED:
             raise ModelError(f"{REFUSED[low]} has not been implemented for the Bit sim.")
-        if low in (X, LEFT_ELBOW, RIGHT_ELBOW, SWAP):
+        if low in (X, LELBOW, RELBOW, SWAP):
             self._gate(record)
         elif low == READ:
             self._read(record)

@@ -11,39 +11,49 @@ import math
 from collections.abc import Callable, Iterable, Iterator
 from typing import NamedTuple
 
-from models import bit as m
-from models import dense as d
-from models.bit import (
-    NO_REGISTER,
-    WORD,
-    ModelError,
-    Pair,
-    Record,
-    WideProgramModel,
-    set_bits,
-    signed,
-)
+from models import opcodes
+from models.program import NO_REGISTER, ModelError, Pair, WideProgramModel
 from models.tableau import Outcome, Tableau
-from support.clifford import NO_MATCH, NO_PEEK_MASK, NO_POSTSELECT_MASK, ONE_QUBIT_ONLY, outside
+from models.wire import WORD, Record, set_bits, signed
 
 REFUSED = {
-    d.PCP: "qc.pcp", m.LEFT_ELBOW: "qc.lelbow", m.RIGHT_ELBOW: "qc.relbow", d.RX: "qc.rx",
-    d.RY: "qc.ry", d.T: "qc.t", d.T_INV: "qc.t_inv", d.ROOT_X: "qc.rootx",
-    d.ROOT_X_INV: "qc.rootx_inv", d.ROOT_Y: "qc.rooty", d.ROOT_Y_INV: "qc.rooty_inv",
-}  # fmt: skip
-IGNORED = tuple(low for low in m.IGNORED if low != d.HADAMARD)
+    opcodes.PCP: "qc.pcp",
+    opcodes.LELBOW: "qc.lelbow",
+    opcodes.RELBOW: "qc.relbow",
+    opcodes.RX: "qc.rx",
+    opcodes.RY: "qc.ry",
+    opcodes.T: "qc.t",
+    opcodes.T_INV: "qc.t_inv",
+    opcodes.ROOTX: "qc.rootx",
+    opcodes.ROOTX_INV: "qc.rootx_inv",
+    opcodes.ROOTY: "qc.rooty",
+    opcodes.ROOTY_INV: "qc.rooty_inv",
+}
+IGNORED = opcodes.MARKERS
+NO_PEEK_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
+ONE_QUBIT_ONLY = (
+    "qc.peek_read_probability() in Clifford sim must specify exactly one qubit to measure."
+)
+NO_POSTSELECT_MASK = "qc.postselect() must specify at least one qubit to postselect."
+NO_MATCH = "qc.postselect() no non-zero terms have the desired value."
+NO_PUSH = "qc.push_state() has not been implemented for the Clifford sim."
 NO_CONDITIONS = {
-    d.S: "qc.s() can't have conditions in the Clifford sim.",
-    d.S_INV: "qc.s_inv() can't have conditions in the Clifford sim.",
-    d.Y: "qc.y() cannot have conditions for Clifford sim.",
-    d.HADAMARD: "qc.had() can't have conditions in the Clifford sim.",
-    m.SWAP: "qc.swap() can't have conditions in the Clifford sim.",
+    opcodes.S: "qc.s() can't have conditions in the Clifford sim.",
+    opcodes.S_INV: "qc.s_inv() can't have conditions in the Clifford sim.",
+    opcodes.Y: "qc.y() cannot have conditions for Clifford sim.",
+    opcodes.H: "qc.had() can't have conditions in the Clifford sim.",
+    opcodes.SWAP: "qc.swap() can't have conditions in the Clifford sim.",
 }
 ONE_CONDITION = "can only have one condition for Clifford sim."
 TWO_TARGETS = "qc.swap() must specify exactly two target qubits."
 NO_CONDITION_MASKS = "qc.ppr() cannot have condition masks in the Clifford sim."
 EIGHTHS_ONLY = "qc.ppr() angles must be multiples of pi/4 for Clifford sim."
-TURNS = {90.0: d.S, -90.0: d.S_INV, 180.0: d.Z}
+TURNS = {90.0: opcodes.S, -90.0: opcodes.S_INV, 180.0: opcodes.Z}
+
+
+def outside(qubit: int, num_qubits: int) -> str:
+    """The text of a refusal to touch a qubit that the register does not have."""
+    return f"Error: qubit {qubit} lies outside the register of {num_qubits} qubits."
 
 
 def int32(value: float) -> int:
@@ -100,11 +110,21 @@ class CliffordModel(WideProgramModel):
         self.state: Tableau | None = None
         self.stored: list[tuple[int, Outcome]] = []  # flags with outcomes that may be open
         self._calls: dict[int, Callable[[Record], None]] = {
-            m.X: self._x, d.Z: self._z, d.PHASE: self._phase, d.RZ: self._rz, m.SWAP: self._swap,
-            d.PPR: self._ppr, d.PPM: self._ppm, m.READ: self._read, m.WRITE: self._write,
-            m.CLEAR: self._clear, m.FREE: self._clear, m.RESET: self._reset, m.EXTEND: self._extend,
-            **dict.fromkeys((d.S, d.S_INV, d.Y, d.HADAMARD), self._plain_gate),
-        }  # fmt: skip
+            opcodes.X: self._x,
+            opcodes.Z: self._z,
+            opcodes.PHASE: self._phase,
+            opcodes.RZ: self._rz,
+            opcodes.SWAP: self._swap,
+            opcodes.PPR: self._ppr,
+            opcodes.PPM: self._ppm,
+            opcodes.READ: self._read,
+            opcodes.WRITE: self._write,
+            opcodes.CLEAR: self._clear,
+            opcodes.FREE: self._clear,
+            opcodes.RESET: self._reset,
+            opcodes.EXTEND: self._extend,
+            **dict.fromkeys((opcodes.S, opcodes.S_INV, opcodes.Y, opcodes.H), self._plain_gate),
+        }
 
     # What can be asked from outside.
 
@@ -200,10 +220,10 @@ class CliffordModel(WideProgramModel):
     def _gate_on_each(self, low: int, record: Record) -> None:
         tableau = self._tableau()
         gates = {
-            d.S: tableau.sgate,
-            d.S_INV: tableau.s_inverse,
-            d.Y: tableau.py,
-            d.HADAMARD: tableau.had,
+            opcodes.S: tableau.sgate,
+            opcodes.S_INV: tableau.s_inverse,
+            opcodes.Y: tableau.py,
+            opcodes.H: tableau.had,
         }
         targets = self._start(low, record) or []
         self._require_inside(targets)
@@ -257,13 +277,13 @@ class CliffordModel(WideProgramModel):
         low = TURNS.get(record.angle)
         if low is None:
             raise ModelError(f"{name} has not been implemented for the Clifford sim.")
-        if low == d.Z:
+        if low == opcodes.Z:
             self._z(record)
         else:
             self._gate_on_each(low, record)
 
     def _swap(self, record: Record) -> None:
-        targets = self._start(m.SWAP, record)
+        targets = self._start(opcodes.SWAP, record)
         if targets is None:
             return
         if len(targets) != 2:

@@ -9,25 +9,22 @@ from __future__ import annotations
 import math
 from collections.abc import Callable, Iterable
 
-from models import bit as m
+from models import opcodes
 from models.arithmetic import Amplitude, Generator, has_zero_bits, radians, times
-from models.bit import TAG, ModelError, Record, event_id, set_bits, signed
 from models.dense_block import Block, Matrix, PairGate, complex2x2, exchange, hadamard, real2x2
 from models.flags import FlagTable
-
-Y, PHASE, HADAMARD, PPR, PPM, PCP = 0x06, 0x08, 0x09, 0x0D, 0x0E, 0x13
-RX, RY, RZ, T, S, Z, T_INV, S_INV = 0x105, 0x106, 0x107, 0x407, 0x807, 0x1007, 0x4407, 0x4807
-ROOT_X, ROOT_Y, ROOT_X_INV, ROOT_Y_INV = 0x2005, 0x2006, 0x6005, 0x6006
+from models.program import ModelError
+from models.wire import TAG, WORD, Record, event_id, set_bits, signed
 
 UP, DOWN = (0.5, 0.5), (0.5, -0.5)
 FIXED_MATRICES: dict[int, Matrix] = {
-    ROOT_X: (UP, DOWN, DOWN, UP),
-    ROOT_X_INV: (DOWN, UP, UP, DOWN),
-    ROOT_Y: (UP, (-0.5, -0.5), UP, UP),
-    ROOT_Y_INV: (DOWN, DOWN, (-0.5, 0.5), DOWN),
-    Y: ((0.0, 0.0), (0.0, -1.0), (0.0, 1.0), (0.0, 0.0)),
+    opcodes.ROOTX: (UP, DOWN, DOWN, UP),
+    opcodes.ROOTX_INV: (DOWN, UP, UP, DOWN),
+    opcodes.ROOTY: (UP, (-0.5, -0.5), UP, UP),
+    opcodes.ROOTY_INV: (DOWN, DOWN, (-0.5, 0.5), DOWN),
+    opcodes.Y: ((0.0, 0.0), (0.0, -1.0), (0.0, 1.0), (0.0, 0.0)),
 }
-FIXED_PHASES = {T: 45.0, S: 90.0, T_INV: -45.0, S_INV: -90.0}
+FIXED_PHASES = {opcodes.T: 45.0, opcodes.S: 90.0, opcodes.T_INV: -45.0, opcodes.S_INV: -90.0}
 
 NOT_ALLOCATED = (
     "Error: Simulated state vector data is requested, but not present. To fix this:\n"
@@ -44,9 +41,9 @@ NO_MATCH = "Error: qc.postselect() no nonzero terms match desired value."
 def rotation(low: int, degrees: float) -> PairGate:
     half = radians(degrees) * 0.5
     cosine, sine = math.cos(half), math.sin(half)
-    if low == RY:
+    if low == opcodes.RY:
         return real2x2((cosine, -sine, sine, cosine))
-    if low == RX:
+    if low == opcodes.RX:
         return complex2x2(((cosine, 0.0), (0.0, -sine), (0.0, -sine), (cosine, 0.0)))
     return complex2x2(((cosine, -sine), (0.0, 0.0), (0.0, 0.0), (cosine, sine)))
 
@@ -67,16 +64,25 @@ class DenseModel:
         self._calls = self._dispatch_table()
 
     def _dispatch_table(self) -> dict[int, Callable[[Record], object]]:
-        gates = dict.fromkeys((m.X, m.LEFT_ELBOW, m.RIGHT_ELBOW), self._not)
+        gates = dict.fromkeys((opcodes.X, opcodes.LELBOW, opcodes.RELBOW), self._not)
         gates |= dict.fromkeys(FIXED_MATRICES, self._fixed_matrix)
-        gates |= dict.fromkeys((RX, RY, RZ), self._rotation)
-        gates |= dict.fromkeys((PHASE, *FIXED_PHASES), self._phase)
-        gates |= {HADAMARD: self._hadamard, Z: self._cz, m.SWAP: self._swap, PPR: self._ppr}
-        measurements = {m.READ: self._read, m.WRITE: self._write, m.CLEAR: self._clear}
-        measurements |= {m.FREE: self._free, PPM: self._ppm, PCP: self._pcp}
-        events = dict.fromkeys(m.OPEN_EVENTS, self._open_event)
-        events |= dict.fromkeys(m.CLOSE_EVENTS, self._close_event)
-        return {**gates, **measurements, **events, m.RESET: self._reset}
+        gates |= dict.fromkeys((opcodes.RX, opcodes.RY, opcodes.RZ), self._rotation)
+        gates |= dict.fromkeys((opcodes.PHASE, *FIXED_PHASES), self._phase)
+        gates |= {
+            opcodes.H: self._hadamard,
+            opcodes.Z: self._cz,
+            opcodes.SWAP: self._swap,
+            opcodes.PPR: self._ppr,
+        }
+        measurements = {
+            opcodes.READ: self._read,
+            opcodes.WRITE: self._write,
+            opcodes.CLEAR: self._clear,
+        }
+        measurements |= {opcodes.FREE: self._free, opcodes.PPM: self._ppm, opcodes.PCP: self._pcp}
+        events = dict.fromkeys(opcodes.OPEN_EVENTS, self._open_event)
+        events |= dict.fromkeys(opcodes.CLOSE_EVENTS, self._close_event)
+        return {**gates, **measurements, **events, opcodes.RESET: self._reset}
 
     def run(self, records: Iterable[Record]) -> None:
         """Runs the records in order; control flow and failures are another test's business."""
@@ -215,7 +221,7 @@ class DenseModel:
 
     def _ppr(self, r: Record) -> None:
         if self._acts(r.cond_flag):
-            conds = r.read_flag & m.WORD
+            conds = r.read_flag & WORD
             self._rotate(r.angle, r.target_mask, r.cond_mask, conds, r.cond_neg_mask)
 
     def _rotate(self, degrees: float, x: int, z: int, conds: int, negs: int) -> None:
@@ -321,7 +327,7 @@ class DenseModel:
             block.terms[value], block.all_zero = (1.0, 0.0), False
         else:
             wrong = (self._measure(mask, read_flag) ^ value) & mask
-            self._each_target(Record(m.X, target_mask=wrong), exchange)
+            self._each_target(Record(opcodes.X, target_mask=wrong), exchange)
         self.known |= mask
 
     def postselect(self, value: int, mask: int) -> None:

@@ -10,6 +10,7 @@ import math
 from collections.abc import Callable, Iterator, Sequence
 
 from models.arithmetic import (
+    ROOT_HALF,
     ZERO,
     Amplitude,
     Generator,
@@ -22,9 +23,6 @@ from models.arithmetic import (
     subtract,
     times,
 )
-
-# One unit in the last place below the double that is nearest to 1 / sqrt(2).
-ROOT_HALF = float.fromhex("0x1.6a09e667f3bccp-1")
 
 Matrix = tuple[Amplitude, Amplitude, Amplitude, Amplitude]
 RealMatrix = tuple[float, float, float, float]

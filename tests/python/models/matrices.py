@@ -11,9 +11,8 @@ from typing import Any, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
-from models import bit as m
-from models import dense as d
-from models.bit import Record, set_bits
+from models import opcodes
+from models.wire import Record, set_bits
 
 Matrix: TypeAlias = npt.NDArray[np.complexfloating[Any, Any]]
 
@@ -25,22 +24,22 @@ HADAMARD = (X + Z) / np.sqrt(2)
 
 # A square root has eigenvalues 1 and i on the two eigenspaces of its Pauli.
 PLAIN: dict[int, Matrix] = {
-    m.X: X,
-    m.LEFT_ELBOW: X,
-    m.RIGHT_ELBOW: X,
-    d.Y: Y,
-    d.Z: Z,
-    d.HADAMARD: HADAMARD,
-    d.ROOT_X: ((1 + 1j) * ONE + (1 - 1j) * X) / 2,
-    d.ROOT_X_INV: ((1 - 1j) * ONE + (1 + 1j) * X) / 2,
-    d.ROOT_Y: ((1 + 1j) * ONE + (1 - 1j) * Y) / 2,
-    d.ROOT_Y_INV: ((1 - 1j) * ONE + (1 + 1j) * Y) / 2,
-    d.S: np.diag([1, 1j]),
-    d.S_INV: np.diag([1, -1j]),
-    d.T: np.diag([1, np.exp(0.25j * np.pi)]),
-    d.T_INV: np.diag([1, np.exp(-0.25j * np.pi)]),
+    opcodes.X: X,
+    opcodes.LELBOW: X,
+    opcodes.RELBOW: X,
+    opcodes.Y: Y,
+    opcodes.Z: Z,
+    opcodes.H: HADAMARD,
+    opcodes.ROOTX: ((1 + 1j) * ONE + (1 - 1j) * X) / 2,
+    opcodes.ROOTX_INV: ((1 - 1j) * ONE + (1 + 1j) * X) / 2,
+    opcodes.ROOTY: ((1 + 1j) * ONE + (1 - 1j) * Y) / 2,
+    opcodes.ROOTY_INV: ((1 - 1j) * ONE + (1 + 1j) * Y) / 2,
+    opcodes.S: np.diag([1, 1j]),
+    opcodes.S_INV: np.diag([1, -1j]),
+    opcodes.T: np.diag([1, np.exp(0.25j * np.pi)]),
+    opcodes.T_INV: np.diag([1, np.exp(-0.25j * np.pi)]),
 }
-AXES = {d.RX: X, d.RY: Y, d.RZ: Z}
+AXES = {opcodes.RX: X, opcodes.RY: Y, opcodes.RZ: Z}
 
 
 def on_qubits(num_qubits: int, factors: dict[int, Matrix]) -> Matrix:
@@ -61,7 +60,7 @@ def one_qubit_matrix(record: Record) -> Matrix:
     low = record.opcode & 0xFFFFFFFF
     if low in AXES:
         return turned(AXES[low], np.deg2rad(record.angle) / 2)
-    if low == d.PHASE:
+    if low == opcodes.PHASE:
         return np.diag([1, np.exp(1j * np.deg2rad(record.angle))])
     return PLAIN[low]
 
@@ -92,10 +91,10 @@ def qubit_numbers(mask: int) -> list[int]:
 def unconditional(num_qubits: int, record: Record) -> Matrix:
     """The gate on all terms: each target in turn, or a whole product, or a swap."""
     low = record.opcode & 0xFFFFFFFF
-    if low == d.PPR:
+    if low == opcodes.PPR:
         product = pauli_product(num_qubits, record.target_mask, record.cond_mask)
         return turned(product, np.deg2rad(record.angle))
-    if low == m.SWAP:
+    if low == opcodes.SWAP:
         return exchanged(num_qubits, record.target_mask)
     matrix = one_qubit_matrix(record)
     return on_qubits(num_qubits, dict.fromkeys(qubit_numbers(record.target_mask), matrix))
@@ -103,7 +102,7 @@ def unconditional(num_qubits: int, record: Record) -> Matrix:
 
 def conditions(record: Record) -> tuple[int, int]:
     """The condition mask and which of its qubits must be 0; a rotation carries them elsewhere."""
-    is_rotation = record.opcode & 0xFFFFFFFF == d.PPR
+    is_rotation = record.opcode & 0xFFFFFFFF == opcodes.PPR
     mask = record.read_flag if is_rotation else record.cond_mask
     return mask, mask & record.cond_neg_mask
 

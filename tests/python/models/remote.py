@@ -6,15 +6,11 @@ import math
 import struct
 from collections.abc import Iterable
 
+from models import opcodes
 from models.flags import FlagTable
+from models.wire import RECORD_BYTES, TAG, signed
 
-RECORD_BYTES = 88
-FETCH_REPLY = 0x4E6D6272_10004011
-
-
-def wrapped(number: int) -> int:
-    """A number as 64 bits with a sign hold it."""
-    return (number + 2**63) % 2**64 - 2**63
+FETCH_REPLY = TAG << 32 | opcodes.FETCH_REPLY
 
 
 class ClientModel:
@@ -60,4 +56,4 @@ class ClientModel:
         first, count, valid, value = struct.unpack_from("<qQ8xQQ", record, 8)
         for i in range(min(count, 64)):
             if valid >> i & 1:
-                self.flags.set(wrapped(first + i), value >> i & 1)
+                self.flags.set(signed(first + i), value >> i & 1)

@@ -9,8 +9,7 @@ from __future__ import annotations
 import math
 from collections.abc import Callable, Sequence
 
-from models import bit as m
-from models import dense as d
+from models import dense, opcodes
 from models.arithmetic import (
     Amplitude,
     Generator,
@@ -20,8 +19,8 @@ from models.arithmetic import (
     radians,
     times,
 )
-from models.bit import WORD, ModelError, ProgramModel, Record, set_bits, signed
 from models.dense_block import Matrix
+from models.program import ModelError, ProgramModel
 from models.sparse_terms import (
     ALWAYS,
     HADAMARD_FORMULA,
@@ -32,20 +31,20 @@ from models.sparse_terms import (
     complex_formula,
     real_formula,
 )
-from support.sparse import (
-    NO_EXTENSION,
-    NO_MATCH,
-    NO_PEEK_MASK,
-    NO_POSTSELECT_MASK,
-    PARTIAL_PUSH,
-    TOO_MANY_QUBITS,
-)
+from models.wire import WORD, Record, set_bits, signed
 
-IGNORED = (*(low for low in m.IGNORED if low != d.HADAMARD), d.PCP)
+MAX_QUBITS = 63
+NO_MATCH = "qc.postselect() no non-zero terms match the desired value."
+NO_POSTSELECT_MASK = "qc.postselect() must specify at least one qubit to measure."
+NO_PEEK_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
+TOO_MANY_QUBITS = "This quick sparse_sv prototype just handles 64 qubits."
+PARTIAL_PUSH = "Partial push_state is not yet implemented for sparse_sv."
+NO_EXTENSION = "qc.extend has not been implemented for the State-vector QPU sim."
+IGNORED = (*opcodes.MARKERS, opcodes.PCP)
 # The turns forward are computed from their angle; those backward are constants.
-COMPUTED_PHASES = {d.T: 45.0, d.S: 90.0}
+COMPUTED_PHASES = {opcodes.T: 45.0, opcodes.S: 90.0}
 QUARTER_BACK, QUARTER_ON = (6.123233995736766e-17, -1.0), (6.123233995736766e-17, 1.0)
-FACTORS = {d.T_INV: (0.7071067811865476, -0.7071067811865475), d.S_INV: QUARTER_BACK}
+FACTORS = {opcodes.T_INV: (0.7071067811865476, -0.7071067811865475), opcodes.S_INV: QUARTER_BACK}
 
 
 def short_array(operation: str, needed: int, given: int) -> ModelError:
@@ -65,9 +64,9 @@ def diagonal(cosine: float, sine: float) -> Matrix:
 
 def rotation(low: int, degrees: float) -> PairFormula:
     cosine, sine = cosine_sine(radians(degrees) * 0.5)
-    if low == d.RY:
+    if low == opcodes.RY:
         return real_formula(cosine, sine)
-    if low == d.RZ:
+    if low == opcodes.RZ:
         return complex_formula(diagonal(cosine, sine))
     return complex_formula(((cosine, 0.0), (0.0, -sine), (0.0, -sine), (cosine, 0.0)))
 
@@ -96,21 +95,25 @@ class SparseModel(ProgramModel):
 
     def _dispatch_table(self) -> dict[int, Callable[[Record], object]]:
         """What tests its classical condition by the usual word."""
-        gates = dict.fromkeys((m.X, m.LEFT_ELBOW, m.RIGHT_ELBOW), self._not)
-        gates |= dict.fromkeys((d.RX, d.RY, d.RZ), self._rotation)
-        gates |= dict.fromkeys(d.FIXED_MATRICES, self._fixed_matrix)
+        gates = dict.fromkeys((opcodes.X, opcodes.LELBOW, opcodes.RELBOW), self._not)
+        gates |= dict.fromkeys((opcodes.RX, opcodes.RY, opcodes.RZ), self._rotation)
+        gates |= dict.fromkeys(dense.FIXED_MATRICES, self._fixed_matrix)
         gates |= dict.fromkeys(FACTORS, self._factor)
-        gates |= dict.fromkeys((d.PHASE, *COMPUTED_PHASES), self._phase)
-        gates |= {d.Z: self._flip_signs, d.HADAMARD: self._hadamard, m.SWAP: self._swap}
-        measurements = {m.READ: self._read, m.WRITE: self._write, m.CLEAR: self._clear}
-        return {**gates, **measurements, d.PPR: self._ppr, d.PPM: self._ppm}
+        gates |= dict.fromkeys((opcodes.PHASE, *COMPUTED_PHASES), self._phase)
+        gates |= {opcodes.Z: self._flip_signs, opcodes.H: self._hadamard, opcodes.SWAP: self._swap}
+        measurements = {
+            opcodes.READ: self._read,
+            opcodes.WRITE: self._write,
+            opcodes.CLEAR: self._clear,
+        }
+        return {**gates, **measurements, opcodes.PPR: self._ppr, opcodes.PPM: self._ppm}
 
     def _operate(self, low: int, record: Record) -> bool:
-        if low == m.EXTEND:
+        if low == opcodes.EXTEND:
             raise ModelError(NO_EXTENSION)
-        if low == m.RESET:
+        if low == opcodes.RESET:
             self._reset(record.target_mask)
-        elif low == m.FREE:
+        elif low == opcodes.FREE:
             # The number of the flag stands where other records name their results.
             if self.flags.holds(record.read_flag):
                 self._clear(record)
@@ -122,7 +125,7 @@ class SparseModel(ProgramModel):
         return True
 
     def _reset(self, num_qubits: int) -> None:
-        if num_qubits > 63:
+        if num_qubits > MAX_QUBITS:
             raise ModelError(TOO_MANY_QUBITS)
         self.num_qubits, self.register = num_qubits, (1 << num_qubits) - 1
         self.prune_threshold = 1e-25
@@ -175,7 +178,7 @@ class SparseModel(ProgramModel):
         self._mix(r, HADAMARD_FORMULA)
 
     def _fixed_matrix(self, r: Record) -> None:
-        self._mix(r, complex_formula(d.FIXED_MATRICES[r.opcode & 0xFFFFFFFF]))
+        self._mix(r, complex_formula(dense.FIXED_MATRICES[r.opcode & 0xFFFFFFFF]))
 
     def _rotation(self, r: Record) -> None:
         self._mix(r, rotation(r.opcode & 0xFFFFFFFF, r.angle))

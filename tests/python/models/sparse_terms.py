@@ -12,6 +12,7 @@ from collections.abc import Callable
 from typing import NamedTuple
 
 from models.arithmetic import (
+    ROOT_HALF,
     ZERO,
     Amplitude,
     add,
@@ -22,8 +23,8 @@ from models.arithmetic import (
     subtract,
     times,
 )
-from models.bit import set_bits
-from models.dense_block import ROOT_HALF, Matrix
+from models.dense_block import Matrix
+from models.wire import set_bits
 
 
 class Term:

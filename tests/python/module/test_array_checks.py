@@ -6,7 +6,8 @@ from typing import Any
 import numpy as np
 import pytest
 
-from support.driver import NO_REGISTER, raises_engine_error
+from models.program import NO_REGISTER
+from support.driver import raises_engine_error
 
 Array = np.ndarray[Any, Any]
 

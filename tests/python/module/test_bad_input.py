@@ -9,17 +9,10 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from support.driver import NO_REGISTER, BitFilter, failure_of, raises_engine_error, rec
+from models.opcodes import CLEAR, EXTEND, FREE, READ, SWAP, WRITE, X
+from models.program import NO_REGISTER
+from support.driver import BitFilter, failure_of, raises_engine_error, rec
 
-X, READ, WRITE, SWAP, CLEAR, FREE, EXTEND = (
-    0x05,
-    0x0A,
-    0x0B,
-    0x0C,
-    0x10000003,
-    0x10004003,
-    0x10000010,
-)
 GATES = [X, SWAP, 0x14, 0x4014]
 ALL = [*GATES, READ, WRITE, CLEAR, FREE]
 

@@ -5,8 +5,8 @@ from __future__ import annotations
 import random
 from collections.abc import Callable
 
-from models import bit as m
-from models.bit import TAG, WORD, Record
+from models import bit, opcodes
+from models.wire import TAG, WORD, Record, tagged
 
 ODD_FLAGS = [
     100_000_000,
@@ -48,8 +48,20 @@ def wild_record(rng: random.Random) -> Record:
 
     Resets are left out: what a vast one does is the machine's memory to say.
     """
-    low = rng.choice((m.X, m.SWAP, m.LEFT_ELBOW, m.RIGHT_ELBOW, m.READ, m.WRITE, m.CLEAR, m.FREE,
-                      m.EXTEND, m.FLAG_NAND))  # fmt: skip
+    low = rng.choice(
+        (
+            opcodes.X,
+            opcodes.SWAP,
+            opcodes.LELBOW,
+            opcodes.RELBOW,
+            opcodes.READ,
+            opcodes.WRITE,
+            opcodes.CLEAR,
+            opcodes.FREE,
+            opcodes.EXTEND,
+            opcodes.FLAG_NAND,
+        )
+    )
     target, cond, negated = (rng.getrandbits(64) & rng.getrandbits(64) for _ in range(3))
     offsets = [rng.getrandbits(rng.choice((6, 7, 8, 9, 64))) for _ in range(2)]
     flags = [rng.getrandbits(64) - (1 << 63) for _ in range(2)]
@@ -97,7 +109,7 @@ class RecordSource:
     def _record(self, low: int, **words: int | float) -> Record:
         """A record of the engine's tag; reserved words hold whatever they like."""
         noise = self.rng.getrandbits(64)
-        return Record(TAG << 32 | low, **words, reserved_a=noise, reserved_b=noise ^ WORD)  # type: ignore[arg-type]
+        return tagged(low, **words, reserved_a=noise, reserved_b=noise ^ WORD)
 
     def _mask(self, bits_wanted: int | None = None) -> int:
         """A mask of a few qubits as a rule; seldom empty, full or random in all its bits."""
@@ -142,34 +154,40 @@ class RecordSource:
         return 0 if self.rng.random() < 0.7 else self._flag()
 
     def _flip(self) -> Record:
-        low = self.rng.choice((m.X, m.X, m.LEFT_ELBOW, m.RIGHT_ELBOW))
+        low = self.rng.choice((opcodes.X, opcodes.X, opcodes.LELBOW, opcodes.RELBOW))
         words = self._targets(self.rng.choice((None, 1, 2, 30))) | self._conds()
         return self._record(low, **words, cond_flag=self._cond_flag(), read_flag=self._flag())
 
     def _swap(self) -> Record:
         bits_wanted = self.rng.choice((2,) * 30 + (1, 3))
         words = self._targets(bits_wanted) | self._conds()
-        return self._record(m.SWAP, **words, cond_flag=self._cond_flag())
+        return self._record(opcodes.SWAP, **words, cond_flag=self._cond_flag())
 
     def _whole_swap(self) -> list[Record]:
         """A swap of two qubits, in one mask or over an extension, behind what drops older ones."""
         conds = self._conds() | {"cond_flag": self._cond_flag()}
-        swap = self._record(m.SWAP, **self._targets(2), **conds)
+        swap = self._record(opcodes.SWAP, **self._targets(2), **conds)
         if self.num_qubits == 1 or self.rng.random() < 0.5:
-            extension = self._record(m.EXTEND, **self._targets(1))
-            return [self._ignored(), extension, self._record(m.SWAP, **self._targets(1), **conds)]
+            extension = self._record(opcodes.EXTEND, **self._targets(1))
+            return [
+                self._ignored(),
+                extension,
+                self._record(opcodes.SWAP, **self._targets(1), **conds),
+            ]
         return [self._ignored(), swap]
 
     def _read(self) -> Record:
         words = self._targets() | self._conds()
-        return self._record(m.READ, **words, cond_flag=self._cond_flag(), read_flag=self._flag())
+        return self._record(
+            opcodes.READ, **words, cond_flag=self._cond_flag(), read_flag=self._flag()
+        )
 
     def _write(self) -> Record:
         words = self._targets()
         value = self.rng.choice((0, WORD, self.rng.getrandbits(64)))
         offset = words["target_offset"] if self.rng.random() < 0.8 else self._offset(value)
         return self._record(
-            m.WRITE,
+            opcodes.WRITE,
             **words,
             cond_mask=value,
             cond_offset=offset if value else self._offset(0),
@@ -180,31 +198,33 @@ class RecordSource:
 
     def _clear(self) -> Record:
         words = self._targets()
-        return self._record(m.CLEAR, **words, cond_mask=self._mask(), cond_flag=self._cond_flag())
+        return self._record(
+            opcodes.CLEAR, **words, cond_mask=self._mask(), cond_flag=self._cond_flag()
+        )
 
     def _free(self) -> Record:
         words = self._targets(self.rng.choice((None, 1, 3, 16, 64)))
         checks = self.rng.choice((16, 16, 16, 0, 1, self.rng.getrandbits(64)))
         code = self.rng.choice((self.rng.randint(0, 50), self.rng.getrandbits(63), self._flag()))
         return self._record(
-            m.FREE, **words, cond_mask=checks, cond_flag=self._cond_flag(), read_flag=code
+            opcodes.FREE, **words, cond_mask=checks, cond_flag=self._cond_flag(), read_flag=code
         )
 
     def _extend(self) -> Record:
         words = self._targets(self.rng.choice((0, 1, 1, 2))) | self._conds()
-        return self._record(m.EXTEND, **words, cond_flag=self._cond_flag())
+        return self._record(opcodes.EXTEND, **words, cond_flag=self._cond_flag())
 
     def _nand(self) -> Record:
         a, b = self._flag() & WORD, self._flag() & WORD
         flags = {"cond_flag": self._cond_flag(), "read_flag": self._flag()}
-        return self._record(m.FLAG_NAND, target_mask=a, cond_mask=b, **flags)
+        return self._record(opcodes.FLAG_NAND, target_mask=a, cond_mask=b, **flags)
 
     def _event_marker(self) -> Record:
-        low = self.rng.choice((*m.OPEN_EVENTS, *m.CLOSE_EVENTS))
+        low = self.rng.choice((*opcodes.OPEN_EVENTS, *opcodes.CLOSE_EVENTS))
         return self._record(low, angle=self.rng.choice((0.0, 1.0, 1.75, 2.0, 3.0, 2.0**63, -1.0)))
 
     def _jump(self) -> Record:
-        opcode = self._record(m.JUMP).opcode
+        opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
             opcode = self.rng.choice(JUMP_FAMILY)
         label = self.rng.choice((0, 1, 1, 2, 3))
@@ -213,20 +233,22 @@ class RecordSource:
         )
 
     def _label(self) -> Record:
-        return self._record(m.LABEL, target_mask=self.rng.choice((0, 1, 1, 1, 2, 3)))
+        return self._record(opcodes.LABEL, target_mask=self.rng.choice((0, 1, 1, 1, 2, 3)))
 
     def _ignored(self) -> Record:
         words = self._targets() | self._conds()
-        return self._record(self.rng.choice(m.IGNORED), **words, cond_flag=self._cond_flag())
+        return self._record(self.rng.choice(bit.IGNORED), **words, cond_flag=self._cond_flag())
 
     def _reset(self) -> Record:
         self.num_qubits = random_width(self.rng)
         # Reset to none at times, which the source forgets at once so that the next records fail.
         width = self.num_qubits if self.rng.random() < 0.9 else 0
-        return self._record(m.RESET, target_mask=width, cond_flag=self._cond_flag())
+        return self._record(opcodes.RESET, target_mask=width, cond_flag=self._cond_flag())
 
     def _failing(self) -> Record:
-        low = self.rng.choice((*m.REFUSED, m.CALLBACK, m.JUMP_BACK, m.LABEL, None))
+        low = self.rng.choice(
+            (*bit.REFUSED, opcodes.CALLBACK, opcodes.JUMP_BACK, opcodes.LABEL, None)
+        )
         if low is None:
             return Record(self.rng.choice(ODD_OPCODES), target_mask=self._mask())
         words = self._targets() | {"cond_mask": self._mask(1), "cond_flag": self._cond_flag()}

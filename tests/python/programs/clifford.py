@@ -6,14 +6,14 @@ import math
 import random
 from collections.abc import Callable
 
-from models import bit as m
-from models import dense as d
-from models.bit import WORD, Pair, Record, tagged
+from models import opcodes
 from models.clifford import IGNORED, REFUSED, qubits_of
+from models.program import Pair
+from models.wire import WORD, Record, tagged
 from programs.bit import ODD_OPCODES, RecordSource
 
 WIDTHS = (1, 2, 3, 63, 64, 65, 66, 127, 128, 129, 130)
-FREE_GATES = (*(d.HADAMARD,) * 3, d.S, d.S, d.S_INV, d.Y)
+FREE_GATES = (*(opcodes.H,) * 3, opcodes.S, opcodes.S, opcodes.S_INV, opcodes.Y)
 QUARTERS = (90.0, -90.0, 180.0)
 EIGHTHS = tuple(45.0 * k for k in range(-9, 10))
 # Where doubling wraps around 32 bits, and where the angle stops to be a whole 32-bit number.
@@ -135,7 +135,7 @@ class CliffordSource(RecordSource):
         words = targets | self._apart(targets, self._conds())
         if self._errs(0.03):
             words |= {"cond_mask": targets["target_mask"], "cond_offset": targets["target_offset"]}
-        return self._record(m.X, **words, cond_flag=self._cond_flag())
+        return self._record(opcodes.X, **words, cond_flag=self._cond_flag())
 
     def _z_words(self) -> dict[str, int]:
         """A Z on targets, under one condition, or on two conditions alone."""
@@ -145,20 +145,20 @@ class CliffordSource(RecordSource):
         return targets | conds
 
     def _z(self) -> Record:
-        return self._record(d.Z, **self._z_words(), cond_flag=self._cond_flag())
+        return self._record(opcodes.Z, **self._z_words(), cond_flag=self._cond_flag())
 
     def _turn(self) -> Record:
         angle = self.rng.choice(QUARTERS)
         words = self._z_words() if angle == 180.0 else self._targets() | self._seldom_conds()
         if self._errs(0.05):
             angle = self.rng.choice((90.5, 45.0, 0.0, 270.0, math.nan))
-        low = self.rng.choice((d.PHASE, d.RZ))
+        low = self.rng.choice((opcodes.PHASE, opcodes.RZ))
         return self._record(low, **words, angle=angle, cond_flag=self._cond_flag())
 
     def _swap(self) -> Record:
         bits_wanted = self.rng.choice((1, 3)) if self._errs(0.1) else 2
         words = self._targets(bits_wanted) | self._seldom_conds()
-        return self._record(m.SWAP, **words, cond_flag=self._cond_flag())
+        return self._record(opcodes.SWAP, **words, cond_flag=self._cond_flag())
 
     # Pauli products. Bases that differ by less than a word let their entries overlap.
 
@@ -174,17 +174,17 @@ class CliffordSource(RecordSource):
         angle = self.rng.choice((*EDGE_ANGLES, *WRONG_ANGLES) if self._errs(0.1) else EIGHTHS)
         condition = 1 if self._errs(0.01) else 0
         flags = {"cond_flag": self._cond_flag(), "read_flag": condition}
-        return self._record(d.PPR, **self._product(), angle=angle, **flags)
+        return self._record(opcodes.PPR, **self._product(), angle=angle, **flags)
 
     def _ppm(self) -> Record:
         flags = {"cond_flag": self._cond_flag(), "read_flag": self._flag()}
-        return self._record(d.PPM, **self._product(), angle=self.rng.choice(SIGNS), **flags)
+        return self._record(opcodes.PPM, **self._product(), angle=self.rng.choice(SIGNS), **flags)
 
     # Measurements.
 
     def _read(self) -> Record:
         flags = {"cond_flag": self._cond_flag(), "read_flag": self._flag()}
-        return self._record(m.READ, **self._targets(), **self._conds(), **flags)
+        return self._record(opcodes.READ, **self._targets(), **self._conds(), **flags)
 
     def _write(self) -> Record:
         """Values from the same base or any other, zeros among them; flags or none."""
@@ -195,27 +195,29 @@ class CliffordSource(RecordSource):
         value = self.rng.choice((0, WORD, self.rng.getrandbits(64)))
         values = {"cond_mask": value, "cond_offset": offset, "cond_neg_mask": self._mask()}
         flags = {"cond_flag": self._cond_flag(), "read_flag": self.rng.choice((0, self._flag()))}
-        return self._record(m.WRITE, **words, **values, **flags)
+        return self._record(opcodes.WRITE, **words, **values, **flags)
 
     def _free(self) -> Record:
         words = self._targets() | self._conds()
-        return self._record(m.FREE, **words, cond_flag=self._cond_flag(), read_flag=self._flag())
+        return self._record(
+            opcodes.FREE, **words, cond_flag=self._cond_flag(), read_flag=self._flag()
+        )
 
     # The rest.
 
     def _extend(self) -> Record:
         words = self._targets(self.rng.choice((0, 1, 1, 2))) | self._conds()
-        return self._record(m.EXTEND, **words, cond_flag=self._cond_flag())
+        return self._record(opcodes.EXTEND, **words, cond_flag=self._cond_flag())
 
     def _ignored(self) -> Record:
         words = self._targets() | self._conds()
         return self._record(self.rng.choice(IGNORED), **words, cond_flag=self._cond_flag())
 
     def _reset(self) -> Record:
-        return self._record(m.RESET, target_mask=random_width(self.rng), cond_flag=-1)
+        return self._record(opcodes.RESET, target_mask=random_width(self.rng), cond_flag=-1)
 
     def _failing(self) -> Record:
-        low = self.rng.choice((*REFUSED, m.CALLBACK, m.JUMP_BACK, m.LABEL, None))
+        low = self.rng.choice((*REFUSED, opcodes.CALLBACK, opcodes.JUMP_BACK, opcodes.LABEL, None))
         if low is None:
             return Record(self.rng.choice(ODD_OPCODES), target_mask=self._mask())
         words = self._targets() | self._conds(1)
@@ -228,15 +230,26 @@ def gate_run(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
 
 
 def one_gate(rng: random.Random, num_qubits: int) -> list[Record]:
-    low = rng.choice((*FREE_GATES, m.X, m.X, m.X, d.Z, d.Z, m.SWAP, d.PPR))
+    low = rng.choice(
+        (
+            *FREE_GATES,
+            opcodes.X,
+            opcodes.X,
+            opcodes.X,
+            opcodes.Z,
+            opcodes.Z,
+            opcodes.SWAP,
+            opcodes.PPR,
+        )
+    )
     a, b = rng.sample(range(num_qubits), 2) if num_qubits > 1 else (0, 0)
     words: dict[str, int] = {"target_mask": 1, "target_offset": a}
-    if low == d.PPR:
+    if low == opcodes.PPR:
         return [pauli_rotation(rng, a, min(num_qubits - a, 4))]
-    if low == m.SWAP:
-        first = tagged(m.EXTEND, target_mask=1, target_offset=b)
+    if low == opcodes.SWAP:
+        first = tagged(opcodes.EXTEND, target_mask=1, target_offset=b)
         return [first, tagged(low, **words)] if a != b else []
-    if low in (m.X, d.Z) and a != b and rng.random() < 0.8:
+    if low in (opcodes.X, opcodes.Z) and a != b and rng.random() < 0.8:
         words |= {"cond_mask": 1, "cond_offset": b}
     elif rng.random() < 0.2:
         words["target_mask"] = rng.getrandbits(min(num_qubits - a, 64))
@@ -247,4 +260,4 @@ def pauli_rotation(rng: random.Random, base: int, width: int) -> Record:
     """A rotation about letters on the qubits from `base` on; its pivot lies below `width`."""
     xs, zs = rng.getrandbits(width), rng.getrandbits(width)
     words = {"target_mask": xs, "target_offset": base, "cond_mask": zs, "cond_offset": base}
-    return tagged(d.PPR, **words, angle=rng.choice(EIGHTHS))
+    return tagged(opcodes.PPR, **words, angle=rng.choice(EIGHTHS))

@@ -4,14 +4,24 @@ from __future__ import annotations
 
 import random
 
-from models import bit as m
-from models import dense as d
-from models.bit import TAG, WORD, Record
+from models import opcodes
+from models.wire import WORD, Record, signed, tagged
 
-NOT_GATES = (m.X, m.LEFT_ELBOW, m.RIGHT_ELBOW)
-ROOTS = (d.ROOT_X, d.ROOT_X_INV, d.ROOT_Y, d.ROOT_Y_INV)
-PHASES = (d.PHASE, d.T, d.S, d.Z, d.T_INV, d.S_INV)
-GATES = (*NOT_GATES, d.Y, d.HADAMARD, *ROOTS, d.RX, d.RY, d.RZ, *PHASES, m.SWAP, d.PPR)
+NOT_GATES = (opcodes.X, opcodes.LELBOW, opcodes.RELBOW)
+ROOTS = (opcodes.ROOTX, opcodes.ROOTX_INV, opcodes.ROOTY, opcodes.ROOTY_INV)
+PHASES = (opcodes.PHASE, opcodes.T, opcodes.S, opcodes.Z, opcodes.T_INV, opcodes.S_INV)
+GATES = (
+    *NOT_GATES,
+    opcodes.Y,
+    opcodes.H,
+    *ROOTS,
+    opcodes.RX,
+    opcodes.RY,
+    opcodes.RZ,
+    *PHASES,
+    opcodes.SWAP,
+    opcodes.PPR,
+)
 ANGLES = (0.0, 30.0, 45.0, 90.0, -90.0, 180.0, 360.0, 540.0, 1e-3, 1e6)
 
 
@@ -26,18 +36,18 @@ def angle(rng: random.Random) -> float:
 
 def as_record(low: int, angle: float, targets: int, conds: int, negs: int, flag: int) -> Record:
     """A gate by its masks; a Pauli rotation's product is `targets` for X and Y, `flag` apart."""
-    words = Record(TAG << 32 | low, targets, conds, angle, flag, 0, negs)
-    return words._replace(cond_mask=0, read_flag=m.signed(conds)) if low == d.PPR else words
+    words = tagged(low, targets, conds, angle, flag, 0, negs)
+    return words._replace(cond_mask=0, read_flag=signed(conds)) if low == opcodes.PPR else words
 
 
 def tidy_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
     """A gate whose targets and conditions lie in the register and apart, as many as it takes."""
     qubits = rng.sample(range(num_qubits), num_qubits)
-    count = 2 if low == m.SWAP else rng.choice((1, 1, 2, 3))
+    count = 2 if low == opcodes.SWAP else rng.choice((1, 1, 2, 3))
     targets = sum(1 << qubit for qubit in qubits[:count])
     conds = sum(1 << qubit for qubit in qubits[count : count + rng.choice((0, 1, 2))])
     record = as_record(low, angle(rng), targets, conds, some_of(rng, conds), 0)
-    return with_product(rng, record, num_qubits) if low == d.PPR else record
+    return with_product(rng, record, num_qubits) if low == opcodes.PPR else record
 
 
 def with_product(rng: random.Random, rotation: Record, num_qubits: int) -> Record:
@@ -60,7 +70,7 @@ def loose_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
         return record._replace(target_mask=0)
     if odd < 0.2:
         return record._replace(target_mask=record.target_mask | 0xF << num_qubits)
-    if odd < 0.4 and low != d.PPR:
+    if odd < 0.4 and low != opcodes.PPR:
         conds = rng.getrandbits(num_qubits)
         return record._replace(cond_mask=conds, cond_neg_mask=some_of(rng, conds))
     return record
@@ -76,9 +86,9 @@ def wild_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
     """A gate with anything at all in its masks."""
     targets, conds, negs = (wild_mask(rng, num_qubits) for _ in range(3))
     conds = rng.choice((0, conds, conds & (1 << num_qubits) - 1))
-    record = Record(TAG << 32 | low, targets, conds, angle(rng), cond_neg_mask=negs)
-    if low == d.PPR:
-        return record._replace(read_flag=m.signed(rng.choice((0, wild_mask(rng, num_qubits)))))
+    record = tagged(low, targets, conds, angle(rng), cond_neg_mask=negs)
+    if low == opcodes.PPR:
+        return record._replace(read_flag=signed(rng.choice((0, wild_mask(rng, num_qubits)))))
     return record
 
 
@@ -114,7 +124,7 @@ class ProgramSource:
         return [record for kind in kinds for record in kind()]
 
     def _record(self, low: int, **words: int | float) -> list[Record]:
-        return [Record(TAG << 32 | low, **words, cond_flag=random_flag(self.rng))]  # type: ignore[arg-type]
+        return [tagged(low, **words, cond_flag=random_flag(self.rng))]
 
     def _mask(self) -> int:
         """A part of the register, seldom the whole of it."""
@@ -129,21 +139,21 @@ class ProgramSource:
 
     def _read(self) -> list[Record]:
         flag = self.rng.randint(-30, 30)
-        return self._record(m.READ, target_mask=self._partial_mask(), read_flag=flag)
+        return self._record(opcodes.READ, target_mask=self._partial_mask(), read_flag=flag)
 
     def _write(self) -> list[Record]:
-        low, flag = self.rng.choice((m.WRITE, m.CLEAR)), self.rng.randint(-30, 30)
+        low, flag = self.rng.choice((opcodes.WRITE, opcodes.CLEAR)), self.rng.randint(-30, 30)
         masks = {"target_mask": self._partial_mask(), "cond_mask": self._mask()}
         return self._record(low, **masks, read_flag=flag)
 
     def _whole(self) -> list[Record]:
         register = (1 << self.num_qubits) - 1
-        return self._record(m.WRITE, target_mask=register, cond_mask=self._mask())
+        return self._record(opcodes.WRITE, target_mask=register, cond_mask=self._mask())
 
     def _free(self) -> list[Record]:
         checks, code = self.rng.choice((0, 0x10, 0x1F)), self.rng.getrandbits(40)
         mask = self._partial_mask()
-        return self._record(m.FREE, target_mask=mask, cond_mask=checks, read_flag=code)
+        return self._record(opcodes.FREE, target_mask=mask, cond_mask=checks, read_flag=code)
 
     def _product(self) -> dict[str, int]:
         xs, zs = self._mask(), self._mask()
@@ -151,16 +161,13 @@ class ProgramSource:
 
     def _ppm(self) -> list[Record]:
         sign, flag = self.rng.choice((1.0, -1.0, -1.5)), self.rng.randint(-30, 30)
-        return self._record(d.PPM, **self._product(), angle=sign, read_flag=flag)
+        return self._record(opcodes.PPM, **self._product(), angle=sign, read_flag=flag)
 
     def _batch(self) -> list[Record]:
         size = self.rng.choice((1, 2, 3))
         zs = [self._mask() or 1 for _ in range(size)]
-        return [
-            Record(TAG << 32 | d.PCP, cond_mask=z, angle=1000.0 * size + k)
-            for k, z in enumerate(zs)
-        ]
+        return [tagged(opcodes.PCP, cond_mask=z, angle=1000.0 * size + k) for k, z in enumerate(zs)]
 
     def _marker(self) -> list[Record]:
-        low = self.rng.choice((*m.OPEN_EVENTS, *m.CLOSE_EVENTS))
+        low = self.rng.choice((*opcodes.OPEN_EVENTS, *opcodes.CLOSE_EVENTS))
         return self._record(low, angle=float(self.rng.randint(0, 3)))

@@ -8,22 +8,28 @@ from collections.abc import Callable
 
 import numpy as np
 
-from models import bit as m
-from models import dense as d
-from models.bit import TAG, WORD, Record
-from models.sparse import IGNORED
+from models import opcodes
+from models.sparse import IGNORED, MAX_QUBITS
+from models.wire import WORD, Record, set_bits, signed, tagged
 from programs.bit import JUMP_FAMILY, ODD_FLAGS, ODD_OPCODES
 from programs.dense import ROOTS, angle, random_flag, some_of
 from support.dense import Vector
-from support.sparse import MAX_QUBITS
 
 # Qubits of the register that may come into superposition: this bounds the length of the list.
 MAX_MIXED = 7
 MAX_TERMS = 200
 
-NOT_GATES = (m.X, m.X, m.LEFT_ELBOW, m.RIGHT_ELBOW)
-DIAGONALS = (d.Z, d.T_INV, d.S_INV, d.T, d.S, d.PHASE, d.PHASE)
-PAIR_GATES = (*(d.HADAMARD,) * 8, *ROOTS, d.Y, d.RX, d.RY, d.RY, d.RZ)
+NOT_GATES = (opcodes.X, opcodes.X, opcodes.LELBOW, opcodes.RELBOW)
+DIAGONALS = (
+    opcodes.Z,
+    opcodes.T_INV,
+    opcodes.S_INV,
+    opcodes.T,
+    opcodes.S,
+    opcodes.PHASE,
+    opcodes.PHASE,
+)
+PAIR_GATES = (*(opcodes.H,) * 8, *ROOTS, opcodes.Y, opcodes.RX, opcodes.RY, opcodes.RY, opcodes.RZ)
 ODD_ANGLES = (math.nan, math.inf, -math.inf, 1e308, 5e-324, 1e300, -1e-300)
 NEAR_THRESHOLD = (1e-25) ** 0.5
 ODD_PARTS = (
@@ -84,7 +90,7 @@ class SparseSource:
 
     def replacement(self) -> Record:
         """A write of the whole register, after which the list is one term."""
-        return self._record(m.WRITE, target_mask=WORD, cond_mask=self.rng.getrandbits(64))
+        return self._record(opcodes.WRITE, target_mask=WORD, cond_mask=self.rng.getrandbits(64))
 
     # Words.
 
@@ -92,10 +98,10 @@ class SparseSource:
         """A record of the engine's tag; words that nothing reads hold whatever they like."""
         noise = self.rng.getrandbits(64)
         unread = {"target_offset": noise >> 32, "cond_offset": noise, "reserved_a": noise}
-        return Record(TAG << 32 | low, **(unread | words))  # type: ignore[arg-type]
+        return tagged(low, **(unread | words))
 
     def _few_of(self, mask: int, count: int) -> int:
-        bits = list(m.set_bits(mask))
+        bits = list(set_bits(mask))
         return sum(self.rng.sample(bits, min(count, len(bits))))
 
     def _beyond(self) -> int:
@@ -151,7 +157,7 @@ class SparseSource:
 
     def _swap(self) -> Record:
         two = self._few_of(self.register, 2)
-        return self._gate(m.SWAP, two if self.rng.random() < 0.7 else self._mask())
+        return self._gate(opcodes.SWAP, two if self.rng.random() < 0.7 else self._mask())
 
     def _diagonal(self) -> Record:
         record = self._gate(self.rng.choice(DIAGONALS), self._mask())
@@ -167,64 +173,68 @@ class SparseSource:
     def _ppr(self) -> Record:
         product = self._product()
         conds = self._conds(product["target_mask"] | product["cond_mask"])
-        condition = m.signed(conds.pop("cond_mask"))
-        return self._record(d.PPR, **product, **conds, angle=self._angle(), read_flag=condition)
+        condition = signed(conds.pop("cond_mask"))
+        return self._record(
+            opcodes.PPR, **product, **conds, angle=self._angle(), read_flag=condition
+        )
 
     # Measurements and flags.
 
     def _ppm(self) -> Record:
         sign = self.rng.choice((1.0, -1.0, -1.0, -1.5, 0.0, -0.5, -2.0))
         words = self._product() | {"cond_flag": random_flag(self.rng)}
-        return self._record(d.PPM, **words, angle=sign, read_flag=self._flag())
+        return self._record(opcodes.PPM, **words, angle=sign, read_flag=self._flag())
 
     def _measurement(self, low: int, **words: int) -> Record:
         condition = {"cond_flag": random_flag(self.rng), "cond_mask": self.rng.getrandbits(64)}
         return self._record(low, **({"target_mask": self._mask()} | condition | words))
 
     def _read(self) -> Record:
-        return self._measurement(m.READ, read_flag=self._flag())
+        return self._measurement(opcodes.READ, read_flag=self._flag())
 
     def _write(self) -> Record:
         first = self.rng.choice((0, self._flag())) & WORD
-        return self._measurement(m.WRITE, read_flag=self._flag(), target_offset=first)
+        return self._measurement(opcodes.WRITE, read_flag=self._flag(), target_offset=first)
 
     def _clear(self) -> Record:
-        return self._measurement(m.CLEAR, read_flag=self._flag())
+        return self._measurement(opcodes.CLEAR, read_flag=self._flag())
 
     def _free(self) -> Record:
-        return self._measurement(m.FREE, read_flag=random_flag(self.rng))
+        return self._measurement(opcodes.FREE, read_flag=random_flag(self.rng))
 
     def _nand(self) -> Record:
         a, b = self._flag() & WORD, self._flag() & WORD
         flags = {"cond_flag": random_flag(self.rng), "read_flag": self._flag()}
-        return self._record(m.FLAG_NAND, target_mask=a, cond_mask=b, **flags)
+        return self._record(opcodes.FLAG_NAND, target_mask=a, cond_mask=b, **flags)
 
     # The rest.
 
     def _event_marker(self) -> Record:
-        low = self.rng.choice((*m.OPEN_EVENTS, *m.CLOSE_EVENTS))
+        low = self.rng.choice((*opcodes.OPEN_EVENTS, *opcodes.CLOSE_EVENTS))
         return self._record(low, angle=self.rng.choice((0.0, 1.0, 1.75, 2.0**63)))
 
     def _jump(self) -> Record:
-        opcode = self._record(m.JUMP).opcode
+        opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
             opcode = self.rng.choice(JUMP_FAMILY)
         words = {"cond_mask": self._mask(), "cond_flag": random_flag(self.rng)}
         return Record(opcode, target_mask=self.rng.choice((0, 1, 1, 2)), **words)
 
     def _label(self) -> Record:
-        return self._record(m.LABEL, target_mask=self.rng.choice((0, 1, 1, 1, 2)))
+        return self._record(opcodes.LABEL, target_mask=self.rng.choice((0, 1, 1, 1, 2)))
 
     def _ignored(self) -> Record:
         return self._gate(self.rng.choice(IGNORED), self._mask())
 
     def _reset(self) -> Record:
         if self.rng.random() < 0.2:
-            return self._record(m.RESET, target_mask=self.rng.choice((64, 65, 1 << 32, WORD)))
-        return self._record(m.RESET, target_mask=random_width(self.rng), cond_flag=-1)
+            return self._record(opcodes.RESET, target_mask=self.rng.choice((64, 65, 1 << 32, WORD)))
+        return self._record(opcodes.RESET, target_mask=random_width(self.rng), cond_flag=-1)
 
     def _failing(self) -> Record:
-        low = self.rng.choice((m.EXTEND, m.CALLBACK, m.JUMP_BACK, m.LABEL, None))
+        low = self.rng.choice(
+            (opcodes.EXTEND, opcodes.CALLBACK, opcodes.JUMP_BACK, opcodes.LABEL, None)
+        )
         if low is None:
             return Record(self.rng.choice(ODD_OPCODES), target_mask=self._mask())
         return self._record(low, cond_mask=self._few_of(self.register, 1), read_flag=self._flag())

@@ -10,6 +10,7 @@ from typing import Any
 
 import pytest
 
+from models.opcodes import X, Y
 from support.driver import rec
 from support.remote import (
     CONNECTED_OK,
@@ -54,7 +55,7 @@ def failed(host: str, port: int) -> str:
 
 def assert_not_connected(filter_: ConnectFilter) -> None:
     assert filter_.status() == STATUS_NOT_CONNECTED
-    filter_.fails(NOT_CONNECTED, rec(0x05))
+    filter_.fails(NOT_CONNECTED, rec(X))
 
 
 def assert_fails(capfd: Any, filter_: ConnectFilter, host: str, port: int, error_line: str) -> None:
@@ -78,8 +79,8 @@ def test_a_connection_is_told_on_standard_output_alone(remote: Remote, host: str
     assert heard(remote.capfd, connect) == ("", Output(CONNECTED_OK, ""))
     assert remote.filter.status() == STATUS_CONNECTED
     remote.peer.ask("accept")
-    assert remote.run(rec(0x05)).printed == ""
-    assert remote.peer.ask("receive", 88) == rec(0x05).tobytes()
+    assert remote.run(rec(X)).printed == ""
+    assert remote.peer.ask("receive", 88) == rec(X).tobytes()
 
 
 def test_a_port_at_which_nobody_listens(
@@ -168,12 +169,12 @@ def test_connecting_again_after_a_disconnection(remote: Remote) -> None:
 
 def test_connecting_while_connected_closes_the_old_connection(remote: Remote) -> None:
     remote.join()
-    remote.run(rec(0x05))
+    remote.run(rec(X))
     assert remote.filter.connect(remote.peer.port, SHORT) == ""
-    assert remote.peer.ask("receive_rest") == rec(0x05).tobytes()
+    assert remote.peer.ask("receive_rest") == rec(X).tobytes()
     remote.peer.ask("accept")
-    remote.run(rec(0x06))
-    assert remote.peer.ask("receive", 88) == rec(0x06).tobytes()
+    remote.run(rec(Y))
+    assert remote.peer.ask("receive", 88) == rec(Y).tobytes()
 
 
 @pytest.mark.parametrize("host", [LOOPBACK, "256.256.256.256"])

@@ -9,6 +9,7 @@ from typing import Any
 
 import pytest
 
+from models.opcodes import X
 from support.driver import rec
 from support.remote import LOOPBACK, SHORT, ConnectFilter, Remote, heard, open_remote
 
@@ -63,7 +64,7 @@ def test_connections_failures_and_disconnections(remote: Remote, closed_port: in
         assert filter_.connect(remote.peer.port, SHORT, UNKNOWN_HOST) != ""
         assert filter_.connect(-1) != ""
         remote.join(SHORT)
-        filter_.run(rec(0x05))
+        filter_.run(rec(X))
         assert filter_.disconnect() == ""
 
     assert_gives_back(remote, ROUNDS // 2, one_round)

@@ -10,17 +10,11 @@ from typing import Any
 import pytest
 
 from models.flags import CAPACITY
-from models.remote import FETCH_REPLY, RECORD_BYTES, ClientModel
+from models.opcodes import FETCH_REPLY
+from models.remote import ClientModel
+from models.wire import RECORD_BYTES
 from support.driver import rec
-from support.remote import (
-    LONG,
-    ONE_POLL,
-    POLL_SECONDS,
-    TIMED_OUT,
-    Remote,
-    open_remote,
-    reply,
-)
+from support.remote import LONG, ONE_POLL, POLL_SECONDS, TIMED_OUT, Remote, open_remote, reply
 
 SHORT = 0.05  # seconds
 READ_SIZE = 4096  # a piece of this size would be one poll or two, as chance has it

@@ -8,9 +8,10 @@ from typing import Any
 
 import pytest
 
+from models.opcodes import FETCH_REQUEST, X
+from models.wire import RECORD_BYTES
 from support.driver import rec
 from support.remote import (
-    RECORD_BYTES,
     SHORT,
     STATUS_CONNECTED,
     STATUS_NOT_CONNECTED,
@@ -50,7 +51,7 @@ def test_a_service_that_has_gone_before_the_wait(remote: Remote, ending: str) ->
 def test_records_for_a_service_that_has_gone(remote: Remote, ending: str) -> None:
     remote.peer.ask(ending)
     for _ in range(5):
-        assert remote.run(rec(0x05)).printed == ""
+        assert remote.run(rec(X)).printed == ""
         remote.peer.ask("wait_until_gone")
     assert remote.filter.status() == STATUS_CONNECTED
 
@@ -108,7 +109,7 @@ def test_deleting_a_filter_whose_service_has_gone(
     with open_remote(engine, capfd) as remote:
         remote.join(SHORT)
         remote.peer.ask(ending)
-        remote.run(rec(0x05))
+        remote.run(rec(X))
 
 
 def test_a_service_that_ends_its_process(remote: Remote) -> None:
@@ -143,4 +144,4 @@ def test_writing_to_nobody_sends_no_signal() -> None:
 
 def test_a_service_that_reads_nothing_and_answers(remote: Remote) -> None:
     assert remote.fetch_sent(REPLY).printed == ""
-    assert remote.peer.ask("receive", RECORD_BYTES) == rec(0x10000011).tobytes()
+    assert remote.peer.ask("receive", RECORD_BYTES) == rec(FETCH_REQUEST).tobytes()

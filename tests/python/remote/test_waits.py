@@ -7,17 +7,11 @@ from typing import Any
 
 import pytest
 
+from models.opcodes import FETCH_REQUEST, X
 from models.remote import ClientModel
+from models.wire import RECORD_BYTES
 from support.driver import rec
-from support.remote import (
-    POLL_SECONDS,
-    RECORD_BYTES,
-    SHORT,
-    TIMED_OUT,
-    Remote,
-    open_remote,
-    reply,
-)
+from support.remote import POLL_SECONDS, SHORT, TIMED_OUT, Remote, open_remote, reply
 
 MARKER = rec(0x10000000).tobytes()
 REPLY = reply(2, 4, 0b1101)
@@ -40,7 +34,7 @@ def test_a_timeout_that_has_passed_before_it_begins(remote: Remote, timeout: flo
     assert wait.printed == TIMED_OUT
     assert remote.bytes_read() == 0
     assert remote.filter.flags(2, 4) == 0
-    assert remote.peer.ask("receive", RECORD_BYTES) == rec(0x10000011).tobytes()
+    assert remote.peer.ask("receive", RECORD_BYTES) == rec(FETCH_REQUEST).tobytes()
 
 
 @pytest.mark.parametrize("timeout", [math.inf, 1e300])
@@ -135,7 +129,7 @@ def test_a_part_of_a_reply_is_none(remote: Remote, size: int) -> None:
 def test_bytes_that_nobody_waited_for_are_the_next_waits_first(remote: Remote) -> None:
     remote.join()
     remote.peer.ask("send", REPLY)
-    assert remote.run(rec(0x05)).printed == ""
+    assert remote.run(rec(X)).printed == ""
     assert remote.bytes_read() == 0
     assert remote.fetch_sent(reply(2, 4, 0b0010)).printed == ""
     assert remote.filter.flags(2, 4) == 0b1101

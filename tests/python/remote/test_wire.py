@@ -10,30 +10,35 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from support.driver import op, rec
-from support.remote import (
+from models.opcodes import (
+    CALLBACK,
+    FETCH_REPLY,
     FETCH_REQUEST,
-    LONG,
-    RECORD_BYTES,
-    SHORT,
-    TIMED_OUT,
-    Remote,
-    open_remote,
-    reply,
+    FLAG_NAND,
+    JUMP_BACK,
+    JUMP_FWD,
+    LABEL,
+    PHASE,
+    RESET,
+    WRITE,
+    X,
 )
+from models.wire import RECORD_BYTES
+from support.driver import op, rec
+from support.remote import LONG, SHORT, TIMED_OUT, Remote, open_remote, reply
 
 ONES = 2**64 - 1
 # What a simulating filter would refuse, or would take for the end of a stretch.
 REFUSED_ELSEWHERE = [
     rec(0x07),
-    rec(0x10000018, read_flag=5),
-    rec(0x10000516),
-    rec(0x10000316, cond_mask=1),
-    rec(0x10000216, target_mask=9),
-    rec(0x10000001, target_mask=ONES),
+    rec(CALLBACK, read_flag=5),
+    rec(JUMP_BACK),
+    rec(LABEL, cond_mask=1),
+    rec(JUMP_FWD, target_mask=9),
+    rec(RESET, target_mask=ONES),
     nb.record(0),
     nb.record(ONES),
-    nb.record(op(0x05) ^ 1 << 63),
+    nb.record(op(X) ^ 1 << 63),
 ]
 
 
@@ -105,7 +110,7 @@ def test_calls_follow_each_other_without_anything_between(
 
 def test_the_callers_records_are_left_as_they_are(remote: Remote, rng: random.Random) -> None:
     remote.join()
-    records = filled(op(0x05), rng)
+    records = filled(op(X), rng)
     records.flags.writeable = False
     before = records.tobytes()
     assert sent_by(remote, records) == records.tobytes() == before
@@ -114,27 +119,27 @@ def test_the_callers_records_are_left_as_they_are(remote: Remote, rng: random.Ra
 @pytest.mark.parametrize("angle", [math.nan, -math.nan, math.inf, -0.0, 5e-324])
 def test_an_angle_goes_as_its_bits(remote: Remote, angle: float) -> None:
     remote.join()
-    record = rec(0x08, angle=angle)
+    record = rec(PHASE, angle=angle)
     assert sent_by(remote, record) == record.tobytes()
 
 
 def test_nothing_is_carried_out_here(remote: Remote) -> None:
     """A write and a flag operation set flags on every simulating filter."""
     remote.join()
-    simulated = (rec(0x0B, target_mask=1, cond_mask=1, read_flag=2), rec(0x1000000F, read_flag=3))
-    sent_by(remote, rec(0x10000001, target_mask=4), *simulated)
+    simulated = (rec(WRITE, target_mask=1, cond_mask=1, read_flag=2), rec(FLAG_NAND, read_flag=3))
+    sent_by(remote, rec(RESET, target_mask=4), *simulated)
     assert remote.filter.flags(2, 32) == 0
 
 
 @pytest.mark.parametrize(
     "records",
     [
-        pytest.param(rec(0x05), id="gate"),
+        pytest.param(rec(X), id="gate"),
         pytest.param(nb.program(), id="nothing"),
         pytest.param(nb.record(op(FETCH_REQUEST) ^ 1 << 32), id="request-with-a-foreign-tag"),
         pytest.param(nb.record(FETCH_REQUEST), id="request-without-a-tag"),
-        pytest.param(nb.record(op(0x10004011)), id="reply"),
-        pytest.param(rec(0x05, target_mask=op(FETCH_REQUEST)), id="request-in-another-word"),
+        pytest.param(nb.record(op(FETCH_REPLY)), id="reply"),
+        pytest.param(rec(X, target_mask=op(FETCH_REQUEST)), id="request-in-another-word"),
     ],
 )
 def test_an_array_without_requests_reads_nothing(remote: Remote, records: np.ndarray) -> None:
@@ -148,7 +153,7 @@ def test_an_array_without_requests_reads_nothing(remote: Remote, records: np.nda
 @pytest.mark.parametrize("place", [0, 3, 6])
 def test_a_request_anywhere_in_the_array_is_waited_for(remote: Remote, place: int) -> None:
     remote.join(SHORT)
-    records = [rec(0x05)] * 6
+    records = [rec(X)] * 6
     records.insert(place, rec(FETCH_REQUEST))
     assert remote.run(*records).printed == TIMED_OUT
     assert remote.peer.ask("receive", 7 * RECORD_BYTES) == nb.program(*records).tobytes()
@@ -156,7 +161,7 @@ def test_a_request_anywhere_in_the_array_is_waited_for(remote: Remote, place: in
 
 def test_a_request_behind_a_jump_is_waited_for(remote: Remote) -> None:
     remote.join(SHORT)
-    jump, label = rec(0x10000216, target_mask=9), rec(0x10000316, target_mask=9)
+    jump, label = rec(JUMP_FWD, target_mask=9), rec(LABEL, target_mask=9)
     assert remote.run(jump, rec(FETCH_REQUEST), label).printed == TIMED_OUT
 
 
@@ -166,7 +171,7 @@ def test_the_service_has_the_array_before_it_answers(remote: Remote) -> None:
     others = 3000
     size = (others + 1) * RECORD_BYTES
     remote.peer.start("play", size, [reply(2, 4, 0b0110)], "")
-    program = nb.program(*[rec(0x05)] * others, rec(FETCH_REQUEST))
+    program = nb.program(*[rec(X)] * others, rec(FETCH_REQUEST))
     assert remote.run(program).printed == ""
     assert remote.filter.flags(2, 4) == 0b0110
     assert len(remote.peer.ask("report")) == 1
@@ -176,7 +181,7 @@ def test_what_the_sockets_do_not_take_is_lost_without_a_word(
     engine: ModuleType, capfd: Any
 ) -> None:
     records = np.zeros(1 << 18, dtype=nb.QPU_OP)
-    records["opcode"] = op(0x05)
+    records["opcode"] = op(X)
     records["target_mask"] = np.arange(len(records))
     with open_remote(engine, capfd, receive_buffer=4096) as remote:
         remote.join()

@@ -14,7 +14,8 @@ from typing import Any, TypeVar
 import nimbrel as nb
 import pytest
 
-from support.remote import LONG, LOOPBACK, RECORD_BYTES
+from models.wire import RECORD_BYTES
+from support.remote import LONG, LOOPBACK
 from support.service import example_module
 
 service_module = example_module("service")

@@ -16,7 +16,8 @@ import numpy as np
 import pytest
 from nimbrel import Opcode, Simulator
 
-from support.remote import LONG, LOOPBACK, RECORD_BYTES, reply, signed
+from models.wire import RECORD_BYTES, signed
+from support.remote import LONG, LOOPBACK, reply
 from support.service import EXAMPLES, Client, Service, run, service_of
 
 FILTERS = ["StreamQPU", "StreamSparseQPU", "StreamBitQPU", "StreamCliffordQPU"]

@@ -7,8 +7,7 @@ from typing import Any
 import numpy as np
 import pytest
 
-from models.bit import X
-from models.dense import HADAMARD
+from models.opcodes import H, X
 from support import biggest_arrays
 from support.arrays import READ_ONLY, assert_array_refused, guarded, locked, too_short
 from support.dense import Vector, reset
@@ -55,7 +54,7 @@ def test_the_highest_term_need_not_be_the_last_of_the_list(at_work: SparseFilter
 
 def test_stored_zeros_need_room(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=4), rec(HADAMARD, target_mask=4))
+        filter_.run(rec(H, target_mask=4), rec(H, target_mask=4))
         assert_refused(filter_, too_short("pull_state", 5, 4), "pull_state", guarded(4)[0])
         assert_refused(
             filter_, too_short("check_state", 5, 4), "check_state", np.ones(4) + 0j, 0.1, 0

@@ -13,9 +13,8 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models import bit as m
-from models import dense as d
-from models.bit import TAG, Record, tagged
+from models import opcodes
+from models.wire import TAG, WORD, Record, tagged
 from programs.dense import GATES, random_flag, some_of, tidy_gate
 from support.beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
 from support.dense import open_dense, random_state
@@ -67,9 +66,9 @@ def open_both(engine: ModuleType, num_qubits: int) -> Iterator[Both]:
 
 
 def gate(rng: random.Random, both: Both) -> None:
-    gates = [low for low in GATES if low != m.SWAP or both.num_qubits > 1]
+    gates = [low for low in GATES if low != opcodes.SWAP or both.num_qubits > 1]
     record = tidy_gate(rng, rng.choice(gates), both.num_qubits)
-    if record.opcode == TAG << 32 | d.PPR and top_letter(record) & record.read_flag:
+    if record.opcode == TAG << 32 | opcodes.PPR and top_letter(record) & record.read_flag:
         # The sparse filter turns that qubit, which here would be a target among its conditions.
         record = record._replace(cond_mask=record.cond_mask & ~record.read_flag)
     both.run(record._replace(cond_flag=random_flag(rng)))
@@ -87,12 +86,12 @@ def measure(rng: random.Random, both: Both) -> None:
     """A record that measures, on qubits whose values are certain."""
     mask, flag = settle(rng, both), rng.randint(2, 50) * rng.choice((-1, 1))
     words = {"target_mask": mask, "cond_mask": some_of(rng, (1 << both.num_qubits) - 1)}
-    low = rng.choice((m.READ, m.READ, m.WRITE, m.CLEAR, m.FREE))
-    if low == m.FREE:
+    low = rng.choice((opcodes.READ, opcodes.READ, opcodes.WRITE, opcodes.CLEAR, opcodes.FREE))
+    if low == opcodes.FREE:
         both.run(tagged(low, **words))  # here the two ask different words for their condition
-    elif low == m.WRITE:
+    elif low == opcodes.WRITE:
         # The first of these words names the flags to the one, the second to the other.
-        flags = {"read_flag": flag, "target_offset": flag & m.WORD}
+        flags = {"read_flag": flag, "target_offset": flag & WORD}
         both.run(tagged(low, **words, **flags, cond_flag=random_flag(rng)))
     else:
         both.run(tagged(low, **words, read_flag=flag, cond_flag=random_flag(rng)))
@@ -104,7 +103,7 @@ def measure_product(rng: random.Random, both: Both) -> None:
     if not xs | zs:
         return
     sign, flag = rng.choice((1.0, -1.0)), rng.randint(2, 50)
-    record = tagged(d.PPM, target_mask=xs, cond_mask=zs, angle=sign, read_flag=flag)
+    record = tagged(opcodes.PPM, target_mask=xs, cond_mask=zs, angle=sign, read_flag=flag)
     pivot, (there, back) = top_letter(record), z_basis(record)
     both.run(*there)
     both.call("postselect", both.likely_index(rng) & pivot, pivot)

@@ -5,7 +5,7 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import LEFT_ELBOW, RIGHT_ELBOW, SWAP, X
+from models.opcodes import FLAG_NAND, LELBOW, RELBOW, SWAP, X
 from support.dense import Vector, reset
 from support.driver import rec
 from support.sparse import SparseFilter, assert_same_amplitudes, open_sparse
@@ -14,8 +14,8 @@ NOT_GATES = pytest.mark.parametrize(
     "low",
     [
         pytest.param(X, id="x"),
-        pytest.param(LEFT_ELBOW, id="lelbow"),
-        pytest.param(RIGHT_ELBOW, id="relbow"),
+        pytest.param(LELBOW, id="lelbow"),
+        pytest.param(RELBOW, id="relbow"),
     ],
 )
 
@@ -155,10 +155,10 @@ CONDITIONS = pytest.mark.parametrize(
 
 
 @CONDITIONS
-@pytest.mark.parametrize("low", [X, LEFT_ELBOW, RIGHT_ELBOW, SWAP])
+@pytest.mark.parametrize("low", [X, LELBOW, RELBOW, SWAP])
 def test_classical_conditions(engine: ModuleType, low: int, flag: int, acts: bool) -> None:
     with open_sparse(engine) as filter_:
-        filter_.run(rec(0x1000000F, read_flag=2), reset(2), rec(X, target_mask=1))
+        filter_.run(rec(FLAG_NAND, read_flag=2), reset(2), rec(X, target_mask=1))
         filter_.run(rec(low, target_mask=3, cond_flag=flag))
         assert filter_.ranked() == [(2 if acts else 1, 1.0)]
 

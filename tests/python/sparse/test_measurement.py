@@ -6,11 +6,12 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import CLEAR, FREE, READ, WORD, WRITE, X
-from models.dense import HADAMARD
+from models.opcodes import CLEAR, FLAG_NAND, FREE, READ, WRITE, H, X
+from models.sparse import NO_MATCH
+from models.wire import WORD
 from support.dense import array, basis
 from support.driver import rec
-from support.sparse import NO_MATCH, assert_same_amplitudes, open_sparse
+from support.sparse import assert_same_amplitudes, open_sparse
 from support.sparse_draws import (
     QUARTERS,
     SEEDS,
@@ -118,7 +119,7 @@ def test_a_draw_that_no_term_reaches_takes_the_count_for_a_key(
 
 def test_a_sampled_value_that_no_term_has_fails_and_leaves_zeros(engine: ModuleType) -> None:
     with open_sparse(engine, 2) as filter_:
-        filter_.run(rec(0x1000000F, read_flag=5))
+        filter_.run(rec(FLAG_NAND, read_flag=5))
         filter_.load(array(0, 2.0**-20, 0, 2.0**-20))  # two terms, so the sampled value is 0
         engine.random_seed(0, 3)
         filter_.fails(NO_MATCH, rec(READ, target_mask=1, read_flag=5), rec(X, target_mask=1))
@@ -162,7 +163,7 @@ def test_a_read_of_the_reset_state_stores_0(engine: ModuleType) -> None:
 
 def test_after_a_hadamard_and_a_read_a_zero_remains(engine: ModuleType) -> None:
     with open_sparse(engine, 1) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1), rec(READ, target_mask=1, read_flag=3))
+        filter_.run(rec(H, target_mask=1), rec(READ, target_mask=1, read_flag=3))
         assert filter_.num_terms() == 2
         assert filter_.ranked() == [(filter_.flag(3), 1.0)]
 
@@ -189,7 +190,7 @@ def test_flags_are_stored_upwards_from_the_lowest_qubit(
         with open_sparse(engine, 4) as filter_:
             # NAND of 1 with the other value: its inverse.
             fill = [
-                rec(0x1000000F, target_mask=1, cond_mask=1 - background, read_flag=flag)
+                rec(FLAG_NAND, target_mask=1, cond_mask=1 - background, read_flag=flag)
                 for flag in range(2, 12)
             ]
             filter_.run(*fill, rec(X, target_mask=0b1101))

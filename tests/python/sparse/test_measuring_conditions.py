@@ -4,7 +4,7 @@ from types import ModuleType
 
 import pytest
 
-from models.bit import CLEAR, FREE, READ, WRITE, X
+from models.opcodes import CLEAR, FLAG_NAND, FREE, READ, WRITE, X
 from support.dense import reset
 from support.driver import rec
 from support.sparse import SparseFilter, open_sparse
@@ -15,7 +15,7 @@ CONDITION_HOLDS = pytest.mark.parametrize("flag", [0, 1, 4, -3, 100_000_004])
 
 def with_flag_4(filter_: SparseFilter) -> None:
     """Flag 4 at 1, flag 3 at 0, and qubit 0 of two at 1."""
-    filter_.run(rec(0x1000000F, read_flag=4), reset(2), rec(X, target_mask=1))
+    filter_.run(rec(FLAG_NAND, read_flag=4), reset(2), rec(X, target_mask=1))
 
 
 @CONDITION_FAILS

@@ -8,14 +8,22 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.arithmetic import Amplitude, add, flipped, fma, radians, scaled, subtract, times
-from models.bit import X
-from models.dense import HADAMARD, ROOT_X, ROOT_X_INV, ROOT_Y, ROOT_Y_INV, RX, RY, RZ, Y
+from models.arithmetic import (
+    ROOT_HALF,
+    Amplitude,
+    add,
+    flipped,
+    fma,
+    radians,
+    scaled,
+    subtract,
+    times,
+)
+from models.opcodes import ROOTX, ROOTX_INV, ROOTY, ROOTY_INV, RX, RY, RZ, H, X, Y
 from support.dense import Vector, vector
 from support.driver import rec
 from support.sparse import SparseFilter, assert_same_amplitudes, open_sparse
 
-H = 0.7071067811865475  # one unit in the last place below the double nearest to 1/sqrt(2)
 ANGLE = 52.3
 COSINE, SINE = math.cos(radians(ANGLE) * 0.5), math.sin(radians(ANGLE) * 0.5)
 ZERO = (0.0, 0.0)
@@ -25,14 +33,14 @@ MATRICES: dict[int, tuple[Amplitude, Amplitude, Amplitude, Amplitude]] = {
     Y: (ZERO, (0.0, -1.0), (0.0, 1.0), ZERO),
     RX: ((COSINE, 0.0), (0.0, -SINE), (0.0, -SINE), (COSINE, 0.0)),
     RZ: ((COSINE, -SINE), ZERO, ZERO, (COSINE, SINE)),
-    ROOT_X: ((0.5, 0.5), (0.5, -0.5), (0.5, -0.5), (0.5, 0.5)),
-    ROOT_X_INV: ((0.5, -0.5), (0.5, 0.5), (0.5, 0.5), (0.5, -0.5)),
-    ROOT_Y: ((0.5, 0.5), (-0.5, -0.5), (0.5, 0.5), (0.5, 0.5)),
-    ROOT_Y_INV: ((0.5, -0.5), (0.5, -0.5), (-0.5, 0.5), (0.5, -0.5)),
+    ROOTX: ((0.5, 0.5), (0.5, -0.5), (0.5, -0.5), (0.5, 0.5)),
+    ROOTX_INV: ((0.5, -0.5), (0.5, 0.5), (0.5, 0.5), (0.5, -0.5)),
+    ROOTY: ((0.5, 0.5), (-0.5, -0.5), (0.5, 0.5), (0.5, 0.5)),
+    ROOTY_INV: ((0.5, -0.5), (0.5, -0.5), (-0.5, 0.5), (0.5, -0.5)),
 }
 NAMES = {
-    Y: "y", RX: "rx", RZ: "rz", ROOT_X: "rootx", ROOT_X_INV: "rootx_inv", ROOT_Y: "rooty",
-    ROOT_Y_INV: "rooty_inv", HADAMARD: "hadamard", RY: "ry",
+    Y: "y", RX: "rx", RZ: "rz", ROOTX: "rootx", ROOTX_INV: "rootx_inv", ROOTY: "rooty",
+    ROOTY_INV: "rooty_inv", H: "hadamard", RY: "ry",
 }  # fmt: skip
 MATRIX_GATES = pytest.mark.parametrize("low", [pytest.param(g, id=NAMES[g]) for g in MATRICES])
 ALL_GATES = pytest.mark.parametrize("low", [pytest.param(g, id=NAMES[g]) for g in NAMES])
@@ -45,7 +53,7 @@ A1: Amplitude = (-0.26, -0.39)
 
 
 def hadamard_pair(a0: Amplitude, a1: Amplitude) -> Pair:
-    return scaled(add(a1, a0), H), scaled(subtract(a0, a1), H)
+    return scaled(add(a1, a0), ROOT_HALF), scaled(subtract(a0, a1), ROOT_HALF)
 
 
 def matrix_pair(low: int) -> Callable[[Amplitude, Amplitude], Pair]:
@@ -66,7 +74,7 @@ def ry_pair(a0: Amplitude, a1: Amplitude) -> Pair:
 
 
 def pair_of(low: int) -> Callable[[Amplitude, Amplitude], Pair]:
-    return {HADAMARD: hadamard_pair, RY: ry_pair}.get(low) or matrix_pair(low)
+    return {H: hadamard_pair, RY: ry_pair}.get(low) or matrix_pair(low)
 
 
 def one_qubit(engine: ModuleType, low: int, a0: Amplitude, a1: Amplitude) -> Vector:
@@ -100,11 +108,11 @@ def test_a_lone_term_takes_its_column_of_the_matrix(engine: ModuleType, low: int
 
 
 def test_a_lone_term_of_a_hadamard(engine: ModuleType) -> None:
-    same = scaled(A0, H)
-    assert_same_amplitudes(one_qubit(engine, HADAMARD, A0, ZERO), [same, same])
-    zero_side = scaled(A1, H)
+    same = scaled(A0, ROOT_HALF)
+    assert_same_amplitudes(one_qubit(engine, H, A0, ZERO), [same, same])
+    zero_side = scaled(A1, ROOT_HALF)
     one_side = flipped(zero_side)
-    assert_same_amplitudes(one_qubit(engine, HADAMARD, ZERO, A1), [zero_side, one_side])
+    assert_same_amplitudes(one_qubit(engine, H, ZERO, A1), [zero_side, one_side])
 
 
 def test_a_lone_term_of_an_ry(engine: ModuleType) -> None:
@@ -126,11 +134,11 @@ def test_the_fused_step_of_ry_can_be_seen() -> None:
     ("low", "on_0", "on_1"),
     [
         (Y, (0, 1j), (-1j, 0)),
-        (ROOT_X, (0.5 + 0.5j, 0.5 - 0.5j), (0.5 - 0.5j, 0.5 + 0.5j)),
-        (ROOT_X_INV, (0.5 - 0.5j, 0.5 + 0.5j), (0.5 + 0.5j, 0.5 - 0.5j)),
-        (ROOT_Y, (0.5 + 0.5j, 0.5 + 0.5j), (-0.5 - 0.5j, 0.5 + 0.5j)),
-        (ROOT_Y_INV, (0.5 - 0.5j, -0.5 + 0.5j), (0.5 - 0.5j, 0.5 - 0.5j)),
-        (HADAMARD, (H, H), (H, -H)),
+        (ROOTX, (0.5 + 0.5j, 0.5 - 0.5j), (0.5 - 0.5j, 0.5 + 0.5j)),
+        (ROOTX_INV, (0.5 - 0.5j, 0.5 + 0.5j), (0.5 + 0.5j, 0.5 - 0.5j)),
+        (ROOTY, (0.5 + 0.5j, 0.5 + 0.5j), (-0.5 - 0.5j, 0.5 + 0.5j)),
+        (ROOTY_INV, (0.5 - 0.5j, -0.5 + 0.5j), (0.5 - 0.5j, 0.5 - 0.5j)),
+        (H, (ROOT_HALF, ROOT_HALF), (ROOT_HALF, -ROOT_HALF)),
         (RX, (COSINE, -1j * SINE), (-1j * SINE, COSINE)),
         (RY, (COSINE, SINE), (-SINE, COSINE)),
         (RZ, (complex(COSINE, -SINE), 0), (0, complex(COSINE, SINE))),
@@ -159,10 +167,12 @@ def test_rotations_turn_by_half_their_angle(engine: ModuleType, low: int, angle:
 
 def test_two_hadamards_leave_a_term_of_exactly_0(engine: ModuleType) -> None:
     with open_sparse(engine, 1) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=1))
-        assert_same_amplitudes(filter_.state(1), [(H, 0.0), (H, 0.0)])
-        filter_.run(rec(HADAMARD, target_mask=1))
-        assert_same_amplitudes(filter_.state(1), [((H + H) * H, 0.0), (0.0, 0.0)])
+        filter_.run(rec(H, target_mask=1))
+        assert_same_amplitudes(filter_.state(1), [(ROOT_HALF, 0.0), (ROOT_HALF, 0.0)])
+        filter_.run(rec(H, target_mask=1))
+        assert_same_amplitudes(
+            filter_.state(1), [((ROOT_HALF + ROOT_HALF) * ROOT_HALF, 0.0), (0.0, 0.0)]
+        )
         assert filter_.num_terms() == 2
         assert filter_.ranked() == [(0, 0.9999999999999998)]
 
@@ -180,10 +190,10 @@ def test_a_zero_element_doubles_the_list(engine: ModuleType, low: int) -> None:
 
 def test_a_zero_that_is_stored_is_a_partner(engine: ModuleType) -> None:
     with open_sparse(engine, 1) as filter_:
-        filter_.run(rec(Y, target_mask=1), rec(HADAMARD, target_mask=1))
+        filter_.run(rec(Y, target_mask=1), rec(H, target_mask=1))
         assert filter_.num_terms() == 2
         # As a pair: (i + 0) h and (0 - i) h.
-        assert filter_.state(1).tolist() == [1j * H, -1j * H]
+        assert filter_.state(1).tolist() == [1j * ROOT_HALF, -1j * ROOT_HALF]
 
 
 # Conditions.
@@ -286,16 +296,16 @@ def test_targets_go_lowest_first_and_new_terms_stand_at_the_end(
     engine: ModuleType, start: int, expected: list[int]
 ) -> None:
     with open_sparse(engine, 2) as filter_:
-        filter_.run(rec(X, target_mask=start), rec(HADAMARD, target_mask=3))
+        filter_.run(rec(X, target_mask=start), rec(H, target_mask=3))
         assert order(filter_) == expected
 
 
 def test_a_lone_1_stands_before_the_0_that_it_makes(engine: ModuleType) -> None:
     with open_sparse(engine, 3) as filter_:
-        filter_.run(rec(X, target_mask=4), rec(HADAMARD, target_mask=4))
+        filter_.run(rec(X, target_mask=4), rec(H, target_mask=4))
         assert order(filter_) == [4, 0]
         filter_.load(vector([ZERO, ZERO, ZERO, A0, A0, ZERO, ZERO, ZERO]))
-        filter_.run(rec(HADAMARD, target_mask=1))
+        filter_.run(rec(H, target_mask=1))
         assert order(filter_) == [3, 4, 2, 5]
 
 
@@ -364,10 +374,10 @@ def test_long_lists_are_sorted_from_any_order(
 def test_at_the_end_of_the_widest_register(engine: ModuleType) -> None:
     top = 1 << 62
     with open_sparse(engine, 63) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=top | 1 << 63))
-        assert filter_.ranked() == [(0, H), (top, H)]
+        filter_.run(rec(H, target_mask=top | 1 << 63))
+        assert filter_.ranked() == [(0, ROOT_HALF), (top, ROOT_HALF)]
         filter_.run(rec(Y, target_mask=top, cond_mask=1))
-        filter_.run(rec(HADAMARD, target_mask=1, cond_mask=top))
+        filter_.run(rec(H, target_mask=1, cond_mask=top))
         assert order(filter_)[0] == 0
         assert filter_.num_terms() == 3
         assert sorted(order(filter_)) == [0, top, top | 1]

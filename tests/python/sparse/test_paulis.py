@@ -8,16 +8,16 @@ import numpy as np
 import pytest
 
 from models import matrices as full
-from models.arithmetic import Generator, probability, scaled, times
-from models.bit import TAG, Record, X
-from models.dense import HADAMARD, PCP, PPR, RZ
+from models.arithmetic import ROOT_HALF, Generator, probability, scaled, times
+from models.opcodes import FLAG_NAND, PCP, PHASE, PPR, READ, RZ, H, X
+from models.sparse import NO_MATCH
+from models.wire import tagged
 from support.dense import basis, random_state, reset, state_after, to_array, vector
 from support.driver import rec
 from support.pauli_records import ppm, ppr
-from support.sparse import NO_MATCH, assert_same_amplitudes, open_sparse
+from support.sparse import assert_same_amplitudes, open_sparse
 
 QUBITS = 3
-H = 0.7071067811865475
 S_INV = (6.123233995736766e-17, -1.0)
 
 
@@ -29,7 +29,7 @@ def test_every_product_rotates(engine: ModuleType, rng: random.Random) -> None:
     with open_sparse(engine, QUBITS) as filter_:
         for x in range(8):
             for z in range(0 if x else 1, 8):
-                gate = Record(TAG << 32 | PPR, x, z, rng.uniform(-180, 180))
+                gate = tagged(PPR, x, z, rng.uniform(-180, 180))
                 got = state_after(filter_, state, to_array([gate]))
                 expected = full.gate_matrix(QUBITS, gate) @ state
                 np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12, err_msg=str(gate))
@@ -47,7 +47,7 @@ def test_conditions_stand_in_the_read_flag_word(engine: ModuleType, rng: random.
     with open_sparse(engine, QUBITS) as filter_:
         for conds, negs in ((0b010, 0), (0b010, 0b010), (0b010, 0b100), (0, 0b010)):
             words = {"read_flag": conds, "cond_neg_mask": negs}
-            gate = Record(TAG << 32 | PPR, 0b101, 0b100, 35.0, **words)
+            gate = tagged(PPR, 0b101, 0b100, 35.0, **words)
             got = state_after(filter_, state, to_array([gate]))
             expected = full.gate_matrix(QUBITS, gate) @ state
             np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12)
@@ -104,9 +104,9 @@ def test_the_ladder_takes_the_parity_into_the_highest_qubit(engine: ModuleType) 
 
 def test_a_rotation_is_its_steps_bit_for_bit_and_in_list_order(engine: ModuleType) -> None:
     # Y on qubit 0, X on qubit 1, Z on qubit 2.
-    had = [rec(HADAMARD, target_mask=1), rec(HADAMARD, target_mask=2)]
+    had = [rec(H, target_mask=1), rec(H, target_mask=2)]
     ladder = [rec(X, target_mask=4, cond_mask=1), rec(X, target_mask=4, cond_mask=2)]
-    phase = [rec(0x08, target_mask=1, angle=angle) for angle in (-90.0, 90.0)]
+    phase = [rec(PHASE, target_mask=1, angle=angle) for angle in (-90.0, 90.0)]
     turn = rec(RZ, target_mask=4, angle=50.0)
     steps = [phase[0], *had, *ladder, turn, *ladder[::-1], *had[::-1], phase[1]]
     with open_sparse(engine, QUBITS) as one, open_sparse(engine, QUBITS) as other:
@@ -194,7 +194,7 @@ def test_a_negative_flag_stores_the_inverse(
     engine: ModuleType, read_flag: int, stored: int
 ) -> None:
     with open_sparse(engine, 1) as filter_:
-        filter_.run(rec(0x1000000F, target_mask=stored, cond_mask=1, read_flag=5))
+        filter_.run(rec(FLAG_NAND, target_mask=stored, cond_mask=1, read_flag=5))
         assert filter_.flag(5) == 1 - stored
         filter_.run(rec(X, target_mask=1), ppm(0, 1, read_flag=read_flag))
         assert filter_.flag(5) == stored
@@ -209,7 +209,7 @@ def test_outcomes_that_are_stored_nowhere(engine: ModuleType, read_flag: int) ->
 
 @pytest.mark.parametrize("seed", range(6))
 def test_the_sign_turns_the_outcome_of_the_same_draw(engine: ModuleType, seed: int) -> None:
-    outcome = 0 if Generator(seed).zero_to_one() <= H * H else 1
+    outcome = 0 if Generator(seed).zero_to_one() <= ROOT_HALF * ROOT_HALF else 1
     states = []
     with open_sparse(engine, 2) as filter_:
         for sign, expected in ((1.0, outcome), (-1.0, 1 - outcome)):
@@ -226,9 +226,13 @@ def test_the_sign_turns_the_outcome_of_the_same_draw(engine: ModuleType, seed: i
 @pytest.mark.parametrize("seed", range(4))
 def test_a_measured_y_to_the_last_bit(engine: ModuleType, seed: int) -> None:
     # On |0> the first factor meets no term, so both amplitudes are H; one of them is left.
-    outcome = 0 if Generator(seed).zero_to_one() <= H * H else 1
-    left = H * (1.0 / math.sqrt(H * H))
-    half = ((0.0 + left) * H, (left - 0.0) * H) if outcome == 0 else (left * H, (0.0 - left) * H)
+    outcome = 0 if Generator(seed).zero_to_one() <= ROOT_HALF * ROOT_HALF else 1
+    left = ROOT_HALF * (1.0 / math.sqrt(ROOT_HALF * ROOT_HALF))
+    half = (
+        ((0.0 + left) * ROOT_HALF, (left - 0.0) * ROOT_HALF)
+        if outcome == 0
+        else (left * ROOT_HALF, (0.0 - left) * ROOT_HALF)
+    )
     engine.random_seed(0, seed)
     with open_sparse(engine, 1) as filter_:
         filter_.run(ppm(1, 1, read_flag=2))
@@ -241,8 +245,8 @@ def test_the_factors_around_a_measured_y_are_fixed(engine: ModuleType) -> None:
     # So small that no draw is reached: the sampled key is then the count of terms less 1, which
     # has no qubit set, so the outcome is 0 and the term at 0 is left, scaled to 1.
     small = 2.0**-30
-    kept = scaled(scaled(S_INV, small), H)
-    left = scaled(scaled(kept, 1.0 / math.sqrt(probability(kept))), H)
+    kept = scaled(scaled(S_INV, small), ROOT_HALF)
+    left = scaled(scaled(kept, 1.0 / math.sqrt(probability(kept))), ROOT_HALF)
     with open_sparse(engine, 1) as filter_:
         filter_.load(np.array([0, small]) + 0j)
         engine.random_seed(0, 1)
@@ -252,7 +256,7 @@ def test_the_factors_around_a_measured_y_are_fixed(engine: ModuleType) -> None:
 
 
 def test_a_bell_state_has_certain_products(engine: ModuleType) -> None:
-    bell = [rec(HADAMARD, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
+    bell = [rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1)]
     with open_sparse(engine, 2) as filter_:
         for x, z, outcome in ((0, 3, 0), (3, 0, 0), (3, 3, 1)):
             filter_.run(reset(2), *bell, ppm(x, z, read_flag=-3))
@@ -265,13 +269,13 @@ def test_a_bell_state_has_certain_products(engine: ModuleType) -> None:
 @pytest.mark.parametrize(("x", "z"), [(0, 0), (1 << 40, 0), (0, 1 << 40), (1 << 63, 1 << 63)])
 def test_measuring_nothing_draws_nothing_and_stores_0(engine: ModuleType, x: int, z: int) -> None:
     with open_sparse(engine, 4) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=15))
+        filter_.run(rec(H, target_mask=15))
         before = filter_.state(4)
         engine.random_seed(0, 7)
         filter_.run(ppm(x, z, -1.0, read_flag=-5))
         assert filter_.flag(5) == 1  # the inverse of 0
         assert_same_amplitudes(filter_.state(4), before)
-        filter_.run(rec(0x0A, target_mask=15, read_flag=10))
+        filter_.run(rec(READ, target_mask=15, read_flag=10))
         shares = np.cumsum(abs(before) ** 2)
         assert filter_.flags(10, 4) == np.searchsorted(shares, Generator(7).zero_to_one())
 

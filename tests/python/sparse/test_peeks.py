@@ -7,17 +7,11 @@ import numpy as np
 import pytest
 
 from models.arithmetic import Generator
-from models.bit import X
-from models.dense import HADAMARD
+from models.opcodes import READ, H, X
+from models.sparse import NO_MATCH, NO_PEEK_MASK, NO_POSTSELECT_MASK
 from support.dense import Vector, basis, reset
 from support.driver import rec
-from support.sparse import (
-    NO_MATCH,
-    NO_PEEK_MASK,
-    NO_POSTSELECT_MASK,
-    assert_same_amplitudes,
-    open_sparse,
-)
+from support.sparse import assert_same_amplitudes, open_sparse
 
 QUARTERS = np.array([0.5, 0.5j, -0.5, 0.5]) + 0j
 UNEVEN = np.array([0.25, 0.5, 0.75j, 1.0, -0.125, 0, 0.375 - 0.5j, 0.0625]) + 0j
@@ -118,7 +112,7 @@ def test_a_peek_draws_nothing(engine: ModuleType) -> None:
         filter_.biggest(3)
         filter_.call("normalize")
         filter_.call("postselect", 0, 1 << 5)
-        filter_.run(rec(0x0A, target_mask=15, read_flag=2))
+        filter_.run(rec(READ, target_mask=15, read_flag=2))
         assert filter_.flags(2, 4) == math.ceil(Generator(21).zero_to_one() * 16) - 1
 
 
@@ -158,7 +152,7 @@ def test_among_equals_the_earlier_of_the_list_is_first(engine: ModuleType) -> No
 
 def test_a_term_of_no_magnitude_never_enters(engine: ModuleType) -> None:
     with open_sparse(engine, 2) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=2), rec(HADAMARD, target_mask=2))
+        filter_.run(rec(H, target_mask=2), rec(H, target_mask=2))
         indices, values = filter_.biggest(3)
         assert indices == [0, 0, 0]
         assert_same_amplitudes(values, array(0.9999999999999998, 0, 0))
@@ -190,7 +184,7 @@ def test_the_largest_of_no_terms(engine: ModuleType) -> None:
 
 def test_indices_are_as_wide_as_the_register(engine: ModuleType) -> None:
     with open_sparse(engine, 63) as filter_:
-        filter_.run(rec(X, target_mask=2**63 - 2), rec(HADAMARD, target_mask=1))
+        filter_.run(rec(X, target_mask=2**63 - 2), rec(H, target_mask=1))
         assert filter_.biggest(2)[0] == [2**63 - 2, 2**63 - 1]
 
 

@@ -7,8 +7,7 @@ import numpy as np
 import pytest
 
 from models.arithmetic import Amplitude, flipped, radians, times
-from models.bit import X
-from models.dense import HADAMARD, PHASE, RZ, S_INV, T_INV, S, T, Z
+from models.opcodes import FLAG_NAND, PHASE, RZ, S_INV, T_INV, H, S, T, X, Z
 from support.dense import amplitudes, reset, vector
 from support.driver import rec
 from support.sparse import assert_same_amplitudes, open_sparse
@@ -152,7 +151,7 @@ def test_z_turns_signs_over_and_multiplies_nothing(
 def test_z_turns_over_the_signs_of_a_stored_zero(engine: ModuleType) -> None:
     with open_sparse(engine, 1) as filter_:
         # The second Hadamard leaves a plus zero at 1.
-        filter_.run(rec(HADAMARD, target_mask=1), rec(HADAMARD, target_mask=1))
+        filter_.run(rec(H, target_mask=1), rec(H, target_mask=1))
         assert_same_amplitudes(filter_.state(1)[1:], [(0.0, 0.0)])
         filter_.run(rec(Z, target_mask=1))
         assert_same_amplitudes(filter_.state(1)[1:], [(-0.0, -0.0)])
@@ -212,7 +211,7 @@ def test_a_failed_classical_condition(engine: ModuleType, low: int) -> None:
 @GATES
 def test_a_classical_condition_that_holds(engine: ModuleType, low: int) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        filter_.run(rec(0x1000000F, read_flag=5))
+        filter_.run(rec(FLAG_NAND, read_flag=5))
         filter_.load(STATE)
         for flag in (0, 1, 5, -6):
             filter_.run(rec(low, target_mask=1, cond_mask=6, angle=ANGLE, cond_flag=flag))

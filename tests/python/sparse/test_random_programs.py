@@ -8,10 +8,12 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models import dense as dense_model
+from models import opcodes
 from models.arithmetic import Generator
-from models.bit import LABEL, TAG, ModelError, Record, X
+from models.opcodes import LABEL, X
+from models.program import ModelError
 from models.sparse import SparseModel
+from models.wire import Record, tagged
 from programs.dense import angle
 from programs.sparse import LIMITS, MAX_TERMS, SparseSource, random_state, random_width
 from support.dense import amplitudes, reset_record, vector
@@ -107,7 +109,7 @@ def drive(engine: ModuleType, rng: random.Random) -> None:
 
 def close_jump(pair: SparsePair) -> Record:
     """Ends a skip that is still going on."""
-    return Record(TAG << 32 | LABEL, target_mask=pair.model.open_label)
+    return tagged(LABEL, target_mask=pair.model.open_label)
 
 
 @pytest.mark.parametrize("batch", range(40))
@@ -138,18 +140,18 @@ def disorder(rng: random.Random, num_qubits: int) -> list[Record]:
     """Flips under conditions that scatter the keys, and a gate that brings partners together."""
     qubits = rng.sample(range(num_qubits), 6)
     bits = [1 << qubit for qubit in qubits]
-    low = rng.choice((dense_model.HADAMARD, dense_model.RY, dense_model.ROOT_Y, dense_model.RX))
+    low = rng.choice((opcodes.H, opcodes.RY, opcodes.ROOTY, opcodes.RX))
     return [
-        Record(TAG << 32 | X, target_mask=bits[0] | bits[1], cond_mask=bits[2]),
-        Record(TAG << 32 | X, target_mask=bits[3], cond_mask=bits[4], cond_neg_mask=bits[4]),
-        Record(TAG << 32 | low, target_mask=bits[5], angle=angle(rng), cond_mask=bits[0]),
+        tagged(X, target_mask=bits[0] | bits[1], cond_mask=bits[2]),
+        tagged(X, target_mask=bits[3], cond_mask=bits[4], cond_neg_mask=bits[4]),
+        tagged(low, target_mask=bits[5], angle=angle(rng), cond_mask=bits[0]),
     ]
 
 
 @pytest.mark.parametrize("num_qubits", [9, 12, 14, 16])
 def test_long_lists(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
     """How a list is brought into order depends on its length, and must not show."""
-    half = Record(TAG << 32 | dense_model.HADAMARD, target_mask=(1 << num_qubits - 1) - 1)
+    half = tagged(opcodes.H, target_mask=(1 << num_qubits - 1) - 1)
     program = [reset_record(num_qubits), half]
     program += [record for _ in range(6) for record in disorder(rng, num_qubits)]
     with open_sparse_pair(engine, 1) as pair:

@@ -7,9 +7,11 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
+from models.opcodes import CALLBACK, EXTEND, FLAG_NAND, JUMP_FWD, LABEL, PCP, READ, WRITE, X
+from models.sparse import TOO_MANY_QUBITS
 from support.dense import reset
 from support.driver import op, rec
-from support.record_loop_cases import EVERYTHING, FAILURES, IGNORED, JUMP, LABEL, X
+from support.record_loop_cases import EVERYTHING, FAILURES, IGNORED
 from support.record_loop_programs import (
     FLAG_OPERATIONS,
     REST_OF_THE_JUMPS,
@@ -22,10 +24,9 @@ from support.record_loop_programs import (
     jump_by_label_0,
     skip_to_a_label,
 )
-from support.sparse import TOO_MANY_QUBITS, open_sparse
+from support.sparse import open_sparse
 
 QUBITS = 3
-PCP = 0x13
 FAIL_ANYWHERE = {0x10000010, 0x10000018, 0x10000516}
 
 
@@ -53,9 +54,9 @@ def test_the_rest_of_the_table_runs_with_and_without_a_register(
 ) -> None:
     with open_sparse(engine) as filter_:
         filter_.run(rec(low, target_mask=1, angle=30.0))
-        filter_.run(rec(0x10000316, target_mask=1), reset(2))
+        filter_.run(rec(LABEL, target_mask=1), reset(2))
         filter_.run(rec(low, target_mask=1, angle=30.0))
-        filter_.run(rec(0x10000316, target_mask=1), reset(2), rec(X, target_mask=1))
+        filter_.run(rec(LABEL, target_mask=1), reset(2), rec(X, target_mask=1))
         assert filter_.ranked() == [(1, 1.0)]
 
 
@@ -73,7 +74,7 @@ def test_failures_keep_what_came_before(
 
 def test_a_refused_register_keeps_what_came_before(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        nand = rec(0x1000000F, read_flag=3)
+        nand = rec(FLAG_NAND, read_flag=3)
         filter_.fails(TOO_MANY_QUBITS, nand, rec(X, target_mask=1), reset(64), reset(2))
         assert filter_.flag(3) == 1
         assert filter_.ranked() == [(1, 1.0)]
@@ -83,7 +84,7 @@ def test_a_refused_register_keeps_what_came_before(engine: ModuleType) -> None:
 def test_a_callback_has_no_handler(engine: ModuleType, key: int) -> None:
     with open_sparse(engine) as filter_:
         for flag in (0, -1):
-            callback = rec(0x10000018, read_flag=key, cond_flag=flag)
+            callback = rec(CALLBACK, read_flag=key, cond_flag=flag)
             filter_.fails(f"Unhandled callback:[lookup:({key})]", callback)
 
 
@@ -106,7 +107,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
         # It stays open over what would fail or size the register anew.
-        skip_to_a_label(filter_, reset(64), rec(0x07), rec(0x10000010))
+        skip_to_a_label(filter_, reset(64), rec(0x07), rec(EXTEND))
         assert filter_.ranked() == [(4, 1.0)]
 
 
@@ -114,9 +115,9 @@ def test_a_jump_depends_on_a_measured_flag(engine: ModuleType) -> None:
     skipped = [rec(X, target_mask=4), rec(LABEL, target_mask=1)]
     with open_sparse(engine, QUBITS) as filter_:
         for value in (0, 1):
-            filter_.run(reset(QUBITS), rec(0x0B, target_mask=1, cond_mask=value))
-            filter_.run(rec(0x0A, target_mask=1, read_flag=5))
-            filter_.run(rec(JUMP, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
+            filter_.run(reset(QUBITS), rec(WRITE, target_mask=1, cond_mask=value))
+            filter_.run(rec(READ, target_mask=1, read_flag=5))
+            filter_.run(rec(JUMP_FWD, target_mask=1, cond_mask=7, cond_flag=5), *skipped)
             assert filter_.ranked() == [(value if value else 4, 1.0)]
 
 
@@ -128,7 +129,7 @@ def test_label_0_opens_and_closes_nothing(engine: ModuleType) -> None:
 
 def test_a_jump_survives_a_reset_and_each_filter_has_its_own(engine: ModuleType) -> None:
     with open_sparse(engine) as one, open_sparse(engine) as other:
-        one.run(reset(1), rec(JUMP, target_mask=1), reset(2))
+        one.run(reset(1), rec(JUMP_FWD, target_mask=1), reset(2))
         other.run(reset(2), rec(X, target_mask=2))
         one.run(rec(LABEL, target_mask=1), rec(X, target_mask=3))
         assert (one.ranked(), other.ranked()) == ([(1, 1.0)], [(2, 1.0)])

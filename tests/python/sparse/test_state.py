@@ -6,16 +6,11 @@ from typing import Any
 import numpy as np
 import pytest
 
-from models.bit import RESET, X
-from models.dense import HADAMARD, RZ, Y, Z
+from models.opcodes import RESET, RZ, H, X, Y, Z
+from models.sparse import TOO_MANY_QUBITS
 from support.dense import Vector, basis, reset
 from support.driver import rec
-from support.sparse import (
-    TOO_MANY_QUBITS,
-    SparseFilter,
-    assert_same_amplitudes,
-    open_sparse,
-)
+from support.sparse import SparseFilter, assert_same_amplitudes, open_sparse
 
 
 def array(*values: complex) -> Vector:
@@ -56,7 +51,7 @@ def test_the_text_of_the_refusal() -> None:
 def test_a_reset_leaves_one_term(engine: ModuleType) -> None:
     with open_sparse(engine, 3) as filter_:
         assert filter_.num_terms() == 1
-        filter_.run(rec(HADAMARD, target_mask=7), reset(3))
+        filter_.run(rec(H, target_mask=7), reset(3))
         assert filter_.num_terms() == 1
         assert_same_amplitudes(filter_.state(3), basis(3, 0))
 
@@ -78,7 +73,7 @@ def test_a_reset_obeys_no_condition(engine: ModuleType) -> None:
 
 def test_before_the_first_reset_there_are_no_terms_and_no_qubits(engine: ModuleType) -> None:
     with open_sparse(engine) as filter_:
-        filter_.run(rec(X, target_mask=1), rec(HADAMARD, target_mask=1), rec(Z, target_mask=1))
+        filter_.run(rec(X, target_mask=1), rec(H, target_mask=1), rec(Z, target_mask=1))
         assert filter_.num_terms() == 0
         assert value_at(filter_, 0) == 0
         assert filter_.call("normalize") == 0.0
@@ -95,9 +90,9 @@ def test_before_the_first_reset_there_are_no_terms_and_no_qubits(engine: ModuleT
 @pytest.mark.parametrize(
     ("gates", "count"),
     [
-        ([(HADAMARD, 1)], 2),
-        ([(HADAMARD, 1), (HADAMARD, 1)], 2),  # one of the two is 0
-        ([(HADAMARD, 7)], 8),
+        ([(H, 1)], 2),
+        ([(H, 1), (H, 1)], 2),  # one of the two is 0
+        ([(H, 7)], 8),
         ([(X, 7)], 1),
         ([(Z, 7)], 1),
         ([(RZ, 1)], 2),
@@ -139,7 +134,7 @@ def test_a_value_that_is_not_stored_is_plus_zero(engine: ModuleType) -> None:
 def test_the_probability_of_a_product_is_0(engine: ModuleType, masks: tuple[int, int]) -> None:
     with open_sparse(engine) as filter_:
         assert filter_.call("pps", *masks) == 0.0
-        filter_.run(reset(2), rec(HADAMARD, target_mask=1))
+        filter_.run(reset(2), rec(H, target_mask=1))
         assert filter_.call("pps", *masks) == 0.0
 
 

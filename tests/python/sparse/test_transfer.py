@@ -6,11 +6,11 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import X
-from models.dense import HADAMARD, Y
+from models.opcodes import H, X, Y
+from models.sparse import PARTIAL_PUSH
 from support.dense import Vector, reset
 from support.driver import rec
-from support.sparse import PARTIAL_PUSH, assert_same_amplitudes, open_sparse
+from support.sparse import assert_same_amplitudes, open_sparse
 
 # The squares of its parts sum to the double 1e-25 exactly; those of the other one to the double
 # just below.
@@ -32,7 +32,7 @@ def empty() -> Vector:
 
 def test_a_push_replaces_all_terms_in_order_of_their_index(engine: ModuleType) -> None:
     with open_sparse(engine, 3) as filter_:
-        filter_.run(rec(HADAMARD, target_mask=7))
+        filter_.run(rec(H, target_mask=7))
         filter_.load(array(0, 0.5j, -0.5, 0, 0, 0.5, 0, -0.5j))
         assert filter_.num_terms() == 4
         assert filter_.ranked() == [(1, 0.5j), (2, -0.5), (5, 0.5), (7, -0.5j)]
@@ -159,7 +159,7 @@ def test_among_equals_the_slice_of_the_first_term_in_the_list_is_taken(engine: M
         assert_same_amplitudes(filter_.slice(1), array(0.5, -0.5))
         assert_same_amplitudes(filter_.slice(2), array(0.5, 0.5j))
         # The term at 2 keeps its place in the list, and the one at 0 comes behind it.
-        filter_.run(reset(2), rec(X, target_mask=2), rec(HADAMARD, target_mask=2))
+        filter_.run(reset(2), rec(X, target_mask=2), rec(H, target_mask=2))
         assert_same_amplitudes(filter_.slice(1), array(complex(-h, -0.0), 0))
         filter_.run(rec(X, target_mask=2))
         assert_same_amplitudes(filter_.slice(1), array(complex(-h, -0.0), 0))

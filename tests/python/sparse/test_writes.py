@@ -6,7 +6,8 @@ from types import ModuleType
 import numpy as np
 import pytest
 
-from models.bit import CLEAR, FREE, WORD, WRITE, X
+from models.opcodes import CLEAR, FLAG_NAND, FREE, WRITE, X
+from models.wire import WORD
 from support.dense import array, basis, reset
 from support.driver import rec
 from support.sparse import assert_same_amplitudes, open_sparse
@@ -156,7 +157,7 @@ def test_clear_and_free_of_the_whole_register_replace_the_state(
 
 def test_a_clear_stores_no_flags(engine: ModuleType) -> None:
     with open_sparse(engine) as filter_:
-        filter_.run(rec(0x1000000F, target_mask=1, cond_mask=1, read_flag=9))
+        filter_.run(rec(FLAG_NAND, target_mask=1, cond_mask=1, read_flag=9))
         filter_.run(reset(2), rec(X, target_mask=3))
         filter_.run(rec(CLEAR, target_mask=1, read_flag=9, target_offset=9))
         filter_.run(rec(FREE, target_mask=2, target_offset=9))

@@ -6,9 +6,8 @@ import random
 from collections.abc import Callable
 from typing import Any, Generic, TypeVar
 
-from models import bit as m
-from models import dense as d
-from models.bit import Record, set_bits, tagged
+from models import opcodes
+from models.wire import WORD, Record, set_bits, tagged
 from support.dense import RecordFilter, StateFilter
 
 Other = TypeVar("Other", bound=RecordFilter)
@@ -45,13 +44,15 @@ def top_letter(product: Record) -> int:
 def z_basis(product: Record) -> tuple[list[Record], list[Record]]:
     """Gates that turn a product into a Z on its highest qubit, and gates that turn it back."""
     xs, zs, top = product.target_mask, product.cond_mask, top_letter(product)
-    turn, back = (tagged(low, target_mask=xs & zs) for low in (d.S_INV, d.S))
-    mix = tagged(d.HADAMARD, target_mask=xs)
-    gather = [tagged(m.X, target_mask=top, cond_mask=bit) for bit in set_bits((xs | zs) ^ top)]
+    turn, back = (tagged(low, target_mask=xs & zs) for low in (opcodes.S_INV, opcodes.S))
+    mix = tagged(opcodes.H, target_mask=xs)
+    gather = [
+        tagged(opcodes.X, target_mask=top, cond_mask=bit) for bit in set_bits((xs | zs) ^ top)
+    ]
     return [turn, mix, *gather], [*gather, mix, back]
 
 
 def classical(rng: random.Random, both: DenseAnd[Any]) -> None:
     """A flag operation; flags decide which of the later gates act."""
     a, b, dest = (rng.randint(-50, 50) for _ in range(3))
-    both.run(tagged(m.FLAG_NAND, target_mask=a & m.WORD, cond_mask=b & m.WORD, read_flag=dest))
+    both.run(tagged(opcodes.FLAG_NAND, target_mask=a & WORD, cond_mask=b & WORD, read_flag=dest))

@@ -9,19 +9,6 @@ import numpy as np
 
 from support.dense import RecordFilter, opened, reset_record
 
-NO_PEEK_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
-ONE_QUBIT_ONLY = (
-    "qc.peek_read_probability() in Clifford sim must specify exactly one qubit to measure."
-)
-NO_POSTSELECT_MASK = "qc.postselect() must specify at least one qubit to postselect."
-NO_MATCH = "qc.postselect() no non-zero terms have the desired value."
-NO_PUSH = "qc.push_state() has not been implemented for the Clifford sim."
-
-
-def outside(qubit: int, num_qubits: int) -> str:
-    """The text of a refusal to touch a qubit that the register does not have."""
-    return f"Error: qubit {qubit} lies outside the register of {num_qubits} qubits."
-
 
 class CliffordFilter(RecordFilter):
     """One "StreamCliffordQPU" filter."""

@@ -7,10 +7,11 @@ from collections.abc import Iterator
 from itertools import zip_longest
 from types import ModuleType
 
-from models.bit import EXTEND, RESET, SWAP, Record, tagged
 from models.clifford import CliffordModel
 from models.flags import CAPACITY
+from models.opcodes import EXTEND, RESET, SWAP
 from models.tableau import Row, Tableau, visible_qubits
+from models.wire import Record, tagged
 from support.clifford import CliffordFilter
 from support.driver import failure_of
 

@@ -14,8 +14,9 @@ import numpy as np
 import numpy.typing as npt
 
 from models.arithmetic import Amplitude, Generator
-from models.bit import RESET, TAG, Record, pack
 from models.dense import DenseModel
+from models.opcodes import RESET
+from models.wire import Record, pack, tagged
 from support.driver import FilterDriver
 
 Vector: TypeAlias = npt.NDArray[np.complexfloating[Any, Any]]
@@ -44,7 +45,7 @@ def to_array(records: Iterable[Record]) -> np.ndarray:
 
 
 def reset_record(num_qubits: int) -> Record:
-    return Record(TAG << 32 | RESET, target_mask=num_qubits)
+    return tagged(RESET, target_mask=num_qubits)
 
 
 def reset(num_qubits: int) -> np.ndarray:

@@ -11,16 +11,16 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.bit import ModelError
+from models.program import ModelError
+from models.wire import TAG
 
-NO_REGISTER = "qc.reset() has not been called or did not succeed."
 PARSE_ERROR = "Error: argument parsing error."
 UNKNOWN_HANDLE = "Error: native filter not found."
 
 
 def op(low: int) -> int:
     """The full opcode of an operation that is known by its low 32 bits."""
-    return 0x4E6D6272 << 32 | low
+    return TAG << 32 | low
 
 
 def rec(low: int, **words: Any) -> np.ndarray:

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import numpy as np
 
-from models.dense import PPM, PPR
+from models.opcodes import PPM, PPR
 from support.driver import rec
 
 

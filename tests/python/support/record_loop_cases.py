@@ -5,10 +5,10 @@ from typing import Any
 import nimbrel as nb
 import numpy as np
 
+from models.opcodes import CALLBACK, EXTEND, JUMP_BACK, LABEL, X
+from models.program import ONLY_FILTER
 from support.driver import op, rec
 
-X, LABEL, JUMP = 0x05, 0x10000316, 0x10000216
-ONLY_FILTER = "is experimental, and currently requires use of the >>jump-control>> filter."
 # Passed over without a word.
 IGNORED = [
     0x207, 0x10000000, 0x10000002, 0x10000011, 0x10000012, 0x10000015, 0x10000017, 0x10000412,
@@ -25,17 +25,17 @@ EVERYTHING: dict[str, Any] = {
 
 FAILURES: list[tuple[np.ndarray[Any, Any], str]] = [
     (
-        rec(0x10000010, target_mask=1),
+        rec(EXTEND, target_mask=1),
         "qc.extend has not been implemented for the State-vector QPU sim.",
     ),
     (
-        rec(0x10000010, cond_flag=-1),
+        rec(EXTEND, cond_flag=-1),
         "qc.extend has not been implemented for the State-vector QPU sim.",
     ),
-    (rec(0x10000018, read_flag=-12), "Unhandled callback:[lookup:(-12)]"),
-    (rec(0x10000516), f"qc.jump_back() {ONLY_FILTER}"),
+    (rec(CALLBACK, read_flag=-12), "Unhandled callback:[lookup:(-12)]"),
+    (rec(JUMP_BACK), f"qc.jump_back() {ONLY_FILTER}"),
     (rec(LABEL, cond_mask=1), f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}"),
     (rec(0x07), "Error: Unknown opcode: 0x4e6d627200000007\n"),
     (nb.record(5), "Error: Unknown opcode: 0x5\n"),
-    (nb.record(op(5) ^ 1 << 63), "Error: Unknown opcode: 0xce6d627200000005\n"),
+    (nb.record(op(X) ^ 1 << 63), "Error: Unknown opcode: 0xce6d627200000005\n"),
 ]

@@ -10,15 +10,15 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.bit import FLAG_NAND, JUMP_BACK
+from models.opcodes import FLAG_NAND, JUMP_BACK, JUMP_FWD, LABEL, X
+from models.program import ONLY_FILTER
 from support.driver import FilterDriver, op, raises_engine_error, rec
-from support.record_loop_cases import JUMP, LABEL, ONLY_FILTER, X
 
 TABLE = {int(opcode) & 0xFFFFFFFF for opcode in nb.Opcode}
 WRONG_COUNT = "Error: put_instructions array length differs from num_ops argument."
 
 REST_OF_THE_JUMPS = pytest.mark.parametrize(
-    "opcode", [0x16, op(0x16), op(0x10000616), op(JUMP) ^ 1 << 63, JUMP]
+    "opcode", [0x16, op(0x16), op(0x10000616), op(JUMP_FWD) ^ 1 << 63, JUMP_FWD]
 )
 FLAG_OPERATIONS = pytest.mark.parametrize(
     ("first", "second", "destination", "stored"),
@@ -29,14 +29,14 @@ FLAG_OPERATIONS = pytest.mark.parametrize(
 def invert_around_ignored_jumps(filter_: FilterDriver, opcode: int) -> None:
     """Inverts qubits 0 and 2, the records of this opcode being no jumps and no labels."""
     other = nb.record(opcode, target_mask=7, cond_mask=1)
-    filter_.run(other, rec(X, target_mask=1), rec(JUMP, target_mask=7), other)
+    filter_.run(other, rec(X, target_mask=1), rec(JUMP_FWD, target_mask=7), other)
     filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=7), rec(X, target_mask=4))
 
 
 def skip_to_a_label(filter_: FilterDriver, *skipped: np.ndarray) -> None:
     """Inverts qubit 2 after a jump over the others, over several calls and the parts given."""
-    filter_.run(rec(JUMP, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
-    filter_.run(*skipped, rec(JUMP, target_mask=8))
+    filter_.run(rec(JUMP_FWD, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
+    filter_.run(*skipped, rec(JUMP_FWD, target_mask=8))
     filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(JUMP_BACK))
     with_condition = rec(LABEL, target_mask=9, cond_mask=1)
     filter_.fails(f"qc.jump_fwd() with quantum conditions {ONLY_FILTER}", with_condition)
@@ -45,8 +45,8 @@ def skip_to_a_label(filter_: FilterDriver, *skipped: np.ndarray) -> None:
 
 def jump_by_label_0(filter_: FilterDriver) -> None:
     """Inverts qubits 0 and 2: label 0 neither opens a jump nor closes one."""
-    filter_.run(rec(JUMP), rec(X, target_mask=1))
-    filter_.run(rec(JUMP, target_mask=7), rec(LABEL), rec(X, target_mask=2))
+    filter_.run(rec(JUMP_FWD), rec(X, target_mask=1))
+    filter_.run(rec(JUMP_FWD, target_mask=7), rec(LABEL), rec(X, target_mask=2))
     filter_.run(rec(LABEL, target_mask=7), rec(LABEL, target_mask=7), rec(X, target_mask=4))
 
 

@@ -15,11 +15,11 @@ from typing import Any, NamedTuple, TypeVar
 
 import numpy as np
 
+from models.opcodes import FETCH_REPLY, FETCH_REQUEST
+from models.wire import RECORD_BYTES
 from support.dense import flush_native_output
 from support.driver import FilterDriver, rec
 
-FETCH_REQUEST, FETCH_REPLY = 0x10000011, 0x10004011
-RECORD_BYTES = 88
 POLL_SECONDS = 0.01
 
 NOT_CONNECTED = "Error: instructions pushed while there is no connection."

@@ -16,7 +16,8 @@ import nimbrel as nb
 import numpy as np
 from nimbrel import Opcode
 
-from support.remote import LONG, LOOPBACK, RECORD_BYTES
+from models.wire import RECORD_BYTES
+from support.remote import LONG, LOOPBACK
 
 EXAMPLES = Path(__file__).parents[3] / "examples"
 

@@ -11,21 +11,14 @@ from typing import Any
 import numpy as np
 
 from models.arithmetic import Amplitude
-from models.bit import TAG, Record, X
+from models.opcodes import X
+from models.wire import tagged
 from support.dense import StateFilter, Vector, bits_of, opened, to_array, vector
-
-MAX_QUBITS = 63
-NO_MATCH = "qc.postselect() no non-zero terms match the desired value."
-NO_POSTSELECT_MASK = "qc.postselect() must specify at least one qubit to measure."
-NO_PEEK_MASK = "qc.peek_read_probability() must specify at least one qubit to measure."
-TOO_MANY_QUBITS = "This quick sparse_sv prototype just handles 64 qubits."
-PARTIAL_PUSH = "Partial push_state is not yet implemented for sparse_sv."
-NO_EXTENSION = "qc.extend has not been implemented for the State-vector QPU sim."
 
 
 def flip_records(masks: Iterable[int]) -> np.ndarray:
     """One NOT for each mask."""
-    return to_array(Record(TAG << 32 | X, target_mask=mask) for mask in masks)
+    return to_array(tagged(X, target_mask=mask) for mask in masks)
 
 
 class SparseFilter(StateFilter):

@@ -11,7 +11,7 @@ import numpy as np
 import pytest
 
 from models.arithmetic import Generator
-from models.bit import READ, X
+from models.opcodes import FLAG_NAND, READ, X
 from support.dense import reset
 from support.driver import rec
 from support.sparse import SparseFilter, open_sparse
@@ -50,5 +50,5 @@ def next_read_is(engine: ModuleType, draw: float) -> bool:
 
 def prepared(filter_: SparseFilter, num_qubits: int, index: int) -> None:
     """A register in a basis state, with a stored word of flags that are all 0."""
-    store_0_in_flag_2 = rec(0x1000000F, target_mask=1, cond_mask=1, read_flag=2)
+    store_0_in_flag_2 = rec(FLAG_NAND, target_mask=1, cond_mask=1, read_flag=2)
     filter_.run(store_0_in_flag_2, reset(num_qubits), rec(X, target_mask=index))

@@ -12,8 +12,9 @@ from typing import Any
 import numpy as np
 
 from models.arithmetic import Amplitude, Generator, probability
-from models.bit import SWAP, TAG, Record, set_bits
+from models.opcodes import SWAP
 from models.sparse import SparseModel
+from models.wire import Record, set_bits, tagged
 from support.dense import Vector, amplitudes, reset_record, to_array, vector
 from support.driver import failure_of
 from support.sparse import SparseFilter, assert_same_amplitudes, flip_records
@@ -53,7 +54,7 @@ class Gathering:
         return self._swapped(index) ^ self.flipped
 
     def records(self) -> np.ndarray:
-        swaps = [Record(TAG << 32 | SWAP, target_mask=a | b) for a, b in self.swaps]
+        swaps = [tagged(SWAP, target_mask=a | b) for a, b in self.swaps]
         return np.concatenate([to_array(swaps), flip_records([self.flipped])])
 
 
