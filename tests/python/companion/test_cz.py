@@ -6,12 +6,13 @@ import importlib
 import random
 from typing import Any
 
-import bit_model
 import nimbrel as nb
 import numpy as np
 import pytest
-from full_matrix_model import Matrix, gate_matrix
 from nimbrel import Opcode
+
+from models import wire
+from models.matrices import Matrix, gate_matrix
 
 stim: Any = importlib.import_module("stim")  # it has no types
 
@@ -21,7 +22,7 @@ CIRCUITS = 300
 def matrix_of(num_qubits: int, records: nb.RecordArray) -> Matrix:
     whole: Matrix = np.eye(1 << num_qubits, dtype=np.complex128)
     for words in records.tolist():
-        whole = gate_matrix(num_qubits, bit_model.Record(*words[:9])) @ whole
+        whole = gate_matrix(num_qubits, wire.Record(*words[:9])) @ whole
     return whole
 
 

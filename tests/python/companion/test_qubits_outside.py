@@ -8,7 +8,8 @@ from collections.abc import Callable
 import _lib_nb_sim
 import nimbrel as nb
 import pytest
-from check_support import (
+
+from support.program_check import (
     ALL_FILTERS,
     BIT,
     CLIFFORD,

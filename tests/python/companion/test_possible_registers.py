@@ -7,7 +7,8 @@ import random
 import nimbrel as nb
 import numpy as np
 import pytest
-from check_support import BIT, DENSE, LONG, SPARSE, filler, outside, refused
+
+from support.program_check import BIT, DENSE, LONG, SPARSE, filler, outside, refused
 
 lengths = pytest.mark.parametrize("count", [0, LONG], ids=["short", "long"])
 

@@ -4,12 +4,13 @@ from __future__ import annotations
 
 from collections.abc import Callable
 
-import check_support
 import nimbrel as nb
 import numpy as np
 import pytest
-from check_support import CLIFFORD, DENSE, LONG, SPARSE, filler
 from nimbrel import Opcode
+
+from support import program_check
+from support.program_check import CLIFFORD, DENSE, LONG, SPARSE, filler
 
 Builder = Callable[[], nb.RecordArray]
 
@@ -90,7 +91,7 @@ def refused(text: str, count: int, *parts: nb.RecordArray) -> None:
     with nb.Simulator(CLIFFORD) as sim:
         sim.run(nb.reset(100), nb.h([0, 1]))
         before = sim.generators()
-        check_support.refused(sim, text, filler(count), *parts)
+        program_check.refused(sim, text, filler(count), *parts)
         assert sim.generators() == before
 
 
