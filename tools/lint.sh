@@ -42,6 +42,7 @@ bugs_in_cpp() {
     clang-tidy -p build/dev --quiet --extra-arg=-Wno-unknown-warning-option
 }
 
+check "include graph" python tools/include_graph.py
 check "clang-format" layout_of_cpp
 check "clang-tidy" bugs_in_cpp
 check "ruff check" ruff check --quiet .

@@ -61,7 +61,7 @@ void OpFilter_BitQPUSim::dispatch(const QPUOp& op) {
         case OP_EXTEND:
             return extend_next_operation(*this, op);
         case OP_H:
-            return;  // passed over on purpose: a program with one runs on without it
+            return;  // ignored on purpose: programs with a Hadamard run here without it
 
         default:
             return dispatch_shared_record(*this, op, refusals);

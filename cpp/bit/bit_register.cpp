@@ -11,8 +11,8 @@
 namespace Nimbrel {
 namespace {
 
-/// The most that vectors hold at once beyond what they hold now, while one after the other grows.
-/// Each keeps its old memory until it has the new. Stops at the largest number.
+/// Peak of additional memory while several vectors grow one after the other. A vector frees its old
+/// memory only after it has the new. Saturates at the largest number.
 class PeakGrowth {
   public:
     template <typename T>
@@ -48,8 +48,8 @@ void OpFilter_BitQPUSim::require_memory(unsigned long qubits) const {
     }
 }
 
-// All memory is claimed before anything changes, so a register that is too large leaves the old one
-// as it was.
+// Allocates all memory before anything changes, so a register that is too large leaves the old one
+// unchanged.
 void OpFilter_BitQPUSim::reset(unsigned long qubits) {
     require_memory(qubits);
     const unsigned long words = words_for_bits(qubits);
@@ -97,10 +97,10 @@ void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long ta
         append_pair(cond_list, cond_mask, cond_offset);
         append_pair(cond_neg_list, cond_neg_mask, cond_offset);
     }
-    take_extensions();
+    append_extensions();
 }
 
-void OpFilter_BitQPUSim::take_extensions() {
+void OpFilter_BitQPUSim::append_extensions() {
     if (!qpu_base().has_extensions()) return;
     const auto append = [](std::vector<unsigned long>& list,
                            const std::vector<unsigned long>& more) {

@@ -1,4 +1,6 @@
-/// Walking flat lists of (mask, bit offset) pairs, the form in which wide masks travel in programs.
+/// Flat lists of (mask, bit offset) pairs: the form of masks on registers wider than 64 qubits.
+///
+/// Used by the bit and Clifford filters on the caller's thread.
 #pragma once
 
 #include <vector>
@@ -7,7 +9,7 @@
 
 namespace Nimbrel {
 
-/// Calls `visit(mask, word)` for each pair in order, `word` being the word that the offset names.
+/// Calls `visit(mask, word)` for each pair in order. `word` is the index of the word at the offset.
 template <typename Visit>
 void for_each_pair(const std::vector<unsigned long>& list, Visit&& visit) {
     for (std::size_t i = 0; i < list.size(); i += 2) visit(list[i], word_of(list[i + 1]));

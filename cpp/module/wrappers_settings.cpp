@@ -7,7 +7,7 @@ namespace Nimbrel::Binding {
 
 PyObject* random_seed(PyObject* /*module*/, PyObject* args) {
     return run_wrapper([args] {
-        // The generator serves the whole process, so the handle is taken and not looked at.
+        // The handle is not used: the whole process has one generator.
         unsigned int handle = 0;
         unsigned int seed = 0;
         parse_arguments(args, "II", &handle, &seed);

@@ -1,5 +1,5 @@
 #include "module/arrays.h"
-#include "module/kept_buffers.h"
+#include "module/buffer_references.h"
 #include "module/methods.h"
 #include "module/wrapper.h"
 
@@ -12,12 +12,12 @@ namespace {
 constexpr const char* bad_pull_array =
     "Error: pull_state() dest buffer must be an array of type complex128";
 
-// check_state() answers with it as well.
+// check_state() has the same text.
 constexpr const char* bad_push_array =
     "Error: push_state() dest buffer must be an array of type complex128";
 
-/// Qubits of a buffer, from a length that is a power of two or 0. A register has one qubit at the
-/// least, so the lengths below 2 count as 2.
+/// Number of qubits of a buffer. Requires: `length` is a power of two or 0. A register has at least
+/// one qubit, so lengths below 2 count as 2.
 unsigned long qubits_of_buffer(unsigned long length) {
     return length <= 2 ? 1 : static_cast<unsigned long>(std::countr_zero(length));
 }
@@ -106,7 +106,7 @@ PyObject* override_state_buffer(PyObject* /*module*/, PyObject* args) {
         require_needs("override_state_buffer",
                       filter.array_rules.override_state_buffer_needs(num_qubits), amplitudes);
         filter.override_state_buffer(amplitudes.data, num_qubits);
-        keep_buffer(filter.handle, buffer);
+        hold_buffer(filter.handle, buffer);
         return none();
     });
 }

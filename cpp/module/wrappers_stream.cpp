@@ -1,5 +1,5 @@
 #include "module/arrays.h"
-#include "module/kept_buffers.h"
+#include "module/buffer_references.h"
 #include "module/methods.h"
 #include "module/wrapper.h"
 
@@ -37,7 +37,7 @@ PyObject* delete_native_filter(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "I", &handle);
         require_filter(handle);
         OpFilter::delete_filter(handle);
-        drop_buffer(handle);
+        release_buffer(handle);
         return none();
     });
 }

@@ -1,9 +1,11 @@
 """The opcode numbers of the instruction records.
 
-An opcode is 64 bits wide: the tag `TAG` in the high half marks a record of this
-engine, the low half names the operation. Bit 28 of the low half marks an operation
-that is not a gate; bit 14 marks the inverse or the closing half of the same opcode
+An opcode has 64 bits. The high half is the tag `TAG`, which marks a record of this
+engine. The low half is the number of the operation. In it, bit 28 marks an operation
+that is not a gate, and bit 14 marks the inverse or the closing half of the opcode
 without that bit.
+
+The engine's source has the same names with the prefix `OP_`.
 """
 
 import enum
@@ -16,10 +18,10 @@ _TAGGED: Final = TAG << 32
 
 
 class Opcode(enum.IntEnum):
-    """Every operation that the engine knows, as the full 64-bit opcode.
+    """Every opcode that the engine recognises, with all 64 bits.
 
-    The members named `MARKER_*` carry their low 32 bits as their name: the engine
-    accepts and ignores them, and their meaning is the front end's own.
+    The engine ignores the members `MARKER_*`, `Z_NOP` and `JUMP_FAMILY`. The front end
+    defines the meaning of a marker, whose name is its low half in hexadecimal.
     """
 
     # Gates.

@@ -11,7 +11,7 @@ using Nimbrel::complex_t;
 using Nimbrel::OpFilter;
 using Nimbrel::QPU_Base;
 
-/// A filter that overrides nothing but what it must.
+/// A filter that overrides only the pure operation.
 class BareFilter : public OpFilter {
   public:
     ~BareFilter() override { filter_registry.erase(handle); }
