@@ -20,7 +20,7 @@ from pathlib import Path
 import numpy as np
 from gates import FIRST_FLAG
 from harness import Timer, WrongResultError, argument_parser, at_least, best_seconds, run, timed
-from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, program, read, reset
+from nimbrel import QPU_OP, Opcode, RecordArray, RemoteSimulator, Simulator, program, read, reset
 from nimbrel.remote import WINDOW
 from report import Figure, Report
 
@@ -46,9 +46,9 @@ def run_here(sim: Simulator, records: RecordArray) -> int:
     return sim.flags(FIRST_FLAG, NUM_QUBITS)
 
 
-def connected(address: tuple[str, int], window: int) -> Simulator:
+def connected(address: tuple[str, int], window: int) -> RemoteSimulator:
     """A client of the service."""
-    sim = Simulator("StreamConnect")
+    sim = RemoteSimulator()
     sim.connect(*address, TIMEOUT, window=window)
     return sim
 

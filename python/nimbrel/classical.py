@@ -9,7 +9,7 @@ when the number is negative; 0, the default, always holds and -1 never.
 import operator
 from typing import Final, SupportsIndex
 
-from nimbrel.layout import Qubits, qubit_list, spread, spread_words, word_masks
+from nimbrel.masks import Qubits, qubit_list, spread, spread_words, word_masks
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, RecordArray, pack
 

@@ -19,7 +19,7 @@ qubit or a flag that is not an integer.
 from collections.abc import Callable
 from typing import Protocol
 
-from nimbrel.layout import Qubits, control_lists, qubit_list, spread
+from nimbrel.masks import Qubits, control_lists, qubit_list, spread
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, RecordArray, program
 

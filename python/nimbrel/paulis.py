@@ -15,7 +15,7 @@ from collections.abc import Sequence
 from itertools import zip_longest
 from typing import Final, SupportsIndex
 
-from nimbrel.layout import (
+from nimbrel.masks import (
     WORD_BITS,
     Qubits,
     control_lists,

@@ -10,7 +10,7 @@ from typing import Final, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.layout import WORD_BITS
+from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.record_rules import (
     ANGLE,
@@ -83,11 +83,9 @@ class ProgramCheck:
             qubits: Whether qubits outside the register are refused.
             inexact_controls: Whether a Clifford filter's own rules for controls are let pass.
         """
-        # The filter that a service runs is not known here.
-        is_local = filter_type != "StreamConnect"
         is_clifford = filter_type == "StreamCliffordQPU"
         controls = is_clifford and not inexact_controls
-        self._rules = RecordRules(filter_type, qubits=qubits and is_local, controls=controls)
+        self._rules = RecordRules(filter_type, qubits=qubits, controls=controls)
         # A Clifford filter takes the low half of a reset's size.
         self._trace = RegisterTrace(2**32 - 1 if is_clifford else 2**64 - 1)
 

@@ -8,7 +8,7 @@ import struct
 from collections.abc import Sequence
 from typing import Final, Protocol, TypeAlias
 
-from nimbrel.layout import WORD_BITS
+from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import UNKNOWN
 
