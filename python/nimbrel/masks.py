@@ -1,17 +1,17 @@
-"""How the qubits of one operation spread over records.
+"""Qubit arguments, and the masks and extension records that carry them.
 
-A mask covers one 64-qubit word of the register and its offset tells which. An
-operation that reaches into more words carries the others in extension records that
-stand before it:
+A mask covers one 64-qubit word of the register, and its offset tells which word. An operation on
+several words has an extension record for each word after the first. Extension records come before
+the main record of the operation:
 
     x([3, 70, 200])      EXTEND  target_mask 1 << 6  target_offset  64
                          EXTEND  target_mask 1 << 8  target_offset 192
                          X       target_mask 1 << 3  target_offset   0
 
-The lowest word goes into the operation's own record, so an operation inside the first
-64 qubits needs no extension and no offset, and filters that know only the masks take
-it as well. The engine joins the own record first and then the extensions in order:
-qubits are walked upward, which is also the order of the read flags of a measurement.
+The main record has the lowest word. So an operation on the first 64 qubits needs neither extension
+records nor an offset, and filters without extension records accept it. The engine processes the
+main record first and then the extension records in order, so it visits the qubits upward. The read
+flags of a measurement follow the same order.
 """
 
 import operator
@@ -33,13 +33,13 @@ def qubit_list(qubits: Qubits, role: str, *, required: bool = False) -> list[int
 
     Args:
         qubits: One qubit number or an iterable of them.
-        role: What the qubits are, for the messages: "target", "control", ...
+        role: The role of the qubits, for the messages: "target", "control", ...
         required: Whether an empty list is refused.
 
     Raises:
         TypeError: If a qubit is not an integer.
-        ValueError: If a qubit is negative or given twice, or none is given where one
-            is required.
+        ValueError: If a qubit is negative or given twice, or if the list is empty and one is
+            required.
     """
     numbers = qubits if isinstance(qubits, Iterable) else (qubits,)
     checked = [operator.index(number) for number in numbers]
@@ -54,22 +54,34 @@ def qubit_list(qubits: Qubits, role: str, *, required: bool = False) -> list[int
 
 
 def control_lists(controls: Qubits, zeros: Qubits) -> tuple[list[int], list[int]]:
-    """Check the two kinds of controls: those that must be 1 and those that must be 0.
+    """Check the controls and the negated controls of an operation.
+
+    Args:
+        controls: The controls.
+        zeros: The negated controls.
+
+    Returns:
+        The controls and the negated controls, each in the order given.
 
     Raises:
         TypeError: As `qubit_list`.
         ValueError: As `qubit_list`, or if a qubit is in both.
     """
-    ones = qubit_list(controls, "control")
+    plain = qubit_list(controls, "control")
     negated = qubit_list(zeros, "zero-control")
-    both = set(ones) & set(negated)
+    both = set(plain) & set(negated)
     if both:
         raise ValueError(f"qubit {min(both)} is a control and a zero-control at once")
-    return ones, negated
+    return plain, negated
 
 
 def word_masks(qubits: Iterable[int]) -> dict[int, int]:
-    """Group qubits by register word: bit offset of the word -> mask, lowest word first."""
+    """Group qubits by 64-qubit word.
+
+    Returns:
+        The mask of each word by the word's offset, which is the number of its lowest qubit. The
+        lowest word comes first.
+    """
     masks: dict[int, int] = {}
     for qubit in qubits:
         offset = qubit - qubit % WORD_BITS
@@ -78,7 +90,11 @@ def word_masks(qubits: Iterable[int]) -> dict[int, int]:
 
 
 def single_word_mask(qubits: Qubits, role: str) -> int:
-    """The mask of qubits that must all lie below 64; 0 for none.
+    """Make the mask of qubits that must all be below 64.
+
+    Args:
+        qubits: The qubits; none gives the mask 0.
+        role: As for `qubit_list`.
 
     Raises:
         TypeError: As `qubit_list`.
@@ -91,50 +107,59 @@ def single_word_mask(qubits: Qubits, role: str) -> int:
 
 
 def spread(
-    own: Record, targets: list[int], ones: Iterable[int] = (), negated: Iterable[int] = ()
+    main: Record, targets: list[int], controls: Iterable[int] = (), negated: Iterable[int] = ()
 ) -> RecordArray:
-    """Lay an operation out: extension records first, its own record last.
+    """Make the records of an operation: extension records first, the main record last.
 
     Args:
-        own: The operation without its qubits; masks and offsets are filled in.
+        main: The main record without qubits; this function fills in masks and offsets.
         targets: Target qubits.
-        ones: Controls that must be 1.
-        negated: Controls that must be 0, none of them among `ones`.
+        controls: Controls.
+        negated: Negated controls, none of them among `controls`.
 
     Raises:
-        TypeError: If a word of `own` other than its angle is not an integer.
+        TypeError: If a word of `main` other than its angle is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
     negated_masks = word_masks(negated)
-    return spread_words(own, word_masks(targets), word_masks([*ones, *negated]), negated_masks)
+    return spread_words(main, word_masks(targets), word_masks([*controls, *negated]), negated_masks)
 
 
 def spread_words(
-    own: Record,
+    main: Record,
     targets: Mapping[int, int],
-    conditions: Mapping[int, int],
+    controls: Mapping[int, int],
     negated: Mapping[int, int],
 ) -> RecordArray:
-    """Lay an operation out whose masks are known, each as bit offset -> mask.
+    """Make the records of an operation whose masks are known.
 
-    `targets` and `conditions` are in ascending order of offset; `negated` tells which
-    bits of `conditions` must be 0. Extension number k carries the k-th further word of
-    both, so one record serves a target word and a condition word together.
+    Extension record k has word k of the targets and word k of the controls, so one record carries
+    a target word and a control word.
+
+    Args:
+        main: The main record without qubits; this function fills in masks and offsets.
+        targets: Target masks by offset, in ascending order.
+        controls: Masks of all controls by offset, in ascending order. A write has its value here.
+        negated: The bits of `controls` that are negated controls, by offset.
+
+    Raises:
+        TypeError: As `spread`.
+        ValueError: As `spread`.
     """
     rows = [
-        _placed(own if number == 0 else Record(Opcode.EXTEND), target, condition, negated)
-        for number, (target, condition) in enumerate(
-            zip_longest(targets.items(), conditions.items(), fillvalue=(0, 0))
+        _with_masks(main if number == 0 else Record(Opcode.EXTEND), target, control, negated)
+        for number, (target, control) in enumerate(
+            zip_longest(targets.items(), controls.items(), fillvalue=(0, 0))
         )
     ]
-    return pack([*rows[1:], rows[0]] if rows else [own])
+    return pack([*rows[1:], rows[0]] if rows else [main])
 
 
-def _placed(
-    base: Record, target: tuple[int, int], condition: tuple[int, int], negated: Mapping[int, int]
+def _with_masks(
+    base: Record, target: tuple[int, int], control: tuple[int, int], negated: Mapping[int, int]
 ) -> Record:
     target_offset, target_mask = target
-    cond_offset, cond_mask = condition
+    cond_offset, cond_mask = control
     return base._replace(
         target_mask=target_mask,
         target_offset=target_offset,
