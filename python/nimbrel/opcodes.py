@@ -1,11 +1,8 @@
 """The opcode numbers of the instruction records.
 
-An opcode has 64 bits. The high half is the tag `TAG`, which marks a record of this
-engine. The low half is the number of the operation. In it, bit 28 marks an operation
-that is not a gate, and bit 14 marks the inverse or the closing half of the opcode
-without that bit.
-
-The engine's source has the same names with the prefix `OP_`.
+An opcode has 64 bits. The high half is the tag `TAG`, which marks a record of this engine. The low
+half names the operation. In the low half, bit 28 marks an operation that is not a gate. Bit 14
+marks the inverse, or the closing record, of the operation whose opcode lacks this bit.
 """
 
 import enum
@@ -18,10 +15,10 @@ _TAGGED: Final = TAG << 32
 
 
 class Opcode(enum.IntEnum):
-    """Every opcode that the engine recognises, with all 64 bits.
+    """The opcodes that the engine accepts, 64 bits each, tag included.
 
-    The engine ignores the members `MARKER_*`, `Z_NOP` and `JUMP_FAMILY`. The front end
-    defines the meaning of a marker, whose name is its low half in hexadecimal.
+    The engine accepts and ignores the members named `MARKER_*`; the front end gives them their
+    meaning. Their names end with their low 32 bits in hexadecimal.
     """
 
     # Gates.
@@ -51,7 +48,7 @@ class Opcode(enum.IntEnum):
     ROOTX_INV = _TAGGED | 0x00006005
     ROOTY_INV = _TAGGED | 0x00006006
 
-    # Everything else.
+    # All other operations.
     MARKER_10000000 = _TAGGED | 0x10000000
     RESET = _TAGGED | 0x10000001
     MARKER_10000002 = _TAGGED | 0x10000002

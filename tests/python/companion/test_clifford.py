@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Iterator, Sequence
+from typing import Any
 
 import nimbrel as nb
 import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
-from nimbrel import Simulator
+from nimbrel import CliffordSimulator, Simulator
 from nimbrel.clifford import parse_tableau
 
 from models.program import NO_REGISTER
@@ -21,7 +22,7 @@ Builder = Callable[[Sequence[int]], nb.RecordArray]
 
 
 @pytest.fixture
-def sim() -> Iterator[Simulator]:
+def sim() -> Iterator[CliffordSimulator]:
     """A Clifford simulator without a register."""
     with Simulator("StreamCliffordQPU") as simulator:
         yield simulator
@@ -45,20 +46,20 @@ def anticommute(a: str, b: str) -> bool:
     return sum("_" not in pair and pair[0] != pair[1] for pair in pairs) % 2 == 1
 
 
-def test_a_new_register_is_stabilized_by_z(sim: Simulator) -> None:
+def test_a_new_register_is_stabilized_by_z(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(3))
     assert sim.generators() == ["+Z__", "+_Z_", "+__Z"]
     assert sim.destabilizers() == ["+X__", "+_X_", "+__X"]
 
 
-def test_qubit_0_stands_first_and_the_sign_before_it(sim: Simulator) -> None:
+def test_qubit_0_stands_first_and_the_sign_before_it(sim: CliffordSimulator) -> None:
     # X0 Z1 Y3, with a minus, as a single generator: qubit 3 gathers it and is turned back.
     sim.run(nb.reset(4), nb.ppm([0, 3], [1, 3], FIRST_FLAG))
     sign = "-" if sim.flags(FIRST_FLAG, 1) else "+"
     assert f"{sign}XZ_Y" in sim.generators()
 
 
-def test_a_register_without_qubits_has_no_rows(sim: Simulator) -> None:
+def test_a_register_without_qubits_has_no_rows(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(0))
     assert sim.generators() == []
     assert sim.destabilizers() == []
@@ -79,7 +80,7 @@ def test_rows_of_a_text(text: str, destabilizers: list[str], generators: list[st
 
 
 @pytest.mark.parametrize("width", [1, 63, 64, 128, 192])
-def test_every_qubit_has_its_place(sim: Simulator, width: int) -> None:
+def test_every_qubit_has_its_place(sim: CliffordSimulator, width: int) -> None:
     sim.run(nb.reset(width), nb.h(range(0, width, 2)), nb.x(range(0, width, 3)))
     for qubit, row in enumerate(sim.generators()):
         sign = "-" if qubit % 2 and not qubit % 3 else "+"
@@ -88,7 +89,7 @@ def test_every_qubit_has_its_place(sim: Simulator, width: int) -> None:
 
 @pytest.mark.parametrize(("width", "unprinted"), [(65, (1, 64)), (100, (36, 64)), (191, (63, 64))])
 def test_qubits_that_the_text_leaves_out_are_marked(
-    sim: Simulator, width: int, unprinted: tuple[int, int]
+    sim: CliffordSimulator, width: int, unprinted: tuple[int, int]
 ) -> None:
     sim.run(nb.reset(width), nb.h(range(0, width, 2)))
     gap = dict.fromkeys(range(*unprinted), "?")
@@ -181,13 +182,13 @@ def test_gates_on_far_qubits_are_those_on_near_ones(
     assert found[0] == found[1]
 
 
-def test_reads_of_far_qubits_go_upward(sim: Simulator) -> None:
+def test_reads_of_far_qubits_go_upward(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(FAR_WIDTH), nb.x([1, 64, 100, 191]), nb.read(reversed(FAR), FIRST_FLAG))
     assert sim.flags(FIRST_FLAG, len(FAR)) == 0b10011001
 
 
 @pytest.mark.parametrize("value", [0, 0b1, 0b10000000, 0b10110010, 0b11111111])
-def test_a_write_reaches_far_qubits(sim: Simulator, value: int) -> None:
+def test_a_write_reaches_far_qubits(sim: CliffordSimulator, value: int) -> None:
     everything = nb.read(FAR, FIRST_FLAG)
     sim.run(nb.reset(FAR_WIDTH), nb.x(range(FAR_WIDTH)), nb.write(FAR, value), everything)
     assert sim.flags(FIRST_FLAG, len(FAR)) == value
@@ -197,7 +198,7 @@ def test_a_write_reaches_far_qubits(sim: Simulator, value: int) -> None:
 
 @pytest.mark.parametrize("builder", [nb.clear, lambda qubits: nb.free(qubits, check=True)])
 def test_far_qubits_are_cleared_and_nothing_is_asserted(
-    sim: Simulator, builder: Callable[[list[int]], nb.RecordArray]
+    sim: CliffordSimulator, builder: Callable[[list[int]], nb.RecordArray]
 ) -> None:
     sim.enable_qubit_debugging()
     sim.run(nb.reset(FAR_WIDTH), nb.x(range(FAR_WIDTH)), nb.h(FAR[::2]), builder(FAR))
@@ -206,7 +207,7 @@ def test_far_qubits_are_cleared_and_nothing_is_asserted(
     assert sim.events() == []
 
 
-def test_a_product_of_far_qubits_is_measured(sim: Simulator) -> None:
+def test_a_product_of_far_qubits_is_measured(sim: CliffordSimulator) -> None:
     ghz = [nb.h(1), nb.x([100, 191], controls=1)]
     sim.run(nb.reset(FAR_WIDTH), *ghz, nb.ppm([1, 100, 191], (), FIRST_FLAG))
     sim.run(nb.ppm([1, 100, 191], [100, 191], FIRST_FLAG + 1))
@@ -215,13 +216,13 @@ def test_a_product_of_far_qubits_is_measured(sim: Simulator) -> None:
     assert sim.flags(FIRST_FLAG, 3) == 0b010
 
 
-def test_a_product_that_is_drawn_becomes_a_generator(sim: Simulator) -> None:
+def test_a_product_that_is_drawn_becomes_a_generator(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(FAR_WIDTH), nb.ppm([1, 127], [63, 127], FIRST_FLAG))
     sign = "-" if sim.flags(FIRST_FLAG, 1) else "+"
     assert product({1: "X", 63: "Z", 127: "Y"}, FAR_WIDTH, sign) in sim.generators()
 
 
-def test_a_product_whose_letters_of_one_kind_lie_far_only(sim: Simulator) -> None:
+def test_a_product_whose_letters_of_one_kind_lie_far_only(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(FAR_WIDTH), nb.ppr(90.0, [100, 191], 3))
     flipped = [qubit for qubit, row in enumerate(sim.generators()) if row[0] == "-"]
     assert flipped == [100, 191]
@@ -234,7 +235,7 @@ def test_zero_controls_are_plain_controls() -> None:
         assert sim.flags(2, 2) == 0b01
 
 
-def test_one_qubit_is_peeked_at_and_selected(sim: Simulator) -> None:
+def test_one_qubit_is_peeked_at_and_selected(sim: CliffordSimulator) -> None:
     sim.run(nb.reset(100), nb.h(31), nb.x(99, controls=31))
     assert sim.peek_probability(1 << 31, 1 << 31) == 0.5
     sim.postselect(1 << 31, 1 << 31)
@@ -243,14 +244,14 @@ def test_one_qubit_is_peeked_at_and_selected(sim: Simulator) -> None:
     assert sim.flags(FIRST_FLAG, 1) == 1
 
 
-ROWS: dict[str, Callable[[Simulator], object]] = {
+ROWS: dict[str, Callable[[CliffordSimulator], object]] = {
     "generators": lambda sim: sim.generators(),
     "destabilizers": lambda sim: sim.destabilizers(),
 }
 
 
 @pytest.mark.parametrize("name", ROWS)
-def test_there_are_no_rows_before_a_reset(sim: Simulator, name: str) -> None:
+def test_there_are_no_rows_before_a_reset(sim: CliffordSimulator, name: str) -> None:
     with pytest.raises(RuntimeError) as caught:
         ROWS[name](sim)
     assert caught.value.args == (NO_REGISTER,)
@@ -259,9 +260,14 @@ def test_there_are_no_rows_before_a_reset(sim: Simulator, name: str) -> None:
 @pytest.mark.parametrize("name", ROWS)
 @pytest.mark.parametrize("filter_type", ["StreamBitQPU", "StreamQPU", "StreamSparseQPU"])
 def test_other_filters_have_no_rows(name: str, filter_type: str) -> None:
-    with Simulator(filter_type) as other:
+    text = (
+        f"^a \"{filter_type}\" filter has no operation '{name}'; "
+        'only "StreamCliffordQPU" filters have it$'
+    )
+    other: Any = Simulator(filter_type)
+    with other:
         other.run(nb.reset(1))
-        with pytest.raises(ValueError, match=rf'^a "{filter_type}" filter has no generators$'):
+        with pytest.raises(AttributeError, match=text):
             ROWS[name](other)
 
 
@@ -273,18 +279,8 @@ def test_there_are_no_rows_after_the_end(name: str) -> None:
         ROWS[name](sim)
 
 
-@pytest.mark.parametrize(
-    "call",
-    [
-        lambda sim: sim.terms(),
-        lambda sim: sim.state(),
-        lambda sim: sim.push_state([1, 0]),
-        lambda sim: sim.probabilities(0),
-        lambda sim: sim.sample(1),
-    ],
-    ids=["terms", "state", "push_state", "probabilities", "sample"],
-)
-def test_a_tableau_has_no_amplitudes(sim: Simulator, call: Callable[[Simulator], object]) -> None:
-    sim.run(nb.reset(1))
-    with pytest.raises(ValueError, match=r'^a "StreamCliffordQPU" filter has no amplitudes$'):
-        call(sim)
+@pytest.mark.parametrize("name", ["terms", "state", "push_state", "probabilities", "sample"])
+def test_a_tableau_has_no_amplitudes(sim: CliffordSimulator, name: str) -> None:
+    text = f'^a "StreamCliffordQPU" filter has no operation \'{name}\'; only "StreamQPU" '
+    with pytest.raises(AttributeError, match=text):
+        getattr(sim, name)

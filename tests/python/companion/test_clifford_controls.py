@@ -10,7 +10,7 @@ import pytest
 from nimbrel import Opcode
 
 from support import program_check
-from support.program_check import CLIFFORD, DENSE, LONG, SPARSE, filler
+from support.program_check import CLIFFORD, LONG, AmplitudeSimulator, filler
 
 Builder = Callable[[], nb.RecordArray]
 
@@ -163,8 +163,8 @@ def test_both_choices_are_independent() -> None:
             sim.run(nb.z(2, controls=0))
 
 
-@pytest.mark.parametrize("filter_type", [DENSE, SPARSE])
-def test_other_filters_take_them(filter_type: str) -> None:
-    with nb.Simulator(filter_type) as sim:
+@pytest.mark.parametrize("simulator", [nb.DenseSimulator, nb.SparseSimulator])
+def test_other_filters_take_them(simulator: AmplitudeSimulator) -> None:
+    with simulator() as sim:
         sim.run(nb.reset(3), nb.h([0, 1]), nb.z(1, controls=0), nb.x(2, zeros=[0, 1]))
         assert np.allclose([sim.value_of(k) for k in (4, 1, 2, 3)], [0.5, 0.5, 0.5, -0.5])

@@ -142,10 +142,11 @@ def test_a_buffer_is_a_register() -> None:
 
 
 def test_a_buffer_that_was_refused_is_none() -> None:
-    with nb.Simulator(BIT) as sim:
+    with nb.Simulator(DENSE) as sim:
         sim.run(nb.reset(5))
-        with pytest.raises(RuntimeError, match="override_state_buffer is not implemented"):
-            sim.override_state_buffer(nb.aligned_buffer(3))
+        buffer = np.zeros(3, dtype=np.complex128)
+        with pytest.raises(ValueError, match="2, 4, 8"):
+            sim.override_state_buffer(buffer)
         sim.run(nb.x(4))
 
 

@@ -9,13 +9,13 @@ import nimbrel as nb
 import pytest
 from hypothesis import given
 from hypothesis import strategies as st
-from nimbrel import Simulator
-from nimbrel._engine import _call
+from nimbrel import BitSimulator, Simulator
+from nimbrel._engine import call
 
 NO_REGISTER = "qc.reset() has not been called or did not succeed."
 NO_FILTER = "Error: native filter not found."
 
-CALLS: dict[str, Callable[[Simulator], object]] = {
+CALLS: dict[str, Callable[[BitSimulator], object]] = {
     "handle": lambda sim: sim.handle,
     "run": lambda sim: sim.run(nb.reset(1)),
     "flags": lambda sim: sim.flags(2, 1),
@@ -121,7 +121,7 @@ def test_a_system_error_of_another_making_passes_through() -> None:
         raise SystemError("of its own")
 
     with pytest.raises(SystemError, match="of its own"):
-        _call(broken)
+        call(broken)
 
 
 def test_a_part_that_is_no_record_array_never_reaches_the_engine() -> None:
@@ -179,9 +179,9 @@ def test_bad_parameters_are_refused_before_a_filter_is_made(
 def test_leaving_the_block_frees_the_filter() -> None:
     with Simulator() as sim:
         handle = sim.handle
-        _call(_lib_nb_sim.finish, handle)
+        call(_lib_nb_sim.finish, handle)
     with pytest.raises(RuntimeError, match=f"^{NO_FILTER}$"):
-        _call(_lib_nb_sim.finish, handle)
+        call(_lib_nb_sim.finish, handle)
 
 
 def test_an_error_in_the_block_frees_the_filter_and_travels_on() -> None:
@@ -190,7 +190,7 @@ def test_an_error_in_the_block_frees_the_filter_and_travels_on() -> None:
     with pytest.raises(KeyError), sim:
         raise KeyError
     with pytest.raises(RuntimeError, match=f"^{NO_FILTER}$"):
-        _call(_lib_nb_sim.finish, handle)
+        call(_lib_nb_sim.finish, handle)
 
 
 def test_closing_twice_is_closing_once(monkeypatch: pytest.MonkeyPatch) -> None:

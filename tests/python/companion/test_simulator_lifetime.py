@@ -8,7 +8,7 @@ import pickle
 import subprocess
 import sys
 import warnings
-from collections.abc import Callable
+from collections.abc import Callable, MutableSequence
 from functools import partial
 from typing import Any
 
@@ -16,7 +16,7 @@ import _lib_nb_sim as engine
 import nimbrel as nb
 import numpy as np
 import pytest
-from nimbrel import Simulator
+from nimbrel import BitSimulator, Simulator
 
 from support.driver import UNKNOWN_HANDLE, raises_engine_error
 from support.fork_draws import from_child
@@ -29,14 +29,14 @@ COPIES: dict[str, Callable[[Any], object]] = {
 }
 
 
-class Refusing(Simulator):
+class Refusing(BitSimulator):
     """A subclass that fails before it has a filter."""
 
     def __init__(self) -> None:
         raise KeyError("no filter")
 
 
-class Linked(Simulator):
+class Linked(BitSimulator):
     """A simulator that reaches itself, so only the cycle collector ends it."""
 
     def __init__(self) -> None:
@@ -44,7 +44,7 @@ class Linked(Simulator):
         self.link = self
 
 
-def drop(held: list[Simulator]) -> None:
+def drop(held: MutableSequence[Any]) -> None:
     """Ends the only references to some simulators."""
     held.clear()
     gc.collect()
@@ -67,14 +67,15 @@ def run_python(script: str, *options: str) -> subprocess.CompletedProcess[str]:
 def test_a_dropped_simulator_is_freed_with_a_warning(filter_type: str) -> None:
     held = [Simulator(filter_type)]
     handle = held[0].handle
-    text = f'^unclosed <Simulator "{filter_type}", handle {handle}>$'
+    name = type(held[0]).__name__
+    text = f'^unclosed <{name} "{filter_type}", handle {handle}>$'
     with pytest.warns(ResourceWarning, match=text) as warned:
         drop(held)
     assert_gone(handle)
     (warning,) = warned
     assert warning.filename == __file__
     # By the object, Python tells where it was made. It is of no use any more.
-    assert repr(warning.source) == f'<Simulator "{filter_type}", closed>'
+    assert repr(warning.source) == f'<{name} "{filter_type}", closed>'
 
 
 def test_a_simulator_in_a_cycle_is_freed_by_the_collector() -> None:
@@ -149,7 +150,7 @@ def test_the_end_of_a_filter_ends_its_connection() -> None:
         held = [Simulator("StreamConnect")]
         held[0].connect(LOOPBACK, peer.port)
         peer.ask("accept")
-        with pytest.warns(ResourceWarning, match='^unclosed <Simulator "StreamConnect"'):
+        with pytest.warns(ResourceWarning, match='^unclosed <RemoteSimulator "StreamConnect"'):
             drop(held)
         assert peer.ask("receive_rest") == b""
     finally:
@@ -162,7 +163,7 @@ def test_an_array_that_a_filter_borrowed_is_given_back() -> None:
     held = [Simulator("StreamQPU")]
     held[0].override_state_buffer(buffer)
     assert sys.getrefcount(buffer) == references + 1
-    with pytest.warns(ResourceWarning, match='^unclosed <Simulator "StreamQPU"'):
+    with pytest.warns(ResourceWarning, match='^unclosed <DenseSimulator "StreamQPU"'):
         drop(held)
     assert sys.getrefcount(buffer) == references
 
@@ -170,7 +171,7 @@ def test_an_array_that_a_filter_borrowed_is_given_back() -> None:
 @pytest.mark.parametrize("how", COPIES)
 def test_a_copy_is_refused_with_what_to_do_instead(how: str) -> None:
     text = (
-        r"^a Simulator cannot be copied or pickled, since its filter belongs to this process; "
+        r"^a BitSimulator cannot be copied or pickled, since its filter belongs to this process; "
         r"make another where it is needed and run the program there$"
     )
     with Simulator() as sim:
@@ -184,15 +185,15 @@ def test_a_copy_is_refused_with_what_to_do_instead(how: str) -> None:
 
 def test_a_simulator_shows_what_it_is() -> None:
     with Simulator("StreamQPU") as sim:
-        assert repr(sim) == f'<Simulator "StreamQPU", handle {sim.handle}>'
-    assert repr(sim) == '<Simulator "StreamQPU", closed>'
+        assert repr(sim) == f'<DenseSimulator "StreamQPU", handle {sim.handle}>'
+    assert repr(sim) == '<DenseSimulator "StreamQPU", closed>'
 
 
 @pytest.mark.parametrize("place", ["sim", "sim.kept"])
 def test_one_left_at_the_end_of_the_process_ends_quietly(place: str) -> None:
     script = f"""
-from nimbrel import Simulator, h, reset
-class Kept(Simulator):
+from nimbrel import DenseSimulator, h, reset
+class Kept(DenseSimulator):
     kept = None
 sim = Kept("StreamQPU")
 {place} = sim

@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Any
 
 import pytest
-from nimbrel import Simulator
+from nimbrel import RemoteSimulator
 from sybil.document import Document
 from sybil.example import Example
 from sybil.parsers.markdown import PythonCodeBlockParser
@@ -41,15 +41,17 @@ def documented_output(source: str) -> str:
 @pytest.fixture
 def readme_service(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
     """The service that the README says to start, on a free port."""
-    connect = Simulator.connect
+    connect = RemoteSimulator.connect
 
     with service_of("--filter", "StreamBitQPU", "--quiet") as service:
 
-        def connect_to_free_port(sim: Simulator, host: str, port: int, **options: Any) -> None:
+        def connect_to_free_port(
+            sim: RemoteSimulator, host: str, port: int, **options: Any
+        ) -> None:
             assert port == README_PORT
             connect(sim, host, service.port, **options)
 
-        monkeypatch.setattr(Simulator, "connect", connect_to_free_port)
+        monkeypatch.setattr(RemoteSimulator, "connect", connect_to_free_port)
         yield
 
 

@@ -38,6 +38,14 @@ def test_remote_prints_one_outcome_twice(filter_type: str) -> None:
     assert lines["records"].endswith("on 12 qubits")
 
 
+def test_the_service_example_measures_a_state_of_equal_bits() -> None:
+    done = run("service.py")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert re.search(
+        r"^1000 qubits measured at 127\.0\.0\.1:\d+: (0|1000) of them are 1$", done.stdout, re.M
+    )
+
+
 def test_remote_uses_a_service_that_is_there() -> None:
     with service_of("--filter", "StreamCliffordQPU") as service:
         done = run("remote.py", "0", "--service", f"localhost:{service.port}")

@@ -10,7 +10,14 @@ from typing import TypeAlias
 import nimbrel as nb
 import numpy as np
 import pytest
-from nimbrel import Opcode, Simulator
+from nimbrel import (
+    BitSimulator,
+    CliffordSimulator,
+    DenseSimulator,
+    Opcode,
+    Simulator,
+    SparseSimulator,
+)
 
 from support.driver import FilterDriver
 
@@ -33,11 +40,12 @@ def open_filter(engine: ModuleType) -> Iterator[OpenFilter]:
         yield open_one
 
 
-def num_qubits_of(engine: ModuleType, sim: Simulator, filter_type: str) -> int:
-    if filter_type == "StreamBitQPU":
+def num_qubits_of(engine: ModuleType, sim: Simulator) -> int:
+    if isinstance(sim, BitSimulator):
         return len(sim.bits())
-    if filter_type == "StreamCliffordQPU":
+    if isinstance(sim, CliffordSimulator):
         return len(sim.generators())
+    assert isinstance(sim, DenseSimulator | SparseSimulator)
     # An X on all qubits of a mask reaches those of the register alone.
     engine.put_instructions(sim.handle, nb.record(Opcode.X, target_mask=2**64 - 1), 1)
     return int(sim.terms()[0][0]).bit_count()
@@ -49,7 +57,7 @@ def test_a_reset_looks_at_its_qubit_count_alone(engine: ModuleType, filter_type:
     offsets = {"target_offset": 64, "cond_offset": 64}
     with Simulator(filter_type) as sim:
         sim.run(nb.record(Opcode.RESET, target_mask=5, **others, **offsets))
-        assert num_qubits_of(engine, sim, filter_type) == 5
+        assert num_qubits_of(engine, sim) == 5
 
 
 @pytest.mark.parametrize("filter_type", FILTERS)

@@ -7,20 +7,20 @@ import contextlib
 import signal
 import socket
 import subprocess
+import sys
 from collections.abc import AsyncIterator, Awaitable, Callable, Coroutine
 from pathlib import Path
 from typing import Any, TypeVar
 
 import nimbrel as nb
 import pytest
+from nimbrel.service import connections, process, server
+from nimbrel.service.__main__ import MAX_QUBITS
+from nimbrel.service.connections import Service
+from nimbrel.service.session import Limits
 
 from models.wire import RECORD_BYTES
 from support.remote import LONG, LOOPBACK
-from support.service import example_module
-
-service_module = example_module("service")
-session_module = example_module("service_session")
-process_module = example_module("service_process")
 
 Streams = tuple[asyncio.StreamReader, asyncio.StreamWriter]
 T = TypeVar("T")
@@ -42,8 +42,8 @@ def small_socket() -> socket.socket:
 @contextlib.asynccontextmanager
 async def listening(clients: int = 2, idle_seconds: float = NEVER) -> AsyncIterator[Connect]:
     """Yields what connects a client that takes no replies by itself."""
-    limits = session_module.Limits(clients, 100, 10**9, idle_seconds)
-    service = service_module.Service("StreamBitQPU", limits)
+    limits = Limits(clients, 100, 10**9, idle_seconds)
+    service = Service("StreamBitQPU", limits)
     listener = small_socket()
     listener.bind((LOOPBACK, 0))
     server = await asyncio.start_server(service.serve_client, sock=listener, limit=1 << 17)
@@ -79,7 +79,7 @@ async def ask_without_reading(writer: asyncio.StreamWriter) -> None:
 def test_a_client_that_reads_no_replies_is_idle(
     caplog: pytest.LogCaptureFixture, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    monkeypatch.setattr(service_module, "CLOSE_SECONDS", AT_ONCE)
+    monkeypatch.setattr(connections, "CLOSE_SECONDS", AT_ONCE)
 
     async def scene() -> None:
         async with listening(idle_seconds=0.1) as connect:
@@ -95,9 +95,9 @@ def test_a_client_that_reads_no_replies_is_idle(
 def test_a_client_keeps_its_place_until_it_has_read_its_replies(
     caplog: pytest.LogCaptureFixture, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    monkeypatch.setattr(service_module, "CLOSE_SECONDS", NEVER)
+    monkeypatch.setattr(connections, "CLOSE_SECONDS", NEVER)
     closing = asyncio.Event()
-    close = service_module.close_in_time
+    close = connections.close_in_time
 
     async def close_and_tell(*arguments: Any) -> None:
         closing.set()
@@ -107,7 +107,7 @@ def test_a_client_keeps_its_place_until_it_has_read_its_replies(
         async with listening(clients=1, idle_seconds=0.1) as connect:
             reader, writer = await connect()
             asking = asyncio.ensure_future(ask_without_reading(writer))
-            monkeypatch.setattr(service_module, "close_in_time", close_and_tell)
+            monkeypatch.setattr(connections, "close_in_time", close_and_tell)
             await closing.wait()
             assert await is_refused(connect)
             with contextlib.suppress(OSError):
@@ -143,7 +143,7 @@ def test_a_connection_is_closed_in_time(reads: bool) -> None:
             writer.write(data)
             reading = asyncio.to_thread(read_all, theirs) if reads else None
             task = asyncio.ensure_future(reading) if reading else None
-            await service_module.close_in_time(writer, NEVER if reads else AT_ONCE)
+            await connections.close_in_time(writer, NEVER if reads else AT_ONCE)
             assert writer.transport.get_write_buffer_size() == 0
             assert reader.at_eof() or not reads
             return await (task or asyncio.to_thread(read_all, theirs))
@@ -165,7 +165,7 @@ def test_a_filter_that_cannot_be_made_is_one_line(
         async with listening() as connect:
             assert await is_refused(connect)
 
-    monkeypatch.setattr(service_module, "Simulator", fail)
+    monkeypatch.setattr(connections, "Simulator", fail)
     in_time(scene())
     assert warnings_of(caplog) == ["no filter for it: no room for it"]
 
@@ -173,7 +173,7 @@ def test_a_filter_that_cannot_be_made_is_one_line(
 def test_every_address_is_told_and_looked_at(
     capsys: pytest.CaptureFixture[str], caplog: pytest.LogCaptureFixture
 ) -> None:
-    service_module.announce([(LOOPBACK, 1), ("192.0.2.1", 2), ("127.0.1.1", 3), ("0.0.0.0", 4)])
+    server.announce([(LOOPBACK, 1), ("192.0.2.1", 2), ("127.0.1.1", 3), ("0.0.0.0", 4)])
     assert capsys.readouterr().out.splitlines() == [
         f"listening on {LOOPBACK}:1",
         "listening on 192.0.2.1:2",
@@ -198,18 +198,18 @@ def test_the_service_tells_all_that_it_listens_on(monkeypatch: pytest.MonkeyPatc
         told.extend(addresses)
         signal.raise_signal(signal.SIGTERM)
 
-    limits = session_module.Limits(1, 1, 1, 1)
-    service = service_module.Service("StreamBitQPU", limits)
+    limits = Limits(1, 1, 1, 1)
+    service = Service("StreamBitQPU", limits)
     with monkeypatch.context() as patch:  # pytest's own capture needs what is taken away here
         patch.setattr(asyncio, "start_server", start_on_two)
-        patch.setattr(service_module, "announce", announce)
-        patch.setattr(service_module, "leave_standard_output", lambda: None)
-        in_time(service_module.serve(service, LOOPBACK, 0, until_eof=False))
+        patch.setattr(server, "announce", announce)
+        patch.setattr(server, "redirect_standard_output", lambda: None)
+        in_time(server.serve(service, LOOPBACK, 0, until_eof=False))
     assert sorted(address for address, _ in told) == [LOOPBACK, "127.0.0.2"]
 
 
 def test_a_bit_register_is_no_wider_than_its_memory_allows() -> None:
-    assert service_module.MAX_QUBITS["StreamBitQPU"] == 2**27
+    assert MAX_QUBITS["StreamBitQPU"] == 2**27
 
 
 def test_a_service_that_does_not_end_is_killed(
@@ -230,9 +230,9 @@ def test_a_service_that_does_not_end_is_killed(
         started.append(popen(*arguments, **options))
         return started[0]
 
-    monkeypatch.setattr(process_module, "SCRIPT", deaf)
-    monkeypatch.setattr(process_module, "END_SECONDS", AT_ONCE, raising=False)
-    monkeypatch.setattr(process_module.subprocess, "Popen", start)
-    with process_module.running_service() as address:
+    monkeypatch.setattr(process, "COMMAND", (sys.executable, str(deaf)))
+    monkeypatch.setattr(process, "END_SECONDS", AT_ONCE)
+    monkeypatch.setattr(subprocess, "Popen", start)
+    with process.running_service() as address:
         assert address == (LOOPBACK, 1)
     assert started[0].returncode == -signal.SIGKILL

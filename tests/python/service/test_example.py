@@ -6,7 +6,6 @@ import re
 import signal
 import socket
 import subprocess
-import sys
 from collections.abc import Iterator
 from typing import Any
 
@@ -18,7 +17,7 @@ from nimbrel import Opcode, Simulator
 
 from models.wire import RECORD_BYTES, signed
 from support.remote import LONG, LOOPBACK, reply
-from support.service import EXAMPLES, Client, Service, run, service_of
+from support.service import COMMAND, Client, Service, run_service, service_of
 
 FILTERS = ["StreamQPU", "StreamSparseQPU", "StreamBitQPU", "StreamCliffordQPU"]
 
@@ -278,16 +277,14 @@ def test_the_end_of_its_input_ends_it() -> None:
 
 def test_a_port_that_is_taken() -> None:
     with service_of() as service:
-        done = run("service.py", "--port", str(service.port))
+        done = run_service("--port", str(service.port))
     assert (done.returncode, done.stdout) == (1, "")
-    assert re.fullmatch(r"service\.py: .*address already in use\n", done.stderr)
+    assert re.fullmatch(r"python -m nimbrel\.service: .*address already in use\n", done.stderr)
 
 
 def test_it_warns_when_others_can_reach_it() -> None:
-    command = [sys.executable, str(EXAMPLES / "service.py"), "--host", "0.0.0.0", "--port", "0"]
-    done = subprocess.run(
-        [*command, "--until-eof"], input="", capture_output=True, text=True, check=True
-    )
+    command = [*COMMAND, "--host", "0.0.0.0", "--port", "0", "--until-eof"]
+    done = subprocess.run(command, input="", capture_output=True, text=True, check=True)
     assert re.fullmatch(r"listening on 0\.0\.0\.0:\d+\n", done.stdout)
     assert re.search(r"no authentication: whoever reaches 0\.0\.0\.0:\d+ can use it", done.stderr)
 
@@ -306,14 +303,14 @@ def test_it_warns_when_others_can_reach_it() -> None:
     ],
 )
 def test_settings_that_make_no_sense(arguments: list[str]) -> None:
-    done = run("service.py", *arguments)
+    done = run_service(*arguments)
     assert (done.returncode, done.stdout) == (2, "")
-    assert "service.py: error: argument" in done.stderr
+    assert "python -m nimbrel.service: error: argument" in done.stderr
 
 
 def run_in_shell(redirection: str, *arguments: str) -> subprocess.CompletedProcess[str]:
     """Run the service with a standard stream closed."""
-    command = [sys.executable, str(EXAMPLES / "service.py"), *arguments]
+    command = [*COMMAND, *arguments]
     return subprocess.run(
         ["/bin/sh", "-c", f'"$@" {redirection}', "sh", *command],
         input="",
@@ -329,7 +326,7 @@ def run_in_shell(redirection: str, *arguments: str) -> subprocess.CompletedProce
 def test_a_standard_stream_that_is_closed(redirection: str, name: str) -> None:
     done = run_in_shell(redirection, "--port", "0", "--until-eof")
     assert done.returncode == 1
-    assert done.stdout + done.stderr == f"service.py: standard {name} is closed\n"
+    assert done.stdout + done.stderr == f"python -m nimbrel.service: standard {name} is closed\n"
 
 
 def test_an_input_that_nothing_waits_for_may_be_closed() -> None:
@@ -338,7 +335,7 @@ def test_an_input_that_nothing_waits_for_may_be_closed() -> None:
     assert (done.returncode, done.stderr.count("address already in use")) == (1, 1)
 
 
-def test_the_help_says_that_nobody_is_asked_who_they_are() -> None:
-    done = run("service.py", "--help")
+def test_the_help_warns_that_there_is_no_authentication() -> None:
+    done = run_service("--help")
     assert done.returncode == 0
     assert "There is NO AUTHENTICATION" in done.stdout

@@ -9,11 +9,8 @@ import nimbrel as nb
 import numpy as np
 import pytest
 from nimbrel import Opcode, Simulator
-
-from support.service import example_module
-
-session_module = example_module("service_session")
-RefusalError = session_module.RefusalError
+from nimbrel.service import session as session_module
+from nimbrel.service.session import Limits, RefusalError, Session
 
 EXTEND = nb.record(Opcode.EXTEND, target_mask=1)
 LABEL = nb.record(Opcode.LABEL, target_mask=9)
@@ -22,19 +19,19 @@ MOST_EXTENSIONS = 4096
 MOST_EVENTS = 65536
 
 
-def session_on(sim: Simulator, records: int = 10**6, quick_qubits: int = 2**64 - 1) -> Any:
-    limits = session_module.Limits(clients=1, qubits=100, records=records, idle_seconds=1)
-    return session_module.Session(sim, limits, quick_qubits)
+def session_on(sim: Simulator, records: int = 10**6, quick_qubits: int = 2**64 - 1) -> Session:
+    limits = Limits(clients=1, qubits=100, records=records, idle_seconds=1)
+    return Session(sim, limits, quick_qubits)
 
 
 @pytest.fixture
-def session() -> Iterator[Any]:
+def session() -> Iterator[Session]:
     with Simulator("StreamBitQPU") as sim:
         sim.run(nb.reset(64))
         yield session_on(sim)
 
 
-def feed(session: Any, *parts: np.ndarray) -> int:
+def feed(session: Session, *parts: np.ndarray) -> int:
     """Feeds all to the end and counts the turns that were given to others."""
     return len(list(session.feed(nb.program(*parts).tobytes())))
 
@@ -43,18 +40,18 @@ def times(count: int, one: np.ndarray) -> np.ndarray:
     return np.repeat(one, count)
 
 
-def assert_refused(session: Any, reason: str, *parts: np.ndarray) -> None:
+def assert_refused(session: Session, reason: str, *parts: np.ndarray) -> None:
     with pytest.raises(RefusalError, match=f"^{reason}$"):
         feed(session, *parts)
 
 
-def test_extensions_of_one_operation_have_a_limit(session: Any) -> None:
+def test_extensions_of_one_operation_have_a_limit(session: Session) -> None:
     feed(session, times(MOST_EXTENSIONS, EXTEND), nb.x(0), times(MOST_EXTENSIONS, EXTEND))
     assert_refused(session, "more than 4096 extensions of one operation", EXTEND)
 
 
 @pytest.mark.parametrize("carried", [1, 64, MOST_EXTENSIONS])
-def test_extensions_count_over_feeds(session: Any, carried: int) -> None:
+def test_extensions_count_over_feeds(session: Session, carried: int) -> None:
     feed(session, times(carried, EXTEND))
     feed(session, times(MOST_EXTENSIONS - carried, EXTEND))
     assert_refused(session, "more than 4096 extensions .*", EXTEND)
@@ -70,7 +67,7 @@ def test_extensions_count_over_feeds(session: Any, carried: int) -> None:
         pytest.param([nb.jump_fwd(9), nb.jump_fwd(8), MARKER, LABEL], id="a jump in a jump"),
     ],
 )
-def test_extensions_that_still_wait_count(session: Any, between: list[np.ndarray]) -> None:
+def test_extensions_that_still_wait_count(session: Session, between: list[np.ndarray]) -> None:
     """What the engine does not take for an operation leaves them waiting there."""
     half = MOST_EXTENSIONS // 2
     feed(session, times(half, EXTEND), *between, times(half, EXTEND))
@@ -78,13 +75,13 @@ def test_extensions_that_still_wait_count(session: Any, between: list[np.ndarray
 
 
 @pytest.mark.parametrize("operation", [nb.x(1), MARKER, nb.reset(64), nb.fetch_request(2, 1)])
-def test_an_operation_ends_its_extensions(session: Any, operation: np.ndarray) -> None:
+def test_an_operation_ends_its_extensions(session: Session, operation: np.ndarray) -> None:
     for _ in range(3):
         feed(session, times(MOST_EXTENSIONS, EXTEND), operation)
 
 
 @pytest.mark.parametrize("opcode", [Opcode.OPEN_EVENT, Opcode.OPEN_EVENT_2])
-def test_opened_events_have_a_limit(session: Any, opcode: Opcode) -> None:
+def test_opened_events_have_a_limit(session: Session, opcode: Opcode) -> None:
     closing = nb.record(Opcode.CLOSE_EVENT)
     feed(session, times(MOST_EVENTS - 1, nb.record(Opcode.OPEN_EVENT)), closing)
     feed(session, nb.record(opcode), closing)
@@ -101,14 +98,14 @@ def test_many_records_stop_at_the_last_one_within_their_limit() -> None:
 
 
 def test_others_have_their_turn_after_a_call_of_the_engine(
-    session: Any, monkeypatch: pytest.MonkeyPatch
+    session: Session, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     monkeypatch.setattr(session_module, "TURN_SECONDS", 0.0)
     assert feed(session, times(200, nb.x(0))) == 4
     assert feed(session, times(70, nb.x(0)), nb.fetch_request(2, 1), nb.x(0)) == 4
 
 
-def test_a_turn_that_is_not_over_is_kept(session: Any, monkeypatch: pytest.MonkeyPatch) -> None:
+def test_a_turn_that_is_not_over_is_kept(session: Session, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(session_module, "TURN_SECONDS", 1e9)
     assert feed(session, times(200, nb.x(0)), nb.fetch_request(2, 1)) == 0
 

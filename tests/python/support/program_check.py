@@ -3,17 +3,18 @@
 from __future__ import annotations
 
 import re
+from typing import Final, TypeAlias
 
 import nimbrel as nb
 import numpy as np
 import pytest
 
-DENSE, SPARSE, BIT, CLIFFORD = (
-    "StreamQPU",
-    "StreamSparseQPU",
-    "StreamBitQPU",
-    "StreamCliffordQPU",
-)
+# Final, so that a type checker knows the class of `Simulator(DENSE)`.
+DENSE: Final = "StreamQPU"
+SPARSE: Final = "StreamSparseQPU"
+BIT: Final = "StreamBitQPU"
+CLIFFORD: Final = "StreamCliffordQPU"
+AmplitudeSimulator: TypeAlias = type[nb.DenseSimulator] | type[nb.SparseSimulator]
 ALL_FILTERS = (DENSE, SPARSE, BIT, CLIFFORD)
 LONG = 20000
 """Records enough for several pieces of a long program."""

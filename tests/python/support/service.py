@@ -1,16 +1,14 @@
-"""Helpers of the service's tests: service.py in a process of its own, and a bare client of it."""
+"""Helpers of the service's tests: the service in another process, and a bare client of it."""
 
 from __future__ import annotations
 
 import contextlib
-import importlib
 import re
 import socket
 import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
-from types import ModuleType
 
 import nimbrel as nb
 import numpy as np
@@ -20,15 +18,15 @@ from models.wire import RECORD_BYTES
 from support.remote import LONG, LOOPBACK
 
 EXAMPLES = Path(__file__).parents[3] / "examples"
+COMMAND = [sys.executable, "-m", "nimbrel.service"]
 
 
 class Service:
-    """One service.py, and what it has logged."""
+    """One process of the service, and what it has logged."""
 
     def __init__(self, *arguments: str) -> None:
-        command = [sys.executable, str(EXAMPLES / "service.py"), "--port", "0", "--until-eof"]
         self.process = subprocess.Popen(
-            [*command, *arguments],
+            [*COMMAND, "--port", "0", "--until-eof", *arguments],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             stderr=subprocess.PIPE,
@@ -100,8 +98,7 @@ def run(name: str, *arguments: str) -> subprocess.CompletedProcess[str]:
     return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)
 
 
-def example_module(name: str) -> ModuleType:
-    """An example as a module, not run."""
-    if str(EXAMPLES) not in sys.path:
-        sys.path.append(str(EXAMPLES))
-    return importlib.import_module(name)
+def run_service(*arguments: str) -> subprocess.CompletedProcess[str]:
+    """Run a service that ends by itself."""
+    command = [*COMMAND, *arguments]
+    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)

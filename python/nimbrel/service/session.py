@@ -1,7 +1,7 @@
-"""What service.py does for one client: its records, the limits on them, and the replies.
+"""One client of the service: its records, the limits on them, and the replies.
 
-Nothing here knows of connections. A call of the engine cannot be interrupted, so where a record
-may take long each is run in a call of its own, and the others wait for one record at most.
+This module knows nothing of connections. A call of the engine cannot be interrupted. So a record
+that may take long runs in a separate call, and the other clients wait for one record at most.
 """
 
 import time
@@ -10,17 +10,19 @@ from dataclasses import dataclass
 from typing import Final
 
 import numpy as np
-from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, record
 
-FLAGS_PER_REPLY: Final = 64
-FLAG_NUMBERS: Final = range(-(2**31), 2**31)
-MAX_EXTENSIONS: Final = 4096  # waiting for one operation
-MAX_OPEN_EVENTS: Final = 65536  # in all, also when they have been closed
-TURN_SECONDS: Final = 0.05  # of one client, before the others have theirs
+from nimbrel.opcodes import Opcode
+from nimbrel.records import QPU_OP, RecordArray
+from nimbrel.service.replies import reply_to
+from nimbrel.simulator import Simulator
+
+MAX_EXTENSIONS: Final = 4096  # that wait for one operation
+MAX_OPEN_EVENTS: Final = 65536  # in one session, closed events included
+TURN_SECONDS: Final = 0.05  # the turn of one client
 QUICK_RECORDS: Final = 64  # in one call of the engine
 
-# Registers on which no record takes longer than half a millisecond, however many qubits it names.
-# A bit filter looks at the words that a record names, whatever the register.
+# Largest registers on which every record takes less than half a millisecond. On a bit filter the
+# time depends on the words that a record names and not on the register.
 QUICK_QUBITS: Final = {
     "StreamQPU": 10,
     "StreamSparseQPU": 10,
@@ -28,25 +30,26 @@ QUICK_QUBITS: Final = {
     "StreamCliffordQPU": 64,
 }
 
-_STEERING: Final = 0x16  # low byte of the opcodes that steer a program and are never operations
+_JUMP_FAMILY_BYTE: Final = 0x16  # low byte of the opcodes of jumps and labels
 _OPEN_EVENTS: Final = (Opcode.OPEN_EVENT, Opcode.OPEN_EVENT_2)
-_ALONE: Final = np.array(
+# Records that are counted or answered, and so run in separate calls. Jumps and labels do, too.
+_COUNTED: Final = np.array(
     [Opcode.RESET, Opcode.EXTEND, Opcode.FETCH_REQUEST, *_OPEN_EVENTS], dtype=np.uint64
 )
 
 
 class RefusalError(Exception):
-    """A client has sent what is not served; the text tells what."""
+    """A client has sent something that is not served. The text gives the reason."""
 
 
 @dataclass(frozen=True)
 class Limits:
-    """What one client may have, and how many clients there may be.
+    """The limits of one client, and the number of clients.
 
     Attributes:
-        clients: Clients at a time.
+        clients: Largest number of clients at a time.
         qubits: Largest register of a client.
-        records: Most records of a client.
+        records: Largest number of records of a client.
         idle_seconds: Longest wait for a client that sends nothing or reads no replies.
     """
 
@@ -57,12 +60,17 @@ class Limits:
 
 
 class Allowance:
-    """What one client has used of its limits but for the number of records."""
+    """Counts what one client has used of its limits, except the number of records.
+
+    Attributes:
+        widest: Qubits of the largest register that a reset of the client has named. A later
+            smaller reset does not lower it, because a jump may skip that reset.
+    """
 
     def __init__(self, limits: Limits) -> None:
-        """Nothing yet."""
+        """Start with nothing used."""
         self._limits = limits
-        self.widest = 0  # a reset may be skipped, so a narrow one tells nothing
+        self.widest = 0
         self._events = 0
         self._extensions = 0
         self._before_jumps = 0
@@ -70,8 +78,12 @@ class Allowance:
     def admit(self, opcode: int, target_mask: int) -> None:
         """Count a record that is about to run.
 
+        Args:
+            opcode: The record's opcode.
+            target_mask: The record's `target_mask`; the register's size if it is a reset.
+
         Raises:
-            RefusalError: If it is one too many or sizes too wide a register.
+            RefusalError: If the record exceeds a limit.
         """
         if opcode == Opcode.RESET:
             if target_mask > self._limits.qubits:
@@ -84,10 +96,11 @@ class Allowance:
         self._count_extensions(opcode)
 
     def _count_extensions(self, opcode: int) -> None:
-        """Keep the most that can be waiting for an operation in the engine.
+        """Count the extension records that may wait in the engine for an operation.
 
-        They wait for the next record that is an operation and is not skipped. What a jump skips
-        depends on flags, so those that wait at a jump may do so for ever, and count as if.
+        An extension record waits for the next operation that is not skipped. What a jump skips
+        depends on flags. So the extension records before a jump may wait for ever, and they count
+        in all later sums.
         """
         if opcode == Opcode.EXTEND:
             self._extensions += 1
@@ -96,20 +109,24 @@ class Allowance:
         elif opcode == Opcode.JUMP_FWD:
             self._before_jumps += self._extensions
             self._extensions = 0
-        elif opcode & 0xFF != _STEERING:
+        elif opcode & 0xFF != _JUMP_FAMILY_BYTE:
             self._extensions = 0
 
 
 class Session:
-    """One client's filter, and the bytes of a record that has not come whole yet."""
+    """One client's filter, and the bytes of a record that has arrived in part.
+
+    Attributes:
+        num_records: Records that have run.
+    """
 
     def __init__(self, sim: Simulator, limits: Limits, quick_qubits: int = 0) -> None:
-        """Serve records on `sim`, which stays the caller's.
+        """Serve records on a filter.
 
         Args:
-            sim: The filter.
-            limits: What the client may have.
-            quick_qubits: Width of a register on which records run many at a time.
+            sim: The filter. The caller closes it.
+            limits: The limits of the client.
+            quick_qubits: Largest register on which many records run in one call of the engine.
         """
         self._sim = sim
         self._most_records = limits.records
@@ -120,14 +137,17 @@ class Session:
         self.num_records = 0
 
     def feed(self, data: bytes) -> Iterator[None]:
-        """Run the records that are whole now, in turns.
+        """Run the records that have arrived whole, in turns.
+
+        Args:
+            data: The bytes that have arrived since the last call.
 
         Yields:
-            Whenever a turn is over, so that others can have theirs.
+            None at the end of each turn, so that other clients can have their turns.
 
         Raises:
-            RefusalError: If a record is not served. Those before it have run, and their replies
-                wait.
+            RefusalError: If a record is not served. The records before it have run, and
+                `take_replies` returns their replies.
         """
         held = self._partial + data
         whole = len(held) - len(held) % QPU_OP.itemsize
@@ -144,25 +164,26 @@ class Session:
             raise RefusalError(f"more than {self._most_records} records")
 
     def take_replies(self) -> bytes:
-        """The replies made since the last call."""
+        """Return the replies made since the last call, 88 bytes each."""
         replies, self._replies = bytes(self._replies), bytearray()
         return replies
 
     def end(self) -> None:
-        """The client sends no more.
+        """Note that the client sends no more.
 
         Raises:
-            RefusalError: If it has stopped inside a record.
+            RefusalError: If the client has stopped inside a record.
         """
         if self._partial:
             raise RefusalError(f"closed after {len(self._partial)} bytes of a record")
 
     def _pieces(self, records: RecordArray) -> Iterator[RecordArray]:
-        """The records for one call of the engine each; what is counted stands alone."""
+        """Split records into those of one call of the engine each."""
         opcodes = records["opcode"]
-        is_alone = np.isin(opcodes, _ALONE) | (opcodes & np.uint64(0xFF) == _STEERING)
+        in_jump_family = opcodes & np.uint64(0xFF) == _JUMP_FAMILY_BYTE
+        runs_separately = np.isin(opcodes, _COUNTED) | in_jump_family
         start = 0
-        for stop in [*np.flatnonzero(is_alone).tolist(), len(records)]:
+        for stop in [*np.flatnonzero(runs_separately).tolist(), len(records)]:
             while start < stop:
                 size = QUICK_RECORDS if self._allowance.widest <= self._quick_qubits else 1
                 yield records[start : min(start + size, stop)]
@@ -183,38 +204,3 @@ class Session:
         self.num_records += len(piece)
         if opcode == Opcode.FETCH_REQUEST:
             self._replies += reply_to(target_mask, cond_mask, self._sim).tobytes()
-
-
-def reply_to(first_word: int, asked: int, sim: Simulator) -> RecordArray:
-    """The reply to a fetch request with these words, one record."""
-    first = signed(first_word)
-    count = min(asked, FLAGS_PER_REPLY)
-    values = stored = 0
-    if count > 0 and first in FLAG_NUMBERS and first + count - 1 in FLAG_NUMBERS:
-        values = sim.flags(first, count)
-        stored = values | opposite_flags(first, count, sim)
-    return record(
-        Opcode.FETCH_REPLY,
-        target_mask=first_word,
-        cond_mask=count,
-        cond_flag=signed(stored),
-        read_flag=signed(values),
-    )
-
-
-def opposite_flags(first: int, count: int, sim: Simulator) -> int:
-    """The flags of the negated numbers, bit i for flag `-(first + i)`; `count` is 1 or more.
-
-    A flag that has been stored reads 1 by its number or by the negated one, and a flag that has
-    not reads 0 by both. So a bit that is 0 here and in the value belongs to a flag that the
-    client must not store: it would read 1 there by the other number.
-    """
-    has_number_without_opposite = first == FLAG_NUMBERS.start
-    known = count - has_number_without_opposite
-    text = format(sim.flags(1 - first - count, known), f"0{count}b")
-    return int(text[::-1], 2) | has_number_without_opposite  # taken for stored
-
-
-def signed(word: int) -> int:
-    """The signed number in an unsigned 64-bit word."""
-    return word - (1 << 64) if word >> 63 else word

@@ -1,13 +1,12 @@
-"""Start service.py in a process of its own, for as long as a `with` block."""
+"""Starts the service in another process for the length of a `with` block."""
 
 import contextlib
 import subprocess
 import sys
 from collections.abc import Iterator
-from pathlib import Path
 from typing import Final
 
-SCRIPT = Path(__file__).with_name("service.py")
+COMMAND: Final = (sys.executable, "-m", "nimbrel.service")
 END_SECONDS: Final = 5.0
 
 
@@ -15,19 +14,20 @@ END_SECONDS: Final = 5.0
 def running_service(*arguments: str) -> Iterator[tuple[str, int]]:
     """Run the service on a free port of this machine.
 
-    It has to be another process: the engine holds the interpreter lock while it waits for a
-    reply. The service ends with its standard input, so also when this process dies.
+    The service needs another process, because the engine holds the interpreter lock while a
+    client waits for a reply. The service ends when its standard input ends, so it also ends when
+    this process dies.
 
     Args:
-        *arguments: Further ones for its command line.
+        *arguments: Further arguments for the command line of the service.
 
     Yields:
-        The address and the port that it listens on.
+        The address and the port on which the service listens.
 
     Raises:
-        ConnectionError: If it does not start.
+        ConnectionError: If the service does not start.
     """
-    command = [sys.executable, str(SCRIPT), "--port", "0", "--until-eof", *arguments]
+    command = [*COMMAND, "--port", "0", "--until-eof", *arguments]
     process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
     assert process.stdout is not None
     try:
@@ -41,7 +41,7 @@ def running_service(*arguments: str) -> Iterator[tuple[str, int]]:
 
 
 def _end(process: subprocess.Popen[str]) -> None:
-    """End the service, by force if it is busy with a long record."""
+    """End the service, and kill it if it is busy with a long record."""
     assert process.stdin is not None
     assert process.stdout is not None
     process.stdin.close()
