@@ -68,9 +68,9 @@ def pull_state_specific(
     """Copies the amplitudes of some qubits for one value of the other qubits.
 
     A slice is the set of amplitudes that have the same value of the other qubits. The dense filter
-    copies the slice of highest probability; among equal ones, the first one with the most terms.
-    The sparse filter copies the slice of its largest term; among equal terms, the first one in the
-    list. The copy is not normalised.
+    copies the slice of highest probability; among equal ones, the one with the most non-zero terms;
+    among these, the first. The sparse filter copies the slice of its largest term; among equal
+    terms, the first one in the list. The copy is not normalised.
 
     Args:
         handle: The filter.
