@@ -170,7 +170,7 @@ def gather_all(code: Code) -> RecordArray:
 
 
 def memory_program(code: Code, rounds: int, bit: int, hit: Hit | None) -> RecordArray:
-    """Make the program: store a bit, measure all rounds, hit once, measure the data qubits."""
+    """Make the program: store a bit, measure all rounds with one error, measure the data."""
     parts = [reset(code.num_qubits)]
     if bit:
         parts.append(x(code.logical_x))
