@@ -1,4 +1,4 @@
-"""The operations of a "StreamQPU" filter alone: its state vector.
+"""The operations that only a "StreamQPU" filter has: those of its state vector.
 
 Bit k of a term's index is qubit k. The amplitude of |q2 q1 q0> has the index 4 q2 + 2 q1 + q0.
 The engine takes masks and indices as 32-bit numbers, so operations that name qubits or one term
@@ -284,9 +284,9 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         return indices if chosen is None else gather_bits(indices, chosen)
 
     def _num_terms(self) -> int:
-        # A program may change the size in ways that are not known here, such as a reset that a
-        # jump skips. So the engine is asked: it refuses an array that is too short, and its text
-        # gives the size.
+        # A program may change the size in ways that are not known here, for example by a reset that
+        # a jump may skip. The engine refuses an array that is too short, and its text gives the
+        # size.
         try:
             call(_lib_nb_sim.pull_state, self._require_open(), np.zeros(1, dtype=np.complex128))
         except RuntimeError as error:

@@ -1,4 +1,4 @@
-"""The operations of a "StreamSparseQPU" filter alone: its list of terms.
+"""The operations that only a "StreamSparseQPU" filter has: those of its list of terms.
 
 Bit k of a term's index is qubit k. The engine returns indices as 64-bit numbers, but takes the
 indices and masks of its calls as 32-bit numbers. Operations that need wider ones are carried out
