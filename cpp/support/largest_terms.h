@@ -10,13 +10,6 @@
 
 namespace Nimbrel {
 
-/// The order of a list of largest terms: the greater probability first, and among equal
-/// probabilities the smaller `place`.
-template <typename Term>
-bool ranks_before(const Term& a, const Term& b) {
-    return a.probability > b.probability || (a.probability == b.probability && a.place < b.place);
-}
-
 /// Keeps the `count` largest terms in a heap whose top is the term to drop next. `Term` has the
 /// members `probability` and `place`, the number of the term in the order of the visits.
 template <typename Term>
@@ -34,22 +27,30 @@ class LargestTerms {
 
     /// Keeps a term and drops the last one if there are too many.
     /// Requires: `term.probability > threshold()`.
-    void keep(const Term& term) {
+    /// Not inlined: few terms are kept, and the walk over all terms is faster without this code.
+    [[gnu::noinline]] void keep(const Term& term) {
         if (heap_.size() == count_) {
-            std::pop_heap(heap_.begin(), heap_.end(), ranks_before<Term>);
-            heap_.pop_back();
+            std::pop_heap(heap_.begin(), heap_.end(), ranks_before);
+            heap_.back() = term;
+        } else {
+            heap_.push_back(term);
         }
-        heap_.push_back(term);
-        std::push_heap(heap_.begin(), heap_.end(), ranks_before<Term>);
+        std::push_heap(heap_.begin(), heap_.end(), ranks_before);
     }
 
     /// The kept terms, largest first.
     std::vector<Term> sorted() && {
-        std::sort_heap(heap_.begin(), heap_.end(), ranks_before<Term>);
+        std::sort_heap(heap_.begin(), heap_.end(), ranks_before);
         return std::move(heap_);
     }
 
   private:
+    /// The order of the list: the greater probability first, among equals the smaller `place`.
+    static constexpr auto ranks_before = [](const Term& a, const Term& b) {
+        return a.probability > b.probability ||
+               (a.probability == b.probability && a.place < b.place);
+    };
+
     std::size_t count_;
     std::vector<Term> heap_;
 };
