@@ -103,13 +103,9 @@ void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long ta
 
 void OpFilter_BitQPUSim::take_extensions() {
     if (!qpu->has_extensions()) return;
-    const auto append = [](std::vector<unsigned long>& list,
-                           const std::vector<unsigned long>& more) {
-        list.insert(list.end(), more.begin(), more.end());
-    };
-    append(target_list, qpu->target_extensions);
-    append(cond_list, qpu->cond_extensions);
-    append(cond_neg_list, qpu->cond_neg_extensions);
+    append_pairs(target_list, qpu->target_extensions);
+    append_pairs(cond_list, qpu->cond_extensions);
+    append_pairs(cond_neg_list, qpu->cond_neg_extensions);
     qpu->clear_extensions();
 }
 

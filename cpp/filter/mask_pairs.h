@@ -1,4 +1,6 @@
-/// Walking flat lists of (mask, bit offset) pairs, the form in which wide masks travel in programs.
+/// Flat lists of (mask, bit offset) pairs: masks of registers that are wider than one word.
+///
+/// Pure functions on the caller's lists.
 #pragma once
 
 #include <vector>
@@ -7,16 +9,29 @@
 
 namespace Nimbrel {
 
-/// Calls `visit(mask, word)` for each pair in order, `word` being the word that the offset names.
+/// Calls `visit(mask, offset)` for each pair in order.
+template <typename Visit>
+void for_each_mask(const std::vector<unsigned long>& list, Visit&& visit) {
+    for (std::size_t i = 0; i < list.size(); i += 2) visit(list[i], list[i + 1]);
+}
+
+/// Calls `visit(mask, word)` for each pair in order. `word` is the number of the 64-bit word in
+/// which the offset lies.
 template <typename Visit>
 void for_each_pair(const std::vector<unsigned long>& list, Visit&& visit) {
-    for (std::size_t i = 0; i < list.size(); i += 2) visit(list[i], word_of(list[i + 1]));
+    for_each_mask(list,
+                  [&](unsigned long mask, unsigned long offset) { visit(mask, word_of(offset)); });
 }
 
 inline void append_pair(std::vector<unsigned long>& list, unsigned long mask,
                         unsigned long offset) {
     list.push_back(mask);
     list.push_back(offset);
+}
+
+/// Appends all pairs of another list.
+inline void append_pairs(std::vector<unsigned long>& list, const std::vector<unsigned long>& more) {
+    list.insert(list.end(), more.begin(), more.end());
 }
 
 }  // namespace Nimbrel

@@ -1,4 +1,4 @@
-// What can be asked of a state without changing it.
+// Queries that do not change the state: probabilities, single amplitudes and the largest terms.
 #include <algorithm>
 #include <stdexcept>
 
@@ -33,7 +33,7 @@ std::vector<Candidate> largest_terms(const TermList& terms, unsigned long count)
 unsigned long OpFilter_SparseSVSim::peek_num_nonzero_terms() { return terms.size(); }
 
 double OpFilter_SparseSVSim::pps(unsigned long /*x_mask*/, unsigned long /*z_mask*/) {
-    return 0.0;  // products are not calculated here
+    return 0.0;  // this filter does not compute it
 }
 
 void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
@@ -64,7 +64,7 @@ double OpFilter_SparseSVSim::peek_read_probability(unsigned long value, unsigned
             "qc.peek_read_probability() must specify at least one qubit to measure.");
     }
     const KeyPattern wanted{key_bits(mask), key_bits(value)};
-    const bool limited = limit != 0.0;  // by a NaN too, which no sum reaches
+    const bool limited = limit != 0.0;  // a NaN is a limit that no sum reaches
     double sum = 0.0;
     for (const term_t& term : terms) {
         if (!wanted.matches(term.key)) continue;
@@ -74,6 +74,6 @@ double OpFilter_SparseSVSim::peek_read_probability(unsigned long value, unsigned
     return sum;
 }
 
-void OpFilter_SparseSVSim::finish() {}  // every call has done its work when it returns
+void OpFilter_SparseSVSim::finish() {}  // no operation is asynchronous
 
 }  // namespace Nimbrel
