@@ -120,25 +120,27 @@ void mix_pair(term_t& zero, term_t& one, unsigned long target, const Gate& gate)
     sides.one.store(&one.amplitude);
 }
 
-/// Applies a gate to a term whose partner is not stored, and removes the marker. Returns the
+/// Applies a gate to an unmarked term whose partner is not stored. Returns the partner.
+template <typename Gate>
+term_t mix_lone_zero(term_t& term, unsigned long target, const Gate& gate) {
+    const Sides sides = gate.lone_zero(OneAmplitude::load(&term.amplitude));
+    sides.zero.store(&term.amplitude);
+    term_t partner;
+    partner.key = term.key ^ target;
+    sides.one.store(&partner.amplitude);
+    return partner;
+}
+
+/// Applies a gate to a marked term whose partner is not stored, and removes the marker. Returns the
 /// partner.
 template <typename Gate>
-term_t mix_lone_term(term_t& term, unsigned long target, const Gate& gate) {
-    const bool marked = (term.key & term_marker) != 0;
-    const auto amplitude = OneAmplitude::load(&term.amplitude);
+term_t mix_lone_one(term_t& term, unsigned long target, const Gate& gate) {
+    const Sides sides = gate.lone_one(OneAmplitude::load(&term.amplitude));
     term_t partner;
-    if (marked) {
-        const Sides sides = gate.lone_one(amplitude);
-        partner.key = term.key ^ term_marker;
-        sides.zero.store(&partner.amplitude);
-        term.key ^= target | term_marker;
-        sides.one.store(&term.amplitude);
-    } else {
-        const Sides sides = gate.lone_zero(amplitude);
-        sides.zero.store(&term.amplitude);
-        partner.key = term.key ^ target;
-        sides.one.store(&partner.amplitude);
-    }
+    partner.key = term.key ^ term_marker;
+    sides.zero.store(&partner.amplitude);
+    term.key ^= target | term_marker;
+    sides.one.store(&term.amplitude);
     return partner;
 }
 
@@ -154,10 +156,12 @@ void walk_pairs(TermList& terms, unsigned long target, const KeyPattern& control
         const bool marked = (term.key & term_marker) != 0;
         if (!controls.matches(term.key)) {
             if (marked) term.key ^= target | term_marker;
-        } else if (!marked && has_partner(terms, count, i)) {
+        } else if (marked) {
+            terms.push_back(mix_lone_one(term, target, gate));
+        } else if (has_partner(terms, count, i)) {
             mix_pair(term, terms[++i], target, gate);
         } else {
-            terms.push_back(mix_lone_term(term, target, gate));
+            terms.push_back(mix_lone_zero(term, target, gate));
         }
     }
 }
