@@ -19,7 +19,7 @@ import numpy as np
 import numpy.typing as npt
 from gates import FIRST_FLAG
 from harness import WrongResultError, argument_parser, at_least, best_seconds, run, timed
-from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, reset
+from nimbrel import QPU_OP, BitSimulator, Opcode, RecordArray, Simulator, reset
 from report import Figure, Report
 
 WIDTHS = (64, 1_000_000)
@@ -88,7 +88,7 @@ def draw_pairs(
     return first, base + (first - base + step) % span
 
 
-def checked_records(sim: Simulator, task: str, width: int, count: int) -> RecordArray:
+def checked_records(sim: BitSimulator, task: str, width: int, count: int) -> RecordArray:
     """A task's records, once their effect has agreed with the model.
 
     Raises:

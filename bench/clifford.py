@@ -86,7 +86,7 @@ def with_looks(gates: Iterable[Gate]) -> nb.RecordArray:
     return nb.program(*[part for gate in gates for part in (record_of(gate), look)])
 
 
-def check_gates(sim: nb.Simulator) -> None:
+def check_gates(sim: nb.CliffordSimulator) -> None:
     """Compare the rows after all kinds of gates, in a run and with looks between, with NumPy's.
 
     Raises:

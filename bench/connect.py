@@ -1,4 +1,4 @@
-"""Time the connect filter with examples/service.py, over this machine's loopback.
+"""Time the connect filter with nimbrel.service, over this machine's loopback.
 
     python bench/connect.py [--records N] [--repeats N] [--json PATH]
 
@@ -10,18 +10,17 @@ fetched must be those of a run here.
 """
 
 import argparse
-import importlib
 import statistics
 import sys
 from contextlib import ExitStack
 from functools import partial
-from pathlib import Path
 
 import numpy as np
 from gates import FIRST_FLAG
 from harness import Timer, WrongResultError, argument_parser, at_least, best_seconds, run, timed
-from nimbrel import QPU_OP, Opcode, RecordArray, Simulator, program, read, reset
+from nimbrel import QPU_OP, Opcode, RecordArray, RemoteSimulator, Simulator, program, read, reset
 from nimbrel.remote import WINDOW
+from nimbrel.service import running_service
 from report import Figure, Report
 
 NUM_QUBITS = 64
@@ -46,9 +45,9 @@ def run_here(sim: Simulator, records: RecordArray) -> int:
     return sim.flags(FIRST_FLAG, NUM_QUBITS)
 
 
-def connected(address: tuple[str, int], window: int) -> Simulator:
+def connected(address: tuple[str, int], window: int) -> RemoteSimulator:
     """A client of the service."""
-    sim = Simulator("StreamConnect")
+    sim = RemoteSimulator()
     sim.connect(*address, TIMEOUT, window=window)
     return sim
 
@@ -89,8 +88,6 @@ def fetch_times(address: tuple[str, int], rounds: int) -> list[Figure]:
 
 def benchmark(arguments: argparse.Namespace, report: Report) -> None:
     """Start the service and time it."""
-    sys.path.append(str(Path(__file__).parents[1] / "examples"))
-    running_service = importlib.import_module("service_process").running_service
     with running_service("--filter", "StreamBitQPU", "--quiet") as address:
         figures = rates(address, arguments.records, arguments.repeats)
         figures += fetch_times(address, FETCHES * arguments.repeats)

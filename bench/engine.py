@@ -80,6 +80,7 @@ class Clifford(FilterProgram[list[str]], CliffordProgram):
     def state(self) -> list[str]:
         """The rows of the same gates on a register that is printed whole."""
         width = -(-self._width // PRINTED_WHOLE) * PRINTED_WHOLE
+        assert isinstance(self._sim, nb.CliffordSimulator)
         self._sim.run(nb.reset(width), self._gates)
         return [row[: self._width + 1] for row in self._sim.generators()[: self._width]]
 
@@ -94,5 +95,6 @@ class Sparse(FilterProgram[Terms]):
     filter_name = "StreamSparseQPU"
 
     def state(self) -> Terms:
+        assert isinstance(self._sim, nb.SparseSimulator)
         self._sim.run(nb.reset(self._width), self._gates)
         return self._sim.terms()

@@ -81,7 +81,7 @@ def scrambling(qubits: Sequence[int]) -> nb.RecordArray:
     return nb.program(*[nb.x(target, controls=control) for target, control in pairs])
 
 
-def check_alone(sim: nb.Simulator) -> None:
+def check_alone(sim: nb.SparseSimulator) -> None:
     """Compare every walk, and Hadamards on an ordered and a scrambled list, with NumPy.
 
     Raises:

@@ -20,7 +20,7 @@ from typing import NamedTuple, NoReturn, TypeAlias
 import numpy as np
 import numpy.typing as npt
 from adder import compute_carry, finish_sum, uncompute_carry
-from nimbrel import RecordArray, Simulator, h, lelbow, program, read, relbow, reset
+from nimbrel import RecordArray, Simulator, SparseSimulator, h, lelbow, program, read, relbow, reset
 
 DEFAULT_NUMBER = 55440
 DEFAULT_BITS = 9
@@ -136,7 +136,7 @@ def pairs_of(indices: Numbers, layout: Layout) -> Pairs:
     return set(zip(ps.tolist(), qs.tolist(), strict=True))
 
 
-def check_products(sim: Simulator, layout: Layout) -> int:
+def check_products(sim: SparseSimulator, layout: Layout) -> int:
     """Compare all products with Python's; returns how many pairs there are.
 
     Raises:

@@ -19,7 +19,7 @@ from collections.abc import Iterator, Sequence
 from typing import Final, NamedTuple, NoReturn
 
 from nimbrel import RecordArray, Simulator, h, program, read, reset, x
-from service_process import running_service
+from nimbrel.service import running_service
 
 DEFAULT_SECRET: Final = 0xBEEF
 MAX_BITS: Final = 20

@@ -42,14 +42,16 @@ bugs_in_cpp() {
     clang-tidy -p build/dev --quiet --extra-arg=-Wno-unknown-warning-option
 }
 
+check "include graph" python tools/include_graph.py
 check "clang-format" layout_of_cpp
 check "clang-tidy" bugs_in_cpp
 check "ruff check" ruff check --quiet .
 check "ruff format" ruff format --check --quiet .
 check "mypy" mypy python/nimbrel examples bench
-# Bodies of tests are checked like all else; what a test returns and takes is pytest's matter.
-check "mypy, tests" mypy --allow-untyped-defs --allow-incomplete-defs --allow-untyped-calls \
-  --allow-untyped-decorators tests/python
+# Bodies of tests are checked like all else; what a test returns and takes is pytest's matter. Folders
+# are packages, since files of different areas may have the same name.
+check "mypy, tests" mypy --explicit-package-bases --allow-untyped-defs --allow-incomplete-defs \
+  --allow-untyped-calls --allow-untyped-decorators tests/python
 check "stubtest" python -m mypy.stubtest _lib_nb_sim
 check "basedpyright" basedpyright
 

@@ -6,13 +6,35 @@
 namespace Nimbrel {
 namespace {
 
-[[noreturn]] void refuse(const char* operation) { refuse_operation(operation, "Bit sim"); }
+// Front ends compare the names, also those of the rotation about Z and of the inverse S, which
+// are not the names of the operations.
+constexpr RefusedOperation refused_operations[] = {
+    {OP_Y, "qc.y"},
+    {OP_PHASE, "qc.phase"},
+    {OP_PPR, "qc.ppr"},
+    {OP_PPM, "qc.ppm"},
+    {OP_PCP, "qc.pcp"},
+    {OP_RX, "qc.rx"},
+    {OP_RY, "qc.ry"},
+    {OP_RZ, "qc.t"},
+    {OP_T, "qc.t"},
+    {OP_T_INV, "qc.t_inv"},
+    {OP_S, "qc.s"},
+    {OP_S_INV, "qc.OP_qc_s_inv"},
+    {OP_Z, "qc.z"},
+    {OP_ROOTX, "qc.rootx"},
+    {OP_ROOTX_INV, "qc.rootx_inv"},
+    {OP_ROOTY, "qc.rooty"},
+    {OP_ROOTY_INV, "qc.rooty_inv"},
+};
+
+constexpr Refusals refusals{"Bit sim", refused_operations};
 
 }  // namespace
 
 void OpFilter_BitQPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     const auto copies = reserve_record_copies(num_ops);
-    run_records_with_extensions(ops, num_ops, qpu, open_label,
+    run_records_with_extensions(ops, num_ops, qpu_base(), open_label,
                                 [this](const QPUOp& op) { dispatch(op); });
 }
 
@@ -38,46 +60,11 @@ void OpFilter_BitQPUSim::dispatch(const QPUOp& op) {
             return reset(op.target_mask);
         case OP_EXTEND:
             return extend_next_operation(*this, op);
-        case OP_HADAMARD:
-            return;  // passed over on purpose: a program with one runs on without it
-
-        case OP_Y:
-            refuse("qc.y");
-        case OP_PHASE:
-            refuse("qc.phase");
-        case OP_PPR:
-            refuse("qc.ppr");
-        case OP_PPM:
-            refuse("qc.ppm");
-        case OP_PCP:
-            refuse("qc.pcp");
-        case OP_RX:
-            refuse("qc.rx");
-        case OP_RY:
-            refuse("qc.ry");
-        case OP_RZ:
-            refuse("qc.t");  // not the gate's own name; front ends know it by this one
-        case OP_T:
-            refuse("qc.t");
-        case OP_T_INV:
-            refuse("qc.t_inv");
-        case OP_S:
-            refuse("qc.s");
-        case OP_S_INV:
-            refuse("qc.OP_qc_s_inv");  // not the gate's own name either
-        case OP_Z:
-            refuse("qc.z");
-        case OP_ROOTX:
-            refuse("qc.rootx");
-        case OP_ROOTX_INV:
-            refuse("qc.rootx_inv");
-        case OP_ROOTY:
-            refuse("qc.rooty");
-        case OP_ROOTY_INV:
-            refuse("qc.rooty_inv");
+        case OP_H:
+            return;  // ignored on purpose: programs with a Hadamard run here without it
 
         default:
-            return dispatch_shared_record(*this, op);
+            return dispatch_shared_record(*this, op, refusals);
     }
 }
 

@@ -1,19 +1,18 @@
 #include <stdexcept>
 
 #include "bit/bit_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 namespace {
 
-/// One qubit as a place in the bit vectors.
+/// Position of a qubit in the bit vectors.
 struct QubitPlace {
     unsigned long word;
     unsigned long bit;
 };
 
-/// The two targets of a swap, the earlier in the list first. Throws for any other number of them.
+/// The two targets of a swap in the order of the list. Throws for any other number of targets.
 struct SwapTargets {
     QubitPlace first{};
     QubitPlace second{};
@@ -40,14 +39,14 @@ struct SwapTargets {
 
 bool OpFilter_BitQPUSim::prepare_gate(const QPUOp& op) {
     require_register();
-    if (!qpu->flag_condition(op.cond_flag)) return false;
+    if (!qpu_base().flag_condition(op.cond_flag)) return false;
     build_lists(op);
     require_inside(target_list);
     require_inside(cond_list);
-    return condition_holds();
+    return controls_hold();
 }
 
-bool OpFilter_BitQPUSim::condition_holds() const {
+bool OpFilter_BitQPUSim::controls_hold() const {
     for (std::size_t i = 0; i < cond_list.size(); i += 2) {
         const unsigned long controls = cond_list[i];
         const unsigned long needed = controls ^ cond_neg_list[i];
@@ -56,7 +55,8 @@ bool OpFilter_BitQPUSim::condition_holds() const {
     return true;
 }
 
-// An elbow computes into its target, or uncomputes it; on classical bits both are this one gate.
+// An elbow computes or uncomputes the AND of its controls. On classical bits both are a controlled
+// X.
 void OpFilter_BitQPUSim::flip(const QPUOp& op) {
     if (!prepare_gate(op)) return;
     for_each_pair(target_list, [this](unsigned long mask, unsigned long word) {

@@ -6,7 +6,7 @@
 namespace Nimbrel {
 namespace {
 
-// postselect() shares this text, the other operation's name in it included.
+// postselect() has the same text, with the name of the other operation.
 void require_mask(unsigned long mask) {
     if (mask == 0) {
         throw std::runtime_error(
@@ -25,7 +25,7 @@ void OpFilter_BitQPUSim::pull_state(complex_t* /*buffer*/, std::string& text,
     }
 }
 
-// Front ends know both classical-minded filters by this one text.
+// The text names the Clifford simulator on purpose: front ends compare with it.
 void OpFilter_BitQPUSim::push_state(const complex_t* /*src*/, unsigned long /*selector*/,
                                     unsigned long /*num_terms*/) {
     throw std::runtime_error("qc.push_state() has not been implemented for the Clifford sim.");

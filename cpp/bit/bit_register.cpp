@@ -5,15 +5,14 @@
 #include <string>
 
 #include "bit/bit_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 #include "support/available_memory.h"
 
 namespace Nimbrel {
 namespace {
 
-/// The most that vectors hold at once beyond what they hold now, while one after the other grows.
-/// Each keeps its old memory until it has the new. Stops at the largest number.
+/// Peak of additional memory while several vectors grow one after the other. A vector frees its old
+/// memory only after it has the new. Saturates at the largest number.
 class PeakGrowth {
   public:
     template <typename T>
@@ -41,7 +40,7 @@ class PeakGrowth {
 
 void OpFilter_BitQPUSim::require_memory(unsigned long qubits) const {
     PeakGrowth growth;
-    growth.add(qpu->qint_table, qubits);
+    growth.add(qpu_base().qint_table, qubits);
     growth.add(bit_values, words_for_bits(qubits));
     growth.add(settled_bits, words_for_bits(qubits));
     if (const auto shortage = find_shortage(growth.bytes())) {
@@ -49,23 +48,23 @@ void OpFilter_BitQPUSim::require_memory(unsigned long qubits) const {
     }
 }
 
-// All memory is claimed before anything changes, so a register that is too large leaves the old one
-// as it was.
+// Allocates all memory before anything changes, so a register that is too large leaves the old one
+// unchanged.
 void OpFilter_BitQPUSim::reset(unsigned long qubits) {
     require_memory(qubits);
     const unsigned long words = words_for_bits(qubits);
     try {
-        qpu->qint_table.reserve(qubits);
+        qpu_base().qint_table.reserve(qubits);
         bit_values.reserve(words);
         settled_bits.reserve(words);
     } catch (const std::exception&) {
         refuse_register(qubits, "");
     }
     num_qubits = qubits;
-    qpu->num_qubits = qubits;
+    qpu_base().num_qubits = qubits;
     bit_values.assign(words, 0);
     settled_bits.assign(words, 0);
-    qpu->clear_all_qints();
+    qpu_base().clear_all_qints();
 }
 
 void OpFilter_BitQPUSim::require_register() const {
@@ -98,15 +97,15 @@ void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long ta
         append_pair(cond_list, cond_mask, cond_offset);
         append_pair(cond_neg_list, cond_neg_mask, cond_offset);
     }
-    take_extensions();
+    append_extensions();
 }
 
-void OpFilter_BitQPUSim::take_extensions() {
-    if (!qpu->has_extensions()) return;
-    append_pairs(target_list, qpu->target_extensions);
-    append_pairs(cond_list, qpu->cond_extensions);
-    append_pairs(cond_neg_list, qpu->cond_neg_extensions);
-    qpu->clear_extensions();
+void OpFilter_BitQPUSim::append_extensions() {
+    if (!qpu_base().has_extensions()) return;
+    append_pairs(target_list, qpu_base().target_extensions);
+    append_pairs(cond_list, qpu_base().cond_extensions);
+    append_pairs(cond_neg_list, qpu_base().cond_neg_extensions);
+    qpu_base().clear_extensions();
 }
 
 }  // namespace Nimbrel

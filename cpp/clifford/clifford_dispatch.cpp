@@ -2,7 +2,6 @@
 #include <string>
 
 #include "clifford/clifford_filter.h"
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"
@@ -11,7 +10,21 @@
 namespace Nimbrel {
 namespace {
 
-[[noreturn]] void refuse(const char* operation) { refuse_operation(operation, "Clifford sim"); }
+constexpr RefusedOperation refused_operations[] = {
+    {OP_PCP, "qc.pcp"},
+    {OP_LELBOW, "qc.lelbow"},
+    {OP_RELBOW, "qc.relbow"},
+    {OP_RX, "qc.rx"},
+    {OP_RY, "qc.ry"},
+    {OP_T, "qc.t"},
+    {OP_T_INV, "qc.t_inv"},
+    {OP_ROOTX, "qc.rootx"},
+    {OP_ROOTX_INV, "qc.rootx_inv"},
+    {OP_ROOTY, "qc.rooty"},
+    {OP_ROOTY_INV, "qc.rooty_inv"},
+};
+
+constexpr Refusals refusals{"Clifford sim", refused_operations};
 
 void require_memory_for_tableau(unsigned qubits) {
     if (const auto shortage = find_shortage(StabilizerState::bytes_of(qubits))) {
@@ -26,7 +39,7 @@ unsigned long word(long flag) { return static_cast<unsigned long>(flag); }
 
 void OpFilter_CliffordQPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     const auto copies = reserve_record_copies(num_ops);
-    run_records_with_extensions(ops, num_ops, qpu, open_label,
+    run_records_with_extensions(ops, num_ops, qpu_base(), open_label,
                                 [this](const QPUOp& op) { dispatch(op); });
 }
 
@@ -40,7 +53,7 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
         case OP_Z:
             return z(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
                      op.target_offset, op.cond_offset);
-        case OP_HADAMARD:
+        case OP_H:
             return hadamard(op);
         case OP_S:
             return s(op.target_mask, op.cond_mask, op.cond_neg_mask, word(op.cond_flag),
@@ -74,31 +87,8 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
         case OP_EXTEND:
             return extend_next_operation(*this, op);
 
-        case OP_PCP:
-            refuse("qc.pcp");
-        case OP_LELBOW:
-            refuse("qc.lelbow");
-        case OP_RELBOW:
-            refuse("qc.relbow");
-        case OP_RX:
-            refuse("qc.rx");
-        case OP_RY:
-            refuse("qc.ry");
-        case OP_T:
-            refuse("qc.t");
-        case OP_T_INV:
-            refuse("qc.t_inv");
-        case OP_ROOTX:
-            refuse("qc.rootx");
-        case OP_ROOTX_INV:
-            refuse("qc.rootx_inv");
-        case OP_ROOTY:
-            refuse("qc.rooty");
-        case OP_ROOTY_INV:
-            refuse("qc.rooty_inv");
-
         default:
-            return dispatch_shared_record(*this, op);
+            return dispatch_shared_record(*this, op, refusals);
     }
 }
 
@@ -106,16 +96,16 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
 // Only qubits of the tableau can be reserved: a table for a larger number would not fit into
 // memory.
 void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
-    qpu->num_qubits = qubits;
+    qpu_base().num_qubits = qubits;
     batch.clear();
     state.reset();
     const auto tableau_qubits = static_cast<unsigned>(qubits);
     require_memory_for_tableau(tableau_qubits);
     state = std::make_unique<StabilizerState>(tableau_qubits);
     if (qubits == state->num_qubits) {
-        qpu->clear_all_qints();
+        qpu_base().clear_all_qints();
     } else {
-        qpu->qint_table.assign(state->num_qubits, 0);
+        qpu_base().qint_table.assign(state->num_qubits, 0);
     }
 }
 

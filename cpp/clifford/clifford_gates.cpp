@@ -4,7 +4,6 @@
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
-#include "core_register/core_register.h"
 
 namespace Nimbrel {
 
@@ -32,17 +31,17 @@ void OpFilter_CliffordQPUSim::collect_gate_masks(unsigned long target_mask, unsi
     condition_list.clear();
     if (target_mask != 0) append_pair(target_list, target_mask, target_offset);
     if (cond_mask != 0) append_pair(condition_list, cond_mask, cond_offset);
-    if (!qpu->has_extensions()) return;
-    append_pairs(target_list, qpu->target_extensions);
-    append_pairs(condition_list, qpu->cond_extensions);
-    qpu->clear_extensions();
+    if (!qpu_base().has_extensions()) return;
+    append_pairs(target_list, qpu_base().target_extensions);
+    append_pairs(condition_list, qpu_base().cond_extensions);
+    qpu_base().clear_extensions();
 }
 
 bool OpFilter_CliffordQPUSim::prepare_gate(unsigned long target_mask, unsigned long cond_mask,
                                            unsigned long cond_flag, unsigned long target_offset,
                                            unsigned long cond_offset, const char* refusal) {
     require_state();
-    if (!qpu->flag_condition(static_cast<long>(cond_flag))) return false;
+    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return false;
     if (cond_mask != 0 && refusal != nullptr) throw std::runtime_error(refusal);
     collect_gate_masks(target_mask, cond_mask, target_offset, cond_offset);
     return true;

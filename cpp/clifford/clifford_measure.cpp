@@ -4,7 +4,6 @@
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
-#include "core_register/core_register.h"
 
 namespace Nimbrel {
 namespace {
@@ -28,13 +27,13 @@ unsigned OpFilter_CliffordQPUSim::measure(unsigned long qubit) {
 
 void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
     if (flag == 0) return;
-    qpu->set_read_flag(flag, static_cast<long>(outcome));
+    qpu_base().set_read_flag(flag, static_cast<long>(outcome));
     flag = static_cast<long>(static_cast<unsigned long>(flag) + 1);
 }
 
 void OpFilter_CliffordQPUSim::read(const QPUOp& op) {
     require_state();
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     collect_gate_masks(op.target_mask, 0, op.target_offset, 0);
     require_inside(target_list);
     long flag = op.read_flag;
@@ -56,7 +55,7 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
                                     unsigned long cond_flag, unsigned long read_flag,
                                     unsigned long target_offset, unsigned long cond_offset) {
     require_state();
-    if (!qpu->flag_condition(static_cast<long>(cond_flag))) return;
+    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return;
     collect_gate_masks(target_mask, value, target_offset, cond_offset);
     require_inside(target_list);
     auto flag = static_cast<long>(read_flag);

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
-#include "core_register/core_register.h"
 #include "filter/mask_pairs.h"
 #include "support/bits.h"
 #include "support/convert.h"
@@ -65,13 +64,13 @@ void OpFilter_CliffordQPUSim::collect_pauli_masks(unsigned long x_mask, unsigned
     pauli_entries.clear();
     if (x_mask != 0) put_pauli_mask(target_offset, x_mask, &PauliEntry::x_mask);
     if (z_mask != 0) put_pauli_mask(cond_offset, z_mask, &PauliEntry::z_mask);
-    for_each_mask(qpu->target_extensions, [this](unsigned long mask, unsigned long base) {
+    for_each_mask(qpu_base().target_extensions, [this](unsigned long mask, unsigned long base) {
         put_pauli_mask(base, mask, &PauliEntry::x_mask);
     });
-    for_each_mask(qpu->cond_extensions, [this](unsigned long mask, unsigned long base) {
+    for_each_mask(qpu_base().cond_extensions, [this](unsigned long mask, unsigned long base) {
         put_pauli_mask(base, mask, &PauliEntry::z_mask);
     });
-    qpu->clear_extensions();
+    qpu_base().clear_extensions();
 }
 
 void OpFilter_CliffordQPUSim::queue_fold_letter(const PauliLetter& letter, unsigned long pivot) {
@@ -121,7 +120,7 @@ void OpFilter_CliffordQPUSim::ppr(double angle, unsigned long target_mask, unsig
         throw std::runtime_error("qc.ppr() cannot have condition masks in the Clifford sim.");
     }
     require_state();
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     if (angle == 0.0 || (target_mask | cond_mask) == 0) return;
     collect_pauli_masks(target_mask, cond_mask, target_offset, cond_offset);
     const unsigned long pivot = fold_product();
@@ -147,7 +146,7 @@ void OpFilter_CliffordQPUSim::queue_z_rotation(int degrees, unsigned long qubit)
 
 void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     require_state();
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     if ((op.target_mask | op.cond_mask) == 0) return;
     collect_pauli_masks(op.target_mask, op.cond_mask, op.target_offset, op.cond_offset);
     const unsigned long pivot = fold_product();
@@ -156,7 +155,7 @@ void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     const unsigned outcome = measure(pivot);
     if (inverted) queue(GateKind::x, pivot);
     unfold_product(pivot);
-    qpu->set_read_flag(op.read_flag, static_cast<long>(outcome));
+    qpu_base().set_read_flag(op.read_flag, static_cast<long>(outcome));
 }
 
 }  // namespace Nimbrel

@@ -1,50 +1,40 @@
 #include "core_register/core_register.h"
 #include "support/complex.h"
+#include "support/gate_matrices.h"
 
 namespace Nimbrel {
-namespace {
-
-// Matrices are row-major: m00, m01, m10, m11.
-constexpr complex_t root_x_matrix[] = {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
-constexpr complex_t root_x_inverse[] = {{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}};
-constexpr complex_t root_y_matrix[] = {{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}};
-constexpr complex_t root_y_inverse[] = {{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}};
-constexpr complex_t y_matrix[] = {{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}};
-
-}  // namespace
 
 void QPU::rootx(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                 long cond_flag) {
-    root_gate(root_x_matrix, target_mask, cond_mask, cond_neg_mask, cond_flag);
+    root_gate(rootx_matrix.data(), target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
 void QPU::rootx_inv(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                     long cond_flag) {
-    root_gate(root_x_inverse, target_mask, cond_mask, cond_neg_mask, cond_flag);
+    root_gate(rootx_inv_matrix.data(), target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
 void QPU::rooty(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                 long cond_flag) {
-    root_gate(root_y_matrix, target_mask, cond_mask, cond_neg_mask, cond_flag);
+    root_gate(rooty_matrix.data(), target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
 void QPU::rooty_inv(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                     long cond_flag) {
-    root_gate(root_y_inverse, target_mask, cond_mask, cond_neg_mask, cond_flag);
+    root_gate(rooty_inv_matrix.data(), target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
 void QPU::y(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
             long cond_flag) {
-    complex2x2(y_matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, cond_flag);
+    complex2x2(y_matrix.data(), target_mask & qubit_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
 // A rotation by exactly nothing is no gate: nothing is counted and classical qubits stay so.
 void QPU::rx(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
-    const auto [s, c] = angles.of_half(angle);
-    const complex_t matrix[] = {{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}};
-    complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
+    const GateMatrix matrix = rx_matrix(angles.of_half(angle));
+    complex2x2(matrix.data(), target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
 }
 
 void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
@@ -58,9 +48,8 @@ void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
 void QPU::rz(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
-    const auto [s, c] = angles.of_half(angle);
-    const complex_t matrix[] = {{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}};
-    complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
+    const GateMatrix matrix = rz_matrix(angles.of_half(angle));
+    complex2x2(matrix.data(), target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
 }
 
 void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,

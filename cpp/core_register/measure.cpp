@@ -6,7 +6,6 @@
 #include "core_register/block_walk.h"
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
-#include "filter/op_filter.h"
 #include "support/bits.h"
 #include "support/random.h"
 
@@ -176,10 +175,9 @@ void QPU::assert_value(unsigned long value, unsigned long mask, const char* name
                        unsigned long event_arg, long cond_flag) {
     if (!flag_condition(cond_flag)) return;
     const double probability = peek_read_probability_sv(value, mask, 1.0);
-    if (0.99999 > probability) {
+    if (0.99999 > probability && report_event) {
         // An event's code has 32 bits.
-        owner->queue_event(name, assertion_text(value, mask), static_cast<unsigned int>(event_arg),
-                           owner->handle);
+        report_event(name, assertion_text(value, mask), static_cast<unsigned int>(event_arg));
     }
 }
 

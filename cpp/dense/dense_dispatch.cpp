@@ -37,7 +37,7 @@ void OpFilter_QPUSim::dispatch(const QPUOp& op) {
             return apply(*qpu, &QPU::op_not, op);
         case OP_Y:
             return apply(*qpu, &QPU::y, op);
-        case OP_HADAMARD:
+        case OP_H:
             return apply(*qpu, &QPU::hadamard, op);
         case OP_SWAP:
             return apply(*qpu, &QPU::cswap, op);
@@ -98,10 +98,8 @@ void OpFilter_QPUSim::dispatch(const QPUOp& op) {
             qpu->reset(op.target_mask, nullptr);
             return;
 
-        case OP_EXTEND:
-            refuse_operation("qc.extend", "State-vector QPU sim");
         default:
-            return dispatch_shared_record(*this, op);
+            return dispatch_shared_record(*this, op, state_vector_refusals);
     }
 }
 

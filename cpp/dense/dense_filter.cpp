@@ -1,25 +1,15 @@
 #include "dense/dense_filter.h"
 
 #include <bit>
-#include <cstdint>
 #include <limits>
 #include <stdexcept>
 
 #include "core_register/core_register.h"
-#include "filter/array_checks.h"
 
 namespace Nimbrel {
 namespace {
 
-// The kernels take any address at which a double may lie; the compiler relies on no less.
-void require_alignment(const complex_t* buffer) {
-    static_assert(alignof(complex_t) == 8);
-    if (reinterpret_cast<std::uintptr_t>(buffer) % alignof(complex_t) == 0) return;
-    throw std::runtime_error(
-        "Error: override_state_buffer() needs a buffer that begins at a multiple of 8 bytes.");
-}
-
-/// 2^`qubits`, or the largest number where that has no room.
+/// 2^`qubits`, or the largest number if 2^`qubits` does not fit.
 unsigned long terms_of(unsigned long qubits) {
     return qubits < 64 ? 1UL << qubits : std::numeric_limits<unsigned long>::max();
 }
@@ -31,35 +21,62 @@ unsigned long selected_terms(unsigned long mask) {
 
 }  // namespace
 
-void OpFilter_QPUSim::pull_state(complex_t* dest, std::string& /*info*/, unsigned long num_terms) {
+OpFilter_QPUSim::OpFilter_QPUSim() : OpFilter(this) {}
+
+ArrayNeeds OpFilter_QPUSim::pull_state_needs(unsigned long /*length*/) const {
     qpu->verify_allocated();
-    require_amplitudes("pull_state", qpu->num_terms, num_terms);
-    require_writable("pull_state", caller_arrays);
+    return {.amplitudes = qpu->num_terms, .writable = true};
+}
+
+ArrayNeeds OpFilter_QPUSim::pull_state_specific_needs(unsigned long selector,
+                                                      unsigned long length) const {
+    if (selector == 0) return pull_state_needs(length);
+    qpu->verify_allocated();
+    return {.amplitudes = selected_terms(selector & qpu->qubit_mask), .writable = true};
+}
+
+ArrayNeeds OpFilter_QPUSim::push_state_needs(unsigned long selector) const {
+    qpu->verify_allocated();
+    return {.amplitudes = selector == 0 ? qpu->num_terms : selected_terms(selector)};
+}
+
+ArrayNeeds OpFilter_QPUSim::check_state_needs(const complex_t* /*expected*/,
+                                              unsigned long /*length*/,
+                                              double /*tolerance*/) const {
+    qpu->verify_allocated();
+    return {.amplitudes = qpu->num_terms};
+}
+
+// The kernels accept any address at which a double may lie; the compiler relies on no less.
+ArrayNeeds OpFilter_QPUSim::override_state_buffer_needs(unsigned long num_qubits) const {
+    return {.amplitudes = terms_of(num_qubits), .alignment = alignof(complex_t), .writable = true};
+}
+
+ArrayNeeds OpFilter_QPUSim::peek_n_biggest_terms_needs(unsigned long count) const {
+    qpu->verify_allocated();
+    return {.amplitudes = count, .indices = count, .writable = count != 0};
+}
+
+ArrayNeeds OpFilter_QPUSim::peek_value_needs() const {
+    qpu->verify_allocated();
+    return {.amplitudes = 1, .writable = true};
+}
+
+void OpFilter_QPUSim::pull_state(complex_t* dest, std::string& /*info*/, unsigned long num_terms) {
     qpu->pull_state_sv(dest, num_terms);
 }
 
 void OpFilter_QPUSim::pull_state_specific(std::string& info, complex_t* dest,
                                           unsigned long num_terms, unsigned long selector) {
-    qpu->verify_allocated();
-    const unsigned long needed =
-        selector == 0 ? qpu->num_terms : selected_terms(selector & qpu->qubit_mask);
-    require_amplitudes("pull_state_specific", needed, num_terms);
-    require_writable("pull_state_specific", caller_arrays);
     qpu->pull_state_specific_sv(info, dest, selector, num_terms);
 }
 
 void OpFilter_QPUSim::push_state(const complex_t* src, unsigned long selector,
                                  unsigned long num_terms) {
-    qpu->verify_allocated();
-    require_amplitudes("push_state", selector == 0 ? qpu->num_terms : selected_terms(selector),
-                       num_terms);
     qpu->push_state_sv(src, selector, num_terms);
 }
 
 void OpFilter_QPUSim::override_state_buffer(complex_t* buffer, unsigned long num_qubits) {
-    require_amplitudes("override_state_buffer", terms_of(num_qubits), caller_arrays.amplitudes);
-    require_alignment(buffer);
-    require_writable("override_state_buffer", caller_arrays);
     qpu->reset(num_qubits, buffer);
 }
 
@@ -82,8 +99,6 @@ void OpFilter_QPUSim::postselect(unsigned long value, unsigned long mask) {
 double OpFilter_QPUSim::normalize() { return qpu->normalize(); }
 
 int OpFilter_QPUSim::check_state(const complex_t* expected, double tolerance, bool flag) const {
-    qpu->verify_allocated();
-    require_amplitudes("check_state", qpu->num_terms, caller_arrays.amplitudes);
     return qpu->check_state(expected, tolerance, flag) ? 1 : 0;
 }
 
@@ -93,15 +108,10 @@ double OpFilter_QPUSim::pps(unsigned long x_mask, unsigned long z_mask) {
 
 void OpFilter_QPUSim::peek_n_biggest_terms(unsigned long count, unsigned long* indices,
                                            complex_t* amplitudes) {
-    qpu->verify_allocated();
-    if (count == 0) return;
-    require_biggest_arrays(count, caller_arrays);
     qpu->peek_n_biggest_terms(count, indices, amplitudes);
 }
 
 void OpFilter_QPUSim::peek_value(unsigned long index, complex_t* dest) {
-    qpu->verify_allocated();
-    require_peek_array(caller_arrays);
     qpu->peek_value(index, dest);
 }
 

@@ -10,11 +10,11 @@ namespace Nimbrel {
 /// Turns each record into one call of the register and hands the state operations on to it. All
 /// state but the open jump lies in the register.
 ///
-/// Where the register takes an array on trust, this class first asks whether it is long enough and
-/// writable; it finds both in `caller_arrays` or in the call's own arguments. A missing register is
-/// reported before anything else. Runs on the caller's thread.
-class OpFilter_QPUSim : public OpFilter {
+/// The register does not check the caller's arrays, so this class tells what they need. Runs on the
+/// caller's thread.
+class OpFilter_QPUSim : public OpFilter, private ArrayRules {
   public:
+    OpFilter_QPUSim();
     ~OpFilter_QPUSim() override = default;
 
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
@@ -25,8 +25,8 @@ class OpFilter_QPUSim : public OpFilter {
                              unsigned long selector) override;
     void push_state(const complex_t* src, unsigned long selector, unsigned long num_terms) override;
 
-    /// Resets the register onto the caller's memory, whose contents become the state. Throws unless
-    /// it holds 2^`num_qubits` amplitudes, begins at a multiple of 8 bytes and is writable.
+    /// Resets the register onto the caller's memory of 2^`num_qubits` amplitudes, whose contents
+    /// become the state.
     void override_state_buffer(complex_t* buffer, unsigned long num_qubits) override;
 
     /// Throws for an empty mask; so does `postselect`.
@@ -43,6 +43,16 @@ class OpFilter_QPUSim : public OpFilter {
     void set_random() override;
 
   private:
+    ArrayNeeds pull_state_needs(unsigned long length) const override;
+    ArrayNeeds pull_state_specific_needs(unsigned long selector,
+                                         unsigned long length) const override;
+    ArrayNeeds push_state_needs(unsigned long selector) const override;
+    ArrayNeeds check_state_needs(const complex_t* expected, unsigned long length,
+                                 double tolerance) const override;
+    ArrayNeeds override_state_buffer_needs(unsigned long num_qubits) const override;
+    ArrayNeeds peek_n_biggest_terms_needs(unsigned long count) const override;
+    ArrayNeeds peek_value_needs() const override;
+
     void dispatch(const QPUOp& op);
     void free_qubits(const QPUOp& op);
 

@@ -1,6 +1,6 @@
-/// Flat lists of (mask, bit offset) pairs: masks of registers that are wider than one word.
+/// Flat lists of (mask, bit offset) pairs: the form of masks on registers wider than 64 qubits.
 ///
-/// Pure functions on the caller's lists.
+/// Used by the bit and Clifford filters on the caller's thread.
 #pragma once
 
 #include <vector>
@@ -15,8 +15,7 @@ void for_each_mask(const std::vector<unsigned long>& list, Visit&& visit) {
     for (std::size_t i = 0; i < list.size(); i += 2) visit(list[i], list[i + 1]);
 }
 
-/// Calls `visit(mask, word)` for each pair in order. `word` is the number of the 64-bit word in
-/// which the offset lies.
+/// Calls `visit(mask, word)` for each pair in order. `word` is the index of the word at the offset.
 template <typename Visit>
 void for_each_pair(const std::vector<unsigned long>& list, Visit&& visit) {
     for_each_mask(list,

@@ -2,19 +2,35 @@
 
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "core_register/core_register.h"
 
 namespace Nimbrel {
 
-OpFilter::OpFilter() {
+OpFilter::OpFilter(const ArrayRules* rules) : array_rules(*rules) {
     auto owned_register = std::make_unique<QPU>(0, this);
+    owned_register->report_event = [this](std::string name, std::string message,
+                                          unsigned int code) {
+        queue_event(std::move(name), std::move(message), code, handle);
+    };
     filter_registry.emplace(next_native_handle, this);
     handle = next_native_handle++;
     qpu = owned_register.release();
+    register_base = qpu;
 }
 
 OpFilter::~OpFilter() { delete qpu; }
+
+void OpFilter::queue_event(std::string name, std::string message, unsigned int code,
+                           unsigned long aux) {
+    events.push_back({.name = std::move(name),
+                      .message = std::move(message),
+                      .code = code,
+                      .aux = aux,
+                      .ids = event_stack.ids,
+                      .values = event_stack.values});
+}
 
 void OpFilter::connect(const std::string& /*host*/, int /*port*/, double /*timeout*/,
                        std::string& /*result*/) {}
@@ -49,7 +65,7 @@ double OpFilter::peek_read_probability(unsigned long /*value*/, unsigned long /*
 
 void OpFilter::postselect(unsigned long /*value*/, unsigned long /*mask*/) {}
 
-// Users see the text of peek_read_probability() here too; front ends match on it.
+// The text of peek_read_probability(), because front ends compare with it.
 unsigned long OpFilter::peek_num_nonzero_terms() {
     throw std::runtime_error("Error: no QPU data for qc.peek_read_probability()");
 }

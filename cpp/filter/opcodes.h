@@ -1,22 +1,26 @@
-/// Every opcode number that the simulating filters recognise.
+/// The opcodes that the simulating filters recognise. Constants only, usable from any thread.
+///
+/// `python/nimbrel/opcodes.py` has the same names without "OP_" and the same numbers.
 #pragma once
 
 namespace Nimbrel {
 
-/// The ASCII characters "Nmbr" in the high half of every opcode: a record from anywhere else is
-/// an unknown opcode, because dispatchers compare the whole 64 bits.
+/// The ASCII characters "Nmbr", the high half of every opcode. Dispatchers compare all 64 bits, so
+/// a record with another tag is an unknown opcode.
 inline constexpr unsigned long opcode_tag = 0x4E6D6272UL << 32;
 
-/// Low byte of all jump opcodes. The record loop takes every opcode with this byte, tag or no tag.
-inline constexpr unsigned long jump_family = 0x16;
+/// Low byte of all jump opcodes. The record loop handles every opcode with this byte, whatever its
+/// tag.
+inline constexpr unsigned long jump_low_byte = 0x16;
 
-/// Bit 28 marks a record that is no gate; bit 14 the inverse or the closing half of an operation.
+/// Bit 28 marks a record that is not a gate. Bit 14 marks the inverse or the closing half of an
+/// operation.
 enum Opcode : unsigned long {
     // Gates.
     OP_X = opcode_tag | 0x0005,
     OP_Y = opcode_tag | 0x0006,
     OP_PHASE = opcode_tag | 0x0008,
-    OP_HADAMARD = opcode_tag | 0x0009,
+    OP_H = opcode_tag | 0x0009,
     OP_SWAP = opcode_tag | 0x000C,
     OP_PPR = opcode_tag | 0x000D,
     OP_PCP = opcode_tag | 0x0013,
@@ -25,7 +29,7 @@ enum Opcode : unsigned long {
     OP_RX = opcode_tag | 0x0105,
     OP_RY = opcode_tag | 0x0106,
     OP_RZ = opcode_tag | 0x0107,
-    OP_Z_NOTHING = opcode_tag | 0x0207,
+    OP_Z_NOP = opcode_tag | 0x0207,
     OP_T = opcode_tag | 0x0407,
     OP_T_INV = opcode_tag | 0x4407,
     OP_S = opcode_tag | 0x0807,
@@ -50,31 +54,32 @@ enum Opcode : unsigned long {
     OP_CALLBACK = opcode_tag | 0x10000018,
     OP_JUMP_FWD = opcode_tag | 0x10000216,
     OP_LABEL = opcode_tag | 0x10000316,
-    OP_JUMP_NOTHING = opcode_tag | 0x10000416,
+    OP_JUMP_FAMILY = opcode_tag | 0x10000416,
     OP_JUMP_BACK = opcode_tag | 0x10000516,
 
-    // Events, in two kinds that nothing here tells apart.
+    // Events, of two kinds with the same effect.
     OP_OPEN_EVENT = opcode_tag | 0x10000112,
     OP_CLOSE_EVENT = opcode_tag | 0x10004112,
     OP_OPEN_EVENT_2 = opcode_tag | 0x10000212,
     OP_CLOSE_EVENT_2 = opcode_tag | 0x10004212,
 
-    // The two halves of the socket filter's exchange; the simulators pass them over.
+    // Request and reply of the socket filter; the simulators ignore both.
     OP_FETCH_REQUEST = opcode_tag | 0x10000011,
     OP_FETCH_REPLY = opcode_tag | 0x10004011,
 
-    // Markers: their meaning lies with the front end, and the engine only lets them pass.
-    OP_MARKER_0 = opcode_tag | 0x10000000,
-    OP_MARKER_2 = opcode_tag | 0x10000002,
-    OP_MARKER_12 = opcode_tag | 0x10000012,
-    OP_MARKER_15 = opcode_tag | 0x10000015,
-    OP_MARKER_17 = opcode_tag | 0x10000017,
-    OP_MARKER_412 = opcode_tag | 0x10000412,
-    OP_MARKER_4012 = opcode_tag | 0x10004012,
-    OP_MARKER_4015 = opcode_tag | 0x10004015,
-    OP_MARKER_4412 = opcode_tag | 0x10004412,
-    OP_MARKER_8003 = opcode_tag | 0x10008003,
-    OP_MARKER_C003 = opcode_tag | 0x1000C003,
+    // Markers: the engine ignores them, and the front end defines their meaning. A name is the low
+    // half of the number.
+    OP_MARKER_10000000 = opcode_tag | 0x10000000,
+    OP_MARKER_10000002 = opcode_tag | 0x10000002,
+    OP_MARKER_10000012 = opcode_tag | 0x10000012,
+    OP_MARKER_10000015 = opcode_tag | 0x10000015,
+    OP_MARKER_10000017 = opcode_tag | 0x10000017,
+    OP_MARKER_10000412 = opcode_tag | 0x10000412,
+    OP_MARKER_10004012 = opcode_tag | 0x10004012,
+    OP_MARKER_10004015 = opcode_tag | 0x10004015,
+    OP_MARKER_10004412 = opcode_tag | 0x10004412,
+    OP_MARKER_10008003 = opcode_tag | 0x10008003,
+    OP_MARKER_1000C003 = opcode_tag | 0x1000C003,
 };
 
 }  // namespace Nimbrel

@@ -1,24 +1,25 @@
-/// The instruction record: the one unit in which programs enter the engine.
+/// The instruction record: programs enter the engine as arrays of it. Plain data, for any thread.
 #pragma once
 
 #include <cstddef>
 
 namespace Nimbrel {
 
-/// One instruction, 88 bytes, packed back to back in the caller's array. The layout is shared with
-/// every front end and with the remote service, so it is pinned below word by word.
+/// One instruction of 88 bytes, contiguous in the caller's array. Every front end and the remote
+/// service use the same record format, so the assertions below fix the offset of each field.
 struct QPUOp {
     unsigned long opcode;         ///< tag in the high 32 bits, operation in the low 32
     unsigned long target_mask;    ///< target qubits; label id for jumps; qubit count for reset
     unsigned long cond_mask;      ///< control qubits; the value of a write; second Pauli mask
-    double angle;                 ///< degrees; the id of an event marker
-    long cond_flag;               ///< read flag that lets the record act, 0 for always
-    long read_flag;               ///< first read flag that a measurement stores into
-    unsigned long cond_neg_mask;  ///< the controls that must be 0
-    unsigned long target_offset;  ///< bit offset of `target_mask` in a wide register
-    unsigned long cond_offset;    ///< bit offset of `cond_mask` and `cond_neg_mask`
-    unsigned long reserved_a;     ///< carried along, read by no filter
-    unsigned long reserved_b;     ///< carried along, read by no filter
+    double angle;                 ///< degrees; the id of an event
+    long cond_flag;               ///< classical condition: a read flag, or 0 for none
+    long read_flag;               ///< first read flag of a measurement's results
+    unsigned long cond_neg_mask;  ///< negated controls, a subset of `cond_mask`
+    unsigned long
+        target_offset;          ///< bit offset of `target_mask` in a register wider than 64 qubits
+    unsigned long cond_offset;  ///< bit offset of `cond_mask` and `cond_neg_mask`
+    unsigned long reserved_a;   ///< no filter reads it
+    unsigned long reserved_b;   ///< no filter reads it
 };
 
 static_assert(sizeof(QPUOp) == 88);

@@ -15,11 +15,21 @@ namespace {
     throw std::runtime_error("Unhandled callback:[lookup:(" + std::to_string(op.read_flag) + ")]");
 }
 
+constexpr RefusedOperation no_extensions[] = {{OP_EXTEND, "qc.extend"}};
+
+void refuse_if_listed(unsigned long opcode, const Refusals& refusals) {
+    for (const RefusedOperation& refused : refusals.operations) {
+        if (refused.opcode != opcode) continue;
+        throw std::runtime_error(std::string(refused.name) + " has not been implemented for the " +
+                                 std::string(refusals.simulator) + ".");
+    }
+}
+
 [[noreturn]] void refuse_unknown(unsigned long opcode) {
-    // A jump gets here only if the record loop let it through, which would be a fault of the loop:
-    // the guard makes it loud. Clearing bit 8 covers the label and the backward jump as well.
+    // The record loop handles all jumps, so a jump here is an error of the loop. Clearing bit 8
+    // makes the test cover the label and the backward jump too.
     const unsigned long jump = opcode & ~0x100UL;
-    if (jump == OP_JUMP_FWD || jump == OP_JUMP_NOTHING) {
+    if (jump == OP_JUMP_FWD || jump == OP_JUMP_FAMILY) {
         throw std::runtime_error("Error: unhandled jump: " +
                                  std::to_string(static_cast<long>(opcode)));
     }
@@ -30,7 +40,9 @@ namespace {
 
 }  // namespace
 
-void dispatch_shared_record(OpFilter& filter, const QPUOp& op) {
+constinit const Refusals state_vector_refusals{"State-vector QPU sim", no_extensions};
+
+void dispatch_shared_record(OpFilter& filter, const QPUOp& op, const Refusals& refusals) {
     switch (op.opcode) {
         case OP_OPEN_EVENT:
         case OP_OPEN_EVENT_2:
@@ -44,38 +56,35 @@ void dispatch_shared_record(OpFilter& filter, const QPUOp& op) {
                                          static_cast<long>(op.cond_mask), op.cond_flag,
                                          op.read_flag);
 
-        case OP_Z_NOTHING:
+        case OP_Z_NOP:
         case OP_FETCH_REQUEST:
         case OP_FETCH_REPLY:
-        case OP_MARKER_0:
-        case OP_MARKER_2:
-        case OP_MARKER_12:
-        case OP_MARKER_15:
-        case OP_MARKER_17:
-        case OP_MARKER_412:
-        case OP_MARKER_4012:
-        case OP_MARKER_4015:
-        case OP_MARKER_4412:
-        case OP_MARKER_8003:
-        case OP_MARKER_C003:
+        case OP_MARKER_10000000:
+        case OP_MARKER_10000002:
+        case OP_MARKER_10000012:
+        case OP_MARKER_10000015:
+        case OP_MARKER_10000017:
+        case OP_MARKER_10000412:
+        case OP_MARKER_10004012:
+        case OP_MARKER_10004015:
+        case OP_MARKER_10004412:
+        case OP_MARKER_10008003:
+        case OP_MARKER_1000C003:
             return;
 
         case OP_CALLBACK:
             refuse_callback(op);
         default:
+            refuse_if_listed(op.opcode, refusals);
             refuse_unknown(op.opcode);
     }
 }
 
 void extend_next_operation(OpFilter& filter, const QPUOp& op) {
-    if (!filter.qpu->flag_condition(op.cond_flag)) return;
-    filter.qpu->extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
-                             op.cond_offset);
-}
-
-void refuse_operation(std::string_view operation, std::string_view simulator) {
-    throw std::runtime_error(std::string(operation) + " has not been implemented for the " +
-                             std::string(simulator) + ".");
+    QPU_Base& qpu = filter.qpu_base();
+    if (!qpu.flag_condition(op.cond_flag)) return;
+    qpu.extend_masks(op.target_mask, op.target_offset, op.cond_mask, op.cond_neg_mask,
+                     op.cond_offset);
 }
 
 }  // namespace Nimbrel

@@ -1,6 +1,9 @@
-/// Records that mean the same to every simulating filter, and the refusals that they share.
+/// Records that have the same effect on every simulating filter, and the refusals of the others.
+///
+/// Called by a filter's dispatch, on the thread that called `put_instructions`.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 #include "filter/op_filter.h"
@@ -8,16 +11,27 @@
 
 namespace Nimbrel {
 
-/// The default arm of every filter's dispatch: event markers, the flag operation, markers that are
-/// let pass, and the refusal of callbacks and unknown opcodes.
-void dispatch_shared_record(OpFilter& filter, const QPUOp& op);
+/// An opcode that a filter recognises and does not simulate, and the operation's name in the error.
+struct RefusedOperation {
+    unsigned long opcode;
+    std::string_view name;
+};
 
-/// A mask extension, for the filters that take them: if its classical condition holds, its masks
-/// join those of the next operation.
+/// The opcodes that a filter refuses, and the filter's name in the error.
+struct Refusals {
+    std::string_view simulator;
+    std::span<const RefusedOperation> operations;
+};
+
+/// The refusals of the dense and the sparse filter.
+extern const Refusals state_vector_refusals;
+
+/// The default arm of every filter's dispatch. Handles event markers and the flag operation and
+/// ignores markers. Throws for callbacks, for the filter's `refusals` and for unknown opcodes.
+void dispatch_shared_record(OpFilter& filter, const QPUOp& op, const Refusals& refusals);
+
+/// Handles a mask extension, for the filters that support them: if its classical condition holds,
+/// adds its masks to those of the next operation.
 void extend_next_operation(OpFilter& filter, const QPUOp& op);
-
-/// Refuses an operation that a filter recognises and does not simulate. `simulator` is the filter's
-/// name in the message: "Bit sim", "Clifford sim" or "State-vector QPU sim".
-[[noreturn]] void refuse_operation(std::string_view operation, std::string_view simulator);
 
 }  // namespace Nimbrel

@@ -28,9 +28,30 @@ unsigned long bytes_from_data(PyArrayObject* array) {
     return static_cast<unsigned long>(last_offset + PyArray_ITEMSIZE(array));
 }
 
-/// Elements of `size` bytes, one behind the other, that the array's own memory has room for.
-unsigned long room_for(PyArrayObject* array, unsigned long size) {
+/// Number of contiguous elements of `size` bytes in the array's own memory.
+unsigned long elements_in(PyArrayObject* array, unsigned long size) {
     return std::min(array_length(array), bytes_from_data(array) / size);
+}
+
+void require_length(const char* operation, const char* elements, unsigned long needed,
+                    unsigned long given) {
+    if (given >= needed) return;
+    throw std::runtime_error(std::string("Error: ") + operation + "() needs an array of " +
+                             std::to_string(needed) + " " + elements + ", but was given " +
+                             std::to_string(given) + ".");
+}
+
+void require_alignment(const char* operation, unsigned long alignment, const void* data) {
+    if (reinterpret_cast<std::uintptr_t>(data) % alignment == 0) return;
+    throw std::runtime_error(std::string("Error: ") + operation +
+                             "() needs a buffer that begins at a multiple of " +
+                             std::to_string(alignment) + " bytes.");
+}
+
+void require_writable(const char* operation, bool needed, bool writable) {
+    if (writable || !needed) return;
+    throw std::runtime_error(std::string("Error: ") + operation +
+                             "() needs an array that it may write to.");
 }
 
 [[noreturn]] void refuse_records(const std::string& found) {
@@ -38,7 +59,7 @@ unsigned long room_for(PyArrayObject* array, unsigned long size) {
                              std::to_string(sizeof(QPUOp)) + " bytes" + found);
 }
 
-void require_back_to_back_records(PyArrayObject* array) {
+void require_contiguous_records(PyArrayObject* array) {
     const unsigned long count = array_length(array);
     const unsigned long needed = count * sizeof(QPUOp);
     const auto found = static_cast<unsigned long>(PyArray_NBYTES(array));
@@ -62,7 +83,7 @@ Amplitudes require_amplitudes(PyArrayObject* array, const char* refusal) {
     if (!is_complex(array) || !has_first_stride(array, sizeof(complex_t))) {
         throw std::runtime_error(refusal);
     }
-    return {static_cast<complex_t*>(PyArray_DATA(array)), room_for(array, sizeof(complex_t)),
+    return {static_cast<complex_t*>(PyArray_DATA(array)), elements_in(array, sizeof(complex_t)),
             is_writable(array)};
 }
 
@@ -71,13 +92,26 @@ Indices require_indices(PyArrayObject* array, const char* refusal) {
         throw std::runtime_error(refusal);
     }
     return {static_cast<unsigned long*>(PyArray_DATA(array)),
-            room_for(array, sizeof(unsigned long)), is_writable(array)};
+            elements_in(array, sizeof(unsigned long)), is_writable(array)};
+}
+
+void require_needs(const char* operation, const ArrayNeeds& needs, const Amplitudes& amplitudes) {
+    require_length(operation, "amplitudes", needs.amplitudes, amplitudes.length);
+    require_alignment(operation, needs.alignment, amplitudes.data);
+    require_writable(operation, needs.writable, amplitudes.writable);
+}
+
+void require_needs(const char* operation, const ArrayNeeds& needs, const Indices& indices,
+                   const Amplitudes& amplitudes) {
+    require_length(operation, "indices", needs.indices, indices.length);
+    require_needs(operation, needs, amplitudes);
+    require_writable(operation, needs.writable, indices.writable);
 }
 
 Records::Records(PyArrayObject* array) : data_(static_cast<const QPUOp*>(PyArray_DATA(array))) {
     const unsigned long count = array_length(array);
     if (count == 0) return;
-    require_back_to_back_records(array);
+    require_contiguous_records(array);
     if (reinterpret_cast<std::uintptr_t>(PyArray_DATA(array)) % alignof(QPUOp) == 0) return;
     aligned_copy_.resize(count);
     std::memcpy(aligned_copy_.data(), PyArray_DATA(array), count * sizeof(QPUOp));

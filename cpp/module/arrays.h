@@ -1,13 +1,15 @@
-/// NumPy arrays as plain memory: the checks that stand between a caller's array and the engine.
+/// NumPy arrays as plain memory: the checks that every array of a caller must pass before the
+/// engine may use it.
+///
+/// Called by the wrappers on the Python thread that holds the interpreter lock.
 #pragma once
 
 #include "module/numpy_api.h"
 
 #include <vector>
 
-#include "filter/op_filter.h"
+#include "filter/array_needs.h"
 #include "filter/qpu_op.h"
-#include "support/complex.h"
 
 namespace Nimbrel::Binding {
 
@@ -17,7 +19,7 @@ unsigned long array_length(PyArrayObject* array);
 /// A caller's array of amplitudes.
 struct Amplitudes {
     complex_t* data;
-    unsigned long length;  ///< amplitudes that lie in the array's own memory, from `data` on
+    unsigned long length;  ///< amplitudes in the array's own memory, counted from `data`
     bool writable;
 };
 
@@ -28,33 +30,26 @@ struct Indices {
     bool writable;
 };
 
-/// An array whose type is complex and whose first stride is one amplitude. Throws `refusal` for any
-/// other. Only these two things are looked at, so the type may be a narrower complex one: `length`
-/// then tells how much memory there really is.
+/// Returns the memory of an array whose type is complex and whose first stride is one amplitude.
+/// Throws `refusal` for any other array. The type may be a narrower complex type, because only its
+/// kind and the stride are compared; `length` counts the memory that exists.
 Amplitudes require_amplitudes(PyArrayObject* array, const char* refusal);
 
-/// An array whose type is not complex and whose first stride is 8 bytes. Throws `refusal` for any
-/// other.
+/// Returns the memory of an array whose type is not complex and whose first stride is 8 bytes.
+/// Throws `refusal` for any other array.
 Indices require_indices(PyArrayObject* array, const char* refusal);
 
-/// Tells a filter what it can know of a call's arrays in this way only, for the time of the call.
-class CallerArraysScope {
-  public:
-    CallerArraysScope(OpFilter& filter, const CallerArrays& arrays) : filter_(filter) {
-        filter_.caller_arrays = arrays;
-    }
-    ~CallerArraysScope() { filter_.caller_arrays = {}; }
-    CallerArraysScope(const CallerArraysScope&) = delete;
-    CallerArraysScope& operator=(const CallerArraysScope&) = delete;
+/// Throws unless the array meets the needs of the filter's operation.
+void require_needs(const char* operation, const ArrayNeeds& needs, const Amplitudes& amplitudes);
 
-  private:
-    OpFilter& filter_;
-};
+/// Throws unless both arrays meet the needs. Checks the length of the indices first.
+void require_needs(const char* operation, const ArrayNeeds& needs, const Indices& indices,
+                   const Amplitudes& amplitudes);
 
-/// A caller's array of records, readable as such whatever its dtype.
+/// A caller's array of records, of any dtype.
 ///
-/// The caller's memory is used as it stands where its alignment allows; where not, the records are
-/// copied. Throws when the records do not lie back to back.
+/// Refers to the caller's memory, or to a copy if that memory is not aligned. Throws unless the
+/// records are contiguous.
 class Records {
   public:
     explicit Records(PyArrayObject* array);

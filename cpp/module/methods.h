@@ -1,4 +1,6 @@
 /// The exported functions, in the order of the method table.
+///
+/// Called by the interpreter on a Python thread that holds the interpreter lock.
 #pragma once
 
 #include "module/numpy_api.h"

@@ -45,11 +45,11 @@ std::array<PyMethodDef, 26> method_table{
 };
 
 struct ModuleState {
-    PyObject* error;  ///< owned; "nb_sim.Error"; made for the sake of its name, never raised
+    PyObject* error;  ///< owned; "nb_sim.Error", which is never raised
 };
 static_assert(sizeof(ModuleState) == 8);
 
-// The declared name differs from the name that Python imports by; both are known to front ends.
+// Python imports the module by another name than this one. Front ends know both.
 PyModuleDef module_definition{PyModuleDef_HEAD_INIT,
                               "libnbsim",
                               nullptr,
@@ -69,7 +69,7 @@ PyMODINIT_FUNC PyInit__lib_nb_sim() {
     if (!module) return nullptr;
     Binding::OwnedReference error(PyErr_NewException("nb_sim.Error", nullptr, nullptr));
     if (!error) return nullptr;
-    // On failure prints the cause, sets ImportError and returns null.
+    // If NumPy does not load, prints the cause, sets ImportError and returns null.
     import_array1(nullptr);
 
     static_cast<ModuleState*>(PyModule_GetState(module.get()))->error = error.release();

@@ -1,4 +1,4 @@
-/// A reference to a Python object that gives itself back, for use under the interpreter lock.
+/// `OwnedReference`, an owning reference to a Python object. Requires the interpreter lock.
 #pragma once
 
 #include "module/numpy_api.h"
@@ -7,14 +7,14 @@
 
 namespace Nimbrel::Binding {
 
-/// Owns one reference, or none. The end of the object may run Python code that calls the module, so
-/// a container that holds one must be in order before it lets it go.
+/// Owns one reference, or none. The destruction of the Python object may run Python code that calls
+/// the module, so a container must be in a valid state before it destroys an `OwnedReference`.
 class OwnedReference {
   public:
     OwnedReference() = default;
-    /// Takes over a new reference, as most calls of Python's interface return, or null.
+    /// Takes ownership of a new reference, or of null.
     explicit OwnedReference(PyObject* new_reference) : object_(new_reference) {}
-    /// One more reference to an object that belongs to somebody else.
+    /// A further reference to a borrowed object.
     static OwnedReference to(PyObject* object) {
         Py_INCREF(object);
         return OwnedReference(object);
@@ -32,7 +32,7 @@ class OwnedReference {
     explicit operator bool() const { return object_ != nullptr; }
     PyObject* get() const { return object_; }
 
-    /// Hands the reference over to the caller.
+    /// Passes ownership to the caller.
     [[nodiscard]] PyObject* release() noexcept { return std::exchange(object_, nullptr); }
 
   private:

@@ -3,8 +3,8 @@
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 
-// Compiled without the instructions that it asks for. It calls no inline function that another
-// source may share, because the linker keeps one copy of those, perhaps one that has them.
+// Compiled without the instruction sets that it tests for. It calls no inline function that another
+// source may use, because the linker keeps one copy of such a function and that copy may need them.
 
 namespace Nimbrel::Binding {
 

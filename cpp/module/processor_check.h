@@ -1,10 +1,10 @@
-/// The question whether this processor can run the engine. For the entry function, before all else.
+/// The test whether this processor can run the engine. The entry function calls it first.
 #pragma once
 
 namespace Nimbrel::Binding {
 
 /// Whether the processor has, and the operating system supports, the instructions that the engine
-/// is compiled to. Where not, sets ImportError with the names of those that are missing.
+/// is compiled to. If not, sets ImportError with the names of the missing instruction sets.
 bool require_processor();
 
 }  // namespace Nimbrel::Binding

@@ -1,6 +1,6 @@
-/// The shape that all exported functions share: parse, find the filter, check arrays, call, build.
+/// The common steps of all exported functions: parse, find the filter, check arrays, call, build.
 ///
-/// Wrappers run on the Python thread that called them and keep the interpreter lock throughout.
+/// Wrappers run on the Python thread that called them and do not release the interpreter lock.
 #pragma once
 
 #include "module/numpy_api.h"
@@ -12,9 +12,9 @@
 
 namespace Nimbrel::Binding {
 
-/// Runs a wrapper's body. A failure sets RuntimeError and still returns None: the interpreter then
-/// reports a SystemError with the RuntimeError attached, which front ends rely on. Exceptions that
-/// are no `std::exception` are not caught.
+/// Runs a wrapper's body. A `std::exception` sets RuntimeError and returns None all the same: the
+/// interpreter then raises a SystemError with the RuntimeError attached, and front ends rely on
+/// that. Other exceptions are not caught.
 template <typename Body>
 PyObject* run_wrapper(Body&& body) {
     try {
@@ -25,7 +25,7 @@ PyObject* run_wrapper(Body&& body) {
     }
 }
 
-/// `PyArg_ParseTuple`, throwing on a failure.
+/// Calls `PyArg_ParseTuple` and throws if it fails.
 template <typename... Parsed>
 void parse_arguments(PyObject* args, const char* format, Parsed*... parsed) {
     if (PyArg_ParseTuple(args, format, parsed...) == 0) {
@@ -33,7 +33,7 @@ void parse_arguments(PyObject* args, const char* format, Parsed*... parsed) {
     }
 }
 
-/// The filter of a handle. Throws when there is none.
+/// The filter with this handle. Throws if there is none.
 OpFilter& require_filter(unsigned int handle);
 
 /// `None` as a new reference.

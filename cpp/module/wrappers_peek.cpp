@@ -48,9 +48,8 @@ PyObject* peek_n_biggest_terms(PyObject* /*module*/, PyObject* args) {
         const Amplitudes terms = require_amplitudes(
             amplitudes,
             "Error: peek_n_biggest_terms() dest_amplitudes must be an array of type complex128");
-        const CallerArraysScope known(filter, {.amplitudes = terms.length,
-                                               .indices = places.length,
-                                               .writable = places.writable && terms.writable});
+        require_needs("peek_n_biggest_terms", filter.array_rules.peek_n_biggest_terms_needs(count),
+                      places, terms);
         filter.peek_n_biggest_terms(count, places.data, terms.data);
         return none();
     });
@@ -65,8 +64,7 @@ PyObject* peek_value(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitude = require_amplitudes(
             dest, "Error: peek_value() dest_amplitude must be an array of type complex128");
-        const CallerArraysScope known(
-            filter, {.amplitudes = amplitude.length, .writable = amplitude.writable});
+        require_needs("peek_value", filter.array_rules.peek_value_needs(), amplitude);
         filter.peek_value(index, amplitude.data);
         return none();
     });

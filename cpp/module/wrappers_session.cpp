@@ -9,7 +9,7 @@
 namespace Nimbrel::Binding {
 namespace {
 
-/// A new one-dimensional uint64 array with the ids, or none with a Python error set.
+/// A new one-dimensional uint64 array with the ids. On failure sets a Python error and is empty.
 OwnedReference id_array(const std::vector<unsigned long>& ids) {
     auto length = static_cast<npy_intp>(ids.size());
     OwnedReference array(
@@ -21,12 +21,12 @@ OwnedReference id_array(const std::vector<unsigned long>& ids) {
     return array;
 }
 
-/// The tuple of name, message, code and open ids, or null with a Python error set.
-PyObject* event_tuple(const OpEvent& event) {
+/// The tuple of name, message, code and open ids. On failure sets a Python error and is empty.
+OwnedReference event_tuple(const OpEvent& event) {
     const OwnedReference ids = id_array(event.ids);
-    if (!ids) return nullptr;
-    return Py_BuildValue("(ssIO)", event.name.c_str(), event.message.c_str(), event.code,
-                         ids.get());
+    if (!ids) return {};
+    return OwnedReference(
+        Py_BuildValue("(ssIO)", event.name.c_str(), event.message.c_str(), event.code, ids.get()));
 }
 
 }  // namespace
@@ -79,9 +79,9 @@ PyObject* get_next_event(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "I", &handle);
         std::vector<OpEvent>& events = require_filter(handle).events;
         if (events.empty()) return none();
-        PyObject* event = event_tuple(events.front());
-        if (event != nullptr) events.erase(events.begin());
-        return event;
+        OwnedReference event = event_tuple(events.front());
+        if (event) events.erase(events.begin());
+        return event.release();
     });
 }
 

@@ -1,14 +1,13 @@
 #include "module/methods.h"
 #include "module/wrapper.h"
 
-#include "core_register/core_register.h"
 #include "support/random.h"
 
 namespace Nimbrel::Binding {
 
 PyObject* random_seed(PyObject* /*module*/, PyObject* args) {
     return run_wrapper([args] {
-        // The generator serves the whole process, so the handle is taken and not looked at.
+        // The handle is not used: the whole process has one generator.
         unsigned int handle = 0;
         unsigned int seed = 0;
         parse_arguments(args, "II", &handle, &seed);
@@ -29,7 +28,7 @@ PyObject* setup_sim_params(PyObject* /*module*/, PyObject* args) {
         unsigned int verbose = 0;
         parse_arguments(args, "IIIIIIII", &handle, &num_block_qubits, &max_ram_size_gb,
                         &max_num_threads, &randomized, &use_opencl, &async, &verbose);
-        auto& params = require_filter(handle).qpu->sim_params;
+        auto& params = require_filter(handle).qpu_base().sim_params;
         params["num_block_qubits"] = num_block_qubits;
         params["max_ram_size_gb"] = max_ram_size_gb;
         params["max_num_threads"] = max_num_threads;
@@ -46,7 +45,7 @@ PyObject* enable_qubit_debugging(PyObject* /*module*/, PyObject* args) {
         unsigned int handle = 0;
         unsigned int on = 0;
         parse_arguments(args, "II", &handle, &on);
-        require_filter(handle).qpu->debug_qubits = on != 0;
+        require_filter(handle).qpu_base().debug_qubits = on != 0;
         return none();
     });
 }

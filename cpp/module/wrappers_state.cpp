@@ -1,5 +1,5 @@
 #include "module/arrays.h"
-#include "module/kept_buffers.h"
+#include "module/buffer_references.h"
 #include "module/methods.h"
 #include "module/wrapper.h"
 
@@ -12,12 +12,12 @@ namespace {
 constexpr const char* bad_pull_array =
     "Error: pull_state() dest buffer must be an array of type complex128";
 
-// check_state() answers with it as well.
+// check_state() has the same text.
 constexpr const char* bad_push_array =
     "Error: push_state() dest buffer must be an array of type complex128";
 
-/// Qubits of a buffer, from a length that is a power of two or 0. A register has one qubit at the
-/// least, so the lengths below 2 count as 2.
+/// Number of qubits of a buffer. Requires: `length` is a power of two or 0. A register has at least
+/// one qubit, so lengths below 2 count as 2.
 unsigned long qubits_of_buffer(unsigned long length) {
     return length <= 2 ? 1 : static_cast<unsigned long>(std::countr_zero(length));
 }
@@ -33,8 +33,8 @@ PyObject* pull_state(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
-        const CallerArraysScope known(
-            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
+        require_needs("pull_state", filter.array_rules.pull_state_needs(amplitudes.length),
+                      amplitudes);
         filter.pull_state(amplitudes.data, info, amplitudes.length);
         return Py_BuildValue("s", info.c_str());
     });
@@ -50,8 +50,9 @@ PyObject* pull_state_specific(PyObject* /*module*/, PyObject* args) {
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(dest, bad_pull_array);
         info.clear();
-        const CallerArraysScope known(
-            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
+        require_needs("pull_state_specific",
+                      filter.array_rules.pull_state_specific_needs(selector, amplitudes.length),
+                      amplitudes);
         filter.pull_state_specific(info, amplitudes.data, amplitudes.length, selector);
         return Py_BuildValue("s", info.c_str());
     });
@@ -65,6 +66,7 @@ PyObject* push_state(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "IO!I", &handle, &PyArray_Type, &source, &selector);
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(source, bad_push_array);
+        require_needs("push_state", filter.array_rules.push_state_needs(selector), amplitudes);
         filter.push_state(amplitudes.data, selector, amplitudes.length);
         return none();
     });
@@ -79,7 +81,10 @@ PyObject* check_state(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "IO!di", &handle, &PyArray_Type, &expected, &tolerance, &flag);
         OpFilter& filter = require_filter(handle);
         const Amplitudes amplitudes = require_amplitudes(expected, bad_push_array);
-        const CallerArraysScope known(filter, {.amplitudes = amplitudes.length});
+        require_needs(
+            "check_state",
+            filter.array_rules.check_state_needs(amplitudes.data, amplitudes.length, tolerance),
+            amplitudes);
         return Py_BuildValue("i", filter.check_state(amplitudes.data, tolerance, flag != 0));
     });
 }
@@ -97,10 +102,11 @@ PyObject* override_state_buffer(PyObject* /*module*/, PyObject* args) {
         }
         const Amplitudes amplitudes = require_amplitudes(
             buffer, "Error: override_state_buffer() buffer must be an array of type complex128");
-        const CallerArraysScope known(
-            filter, {.amplitudes = amplitudes.length, .writable = amplitudes.writable});
-        filter.override_state_buffer(amplitudes.data, qubits_of_buffer(length));
-        keep_buffer(filter.handle, buffer);
+        const unsigned long num_qubits = qubits_of_buffer(length);
+        require_needs("override_state_buffer",
+                      filter.array_rules.override_state_buffer_needs(num_qubits), amplitudes);
+        filter.override_state_buffer(amplitudes.data, num_qubits);
+        hold_buffer(filter.handle, buffer);
         return none();
     });
 }

@@ -1,9 +1,7 @@
 #include "module/arrays.h"
-#include "module/kept_buffers.h"
+#include "module/buffer_references.h"
 #include "module/methods.h"
 #include "module/wrapper.h"
-
-#include "core_register/core_register.h"
 
 namespace Nimbrel::Binding {
 
@@ -39,7 +37,7 @@ PyObject* delete_native_filter(PyObject* /*module*/, PyObject* args) {
         parse_arguments(args, "I", &handle);
         require_filter(handle);
         OpFilter::delete_filter(handle);
-        drop_buffer(handle);
+        release_buffer(handle);
         return none();
     });
 }
@@ -51,7 +49,7 @@ PyObject* fetch_read_result(PyObject* /*module*/, PyObject* args) {
         unsigned int count = 0;
         parse_arguments(args, "IiI", &handle, &first, &count);
         const OpFilter& filter = require_filter(handle);
-        const unsigned long flags = filter.qpu->fetch_read_result(first, count);
+        const unsigned long flags = filter.qpu_base().fetch_read_result(first, count);
         return Py_BuildValue("I", static_cast<unsigned int>(flags));
     });
 }

@@ -16,7 +16,6 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
 #include "remote/reply_stream.h"
@@ -67,7 +66,7 @@ void OpFilter_Connect::close_connection() {
 void OpFilter_Connect::connect(const std::string& host, int service_port, double wait_limit,
                                std::string& result) {
     timeout = wait_limit;
-    // The host may be this filter's own name for its peer, which closing changes.
+    // A copy: `host` may refer to `peer_name`, which closing the connection changes.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const std::string wanted = host;
     close_connection();
@@ -93,7 +92,7 @@ bool OpFilter_Connect::open_connection(const std::string& host, int service_port
         std::fputs("ERROR, no such host\n", stderr);
         return false;
     }
-    // A number that is no port would be cut down to another service's.
+    // A number outside the range of ports would be truncated to another port.
     if (!is_port(service_port) ||
         ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
         std::fputs("ERROR connecting\n", stderr);
@@ -106,8 +105,8 @@ void OpFilter_Connect::disconnect(std::string& /*result*/) { close_connection();
 
 void OpFilter_Connect::get_status(std::string& result) { result = connection_status(sock >= 0); }
 
-// The service learns of a cut array by itself, if at all. No signal: a peer that has gone must not
-// end the process.
+// The result of the write is ignored: only the service can detect that records are missing.
+// MSG_NOSIGNAL, because a write to a closed connection must not end the process.
 void OpFilter_Connect::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     if (sock < 0) {
         throw std::runtime_error("Error: instructions pushed while there is no connection.");
@@ -116,24 +115,24 @@ void OpFilter_Connect::put_instructions(const QPUOp* ops, unsigned long num_ops)
     handle_fetch_requests(ops, num_ops);
 }
 
-// Reads what is there and returns how much it was. A read that fails with one of the two error
-// numbers below ends the connection; all others, such as nothing to read, end the poll only.
+// Reads all available bytes and returns their number. A read that fails with one of the two error
+// numbers below closes the connection. Other failures, such as no data, only end the poll.
 unsigned long OpFilter_Connect::receive(ReplyStream& stream) {
     constexpr std::size_t chunk = 4096;
-    // A service that sends faster than this reads shall not hold the poll for ever.
+    // Limits the poll if the service sends faster than this function reads.
     constexpr std::size_t most_per_poll = 1UL << 28;
     std::array<char, chunk> bytes;
     std::size_t received = 0;
     ssize_t size = 0;
     do {
-        errno = 0;  // the end of a stream leaves it as it was
+        errno = 0;  // the end of a stream does not set it
         size = ::read(sock, bytes.data(), bytes.size());
         if (size > 0) {
             stream.append(bytes.data(), static_cast<std::size_t>(size));
             received += static_cast<std::size_t>(size);
         }
     } while (size == static_cast<ssize_t>(chunk) && received < most_per_poll);
-    static_assert(ETIMEDOUT == 110 && EEXIST == 17, "the two numbers that front ends know");
+    static_assert(ETIMEDOUT == 110 && EEXIST == 17, "front ends know these numbers");
     if (size <= 0 && (errno == ETIMEDOUT || errno == EEXIST)) {
         std::puts(" ...connection lost.");
         close_connection();
@@ -141,17 +140,17 @@ unsigned long OpFilter_Connect::receive(ReplyStream& stream) {
     return received;
 }
 
-// Every poll walks over all records since the beginning of the wait, and every step of a walk looks
-// at the first of them. So one reply at the head counts once for each whole record behind it, and
-// again at the next poll; a reply behind another record is never applied.
+// Every poll visits all records since the start of the wait, and each visit examines the first
+// record. So a reply at the head counts once for each complete record, and again in the next poll.
+// A reply behind another record has no effect.
 void OpFilter_Connect::handle_fetch_requests(const QPUOp* ops, unsigned long num_ops) {
     const unsigned long requests = count_fetch_requests(ops, num_ops);
     if (requests == 0) return;
     ReplyStream stream;
     unsigned long replies = 0;
-    double noted = seconds_now();
-    // Turned round so that a timeout that is no number ends the wait.
-    while (replies < requests && seconds_now() - noted < timeout) {
+    double last_progress = seconds_now();
+    // Written so that a NaN as timeout ends the wait.
+    while (replies < requests && seconds_now() - last_progress < timeout) {
         const bool has_new_bytes = receive(stream) != 0;
         if (stream.num_records() != 0) {
             const bool has_reply = stream.begins_with_reply();
@@ -159,9 +158,9 @@ void OpFilter_Connect::handle_fetch_requests(const QPUOp* ops, unsigned long num
                 store_reply(stream.first_record());
                 replies += stream.num_records();
             }
-            // A walk over old bytes that counts nothing must not restart the timeout, or a wait
-            // behind another record would never end.
-            if (has_reply || has_new_bytes) noted = seconds_now();
+            // Old records without a reply at the head must not restart the timeout, or the wait
+            // would never end.
+            if (has_reply || has_new_bytes) last_progress = seconds_now();
         }
         if (replies < requests) ::usleep(poll_interval_us);
     }
@@ -176,10 +175,10 @@ void OpFilter_Connect::store_reply(const QPUOp& reply) {
     const auto first = reply.target_mask;
     const auto valid = static_cast<unsigned long>(reply.cond_flag);
     const auto values = static_cast<unsigned long>(reply.read_flag);
-    const unsigned long count = std::min(reply.cond_mask, 64UL);  // the word holds no more
+    const unsigned long count = std::min(reply.cond_mask, 64UL);  // bits of the word
     for (unsigned long i = 0; i < count; ++i) {
         if ((valid >> i & 1) == 0) continue;
-        qpu->set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));
+        qpu_base().set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));
     }
 }
 

@@ -1,4 +1,4 @@
-/// The status text that the filters with a far end share.
+/// The status text of the socket filter and of the export filter; callable from any thread.
 #pragma once
 
 #include <string_view>

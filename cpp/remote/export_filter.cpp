@@ -12,7 +12,7 @@ using RecordWords = std::array<unsigned long long, sizeof(QPUOp) / sizeof(unsign
 
 }  // namespace
 
-// Here and not in the header: the base's constructor is not exported.
+// Not in the header, because the constructor of the base class is not exported.
 OpFilter_cuQuantum_Export::OpFilter_cuQuantum_Export() = default;
 
 OpFilter_cuQuantum_Export::~OpFilter_cuQuantum_Export() {

@@ -1,4 +1,6 @@
-/// The export filter: records as the rows of a constant table in a source file.
+/// The export filter: writes records as rows of a constant table in a source file.
+///
+/// Native callers create it and use it on their own thread.
 #pragma once
 
 #include <cstdio>
@@ -9,8 +11,8 @@
 
 namespace Nimbrel {
 
-/// Writes every record as one line of eleven constants, and simulates nothing. Has no type name:
-/// whoever makes one opens the file and writes its head. Runs on the caller's thread.
+/// Writes every record as one line of eleven constants and simulates nothing. Has no type name: the
+/// native caller that creates it opens the file and writes the text before the table.
 class NIMBREL_EXPORTED OpFilter_cuQuantum_Export : public OpFilter {
   public:
     OpFilter_cuQuantum_Export();

@@ -1,4 +1,4 @@
-/// What a wait has received of the service's records.
+/// The records that a wait has received from the service. For one thread.
 #pragma once
 
 #include <array>
@@ -8,18 +8,18 @@
 
 namespace Nimbrel {
 
-/// The bytes of one wait, of which the first record and the number of records matter.
+/// The first record of one wait and the number of bytes that have arrived.
 ///
-/// A walk over the records looks at the first one every time, so nothing behind it is kept: a
-/// service that sends without end costs no memory. Used by one thread.
+/// The wait reads the first record only, so the bytes after it are counted and not stored. A
+/// service that never stops sending therefore uses no memory.
 class ReplyStream {
   public:
     void append(const char* bytes, std::size_t size);
 
-    /// Whole records received so far.
+    /// Number of complete records received.
     std::size_t num_records() const { return size_ / sizeof(QPUOp); }
 
-    /// Whether the first record is a fetch reply. Requires: there is a record.
+    /// Whether the first record is a fetch reply. Requires: one record is complete.
     bool begins_with_reply() const;
 
     QPUOp first_record() const;

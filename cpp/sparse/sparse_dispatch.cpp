@@ -1,10 +1,10 @@
 #include <stdexcept>
 
-#include "core_register/core_register.h"
 #include "filter/opcodes.h"
 #include "filter/record_loop.h"
 #include "filter/shared_records.h"
 #include "sparse/sparse_filter.h"
+#include "support/gate_matrices.h"
 
 namespace Nimbrel {
 namespace {
@@ -14,19 +14,10 @@ namespace {
 constexpr complex_t t_inv_factor{0.7071067811865476, -0.7071067811865475};
 constexpr complex_t s_inv_factor{6.123233995736766e-17, -1.0};
 
-constexpr complex_t half_plus{0.5, 0.5};
-constexpr complex_t half_minus{0.5, -0.5};
-
-constexpr complex_t y_matrix[4]{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}};
-constexpr complex_t rootx_matrix[4]{half_plus, half_minus, half_minus, half_plus};
-constexpr complex_t rootx_inv_matrix[4]{half_minus, half_plus, half_plus, half_minus};
-constexpr complex_t rooty_matrix[4]{half_plus, {-0.5, -0.5}, half_plus, half_plus};
-constexpr complex_t rooty_inv_matrix[4]{half_minus, half_minus, {-0.5, 0.5}, half_minus};
-
 }  // namespace
 
 void OpFilter_SparseSVSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
-    run_records(ops, num_ops, qpu, open_label, [this](const QPUOp& op) { dispatch(op); });
+    run_records(ops, num_ops, &qpu_base(), open_label, [this](const QPUOp& op) { dispatch(op); });
 }
 
 void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
@@ -52,7 +43,7 @@ void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
         case OP_S:
             return apply_phase(90.0, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
 
-        case OP_HADAMARD:
+        case OP_H:
             return apply_hadamard(op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
         case OP_Y:
             return apply_matrix(y_matrix, op);
@@ -92,10 +83,8 @@ void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
         case OP_RESET:
             return reset(op.target_mask);
 
-        case OP_EXTEND:
-            refuse_operation("qc.extend", "State-vector QPU sim");
         default:
-            return dispatch_shared_record(*this, op);
+            return dispatch_shared_record(*this, op, state_vector_refusals);
     }
 }
 
@@ -106,6 +95,7 @@ void OpFilter_SparseSVSim::reset(unsigned long qubits) {
     }
     num_qubits = qubits;
     qubit_mask = (1UL << qubits) - 1;
+    index_bits = qubit_mask;
     prune_threshold = 1e-25;
     replace_by(0);
 }

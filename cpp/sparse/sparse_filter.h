@@ -7,6 +7,7 @@
 
 #include "filter/op_filter.h"
 #include "sparse/term.h"
+#include "support/gate_matrices.h"
 #include "support/sine_cosine.h"
 
 namespace Nimbrel {
@@ -20,14 +21,15 @@ namespace Nimbrel {
 ///
 /// Masks have 64 bits; bits outside the register have no effect. Angles are in degrees. The filter
 /// keeps the memory of its longest list, and of a scratch list, until it is destroyed.
-class OpFilter_SparseSVSim : public OpFilter {
+class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
   public:
+    OpFilter_SparseSVSim();
     ~OpFilter_SparseSVSim() override = default;
 
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
 
     /// Sets the first `length` amplitudes of `dest` to 0, then writes each stored term at its
-    /// index. Throws, before anything is written, if the array is too short for a stored term.
+    /// index.
     void pull_state(complex_t* dest, std::string& info, unsigned long length) override;
 
     /// Writes the amplitudes of the qubits in `mask`, for the values that the other qubits have in
@@ -78,10 +80,22 @@ class OpFilter_SparseSVSim : public OpFilter {
     unsigned long num_qubits = 0;
     unsigned long qubit_mask = 0;
     double prune_threshold = 0.0;  ///< squared magnitude; used by `push_state` only
+    unsigned long index_bits = 0;  ///< bits that may be 1 in the index of a stored term
     unsigned long open_label = 0;  ///< label at which an open jump ends, 0 if no jump is open
     TermList terms;
 
   private:
+    ArrayNeeds pull_state_needs(unsigned long length) const override;
+    ArrayNeeds pull_state_specific_needs(unsigned long selector,
+                                         unsigned long length) const override;
+    ArrayNeeds check_state_needs(const complex_t* expected, unsigned long length,
+                                 double tolerance) const override;
+    ArrayNeeds peek_n_biggest_terms_needs(unsigned long count) const override;
+    ArrayNeeds peek_value_needs() const override;
+    /// Number of amplitudes that an array needs to have a place for every stored term. If an array
+    /// of `length` is long enough for any state, an upper bound that needs no walk over the list.
+    unsigned long terms_spanned(unsigned long length) const;
+
     void dispatch(const QPUOp& op);
     void reset(unsigned long qubits);
 
@@ -108,7 +122,7 @@ class OpFilter_SparseSVSim : public OpFilter {
     template <typename Gate>
     void mix_pairs(const Gate& gate, unsigned long target_mask, unsigned long cond_mask,
                    unsigned long cond_neg_mask);
-    void apply_matrix(const complex_t (&m)[4], const QPUOp& op);
+    void apply_matrix(const GateMatrix& m, const QPUOp& op);
     void rotate_x(const QPUOp& op);
     void rotate_y(const QPUOp& op);
     void rotate_z(const QPUOp& op);
@@ -126,9 +140,6 @@ class OpFilter_SparseSVSim : public OpFilter {
     void store_flags(long first_flag, unsigned long targets, unsigned long values);
     /// Replaces the state by one basis state.
     void replace_by(unsigned long index);
-
-    /// Number of amplitudes that fit into the caller's array.
-    unsigned long room_for_amplitudes(unsigned long length) const;
 
     TermList sort_scratch;  ///< a member to keep its memory between gates
     SineCosineMemo sine_cosines;

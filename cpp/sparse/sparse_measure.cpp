@@ -2,7 +2,6 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"
 #include "support/random.h"
@@ -80,13 +79,13 @@ void OpFilter_SparseSVSim::store_flags(long first_flag, unsigned long targets,
     if (first_flag == 0) return;
     auto flag = static_cast<unsigned long>(first_flag);
     for_each_bit(targets, [&](unsigned long qubit) {
-        qpu->set_read_flag(static_cast<long>(flag), (values & qubit) != 0 ? 1 : 0);
+        qpu_base().set_read_flag(static_cast<long>(flag), (values & qubit) != 0 ? 1 : 0);
         ++flag;
     });
 }
 
 void OpFilter_SparseSVSim::read(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long targets = op.target_mask & qubit_mask;
     if (targets == 0) return;
     store_flags(op.read_flag, targets, measure(targets));
@@ -94,7 +93,7 @@ void OpFilter_SparseSVSim::read(const QPUOp& op) {
 
 void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target_mask,
                                        long cond_flag, long read_flag) {
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     const unsigned long targets = target_mask & qubit_mask;
     // All qubits are overwritten: no measurement is needed.
     if (targets == qubit_mask) return replace_by(value & qubit_mask);

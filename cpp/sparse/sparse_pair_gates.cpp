@@ -2,7 +2,6 @@
 // rotations and other 2x2 matrices. For each target the list is marked, sorted and walked once.
 #include <algorithm>
 
-#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "sparse/term_sort.h"
 #include "support/amplitudes.h"
@@ -188,35 +187,33 @@ void OpFilter_SparseSVSim::mix_pairs(const Gate& gate, unsigned long target_mask
 
 void OpFilter_SparseSVSim::apply_hadamard(unsigned long target_mask, unsigned long cond_mask,
                                           unsigned long cond_neg_mask, long cond_flag) {
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     mix_pairs(HadamardGate{}, target_mask, cond_mask, cond_neg_mask);
 }
 
 void OpFilter_SparseSVSim::apply_matrix(const complex_t m[4], unsigned long target_mask,
                                         unsigned long cond_mask, unsigned long cond_neg_mask,
                                         long cond_flag) {
-    if (!qpu->flag_condition(cond_flag)) return;
+    if (!qpu_base().flag_condition(cond_flag)) return;
     mix_pairs(MatrixGate(m), target_mask, cond_mask, cond_neg_mask);
 }
 
-void OpFilter_SparseSVSim::apply_matrix(const complex_t (&m)[4], const QPUOp& op) {
-    apply_matrix(m, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
+void OpFilter_SparseSVSim::apply_matrix(const GateMatrix& m, const QPUOp& op) {
+    apply_matrix(m.data(), op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
 }
 
 void OpFilter_SparseSVSim::rotate_x(const QPUOp& op) {
-    const auto [s, c] = sine_cosines.of_half(op.angle);
-    apply_matrix({{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}}, op);
+    apply_matrix(rx_matrix(sine_cosines.of_half(op.angle)), op);
 }
 
 void OpFilter_SparseSVSim::rotate_y(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     mix_pairs(RealRotation(sine_cosines.of_half(op.angle)), op.target_mask, op.cond_mask,
               op.cond_neg_mask);
 }
 
 void OpFilter_SparseSVSim::rotate_z(const QPUOp& op) {
-    const auto [s, c] = sine_cosines.of_half(op.angle);
-    apply_matrix({{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}, op);
+    apply_matrix(rz_matrix(sine_cosines.of_half(op.angle)), op);
 }
 
 }  // namespace Nimbrel

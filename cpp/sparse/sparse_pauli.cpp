@@ -3,7 +3,6 @@
 // undone.
 #include <bit>
 
-#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"
 #include "support/convert.h"
@@ -45,7 +44,7 @@ void fold_parity(TermList& terms, const PauliLetters& letters) {
 // Only the rotation about Z has the controls of the gate. If they are not met, the other steps
 // cancel each other.
 void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     const PauliLetters letters(op.target_mask & qubit_mask, op.cond_mask & qubit_mask);
     if (letters.ys != 0) apply_phase(-90.0, letters.ys, 0, 0, 0);
     apply_hadamard(letters.ys, 0, 0, 0);
@@ -64,10 +63,10 @@ void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
 }
 
 void OpFilter_SparseSVSim::measure_pauli_product(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long outcome = ppm_as_gates(
         truncate_to_i32(op.angle), op.target_mask & qubit_mask, op.cond_mask & qubit_mask);
-    qpu->set_read_flag(op.read_flag, static_cast<long>(outcome));
+    qpu_base().set_read_flag(op.read_flag, static_cast<long>(outcome));
 }
 
 unsigned long OpFilter_SparseSVSim::ppm_as_gates(int sign, unsigned long x_mask,

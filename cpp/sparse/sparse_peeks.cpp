@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "filter/array_checks.h"
 #include "sparse/sparse_filter.h"
 #include "support/largest_terms.h"
 
@@ -30,6 +29,14 @@ std::vector<Candidate> largest_terms(const TermList& terms, unsigned long count)
 
 }  // namespace
 
+ArrayNeeds OpFilter_SparseSVSim::peek_n_biggest_terms_needs(unsigned long count) const {
+    return {.amplitudes = count, .indices = count, .writable = count != 0};
+}
+
+ArrayNeeds OpFilter_SparseSVSim::peek_value_needs() const {
+    return {.amplitudes = 1, .writable = true};
+}
+
 unsigned long OpFilter_SparseSVSim::peek_num_nonzero_terms() { return terms.size(); }
 
 double OpFilter_SparseSVSim::pps(unsigned long /*x_mask*/, unsigned long /*z_mask*/) {
@@ -37,7 +44,6 @@ double OpFilter_SparseSVSim::pps(unsigned long /*x_mask*/, unsigned long /*z_mas
 }
 
 void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
-    require_peek_array(caller_arrays);
     const auto found = std::find_if(terms.begin(), terms.end(),
                                     [&](const term_t& term) { return term.key == index * 2; });
     *dest = found == terms.end() ? complex_t{0.0, 0.0} : found->amplitude;
@@ -46,7 +52,6 @@ void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
 void OpFilter_SparseSVSim::peek_n_biggest_terms(unsigned long count, unsigned long* indices,
                                                 complex_t* amplitudes) {
     if (count == 0) return;
-    require_biggest_arrays(count, caller_arrays);
     const std::vector<Candidate> largest = largest_terms(terms, count);
     std::fill_n(indices, count, 0UL);
     std::fill_n(amplitudes, count, complex_t{0.0, 0.0});

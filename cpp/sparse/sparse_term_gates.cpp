@@ -1,7 +1,6 @@
 // Gates that change each term independently of the others: X, swap and the elbows change keys, the
 // diagonal gates multiply amplitudes. They keep the order and length of the list and allocate
 // nothing.
-#include "core_register/core_register.h"
 #include "sparse/sparse_filter.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
@@ -58,7 +57,7 @@ void negate_amplitudes(TermList& terms, KeyPattern pattern) {
 }  // namespace
 
 void OpFilter_SparseSVSim::flip(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     flip_keys(terms, pattern_of_controls(op.cond_mask, op.cond_neg_mask), key_bits(op.target_mask));
 }
 
@@ -66,7 +65,7 @@ void OpFilter_SparseSVSim::flip(const QPUOp& op) {
 // counted: with one target the outer flips cancel; with more than two the upper ones are flipped
 // together.
 void OpFilter_SparseSVSim::swap(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long first = key_bits(lowest_bit(op.target_mask));
     const unsigned long rest = key_bits(without_lowest_bit(op.target_mask));
     const KeyPattern outer_controls{rest, rest};
@@ -96,7 +95,7 @@ void OpFilter_SparseSVSim::for_each_phase_target(unsigned long target_mask, unsi
 void OpFilter_SparseSVSim::apply_phase(double angle, unsigned long target_mask,
                                        unsigned long cond_mask, unsigned long cond_neg_mask,
                                        long cond_flag) {
-    if (!qpu->flag_condition(cond_flag) || angle == 0.0) return;
+    if (!qpu_base().flag_condition(cond_flag) || angle == 0.0) return;
     const auto [sine, cosine] = sine_cosines.of(angle);
     multiply_terms({cosine, sine}, target_mask, cond_mask, cond_neg_mask);
 }
@@ -110,13 +109,13 @@ void OpFilter_SparseSVSim::multiply_terms(complex_t factor, unsigned long target
 }
 
 void OpFilter_SparseSVSim::multiply_terms(complex_t factor, const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     multiply_terms(factor, op.target_mask, op.cond_mask, op.cond_neg_mask);
 }
 
 // Toggles sign bits. A product with -1 would not negate a NaN.
 void OpFilter_SparseSVSim::negate_terms(const QPUOp& op) {
-    if (!qpu->flag_condition(op.cond_flag)) return;
+    if (!qpu_base().flag_condition(op.cond_flag)) return;
     for_each_phase_target(op.target_mask, op.cond_mask, op.cond_neg_mask,
                           [&](KeyPattern pattern) { negate_amplitudes(terms, pattern); });
 }

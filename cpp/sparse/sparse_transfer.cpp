@@ -1,9 +1,9 @@
 // Transfer of amplitudes between the term list and the caller's arrays.
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <stdexcept>
 
-#include "filter/array_checks.h"
 #include "sparse/sparse_filter.h"
 #include "support/bits.h"
 
@@ -49,25 +49,55 @@ unsigned long largest_key(const TermList& terms) {
     return key;
 }
 
-/// Number of amplitudes of the shortest array that has a place for every stored term.
-unsigned long terms_spanned(const TermList& terms) {
-    unsigned long highest = 0;
-    for (const term_t& term : terms) highest = std::max(highest, term.key >> 1);
-    return terms.empty() ? 0 : highest + 1;
-}
-
 bool differs(double a, double b, double tolerance) { return std::fabs(a - b) > tolerance; }
+
+bool differs(const complex_t& a, const complex_t& b, double tolerance) {
+    return differs(a.re, b.re, tolerance) || differs(a.im, b.im, tolerance);
+}
 
 }  // namespace
 
-unsigned long OpFilter_SparseSVSim::room_for_amplitudes(unsigned long length) const {
-    return length != 0 ? std::min(length, caller_arrays.amplitudes) : caller_arrays.amplitudes;
+OpFilter_SparseSVSim::OpFilter_SparseSVSim() : OpFilter(this) {}
+
+unsigned long OpFilter_SparseSVSim::terms_spanned(unsigned long length) const {
+    if (length > index_bits) return index_bits + 1;
+    unsigned long spanned = 0;
+    for (const term_t& term : terms) spanned = std::max(spanned, (term.key >> 1) + 1);
+    return spanned;
+}
+
+ArrayNeeds OpFilter_SparseSVSim::pull_state_needs(unsigned long length) const {
+    return {.amplitudes = terms_spanned(length), .writable = true};
+}
+
+ArrayNeeds OpFilter_SparseSVSim::pull_state_specific_needs(unsigned long selector,
+                                                           unsigned long length) const {
+    const unsigned long mask = key_bits(selector);
+    const unsigned long slice_size = 1UL << std::popcount(mask);
+    if (length >= slice_size) return {.amplitudes = slice_size, .writable = true};
+    const Slice slice(mask, largest_key(terms));
+    unsigned long needed = 0;
+    for (const term_t& term : terms) {
+        if (slice.contains(term.key)) needed = std::max(needed, slice.packed_index(term.key) + 1);
+    }
+    return {.amplitudes = needed, .writable = true};
+}
+
+// A check ends at the first term that differs, so the array may be too short for later terms.
+ArrayNeeds OpFilter_SparseSVSim::check_state_needs(const complex_t* expected, unsigned long length,
+                                                   double tolerance) const {
+    const unsigned long spanned = terms_spanned(length);
+    if (spanned <= length) return {.amplitudes = spanned};
+    for (const term_t& term : terms) {
+        const unsigned long index = term.key >> 1;
+        if (index >= length) break;
+        if (differs(term.amplitude, expected[index], tolerance)) return {.amplitudes = length};
+    }
+    return {.amplitudes = spanned};
 }
 
 void OpFilter_SparseSVSim::pull_state(complex_t* dest, std::string& /*info*/,
                                       unsigned long length) {
-    require_amplitudes("pull_state", terms_spanned(terms), room_for_amplitudes(length));
-    require_writable("pull_state", caller_arrays);
     std::fill_n(dest, length, complex_t{0.0, 0.0});
     for (const term_t& term : terms) dest[term.key >> 1] = term.amplitude;
 }
@@ -75,12 +105,6 @@ void OpFilter_SparseSVSim::pull_state(complex_t* dest, std::string& /*info*/,
 void OpFilter_SparseSVSim::pull_state_specific(std::string& /*message*/, complex_t* dest,
                                                unsigned long length, unsigned long mask) {
     const Slice slice(key_bits(mask), largest_key(terms));
-    unsigned long needed = 0;
-    for (const term_t& term : terms) {
-        if (slice.contains(term.key)) needed = std::max(needed, slice.packed_index(term.key) + 1);
-    }
-    require_amplitudes("pull_state_specific", needed, room_for_amplitudes(length));
-    require_writable("pull_state_specific", caller_arrays);
     std::fill_n(dest, length, complex_t{0.0, 0.0});
     for (const term_t& term : terms) {
         if (slice.contains(term.key)) dest[slice.packed_index(term.key)] = term.amplitude;
@@ -105,6 +129,7 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
         terms.swap(larger);
     }
     terms.clear();
+    index_bits = qubit_mask | (std::bit_ceil(length) - 1);
     for (unsigned long i = 0; i < length; ++i) {
         if (is_stored(source[i])) terms.push_back({i * 2, source[i]});
     }
@@ -113,15 +138,7 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
 int OpFilter_SparseSVSim::check_state(const complex_t* expected, double tolerance,
                                       bool /*flag*/) const {
     for (const term_t& term : terms) {
-        const unsigned long index = term.key >> 1;
-        if (index >= caller_arrays.amplitudes) {
-            require_amplitudes("check_state", terms_spanned(terms), caller_arrays.amplitudes);
-        }
-        const complex_t& wanted = expected[index];
-        if (differs(term.amplitude.re, wanted.re, tolerance) ||
-            differs(term.amplitude.im, wanted.im, tolerance)) {
-            return 0;
-        }
+        if (differs(term.amplitude, expected[term.key >> 1], tolerance)) return 0;
     }
     return 1;
 }

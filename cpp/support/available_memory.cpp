@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned long unlimited = std::numeric_limits<unsigned long>::max();
 
-/// The number that a file consists of; none for a missing file and for "max".
+/// The number in a file; none for a missing file and for the text "max".
 std::optional<unsigned long> number_in(const std::string& file) {
     std::ifstream in(file);
     unsigned long number = 0;
@@ -24,7 +24,7 @@ std::optional<unsigned long> number_in(const std::string& file) {
     return std::nullopt;
 }
 
-/// The sum of those lines "name number" of a file that have one of the names; none without any.
+/// The sum of the numbers in the lines "name number" with one of `names`; none without such a line.
 std::optional<unsigned long> sum_of_fields(const std::string& file,
                                            std::span<const std::string_view> names) {
     std::ifstream in(file);
@@ -46,11 +46,10 @@ unsigned long free_physical_memory(const std::string& root) {
     return kilobytes ? *kilobytes * 1024 : unlimited;
 }
 
-/// One version of control groups: how its files are named, each counting the groups below as well.
+/// The file names of one version of control groups. Each file includes the groups below.
 struct GroupVersion {
     std::string_view file_system;  ///< type in the mount table
-    std::string_view
-        controller;  ///< in the lists that name hierarchies; empty if there is one only
+    std::string_view controller;   ///< in lists of hierarchies; empty if there is only one
     std::string_view limit;
     std::string_view usage;
     std::array<std::string_view, 3> droppable;  ///< fields of memory.stat
@@ -67,8 +66,8 @@ constexpr GroupVersion version_2{"cgroup2",
                                  "/memory.current",
                                  {"active_file", "inactive_file", "slab_reclaimable"}};
 
-/// `known`, or what is left of the limit of the group in one directory if that is less. The cache
-/// is looked up only where it decides: the system takes its time to add it up.
+/// The smaller of `known` and the rest of the limit of one group. Reads the size of the cache only
+/// if it can change the result, because the system needs long to add it up.
 unsigned long least_in_group(unsigned long known, const std::string& directory,
                              const GroupVersion& version) {
     const unsigned long limit =
@@ -81,8 +80,8 @@ unsigned long least_in_group(unsigned long known, const std::string& directory,
     return std::min(known, left(usage - std::min(usage, droppable)));
 }
 
-/// The same for a group and those above it, up to the mounted one. `below` is the group's path
-/// below that, empty or with a "/" in front.
+/// The smallest rest of the group and of all groups above it, up to the mounted one. `below` is the
+/// group's path relative to the mounted one: empty, or with a leading "/".
 unsigned long least_on_path(unsigned long known, const std::string& mounted, std::string below,
                             const GroupVersion& version) {
     unsigned long least = least_in_group(known, mounted, version);
@@ -102,7 +101,7 @@ bool has_item(const std::string& list, std::string_view item) {
     return false;
 }
 
-/// The process's group in the hierarchy that counts memory, if it is in one.
+/// Path of the group of the process in the hierarchy that counts memory, if there is one.
 std::optional<std::string> group_of_process(const std::string& root, const GroupVersion& version) {
     std::ifstream in(root + "/proc/self/cgroup");
     std::string number;
@@ -117,10 +116,10 @@ std::optional<std::string> group_of_process(const std::string& root, const Group
     return std::nullopt;
 }
 
-/// A line of the mount table that mounts groups.
+/// An entry of the mount table that mounts control groups.
 struct GroupMount {
-    std::string top;    ///< the group that is mounted
-    std::string place;  ///< where
+    std::string group;  ///< path of the mounted group
+    std::string place;  ///< directory where it is mounted
 };
 
 std::vector<GroupMount> group_mounts(const std::string& root, const GroupVersion& version) {
@@ -132,7 +131,7 @@ std::vector<GroupMount> group_mounts(const std::string& root, const GroupVersion
         std::string type;
         std::string options;
         GroupMount mount;
-        words >> word >> word >> word >> mount.top >> mount.place;
+        words >> word >> word >> word >> mount.group >> mount.place;
         while (words >> word && word != "-") {
         }
         words >> type >> word >> options;
@@ -144,26 +143,26 @@ std::vector<GroupMount> group_mounts(const std::string& root, const GroupVersion
     return mounts;
 }
 
-/// The path of a group below the mounted one, empty for the mounted one itself; none if the group
-/// does not lie there.
-std::optional<std::string> path_below(const std::string& top, const std::string& group) {
-    // A mount from outside of the process's namespace, which holds all groups that can be named.
-    if (top.starts_with("/..")) return std::string();
-    const std::string above = top == "/" ? "" : top;
+/// The path of `group` relative to the mounted group, empty for the mounted group itself; none if
+/// it is not below the mounted group.
+std::optional<std::string> path_below(const std::string& mounted, const std::string& group) {
+    // A mount from outside the namespace of the process contains every group of the namespace.
+    if (mounted.starts_with("/..")) return std::string();
+    const std::string above = mounted == "/" ? "" : mounted;
     if (!group.starts_with(above)) return std::nullopt;
     const std::string below = group.substr(above.size());
     if (below == "/") return std::string();
     return below.empty() || below[0] == '/' ? std::optional(below) : std::nullopt;
 }
 
-/// The same for the groups that the process is in.
+/// The smaller of `known` and the smallest rest of all groups of the process.
 unsigned long least_in_groups(unsigned long known, const std::string& root,
                               const GroupVersion& version) {
     const auto group = group_of_process(root, version);
     if (!group) return known;
     unsigned long least = known;
     for (const GroupMount& mount : group_mounts(root, version)) {
-        const auto below = path_below(mount.top, *group);
+        const auto below = path_below(mount.group, *group);
         if (below) least = least_on_path(least, root + mount.place, *below, version);
     }
     return least;

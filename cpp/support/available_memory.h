@@ -1,7 +1,7 @@
-/// How much memory the process may still have: asked before a step that takes a large piece of it,
-/// because the system gives out more than there is and then kills the process that touches it.
+/// The memory that the process may still allocate. Operations check it before a large allocation,
+/// because the system may grant more memory than exists and kill the process when it is used.
 ///
-/// Called on the caller's thread. Reads the system's files and keeps nothing.
+/// Called on the caller's thread. Reads files of the system and caches nothing.
 #pragma once
 
 #include <optional>
@@ -9,32 +9,32 @@
 
 namespace Nimbrel {
 
-/// Smaller steps are not looked at. From this size on the C library maps every block by itself, so
-/// what was freed before a look has gone back to the system.
+/// Smaller allocations are not checked. From this size on the C library maps each block separately,
+/// so freed memory has already gone back to the system.
 inline constexpr unsigned long large_step = 32UL << 20;
 
-/// Bytes that the process may still have: free physical memory, or what is left of the smallest
+/// Bytes that the process may still allocate: the free physical memory, or the rest of the smallest
 /// limit of its control groups (versions 1 and 2) if that is less. Cache that the system can drop
-/// counts as free, swap does not. What cannot be read limits nothing.
+/// counts as free, swap does not. A file that cannot be read sets no limit.
 ///
-/// `root` stands before every path that is read.
+/// `root` is prepended to every path.
 unsigned long available_memory(const std::string& root);
 
-/// What `find_shortage` asks, `available_memory` of this system. Tests put another answer here.
+/// The function that `find_shortage` calls: `available_memory` of this system. Tests replace it.
 extern unsigned long (*ask_available_memory)();
 
-/// A step that needs more than the process may still have.
+/// An allocation that is larger than the available memory.
 struct MemoryShortage {
     unsigned long needed;
     unsigned long available;
 
-    /// " It needs 9.3 GB, and the process may have 2.1 GB more.", to follow a sentence that tells
-    /// what was refused.
+    /// " It needs 9.3 GB, and the process may have 2.1 GB more.", to be appended to the text of a
+    /// refusal.
     std::string text() const;
 };
 
-/// The shortage that a step of `bytes` would meet. Requires: what the step replaces is freed
-/// already, or stays until the step is done.
+/// The shortage for an allocation of `bytes`, if there is one. Requires: memory that it replaces is
+/// freed already, or stays allocated until the new memory is in use.
 std::optional<MemoryShortage> find_shortage(unsigned long bytes);
 
 }  // namespace Nimbrel

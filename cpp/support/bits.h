@@ -1,24 +1,22 @@
-/// Names for the bit tricks on masks that every area uses; pure functions, callable from any
-/// thread.
+/// Bit operations on masks. Pure functions, callable from any thread.
 #pragma once
 
 #include <bit>
 
 namespace Nimbrel {
 
-/// Qubits that one mask word covers; masks above it carry an offset.
+/// Number of qubits in one word of a mask; masks of higher qubits have an offset.
 inline constexpr unsigned long bits_per_word = 64;
 
-/// Number of words that hold `num_bits` bits, without the wrap that rounding up by addition would
-/// have.
+/// Number of words that hold `num_bits` bits. Does not overflow, as an addition of 63 would.
 constexpr unsigned long words_for_bits(unsigned long num_bits) {
     return num_bits / bits_per_word + (num_bits % bits_per_word != 0 ? 1 : 0);
 }
 
-/// Word of a bit vector that a bit position falls into.
+/// Index of the word that contains a bit position.
 constexpr unsigned long word_of(unsigned long position) { return position / bits_per_word; }
 
-/// Position's own bit inside its word.
+/// The bit of a position inside its word.
 constexpr unsigned long bit_of(unsigned long position) { return 1UL << (position % bits_per_word); }
 
 /// Number of the lowest set bit of a mask. Requires: the mask is not 0.
@@ -26,7 +24,7 @@ constexpr unsigned long bit_number(unsigned long mask) {
     return static_cast<unsigned long>(std::countr_zero(mask));
 }
 
-/// Lowest set bit of a mask, 0 for an empty one.
+/// Lowest set bit of a mask, 0 for an empty mask.
 constexpr unsigned long lowest_bit(unsigned long mask) { return mask & (0UL - mask); }
 
 /// The mask without its lowest set bit.
@@ -38,7 +36,7 @@ constexpr void for_each_bit(unsigned long mask, Visit&& visit) {
     for (; mask != 0; mask = without_lowest_bit(mask)) visit(lowest_bit(mask));
 }
 
-/// Absolute value as an unsigned number, so that the most negative one has one too.
+/// Absolute value as an unsigned number, which the most negative number has too.
 constexpr unsigned long magnitude(long value) {
     const auto bits = static_cast<unsigned long>(value);
     return value < 0 ? 0UL - bits : bits;

@@ -6,7 +6,7 @@ namespace {
 
 using Nimbrel::complex_t;
 
-/// An element by its place, zero behind the end.
+/// The element at a position, zero past the end.
 complex_t element_at(const ComplexMatrix& matrix, std::size_t place) {
     return place < matrix.data.size() ? matrix.data[place] : complex_t{0.0, 0.0};
 }

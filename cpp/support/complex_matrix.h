@@ -1,4 +1,4 @@
-/// Small dense complex matrices, for checking the matrices of gates. Any thread.
+/// Small dense complex matrices, for native callers that check matrices of gates. For any thread.
 #pragma once
 
 #include <vector>
@@ -6,28 +6,28 @@
 #include "support/complex.h"
 #include "support/exported.h"
 
-/// A matrix in row-major order: element (i, j) stands at `i * cols + j`.
+/// A matrix in row-major order: element (i, j) is at `i * cols + j`.
 ///
-/// All operations take matrices as square. Another shape is not refused: results have the shape of
-/// the (left) operand, and what would lie behind the end of `data` counts as zero or stays put.
+/// The operations are for square matrices. They accept other shapes: a result has the shape of the
+/// left operand, and elements past the end of `data` count as zero and are not written.
 struct NIMBREL_EXPORTED ComplexMatrix {
     using complex_t = Nimbrel::complex_t;
 
-    /// Whether each element's difference from the identity has a squared magnitude below 1e-15. A
-    /// matrix without elements is one.
+    /// Whether each element differs from the identity by a squared magnitude below 1e-15. True for
+    /// a matrix without elements.
     bool is_identity() const;
 
-    /// Exchanges the elements above the diagonal with those below. The shape stays.
+    /// Exchanges the elements above the diagonal with those below. The shape does not change.
     void transpose_in_place();
 
-    /// The product. Sums run from the first column of the left operand up, each operation rounded
-    /// by itself.
+    /// The product. Adds in the order of the left operand's columns and rounds each operation
+    /// separately.
     ComplexMatrix operator*(const ComplexMatrix& other) const;
 
     /// A transposed copy.
     ComplexMatrix transpose() const;
 
-    /// A transposed copy with the imaginary parts negated, so that a zero changes its sign too.
+    /// A transposed copy with the imaginary parts negated, zeros included.
     ComplexMatrix conjugate_transpose() const;
 
     std::vector<complex_t> data;

@@ -1,5 +1,5 @@
-/// `NIMBREL_EXPORTED`, for classes that native callers find in the built library.
+/// `NIMBREL_EXPORTED`, the mark of classes that the built library exports for native callers.
 #pragma once
 
-// The library hides all that has no such mark; `cpp/module/exports.map` lists what has one.
+// Symbols without the mark are hidden. `cpp/module/exports.map` lists the marked classes.
 #define NIMBREL_EXPORTED __attribute__((visibility("default")))

@@ -9,8 +9,8 @@ std::uint32_t draw() { return static_cast<std::uint32_t>(random_gen()); }
 
 constexpr double largest_below_one = 0x1.fffffffffffffp-1;
 
-/// The canonical double of two 32-bit outputs, the first one holding the low half. The sum is
-/// rounded to 53 bits, which can reach 1.0; the range stays half open by stepping back below it.
+/// A double in [0, 1) from two 32-bit outputs, low half first. The sum is rounded to 53 bits, which
+/// can give 1.0; that becomes the largest double below 1.
 double draw_canonical() {
     const double low_half = draw();
     const double high_half = draw();
@@ -18,8 +18,8 @@ double draw_canonical() {
     return canonical >= 1.0 ? largest_below_one : canonical;
 }
 
-/// Written out rather than left to the distribution's own call: a seed must give the same bits
-/// with every standard library, and this step is one fused multiply-add.
+/// Does not call the distribution, because a seed must give the same bits with every standard
+/// library. The step is one fused multiply-add.
 double draw_from(const std::uniform_real_distribution<double>& range) {
     return std::fma(draw_canonical(), range.b() - range.a(), range.a());
 }

@@ -1,7 +1,7 @@
-/// A stopwatch for the developer of the engine: one start time for the whole process, no lock.
+/// A stopwatch for developers: one start time for the whole process, without a lock.
 #pragma once
 
-/// Start time in nanoseconds of the system clock, as `tic` left it.
+/// Time of the last `tic` in nanoseconds of the system clock.
 extern long tic_time;
 
 /// Starts the stopwatch.

@@ -1,8 +1,6 @@
-"""The one place where the package calls the engine.
+"""Calls of the engine, and checks of the integers that the engine takes.
 
-Every engine function reports a failure by setting `RuntimeError` and returning a result
-all the same. The interpreter turns that pair into a `SystemError` whose cause is the
-`RuntimeError`; callers of this package want the cause.
+Only this package uses this module.
 """
 
 import operator
@@ -13,16 +11,20 @@ P = ParamSpec("P")
 R = TypeVar("R")
 
 
-def _call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
-    """Call an engine function and raise its own error.
+def call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
+    """Call an engine function and raise the engine's own error.
+
+    A failing engine function sets `RuntimeError` and still returns a result. The interpreter
+    reports this as a `SystemError` whose cause is the `RuntimeError`. This function raises the
+    cause.
 
     Args:
         function: A function of `_lib_nb_sim`.
         *args: Its arguments.
-        **kwargs: None in practice: the engine takes positional arguments only.
+        **kwargs: Not used: the engine takes positional arguments only.
 
     Raises:
-        RuntimeError: What the engine reports, with the engine's text.
+        RuntimeError: The engine's error, with the engine's text.
     """
     try:
         return function(*args, **kwargs)
@@ -33,29 +35,33 @@ def _call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
     raise cause from None
 
 
-def _word32(value: int, name: str) -> int:
-    """Check a number that the engine takes as an unsigned 32-bit one.
+def word32(value: int, name: str) -> int:
+    """Check an integer that the engine takes as an unsigned 32-bit word, and return it.
 
     Args:
-        value: The number.
-        name: What it is, for the message.
+        value: The integer.
+        name: The argument's name, for the message.
 
     Raises:
-        TypeError: If it is not an integer.
-        ValueError: If it does not fit.
+        TypeError: If `value` is not an integer.
+        ValueError: If `value` does not fit.
     """
-    # The engine's parser cuts a number that is too large down to 32 bits without a word.
+    # The engine's parser truncates a larger number to 32 bits without an error.
     number = operator.index(value)
     if not 0 <= number < 2**32:
         raise ValueError(f"{name} must be an unsigned 32-bit number, not {value}")
     return number
 
 
-def _flag_range(first: int, count: int) -> None:
-    """Check the numbers of consecutive read flags, which the engine takes as signed 32-bit ones.
+def check_flag_range(first: int, count: int) -> None:
+    """Check the numbers of consecutive read flags. The engine takes signed 32-bit numbers.
+
+    Args:
+        first: The first flag.
+        count: The number of flags.
 
     Raises:
-        ValueError: If `count` is negative, or a flag's number does not fit.
+        ValueError: If `count` is negative, or a flag number does not fit.
     """
     if count < 0 or first < -(2**31) or first + count > 2**31:
         raise ValueError(f"flags {first} to {first + count - 1} cannot be fetched")

@@ -1,4 +1,4 @@
-"""Arrays of amplitudes as the engine takes them."""
+"""Arrays of amplitudes in the form that the engine takes."""
 
 from typing import Final, TypeAlias
 
@@ -6,30 +6,30 @@ import numpy as np
 import numpy.typing as npt
 
 Amplitudes: TypeAlias = npt.NDArray[np.complex128]
-"""Amplitudes in order of their term index, shape (2**n,)."""
+"""Amplitudes in ascending order of the term index, shape (2**n,)."""
 
 Indices: TypeAlias = npt.NDArray[np.uint64]
 """Term indices, shape (m,)."""
 
 FAST_ALIGNMENT: Final = 32
-"""Bytes; the engine loads two amplitudes at a time, and such a pair then lies in one cache line."""
+"""Bytes. The engine loads two amplitudes at a time; with this alignment a pair never crosses a
+cache line."""
 
 
 def aligned_buffer(num_qubits: int) -> Amplitudes:
-    """Memory on which `Simulator.override_state_buffer` gives the fastest register.
+    """Memory for `DenseSimulator.override_state_buffer` on which gates are fastest.
 
-    An array of NumPy's own making is as good but for speed: gates on it can take 1.5 times as
-    long.
+    An array that NumPy allocates works too, but gates on it can take 1.5 times as long.
 
     Args:
         num_qubits: Qubits of the register, 1 or more.
 
     Returns:
-        Zeros, shape (2**num_qubits,), beginning at a multiple of 32 bytes.
+        Zeros, shape (2**num_qubits,), at an address that is a multiple of 32 bytes.
 
     Raises:
         ValueError: If `num_qubits` is below 1.
-        MemoryError: If there is not that much memory.
+        MemoryError: If there is not enough memory.
     """
     if num_qubits < 1:
         raise ValueError(f"a state buffer holds at least 1 qubit, not {num_qubits}")
@@ -41,14 +41,14 @@ def aligned_buffer(num_qubits: int) -> Amplitudes:
 
 
 def as_amplitudes(values: npt.ArrayLike, terms: int | None = None) -> Amplitudes:
-    """Amplitudes as an array that the engine may read; copied only when they are not yet one.
+    """Convert values to an array that the engine can read. Copies only if it must convert.
 
     Args:
         values: Numbers, shape (terms,).
-        terms: How many there must be; None takes any number from 1.
+        terms: The required length; None accepts any length from 1.
 
     Raises:
-        ValueError: If the shape is another one.
+        ValueError: If the shape is wrong.
     """
     array = np.ascontiguousarray(values, dtype=np.complex128)
     if terms is None and (array.ndim != 1 or not len(array)):
@@ -58,12 +58,20 @@ def as_amplitudes(values: npt.ArrayLike, terms: int | None = None) -> Amplitudes
     return array
 
 
+def empty_terms(count: int) -> tuple[Indices, Amplitudes]:
+    """Arrays for `count` terms, all zero: indices and amplitudes, both of shape (count,)."""
+    return np.zeros(count, dtype=np.uint64), np.zeros(count, dtype=np.complex128)
+
+
 def check_buffer(buffer: Amplitudes) -> None:
     """Check that the engine can keep a register in an array.
 
+    Args:
+        buffer: The array.
+
     Raises:
-        ValueError: If it is no contiguous, writable and aligned array of 2**n amplitudes, n
-            from 1.
+        ValueError: If it is not a contiguous, writable and aligned array of 2**n amplitudes with
+            n from 1.
     """
     if buffer.dtype != np.complex128 or buffer.ndim != 1:
         raise ValueError("a state buffer is a one-dimensional array of dtype complex128")

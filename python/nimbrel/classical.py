@@ -1,15 +1,15 @@
-"""Builders of measurements, writes and the register itself.
+"""Builders of resets, measurements, writes and flag operations.
 
-Every builder returns a one-dimensional `QPU_OP` array: extension records first, the
-operation's own record last. Qubits are an int or an iterable of ints, qubit 0 being the
-least significant. `flag` is the classical condition: a read flag that must be 1, or 0
-when the number is negative; 0, the default, always holds and -1 never.
+Every builder returns a one-dimensional `QPU_OP` array: extension records first, the main record of
+the operation last. Qubits are an int or an iterable of ints; qubit 0 is the least significant.
+`flag` is the classical condition: the read flag that must be 1 for the operation to run; a negative
+number means that it must be 0. 0, the default, always holds; -1 never holds.
 """
 
 import operator
 from typing import Final, SupportsIndex
 
-from nimbrel.layout import Qubits, qubit_list, spread, spread_words, word_masks
+from nimbrel.masks import Qubits, qubit_list, spread, spread_words, word_masks
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, RecordArray, pack
 
@@ -21,7 +21,7 @@ _MAX_EVENT_CODE: Final = 2**32 - 1
 
 
 def reset(num_qubits: int) -> RecordArray:
-    """Size the register and put every qubit to 0.
+    """Set the size of the register and set every qubit to 0.
 
     Args:
         num_qubits: Qubits of the register, 0 or more.
@@ -42,10 +42,10 @@ def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> RecordArray:
     """Measure qubits into consecutive read flags.
 
     Args:
-        targets: Qubits to measure. The lowest one goes to `read_flag`, the next higher
-            one to `read_flag + 1` and so on, in whatever order they are given.
-        read_flag: First flag. The flags 0, 1 and -1 are constants that take no result;
-            a negative flag stores the inverted result.
+        targets: Qubits to measure. The lowest qubit goes to `read_flag`, the next higher one to
+            `read_flag + 1` and so on, whatever their order here.
+        read_flag: First flag. The flags 0, 1 and -1 are constants and store no result. A negative
+            number stores the inverted result.
         flag: The classical condition.
 
     Returns:
@@ -55,8 +55,8 @@ def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> RecordArray:
         TypeError: If a qubit or a flag is not an integer.
         ValueError: If there is no target, or a qubit is negative or given twice.
     """
-    own = Record(Opcode.READ, cond_flag=flag, read_flag=read_flag)
-    return spread(own, qubit_list(targets, "target", required=True))
+    main = Record(Opcode.READ, cond_flag=flag, read_flag=read_flag)
+    return spread(main, qubit_list(targets, "target", required=True))
 
 
 def write(
@@ -65,11 +65,11 @@ def write(
     """Set qubits to the bits of an integer.
 
     Args:
-        targets: Qubits to set; bit k of `value` goes to the k-th one in the order given.
+        targets: Qubits to set; bit k of `value` goes to the k-th qubit in the order given.
         value: The bits, 0 <= value < 2**len(targets).
-        read_flag: When not 0, the first flag that takes the written bits, assigned as by
-            `read`: from the lowest qubit up, whatever the order of `targets`. A sparse filter
-            stores none.
+        read_flag: If not 0, the first flag that stores the written bits, as `read` stores its
+            results: from the lowest qubit up, whatever the order of `targets`. A sparse filter
+            stores no flags here.
         flag: The classical condition.
 
     Returns:
@@ -87,9 +87,9 @@ def write(
     bits = f"{number:0{len(qubits)}b}"[::-1]
     ones = word_masks(qubit for qubit, bit in zip(qubits, bits, strict=True) if bit == "1")
     masks = word_masks(qubits)
-    own = Record(Opcode.WRITE, cond_flag=flag, read_flag=read_flag)
-    # A record's value word stands beside its target word, so both have one offset.
-    return spread_words(own, masks, {offset: ones.get(offset, 0) for offset in masks}, {})
+    main = Record(Opcode.WRITE, cond_flag=flag, read_flag=read_flag)
+    # The value of a target word is in the same record, so both have the same offset.
+    return spread_words(main, masks, {offset: ones.get(offset, 0) for offset in masks}, {})
 
 
 def clear(targets: Qubits, *, flag: int = 0) -> RecordArray:
@@ -106,21 +106,21 @@ def clear(targets: Qubits, *, flag: int = 0) -> RecordArray:
         TypeError: If a qubit or `flag` is not an integer.
         ValueError: If there is no target, or a qubit is negative or given twice.
     """
-    own = Record(Opcode.CLEAR, cond_flag=flag)
-    return spread(own, qubit_list(targets, "target", required=True))
+    main = Record(Opcode.CLEAR, cond_flag=flag)
+    return spread(main, qubit_list(targets, "target", required=True))
 
 
 def free(
     targets: Qubits, *, check: bool = False, event_code: int = 0, flag: int = 0
 ) -> RecordArray:
-    """Set qubits to 0 that are no longer needed, and on request check that they were 0.
+    """Set qubits that are no longer needed to 0, with an optional check that they were 0.
 
     Args:
         targets: Qubits to free.
-        check: Queue an event when a qubit is not 0. The engine checks only while qubit
-            debugging is on; some filters never check.
-        event_code: The `code` of that event, 32 bits. A sparse filter never checks and takes
-            this word for the classical condition instead, so leave it at 0 there.
+        check: Queue an event if a qubit is not 0. The engine checks only while qubit debugging is
+            on, and some filters never check.
+        event_code: The `code` of that event, 32 bits. A sparse filter never checks and reads this
+            word as the classical condition, so leave it at 0 there.
         flag: The classical condition; without effect on a sparse filter.
 
     Returns:
@@ -133,22 +133,22 @@ def free(
     """
     if not 0 <= event_code <= _MAX_EVENT_CODE:
         raise ValueError(f"event_code must be from 0 to {_MAX_EVENT_CODE}, not {event_code}")
-    own = Record(Opcode.FREE, cond_flag=flag, read_flag=event_code)
-    laid_out = spread(own, qubit_list(targets, "target", required=True))
+    main = Record(Opcode.FREE, cond_flag=flag, read_flag=event_code)
+    records = spread(main, qubit_list(targets, "target", required=True))
     if check:
-        # Flag bits and not qubits, so they are set past the layout of the qubits.
-        laid_out["cond_mask"][-1] = _CHECK_ZERO
-    return laid_out
+        # This word holds option bits and no qubits, so `spread` must not see it.
+        records["cond_mask"][-1] = _CHECK_ZERO
+    return records
 
 
 def flag_nand(a: int, b: int, dest: int, *, flag: int = 0) -> RecordArray:
-    """Combine two read flags: `dest` = NAND of `a` and `b`.
+    """Combine two read flags: flag `dest` = NAND of flags `a` and `b`.
 
     Args:
-        a: First flag, signed: a negative number reads inverted, 0 and 1 are constants.
+        a: First flag, signed: a negative number reads the flag inverted, 0 and 1 are constants.
         b: Second flag, likewise.
-        dest: Flag that takes the result; a negative number selects AND instead. 0, 1
-            and -1 store nothing.
+        dest: Flag that stores the result; a negative number selects AND instead of NAND. 0, 1 and
+            -1 store nothing.
         flag: The classical condition.
 
     Returns:
@@ -158,14 +158,14 @@ def flag_nand(a: int, b: int, dest: int, *, flag: int = 0) -> RecordArray:
         TypeError: If a flag is not an integer.
         ValueError: If a flag does not fit 64 bits.
     """
-    own = Record(
+    nand = Record(
         Opcode.FLAG_NAND, _operand_word(a), _operand_word(b), cond_flag=flag, read_flag=dest
     )
-    return pack([own])
+    return pack([nand])
 
 
 def _operand_word(flag: SupportsIndex) -> int:
-    # The operands are signed numbers in unsigned words.
+    # Unsigned words carry the operands, which are signed numbers.
     number = operator.index(flag)
     if not -(2**63) <= number < 2**63:
         raise ValueError(f"flag {number} does not fit a signed 64-bit word")

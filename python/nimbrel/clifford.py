@@ -1,8 +1,9 @@
-"""The Clifford filter's tableau as readable strings.
+"""The operations of a "StreamCliffordQPU" filter alone: its tableau as readable strings.
 
-The engine hands a tableau out as text: a line for each destabilizer, a line of dashes, and a
-line for each generator. A line is a phase k for the factor i**k, a space, the bits of the X
-part, "|" and those of the Z part. All lines, the dashes included, are equally long.
+The tableau is the one of Aaronson and Gottesman, https://doi.org/10.1103/PhysRevA.70.052328. The
+engine returns it as text: a line for each destabilizer, a line of dashes, and a line for each
+generator. A line is a digit k for the factor i**k, a space, the bits of the X part, "|" and the
+bits of the Z part. All lines, the dashes included, have the same length.
 """
 
 from typing import Final, NamedTuple
@@ -10,7 +11,8 @@ from typing import Final, NamedTuple
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.layout import WORD_BITS
+from nimbrel.masks import WORD_BITS
+from nimbrel.simulator import FilterSimulator
 
 _LETTERS: Final = np.frombuffer(b"_XZY", dtype=np.uint8)
 _UNPRINTED: Final = ord("?")
@@ -18,21 +20,62 @@ _SIGNS: Final = ("+", "+i", "-", "-i")
 
 
 class Tableau(NamedTuple):
-    """The rows of a tableau, row i of one list being the partner of row i of the other."""
+    """The rows of a tableau.
+
+    Attributes:
+        destabilizers: Row i anticommutes with generator i and commutes with all other generators.
+        generators: The generators of the stabilizer group.
+    """
 
     destabilizers: list[str]
     generators: list[str]
 
 
+class CliffordSimulator(FilterSimulator, filter_type="StreamCliffordQPU"):
+    """A filter that holds a stabilizer tableau."""
+
+    def generators(self) -> list[str]:
+        """The generators of the stabilizer group of the state.
+
+        The state is the common eigenstate of all generators with eigenvalue +1.
+
+        Returns:
+            A string for each generator, in the order of the tableau: a sign, "+" or "-", and a
+            letter for each qubit, qubit 0 first, with "_" for the identity. So "+XZ_Y" is X on
+            qubit 0, Z on qubit 1 and Y on qubit 3. If the register has n qubits, n is above 64
+            and n is no multiple of 64, the engine's text lacks the qubits n % 64 to 63, and their
+            letters are "?". Use a register of a multiple of 64 qubits to see all letters.
+
+        Raises:
+            ValueError: If the simulator is closed.
+            RuntimeError: The engine's error, for example before the first reset.
+        """
+        return parse_tableau(self._state_text()).generators
+
+    def destabilizers(self) -> list[str]:
+        """The destabilizers of the tableau.
+
+        Returns:
+            Strings of the form that `generators` returns. Destabilizer i anticommutes with
+            generator i and commutes with all other generators. Its sign has no meaning for the
+            state and may be "+i" or "-i".
+
+        Raises:
+            ValueError: If the simulator is closed.
+            RuntimeError: The engine's error, for example before the first reset.
+        """
+        return parse_tableau(self._state_text()).destabilizers
+
+
 def parse_tableau(text: str) -> Tableau:
-    """Turn the engine's text into a string for each row.
+    """Convert the engine's text of a tableau to a string for each row.
 
     Args:
-        text: What `pull_state` gives for a Clifford filter.
+        text: The text that `pull_state` returns for a Clifford filter.
 
     Returns:
-        The rows, in order: a sign and a letter for each qubit, qubit 0 first, with "?" for the
-        qubits that the text leaves out.
+        The rows in the order of the text: a sign and a letter for each qubit, qubit 0 first, with
+        "?" for the qubits that the text lacks.
     """
     line_length = text.index("\n") + 1
     lines = np.frombuffer(text.encode("ascii"), dtype=np.uint8).reshape(-1, line_length)
@@ -58,8 +101,9 @@ def _in_qubit_order(letters: npt.NDArray[np.uint8], num_qubits: int) -> npt.NDAr
 
 
 def _printed_qubits(num_qubits: int) -> list[int]:
-    # The lowest word comes first and the highest bit of each word. When the last word is partly
-    # used it is the first one that is printed short; the last one shows qubits that do not exist.
+    # The text has the lowest word first and the highest bit of each word first. If the register
+    # does not fill its last word, the text shortens the first word instead of the last one, and
+    # the last word shows qubits that do not exist.
     shown = num_qubits % WORD_BITS or min(num_qubits, WORD_BITS)
     printed = list(reversed(range(shown)))
     for first in range(WORD_BITS, num_qubits, WORD_BITS):

@@ -1,4 +1,4 @@
-"""Builders of jumps and event markers.
+"""Builders of jumps, labels and event markers.
 
 Every builder returns one record as a `QPU_OP` array of shape (1,).
 """
@@ -10,12 +10,15 @@ __all__ = ["close_event", "jump_fwd", "label", "open_event"]
 
 
 def jump_fwd(label_id: int, *, flag: int = 0) -> RecordArray:
-    """Skip the records up to the label `label_id`, also in later programs.
+    """Skip the records up to the label `label_id`, which may be in a later program.
 
     Args:
-        label_id: The label's number; 0 is no label, and a jump to it does nothing.
-        flag: The classical condition: a read flag that must be 1 for the jump (a
-            negative number: that must be 0). 0 always jumps, -1 never.
+        label_id: The number of the label. A jump to 0 does nothing.
+        flag: The classical condition: the read flag that must be 1 for the jump; a negative
+            number means that it must be 0. 0 always jumps, -1 never jumps.
+
+    Returns:
+        One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
         TypeError: If a number is not an integer.
@@ -25,10 +28,13 @@ def jump_fwd(label_id: int, *, flag: int = 0) -> RecordArray:
 
 
 def label(label_id: int) -> RecordArray:
-    """The place where a jump to `label_id` lands.
+    """Mark where a jump to `label_id` ends.
 
     Args:
-        label_id: The label's number, above 0 to be of use.
+        label_id: The number of the label. No jump ends at 0.
+
+    Returns:
+        One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
         TypeError: If `label_id` is not an integer.
@@ -38,10 +44,13 @@ def label(label_id: int) -> RecordArray:
 
 
 def open_event(event_id: int) -> RecordArray:
-    """Open an event: assertions that fail before it is closed list its id.
+    """Open an event. A check that fails before the event is closed lists its id.
 
     Args:
-        event_id: The id, below 2**64.
+        event_id: The id, below 2**64 and exact as a double.
+
+    Returns:
+        One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
         ValueError: If `event_id` is negative or too large, or is not exact as a double.
@@ -53,7 +62,10 @@ def close_event(event_id: int) -> RecordArray:
     """Close the event that `open_event(event_id)` opened.
 
     Args:
-        event_id: The id, below 2**64.
+        event_id: The id, below 2**64 and exact as a double.
+
+    Returns:
+        One record, shape (1,), dtype `QPU_OP`.
 
     Raises:
         ValueError: If `event_id` is negative or too large, or is not exact as a double.
@@ -62,7 +74,7 @@ def close_event(event_id: int) -> RecordArray:
 
 
 def _id_as_double(event_id: int) -> float:
-    # The id travels in the angle word, so above 2**53 not every integer survives.
+    # The angle word carries the id as a double, which is not exact for every integer above 2**53.
     if not 0 <= event_id < 2**64 or int(float(event_id)) != event_id:
         raise ValueError(f"event id {event_id} is not exact as a double from 0 to 2**64")
     return float(event_id)

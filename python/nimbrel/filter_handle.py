@@ -1,31 +1,34 @@
-"""The life of one filter: its parameters, its creation and its end."""
+"""The lifetime of one filter: its parameters, its creation and its destruction."""
 
 import warnings
 import weakref
 from collections.abc import Callable
 from dataclasses import astuple, dataclass
 from types import TracebackType
-from typing import NoReturn, TypeVar
+from typing import Concatenate, NoReturn, ParamSpec, TypeVar
 
 import _lib_nb_sim
 
-from nimbrel._engine import _call, _word32
+from nimbrel._engine import call, word32
 
 Self = TypeVar("Self", bound="FilterHandle")
+P = ParamSpec("P")
+R = TypeVar("R")
 
 
 @dataclass(frozen=True)
 class SimParams:
-    """The parameters of a filter, read by it at every reset.
+    """The parameters of a filter. A dense filter reads them at every reset.
 
     Attributes:
-        num_block_qubits: Index bits inside a block of amplitudes; 0 chooses.
-        max_ram_size_gb: Largest state vector, in units of 2**30 bytes; 0 is no limit.
-        max_num_threads: Most blocks, each with a thread; 0 is no limit, 1 no threads.
-        randomized: Whether a new state is random instead of all qubits 0.
+        num_block_qubits: Index bits inside a block of amplitudes; 0 lets the engine choose.
+        max_ram_size_gb: Largest state vector, in units of 2**30 bytes; 0 means no limit.
+        max_num_threads: Largest number of blocks, each with a thread; 0 means no limit, 1 means
+            no threads.
+        randomized: Not 0: a new state is random. 0: every qubit of a new state is 0.
         use_opencl: Stored, without effect.
-        async_: Whether worker threads are used.
-        verbose: Whether the set-up prints what it decides.
+        async_: Not 0: the filter uses worker threads.
+        verbose: Not 0: the set-up prints what it decides.
     """
 
     num_block_qubits: int = 0
@@ -38,47 +41,48 @@ class SimParams:
 
 
 class FilterHandle:
-    """One filter of the engine, freed on leaving the `with` block.
+    """Owns one filter of the engine and frees it at the end of a `with` block.
 
-    One that is dropped without `close` is freed as well, with a `ResourceWarning`. What is left
-    when the interpreter ends is left to the end of the process.
+    An object that is dropped without `close` frees its filter too, with a `ResourceWarning`. At
+    the end of the interpreter the filters that remain are left to the end of the process.
 
-    It can be neither copied nor pickled: a copy would hold the number of a filter that the
+    An object can be neither copied nor pickled. A copy would hold the number of a filter that the
     original frees, and in another process that number may name another filter.
     """
 
-    # On the class, for the end of an object whose constructor has not come this far.
+    # Class attributes, because `__del__` also runs when `__init__` has failed early.
     _handle: int | None = None
     _filter_type = ""
 
-    def __init__(self, filter_type: str = "StreamBitQPU", **params: int) -> None:
+    def __init__(self, filter_type: str, params: dict[str, int]) -> None:
         """Create the filter.
 
         Args:
-            filter_type: The engine's name of the filter.
-            **params: Fields of `SimParams`; those not given keep their defaults.
+            filter_type: The engine's name of the filter type.
+            params: Fields of `SimParams`; the other fields keep their defaults.
 
         Raises:
-            TypeError: If a parameter has no such name or is not an integer.
-            ValueError: If a parameter does not fit 32 bits.
-            RuntimeError: If the engine knows no such filter.
+            TypeError: If there is no parameter of that name, or a value is not an integer.
+            ValueError: If a value does not fit 32 bits.
+            RuntimeError: If the engine has no such filter type.
         """
         self._filter_type = filter_type
-        values = [_word32(value, "a parameter") for value in astuple(SimParams(**params))]
-        self._handle = _call(_lib_nb_sim.new_native_filter, filter_type)
+        values = [word32(value, "a parameter") for value in astuple(SimParams(**params))]
+        self._handle = call(_lib_nb_sim.new_native_filter, filter_type)
         self._finalizer = weakref.finalize(self, _free, self._handle)
-        # Functions that run at exit may still use the filter.
+        # Exit handlers of the caller may still use the filter.
         self._finalizer.atexit = False
         try:
             if params:
-                _call(_lib_nb_sim.setup_sim_params, self._handle, *values)
+                call(_lib_nb_sim.setup_sim_params, self._handle, *values)
         except BaseException:
             self.close()
             raise
 
-    # Warns here because a finalizer has no object to name. The finalizer frees: it runs once,
-    # whether the cycle collector calls it or this method, and never after the interpreter began
-    # to end. `warnings.warn` is bound early because module globals may be gone by then.
+    # The warning is issued here, because a finalizer has no object to name. The finalizer frees
+    # the filter: it runs once, whether the cycle collector or this method calls it, and never
+    # after the interpreter has begun to end. `warnings.warn` is bound as a default argument,
+    # because module globals may be gone by then.
     def __del__(self, _warn: Callable[..., None] = warnings.warn) -> None:
         """Warn if nobody has closed the simulator, and free its filter."""
         if self._handle is None:
@@ -117,28 +121,34 @@ class FilterHandle:
         """Close the simulator."""
         self.close()
 
-    @property
-    def handle(self) -> int:
-        """The number by which the engine's functions name the filter.
-
-        Raises:
-            ValueError: If the simulator is closed.
-        """
-        return self._open_handle()
-
-    def _open_handle(self) -> int:
-        # The package's own way to the handle: reading `handle` may mean calls that it does not see.
-        if self._handle is None:
-            raise ValueError("the simulator is closed")
-        return self._handle
-
     def close(self) -> None:
-        """Free the filter and all it holds; a second call does nothing."""
+        """Free the filter and all its memory. A second call does nothing."""
         if self._handle is not None:
             handle, self._handle = self._handle, None
             self._finalizer.detach()
             _free(handle)
 
+    def _require_open(self) -> int:
+        """Return the filter's number in the engine, for calls that this package makes.
+
+        Raises:
+            ValueError: If the simulator is closed.
+        """
+        if self._handle is None:
+            raise ValueError("the simulator is closed")
+        return self._handle
+
+    def _call(
+        self, function: Callable[Concatenate[int, P], R], *args: P.args, **kwargs: P.kwargs
+    ) -> R:
+        """Call an engine function on this filter.
+
+        Raises:
+            ValueError: If the simulator is closed.
+            RuntimeError: The engine's error, with the engine's text.
+        """
+        return call(function, self._require_open(), *args, **kwargs)
+
 
 def _free(handle: int) -> None:
-    _call(_lib_nb_sim.delete_native_filter, handle)
+    call(_lib_nb_sim.delete_native_filter, handle)

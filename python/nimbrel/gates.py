@@ -1,25 +1,28 @@
 """Builders of the gates.
 
-Every builder returns a one-dimensional `QPU_OP` array: extension records first, the
-gate's own record last. Qubits are an int or an iterable of ints, qubit 0 being the
-least significant; a gate with several targets acts on each of them. Keyword arguments
-common to all:
+Every builder returns a one-dimensional `QPU_OP` array: extension records first, the main record of
+the gate last. Qubits are an int or an iterable of ints; qubit 0 is the least significant. A gate
+with several targets acts on each of them. These keyword arguments are common to all gates:
 
-    controls   qubits that must be 1 for the gate to act
-    zeros      qubits that must be 0 for the gate to act; on a Clifford filter `Simulator.run`
-               refuses them, since that filter takes them for controls
-    flag       the classical condition: a read flag that must be 1 (a negative number:
-               that must be 0); 0, the default, always holds and -1 never
+    controls   controls: qubits that must be 1 for the gate to act
+    zeros      negated controls: qubits that must be 0 for the gate to act. A Clifford filter
+               would treat them as controls, so `Simulator.run` refuses them there
+    flag       the classical condition: the read flag that must be 1 for the gate to act; a
+               negative number means that it must be 0; 0, the default, always holds, -1 never
 
-All raise `ValueError` for a negative qubit, a qubit given twice, a qubit in both
-`controls` and `zeros`, and a gate without the qubits that it needs; `TypeError` for a
+All builders raise `ValueError` for a negative qubit, a qubit given twice, a qubit in both
+`controls` and `zeros`, and a gate without the qubits that it needs. They raise `TypeError` for a
 qubit or a flag that is not an integer.
+
+docs/records.md gives the matrix of each gate. The rotations about X, Y and Z are those of Nielsen
+and Chuang, "Quantum Computation and Quantum Information", section 4.2,
+https://doi.org/10.1017/CBO9780511976667: exp(-i angle P / 2) for a rotation about P.
 """
 
 from collections.abc import Callable
 from typing import Protocol
 
-from nimbrel.layout import Qubits, control_lists, qubit_list, spread
+from nimbrel.masks import Qubits, control_lists, qubit_list, spread
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, RecordArray, program
 
@@ -73,17 +76,17 @@ class AngleGate(Protocol):
         ...
 
 
-# These multiply terms by a phase, and the engine takes the lowest control as the target
-# when there is none: z((), controls=[0, 1]) and z(0, controls=1) are the same gate.
+# These gates multiply terms by a phase. Without a target, the engine uses the lowest control as the
+# target: z((), controls=[0, 1]) and z(0, controls=1) are the same gate.
 _TARGETS_OPTIONAL = frozenset(
     {Opcode.PHASE, Opcode.Z, Opcode.S, Opcode.S_INV, Opcode.T, Opcode.T_INV}
 )
 
 
-def _controlled(own: Record, targets: Qubits, controls: Qubits, zeros: Qubits) -> RecordArray:
-    ones, negated = control_lists(controls, zeros)
-    optional = own.opcode in _TARGETS_OPTIONAL and bool(ones or negated)
-    return spread(own, qubit_list(targets, "target", required=not optional), ones, negated)
+def _controlled(main: Record, targets: Qubits, controls: Qubits, zeros: Qubits) -> RecordArray:
+    plain, negated = control_lists(controls, zeros)
+    optional = main.opcode in _TARGETS_OPTIONAL and bool(plain or negated)
+    return spread(main, qubit_list(targets, "target", required=not optional), plain, negated)
 
 
 def _gate(name: str, opcode: Opcode, summary: str) -> Gate:
@@ -105,8 +108,8 @@ def _angle_gate(name: str, opcode: Opcode, summary: str) -> AngleGate:
         zeros: Qubits = (),
         flag: int = 0,
     ) -> RecordArray:
-        own = Record(opcode, angle=float(angle_degrees), cond_flag=flag)
-        return _controlled(own, targets, controls, zeros)
+        main = Record(opcode, angle=float(angle_degrees), cond_flag=flag)
+        return _controlled(main, targets, controls, zeros)
 
     _document(build, name, summary, takes_angle=True)
     return build
@@ -123,48 +126,54 @@ def _document(
     build.__doc__ = f"""{summary}
 
     Args:{_ANGLE_DOC if takes_angle else ""}
-        targets: The qubits that the gate acts on, each on its own.
-        controls: Qubits that must be 1 for the gate to act.
-        zeros: Qubits that must be 0 for the gate to act.
-        flag: The classical condition: a read flag that must be 1, or 0 when the number
-            is negative; 0 always holds and -1 never.
+        targets: The target qubits; the gate acts on each of them.
+        controls: Controls: qubits that must be 1 for the gate to act.
+        zeros: Negated controls: qubits that must be 0 for the gate to act.
+        flag: The classical condition: the read flag that must be 1 for the gate to act; a
+            negative number means that it must be 0. 0 always holds, -1 never holds.
 
     Returns:
         Records, shape (n,), dtype `QPU_OP`: extension records first, the gate last.
 
     Raises:
         TypeError: If a qubit or `flag` is not an integer.
-        ValueError: If a qubit is negative, given twice, or both a control and a
-            zero-control, or if the gate lacks a qubit that it needs.
+        ValueError: If a qubit is negative, given twice, or both a control and a negated
+            control, or if the gate lacks a qubit that it needs.
     """
 
 
 h = _gate("h", Opcode.H, "Hadamard on each target.")
-x = _gate("x", Opcode.X, "NOT on each target.")
+x = _gate("x", Opcode.X, "Pauli X, the NOT gate, on each target.")
 y = _gate("y", Opcode.Y, "Pauli Y on each target.")
 z = _gate(
     "z",
     Opcode.Z,
-    "Pauli Z on each target; targets may be empty when there are controls.\n\n"
-    "    With controls it is exact on dense and sparse filters. A Clifford filter leaves out the\n"
-    "    sign of a controlled Z: write `cz` there.",
+    "Pauli Z on each target; targets may be empty if there are controls.\n\n"
+    "    A controlled Z is exact on dense and sparse filters. A Clifford filter omits the sign of\n"
+    "    a controlled Z: write `cz` there.",
 )
-s = _gate("s", Opcode.S, "Phase of 90 degrees on each target, or on the controls alone.")
+s = _gate("s", Opcode.S, "Phase of 90 degrees on each target, or on controls without a target.")
 s_inv = _gate("s_inv", Opcode.S_INV, "Phase of -90 degrees, the inverse of `s`.")
-t = _gate("t", Opcode.T, "Phase of 45 degrees on each target, or on the controls alone.")
+t = _gate("t", Opcode.T, "Phase of 45 degrees on each target, or on controls without a target.")
 t_inv = _gate("t_inv", Opcode.T_INV, "Phase of -45 degrees, the inverse of `t`.")
 rootx = _gate("rootx", Opcode.ROOTX, "Square root of X on each target.")
 rootx_inv = _gate("rootx_inv", Opcode.ROOTX_INV, "Inverse of `rootx`.")
 rooty = _gate("rooty", Opcode.ROOTY, "Square root of Y on each target.")
 rooty_inv = _gate("rooty_inv", Opcode.ROOTY_INV, "Inverse of `rooty`.")
-lelbow = _gate("lelbow", Opcode.LELBOW, "Left elbow: AND of the controls into a target that is 0.")
-relbow = _gate("relbow", Opcode.RELBOW, "Right elbow: uncompute what `lelbow` computed.")
+lelbow = _gate(
+    "lelbow",
+    Opcode.LELBOW,
+    "Left elbow: compute the AND of the controls into a target that is 0.\n\n"
+    "    The engine applies X with these controls. C. Gidney describes the use of such an AND:\n"
+    "    https://doi.org/10.22331/q-2018-06-18-74.",
+)
+relbow = _gate("relbow", Opcode.RELBOW, "Right elbow: uncompute the AND that `lelbow` computed.")
 
 phase = _angle_gate(
     "phase",
     Opcode.PHASE,
-    "Multiply the terms in which a target and all controls hold by a phase, in degrees.\n\n"
-    "    Targets may be empty when there are controls.",
+    "Multiply by a phase, in degrees, the terms whose target is 1 and whose controls hold.\n\n"
+    "    Targets may be empty if there are controls.",
 )
 rx = _angle_gate("rx", Opcode.RX, "Rotate each target about X by an angle in degrees.")
 ry = _angle_gate("ry", Opcode.RY, "Rotate each target about Y by an angle in degrees.")
@@ -179,18 +188,18 @@ def swap(
     Args:
         a: One qubit.
         b: The other qubit.
-        controls: Qubits that must be 1 for the gate to act.
-        zeros: Qubits that must be 0 for the gate to act.
+        controls: Controls: qubits that must be 1 for the gate to act.
+        zeros: Negated controls: qubits that must be 0 for the gate to act.
         flag: The classical condition.
 
     Returns:
-        Records, shape (n,), dtype `QPU_OP`. Two qubits in different 64-qubit words need
-        an extension record, which stands first.
+        Records, shape (n,), dtype `QPU_OP`: extension records first, the gate last. Two qubits in
+        different 64-qubit words need an extension record.
 
     Raises:
         TypeError: If a qubit or `flag` is not an integer.
-        ValueError: If `a` equals `b`, a qubit is negative, or a control is given twice
-            or is a zero-control as well.
+        ValueError: If `a` equals `b`, a qubit is negative, or a control is given twice or is a
+            negated control too.
     """
     if a == b:
         raise ValueError(f"swap needs two different qubits, not {a} twice")
@@ -198,20 +207,21 @@ def swap(
 
 
 def cz(a: int, b: int, *, flag: int = 0) -> RecordArray:
-    """Controlled Z between two qubits, in gates that a Clifford filter carries out exactly.
+    """Controlled Z on two qubits, made of gates that are exact on a Clifford filter.
 
-    They are S on both qubits, a CNOT, inverse S on `b` and the CNOT again, and they give the
-    controlled Z without a phase of their own. A bit filter refuses the first of them. On dense
-    and sparse filters `z(b, controls=a)` is the same gate in one record.
+    CZ = CNOT S_b^-1 CNOT S_a S_b, where the CNOT has control `a` and target `b` and the rightmost
+    gate acts first. The product has no global phase. The decomposition follows Barenco et al.,
+    https://doi.org/10.1103/PhysRevA.52.3457. A bit filter refuses its first gate. On dense and
+    sparse filters `z(b, controls=a)` is the same gate in one record.
 
     Args:
         a: One qubit.
-        b: The other qubit; the gate is the same with both exchanged.
+        b: The other qubit; exchanging both gives the same gate.
         flag: The classical condition.
 
     Returns:
-        Records, shape (n,), dtype `QPU_OP`: four, and an extension record first when the qubits
-        lie in different 64-qubit words.
+        Records, shape (n,), dtype `QPU_OP`: four gates, and an extension record before them if
+        the qubits are in different 64-qubit words.
 
     Raises:
         TypeError: If a qubit or `flag` is not an integer.

@@ -1,9 +1,8 @@
 """The opcode numbers of the instruction records.
 
-An opcode is 64 bits wide: the tag `TAG` in the high half marks a record of this
-engine, the low half names the operation. Bit 28 of the low half marks an operation
-that is not a gate; bit 14 marks the inverse or the closing half of the same opcode
-without that bit.
+An opcode has 64 bits. The high half is the tag `TAG`, which marks a record of this engine. The low
+half names the operation. In the low half, bit 28 marks an operation that is not a gate. Bit 14
+marks the inverse, or the closing record, of the operation whose opcode lacks this bit.
 """
 
 import enum
@@ -16,10 +15,10 @@ _TAGGED: Final = TAG << 32
 
 
 class Opcode(enum.IntEnum):
-    """Every operation that the engine knows, as the full 64-bit opcode.
+    """The opcodes that the engine accepts, 64 bits each, tag included.
 
-    The members named `MARKER_*` carry their low 32 bits as their name: the engine
-    accepts and ignores them, and their meaning is the front end's own.
+    The engine accepts and ignores the members named `MARKER_*`; the front end gives them their
+    meaning. Their names end with their low 32 bits in hexadecimal.
     """
 
     # Gates.
@@ -49,7 +48,7 @@ class Opcode(enum.IntEnum):
     ROOTX_INV = _TAGGED | 0x00006005
     ROOTY_INV = _TAGGED | 0x00006006
 
-    # Everything else.
+    # All other operations.
     MARKER_10000000 = _TAGGED | 0x10000000
     RESET = _TAGGED | 0x10000001
     MARKER_10000002 = _TAGGED | 0x10000002

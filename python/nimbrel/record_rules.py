@@ -1,20 +1,20 @@
-"""The rules by which a program is refused before it runs, for one record at a time.
+"""The rules that refuse one record of a program before it runs. `program_check` applies them.
 
-Qubits outside the register are refused, since filters drop or change them without a word, and on a
-Clifford filter the controls that it carries out by rules of its own. `program_check` applies them.
+Qubits outside the register are refused, because filters drop or change them without an error. On a
+Clifford filter, controls that this filter does not carry out exactly are refused.
 """
 
 import struct
 from collections.abc import Sequence
 from typing import Final, Protocol, TypeAlias
 
-from nimbrel.layout import WORD_BITS
+from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import UNKNOWN
 
-__all__ = ["CONTROL", "MASKS", "RecordRules", "Rows"]
+__all__ = ["CONTROL_MASK", "MASKS", "RecordRules", "Rows"]
 
-TARGETS, CONDITIONS, ANGLE, READ_FLAG, NEGATED, TARGET_OFFSET, CONDITION_OFFSET = (
+TARGETS, CONTROLS, ANGLE, READ_FLAG, NEGATED, TARGET_OFFSET, CONTROL_OFFSET = (
     1,
     2,
     3,
@@ -23,14 +23,14 @@ TARGETS, CONDITIONS, ANGLE, READ_FLAG, NEGATED, TARGET_OFFSET, CONDITION_OFFSET 
     7,
     8,
 )
-"""Numbers of the words of a record."""
+"""Positions of the words in a record."""
 
 Masks: TypeAlias = tuple[tuple[int, int | None], ...]
-"""The masks of an operation as word numbers, each with that of its offset; None: it has none."""
+"""Positions of an operation's masks, each with the position of its offset, or None without one."""
 
 
 class Rows(Protocol):
-    """Records as lists of unsigned words."""
+    """A program whose records are sequences of unsigned words."""
 
     def __len__(self) -> int:
         """Number of records."""
@@ -41,8 +41,8 @@ class Rows(Protocol):
         ...
 
 
-TARGET: Final = (TARGETS, TARGET_OFFSET)
-CONTROL: Final = (CONDITIONS, CONDITION_OFFSET)
+TARGET_MASK: Final = (TARGETS, TARGET_OFFSET)
+CONTROL_MASK: Final = (CONTROLS, CONTROL_OFFSET)
 _ONLY_TARGETS: Final = (Opcode.READ, Opcode.WRITE, Opcode.CLEAR, Opcode.FREE)
 _TARGETS_AND_CONTROLS: Final = (
     *(Opcode.X, Opcode.Y, Opcode.PHASE, Opcode.H, Opcode.SWAP, Opcode.PPM, Opcode.PCP),
@@ -51,11 +51,11 @@ _TARGETS_AND_CONTROLS: Final = (
     *(Opcode.ROOTX, Opcode.ROOTX_INV, Opcode.ROOTY, Opcode.ROOTY_INV),
 )
 MASKS: Final[dict[int, Masks]] = {
-    **{int(opcode): (TARGET,) for opcode in _ONLY_TARGETS},
-    **{int(opcode): (TARGET, CONTROL) for opcode in _TARGETS_AND_CONTROLS},
-    int(Opcode.PPR): (TARGET, CONTROL, (READ_FLAG, None)),
+    **{int(opcode): (TARGET_MASK,) for opcode in _ONLY_TARGETS},
+    **{int(opcode): (TARGET_MASK, CONTROL_MASK) for opcode in _TARGETS_AND_CONTROLS},
+    int(Opcode.PPR): (TARGET_MASK, CONTROL_MASK, (READ_FLAG, None)),
 }
-"""Which words of an operation name qubits; the second mask of a Pauli product does, too."""
+"""The masks of each operation that name qubits, by opcode. Both masks of a Pauli product do."""
 
 HALF_TURN: Final = struct.unpack("<Q", struct.pack("<d", 180.0))[0]
 _ALLOWED_BY: Final = "or make the simulator with allow_inexact_controls=True"
@@ -67,7 +67,7 @@ _INSTEAD: Final[dict[int, str]] = {
 
 
 class RecordRules:
-    """The rules of one filter.
+    """The rules for one filter.
 
     Attributes:
         qubits: Whether qubits outside the register are refused.
@@ -75,18 +75,24 @@ class RecordRules:
     """
 
     def __init__(self, filter_type: str, *, qubits: bool, controls: bool) -> None:
-        """Choose the rules; `filter_type` is the engine's name of the filter."""
+        """Choose the rules.
+
+        Args:
+            filter_type: The engine's name of the filter type.
+            qubits: The attribute `qubits`.
+            controls: The attribute `controls`.
+        """
         self.qubits = qubits
         self.controls = controls
-        # The other filters act on whole words and drop the offset's low bits.
+        # The other filters act on whole words and ignore the low bits of an offset.
         whole_words = filter_type != "StreamCliffordQPU"
         self._offset_mask = ~(WORD_BITS - 1) if whole_words else -1
         self._masks = dict(MASKS)
         if filter_type in ("StreamQPU", "StreamSparseQPU"):
-            # They refuse extensions themselves, whatever these name.
+            # These filters refuse every extension record.
             del self._masks[int(Opcode.EXTEND)]
         if filter_type == "StreamSparseQPU":
-            # There a write's target_offset is its first read flag.
+            # On a sparse filter, `target_offset` of a write is its first read flag.
             self._masks[int(Opcode.WRITE)] = ((TARGETS, None),)
 
     def check(self, rows: Rows, index: int, limit: int) -> None:
@@ -94,8 +100,8 @@ class RecordRules:
 
         Args:
             rows: The program.
-            index: The record's number.
-            limit: Qubits of the largest register possible there, or `UNKNOWN`.
+            index: The index of the record.
+            limit: Qubits of the largest possible register at this record, or `UNKNOWN`.
 
         Raises:
             ValueError: If the record is refused.
@@ -122,7 +128,7 @@ class RecordRules:
 
     def _check_controls(self, rows: Rows, index: int) -> None:
         row = rows[index]
-        opcode, controls = row[0], row[CONDITIONS]
+        opcode, controls = row[0], row[CONTROLS]
         if not controls or not (opcode == Opcode.X or _is_half_turn(row)):
             return
         if controls & row[NEGATED]:
@@ -143,8 +149,8 @@ def _lowest_bit(mask: int) -> int:
 
 
 def _is_value(rows: Rows, index: int, mask_word: int) -> bool:
-    # An extension carries controls, but a value word when it belongs to a write.
-    if rows[index][0] != Opcode.EXTEND or mask_word != CONDITIONS:
+    # An extension record has controls in this word, except before a write, where it has the value.
+    if rows[index][0] != Opcode.EXTEND or mask_word != CONTROLS:
         return False
     following = index + 1
     while following < len(rows) and rows[following][0] == Opcode.EXTEND:
@@ -158,10 +164,10 @@ def _is_half_turn(row: Sequence[int]) -> bool:
 
 
 def _joins_two_qubits(rows: Rows, index: int) -> bool:
-    # One control alone is a plain Z, and the engine refuses more controls than these.
-    targets, controls = rows[index][TARGETS].bit_count(), rows[index][CONDITIONS].bit_count()
+    # Without a target, one control is a Z without a control. The engine refuses more controls.
+    targets, controls = rows[index][TARGETS].bit_count(), rows[index][CONTROLS].bit_count()
     while index > 0 and rows[index - 1][0] == Opcode.EXTEND:
         index -= 1
         targets += rows[index][TARGETS].bit_count()
-        controls += rows[index][CONDITIONS].bit_count()
+        controls += rows[index][CONTROLS].bit_count()
     return controls == (1 if targets else 2)

@@ -1,8 +1,7 @@
-"""The instruction record as NumPy and Python see it.
+"""The instruction record, its NumPy dtype, and programs of records.
 
-A program is a one-dimensional array of `QPU_OP` records, 88 bytes each and packed
-back to back; the engine reads that buffer as it stands. Qubit 0 is the least
-significant bit of a mask, angles are in degrees.
+A program is a one-dimensional array of `QPU_OP` records of 88 bytes each, without gaps. The engine
+reads this buffer in place. Qubit 0 is the least significant bit of a mask; angles are in degrees.
 """
 
 import operator
@@ -30,18 +29,19 @@ QPU_OP: Final = np.dtype(
         ("reserved_b", "<u8"),
     ]
 )
-"""One instruction record: eleven little-endian 64-bit words, 88 bytes, no padding."""
+"""The dtype of one instruction record: eleven little-endian 64-bit words, 88 bytes, no padding."""
 
 RECORD_FORMAT: Final = 1
 """Version of the record format.
 
-It grows when the engine would read an existing program differently: when the layout, the number
-of an opcode or the meaning of a word changes. A new opcode leaves it, since no program has it.
+It increases when the engine would read an existing program differently: when the fields, the number
+of an opcode or the meaning of a word changes. A new opcode does not change it, because no existing
+program uses the opcode.
 """
 
 
 class Record(NamedTuple):
-    """One instruction record as plain numbers, word for word in the order of `QPU_OP`."""
+    """One instruction record as Python numbers, in the order of the fields of `QPU_OP`."""
 
     opcode: int
     target_mask: int = 0
@@ -66,8 +66,8 @@ _LIMITS: Final = tuple(
 
 
 def _check_words(record: Record) -> Record:
-    # NumPy cuts a fraction off without a word, and NumPy 1.x wraps an integer that does
-    # not fit; a cut or wrapped word is a different program.
+    # NumPy drops a fraction without an error, and NumPy 1.x wraps an integer that does not fit.
+    # Either would give a different program.
     words: list[Any] = list(record)
     for name, position, low, high in _LIMITS:
         try:
@@ -81,11 +81,11 @@ def _check_words(record: Record) -> Record:
 
 
 def pack(records: Sequence[Record]) -> RecordArray:
-    """Turn plain records into an array that the engine takes.
+    """Convert records to an array that the engine takes.
 
     Args:
-        records: Any number of records, in program order. Every word but `angle` may be
-            anything that Python takes for an integer, NumPy's integers among them.
+        records: Any number of records, in program order. Every word except `angle` may be any
+            integer type, including NumPy's.
 
     Returns:
         The records, shape (len(records),), dtype `QPU_OP`.
@@ -98,12 +98,12 @@ def pack(records: Sequence[Record]) -> RecordArray:
 
 
 def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> RecordArray:
-    """Make a single record, whatever its opcode; fields not given are 0.
+    """Make a single record of any opcode; fields that are not given are 0.
 
     Args:
         opcode: The full 64-bit opcode, tag included: an `Opcode` or any number.
-        **fields: Further words under their names in `QPU_OP`. All are integers but
-            `angle`, which is in degrees.
+        **fields: Other words by their names in `QPU_OP`. All are integers, except `angle`, which is
+            a number of degrees.
 
     Returns:
         The record, shape (1,), dtype `QPU_OP`.
@@ -122,12 +122,12 @@ def program(*parts: RecordArray) -> RecordArray:
     """Join arrays of records into one contiguous program.
 
     Args:
-        *parts: Arrays of dtype `QPU_OP` and shape (k,), in program order. None at all
-            gives an empty program.
+        *parts: Arrays of dtype `QPU_OP` and shape (k,), in program order. No parts give an empty
+            program.
 
     Returns:
-        All records, shape (n,), dtype `QPU_OP`, C-contiguous. A single part that is
-        contiguous already is returned as it is, not copied.
+        All records, shape (n,), dtype `QPU_OP`, C-contiguous. A single contiguous part is returned
+        without a copy.
 
     Raises:
         ValueError: If a part is not a one-dimensional `QPU_OP` array.

@@ -1,8 +1,8 @@
-"""Which register a program may have at each of its records, as far as records tell.
+"""Tracks the largest register that a program may have at each of its records.
 
-A reset sizes the register, but an open jump skips it, and whether a jump is taken depends on read
-flags that nobody knows beforehand. So a trace keeps the largest register that is possible. It
-belongs to one `Simulator` and is used on the caller's thread.
+A reset sets the size of the register, but a jump may skip the reset. Whether a jump is taken
+depends on read flags, which are unknown before the program runs. So a trace keeps the largest
+possible register. A trace belongs to one `Simulator`; the caller's thread uses it.
 """
 
 from collections.abc import Sequence
@@ -17,7 +17,7 @@ Words: TypeAlias = npt.NDArray[np.uint64]
 Positions: TypeAlias = npt.NDArray[np.intp]
 
 UNKNOWN: Final = 2**64 - 1
-"""The limit while any register is possible; no register is that large."""
+"""The limit while a register of any size is possible. No register is that large."""
 
 _NEVER: Final = 2**64 - 1  # the classical condition -1 as an unsigned word
 _RESET: Final = int(Opcode.RESET)
@@ -26,52 +26,62 @@ _JUMP: Final = int(Opcode.JUMP_FWD)
 
 
 class RegisterTrace:
-    """The largest register possible now, and the labels that a jump may be looking for.
+    """The largest possible register, and the labels of the jumps that may be open.
+
+    A jump is open between its record and its label. A reset in between may be skipped.
 
     Attributes:
-        limit: Qubits of that register, or `UNKNOWN`.
-        open_labels: Labels of jumps that may be open. A reset may be skipped while there are any.
+        limit: Qubits of the largest possible register, or `UNKNOWN`.
+        open_labels: Labels of the jumps that may be open.
     """
 
     __slots__ = ("_size_mask", "limit", "open_labels")
 
     def __init__(self, size_mask: int) -> None:
-        """Know nothing of the register; `size_mask` is what the filter takes of a reset's size."""
+        """Start with an unknown register.
+
+        Args:
+            size_mask: The bits of a reset's size that the filter uses.
+        """
         self._size_mask = size_mask
         self.limit = UNKNOWN
         self.open_labels: set[int] = set()
 
     def copy(self) -> "RegisterTrace":
-        """A trace that may go on without changing this one."""
+        """Return a trace of the same state that changes independently."""
         other = RegisterTrace(self._size_mask)
         other.limit = self.limit
         other.open_labels = set(self.open_labels)
         return other
 
     def follow(self, row: Sequence[int]) -> None:
-        """Pass one record, given as its words; only resets, jumps and labels change the trace."""
+        """Update the trace by one record. Only resets, jumps and labels change it.
+
+        Args:
+            row: The words of the record.
+        """
         opcode, operand = row[0], row[1]
         if opcode == _LABEL:
             self.open_labels.discard(operand)
         elif opcode == _JUMP:
-            # A jump to label 0 opens nothing.
+            # The engine ignores a jump to label 0.
             if operand and row[4] != _NEVER:
                 self.open_labels.add(operand)
         elif opcode == _RESET:
             size = operand & self._size_mask
             self.limit = max(self.limit, size) if self.open_labels else size
 
-    def pass_closed_jumps(self, words: Words, positions: Positions) -> bool:
-        """Pass records that are nothing but jumps, each followed by its own label.
+    def follow_closed_jumps(self, words: Words, positions: Positions) -> bool:
+        """Update the trace by a part of a program whose jumps are each followed by their label.
 
-        A label may come first and a jump last, as in a piece cut out of such records.
+        The part may begin with a label and end with a jump.
 
         Args:
-            words: A program, shape (n, 11).
-            positions: The records to pass, ascending: all that may change the trace.
+            words: The part of the program, shape (n, 11).
+            positions: Ascending indices of all records in it that may change the trace.
 
         Returns:
-            Whether they are that. Otherwise nothing has changed.
+            Whether these records are such jumps and labels. If not, the trace is unchanged.
         """
         opcodes, labels = words[positions, 0], words[positions, 1]
         start = int(len(opcodes) > 0 and opcodes[0] == _LABEL)
@@ -88,16 +98,16 @@ class RegisterTrace:
             self.follow(words[positions[-1]].tolist())
         return bool(closed)
 
-    def pass_resets(self, words: Words, positions: Positions) -> Words | None:
-        """Pass records that are nothing but resets, none of which may be skipped.
+    def follow_resets(self, words: Words, positions: Positions) -> Words | None:
+        """Update the trace by a part of a program that has only resets and no open jump.
 
         Args:
-            words: A program, shape (n, 11).
-            positions: The records to pass, ascending: all that may change the trace.
+            words: The part of the program, shape (n, 11).
+            positions: Ascending indices of all records in it that may change the trace.
 
         Returns:
-            The limit before and after each of them. None if they are something else; then nothing
-            has changed.
+            The limit before the first and after each of these records. None if they are not such
+            resets; then the trace is unchanged.
         """
         if self.open_labels or not (words[positions, 0] == _RESET).all():
             return None
@@ -106,8 +116,12 @@ class RegisterTrace:
         self.limit = int(limits[-1])
         return limits
 
-    def stop_anywhere(self, rows: Sequence[Sequence[int]]) -> None:
-        """Pass records of which an unknown number has run: all that was possible stays so."""
+    def follow_up_to_anywhere(self, rows: Sequence[Sequence[int]]) -> None:
+        """Update the trace by records of which an unknown number has run.
+
+        Args:
+            rows: The resets, jumps and labels among these records.
+        """
         for row in rows:
             if row[0] == _RESET:
                 self.limit = max(self.limit, row[1] & self._size_mask)

@@ -1,7 +1,7 @@
-"""The seed of the engine's generator, in a process and in those forked from it.
+"""The seed of the engine's generator, in a process and in the processes forked from it.
 
-A forked child begins with its parent's generator as it stood, so without further seeding all
-children draw the same outcomes as their parent. Hooks of `os.fork` seed every child anew.
+A forked child starts with a copy of its parent's generator. Without a new seed, all children draw
+the same outcomes as their parent. Hooks of `os.fork` give every child a new seed.
 """
 
 import os
@@ -10,17 +10,17 @@ import threading
 import _lib_nb_sim
 from numpy.random import SeedSequence
 
-from nimbrel._engine import _call, _word32
+from nimbrel._engine import call, word32
 
 
 def seed(value: int) -> None:
-    """Seed the generator that all filters of the process share but the Clifford ones.
+    """Seed the generator that all filters of the process share, except the Clifford filters.
 
-    A forked process continues from no generator of its parent. After a call of `seed`, child
+    A forked process does not continue its parent's generator. After a call of `seed`, child
     number n since that call (from 0, in the order of the forks) is seeded with the first word of
-    `numpy.random.SeedSequence(value, spawn_key=(n,))`, and its own children further down that
-    tree, so that the same seed repeats a whole sweep. Without a call the system's entropy seeds
-    every child.
+    `numpy.random.SeedSequence(value, spawn_key=(n,))`. The children of a child extend the spawn
+    key, so the same seed repeats a whole sweep. Without a call of `seed`, the system's entropy
+    seeds every child.
 
     Args:
         value: The seed, 32 bits.
@@ -29,15 +29,15 @@ def seed(value: int) -> None:
         TypeError: If `value` is not an integer.
         ValueError: If `value` does not fit an unsigned 32-bit word.
     """
-    _lineage.seed(_word32(value, "seed"))
+    _lineage.seed(word32(value, "seed"))
 
 
 class _Lineage:
-    """Where the seed of this process comes from, and those of its children.
+    """The seed of this process, and the seeds of its children.
 
-    Any Python thread may seed and fork. The lock is held across a fork, from the hook before it
-    to the hook after it, so two threads that fork at once give their children different seeds.
-    It is reentrant because a signal handler may fork while its thread is inside.
+    Any Python thread may seed and fork. The hook before a fork takes the lock and the hook after
+    it releases the lock, so two threads that fork at the same time give their children different
+    seeds. The lock is reentrant, because a signal handler may fork while its thread holds it.
     """
 
     def __init__(self) -> None:
@@ -46,13 +46,13 @@ class _Lineage:
         self._child: SeedSequence | None = None
 
     def seed(self, value: int) -> None:
-        """Seed the engine and begin to count children anew."""
+        """Seed the engine and restart the numbering of the children."""
         with self._lock:
-            _call(_lib_nb_sim.random_seed, 0, value)
+            call(_lib_nb_sim.random_seed, 0, value)
             self._own = SeedSequence(value)
 
     def before_fork(self) -> None:
-        """Choose the seed of the child; the sequence counts the children that it has had."""
+        """Choose the seed of the child. The sequence counts the children that it has spawned."""
         self._lock.acquire()
         self._child = self._own.spawn(1)[0] if self._own is not None else None
 
@@ -64,7 +64,7 @@ class _Lineage:
         """Seed the child."""
         self._own = self._child
         sequence = self._own if self._own is not None else SeedSequence()
-        _call(_lib_nb_sim.random_seed, 0, int(sequence.generate_state(1)[0]))
+        call(_lib_nb_sim.random_seed, 0, int(sequence.generate_state(1)[0]))
         self._lock.release()
 
 

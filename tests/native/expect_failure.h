@@ -1,4 +1,4 @@
-/// What the engine's failures are tested with.
+/// Macros that test the engine's failures.
 #pragma once
 
 #include <gtest/gtest.h>

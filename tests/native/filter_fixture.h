@@ -1,4 +1,4 @@
-/// A filter of some class for each test, driven by records of few words.
+/// A fixture with a filter of a given class, which runs records with few fields.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ class FilterFixture : public testing::Test {
         filter.put_instructions(&op, 1);
     }
 
-    /// What the filter makes of its register where that is a text.
+    /// The text that `pull_state` of a bit or Clifford filter writes.
     std::string pulled_text() {
         std::string text;
         filter.pull_state(nullptr, text, 0);

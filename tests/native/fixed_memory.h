@@ -1,11 +1,11 @@
-/// A process that may have a given amount of memory more, whatever the machine has.
+/// `FixedMemory`, which fixes the available memory of the process for a test.
 #pragma once
 
 #include "support/available_memory.h"
 
 namespace Nimbrel::Testing {
 
-/// Answers every question for memory with a fixed number while it lives, one at a time.
+/// While it exists, the available memory is a fixed number. One at a time.
 class FixedMemory {
   public:
     explicit FixedMemory(unsigned long bytes) {

@@ -9,7 +9,8 @@ from types import ModuleType
 
 import _lib_nb_sim
 import pytest
-from support import BitFilter, open_bit_filter
+
+from support.driver import BitFilter, open_bit_filter
 
 
 @pytest.fixture(scope="session")

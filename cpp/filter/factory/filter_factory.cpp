@@ -23,7 +23,7 @@ OpFilter* make_filter() {
     return new Filter();
 }
 
-/// A new filter class is one row here.
+/// A new filter class adds a row here.
 constexpr std::array filter_types{
     FilterType{"StreamQPU", make_filter<OpFilter_QPUSim>},
     FilterType{"StreamSparseQPU", make_filter<OpFilter_SparseSVSim>},

@@ -6,18 +6,18 @@
 namespace Nimbrel {
 namespace {
 
-// Both values are 32-bit patterns that callers see widened, so they are not negative.
+// 32-bit patterns, zero-extended to 64 bits.
 constexpr long no_qubits_at_all = 0xFFFFFFFE;
 constexpr long no_qubits_free = 0xFFFFFFFF;
 
 }  // namespace
 
-// First fit from the lowest qubit. Only the first entry of a range holds its length, so the walk
-// jumps from range to range and never lands inside one.
+// First fit from the lowest qubit. Only the first entry of a range holds its length, so the search
+// skips whole ranges.
 long QPU_Base::reserve_qubits(unsigned long count) {
     if (num_qubits == 0) return no_qubits_at_all;
 
-    // A register that was refused or did not fit has its new number of qubits and no table for it.
+    // After a failed reset `num_qubits` is the new number and the table has the old size.
     const unsigned long table_end = std::min(num_qubits, qint_table.size());
     unsigned long first = 0;
     unsigned long free_run = 0;
@@ -38,7 +38,7 @@ long QPU_Base::reserve_qubits(unsigned long count) {
 
 void QPU_Base::release_qubits(int first) {
     const int qubits = static_cast<int>(num_qubits);
-    // A negative qubit is as far outside as one past the end, and is told so in the same words.
+    // A negative qubit is outside the register too.
     if (first < 0 || first >= qubits) {
         std::printf("Error: attempt to free a qint at %d but there are only %d qubits.\n", first,
                     qubits);

@@ -5,8 +5,8 @@ namespace Nimbrel {
 
 unsigned long QPU_Base::flag_position(long flag) const {
     const unsigned long number = magnitude(flag);
-    // Nearly every program stays below the capacity, and a 64-bit division costs more than the rest
-    // of a flag access.
+    // Nearly all flag numbers are below the capacity, and a 64-bit division costs more than the
+    // rest of this access.
     return number < read_flag_capacity ? number : number % read_flag_capacity;
 }
 

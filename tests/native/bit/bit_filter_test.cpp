@@ -16,7 +16,7 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// What Python cannot reach: `write` by itself, the text that is appended to, the qubit table.
+/// Behaviour that Python cannot reach: a direct `write`, a text that is not empty, the qubit table.
 class BitFilter : public FilterFixture<OpFilter_BitQPUSim> {
   protected:
     std::string refusal(unsigned long qubits) {
@@ -77,7 +77,7 @@ TEST_F(BitFilter, ARegisterThatIsTooLargeLeavesTheOldOne) {
     } registers[] = {
         {1UL << 23, "34 MB"},
         {1UL << 45, "136 TB"},
-        // Bytes, and words rounded up, that would wrap.
+        // Sizes whose bytes or rounded words overflow.
         {1UL << 62, "1.67772e+07 TB"},
         {~0UL - 63, "1.67772e+07 TB"},
         {~0UL, "1.67772e+07 TB"},
@@ -90,7 +90,7 @@ TEST_F(BitFilter, ARegisterThatIsTooLargeLeavesTheOldOne) {
     }
     for (const unsigned long qubits : {1UL << 62, ~0UL - 63, ~0UL}) {
         SCOPED_TRACE(qubits);
-        const FixedMemory memory(~0UL);  // no vector holds so many all the same
+        const FixedMemory memory(~0UL);  // enough memory, but too many for a vector
         EXPECT_FAILURE(run(OP_RESET, qubits), refusal(qubits));
     }
     EXPECT_EQ(pulled_text(), "0110");
@@ -103,7 +103,7 @@ TEST_F(BitFilter, MemoryThatARegisterHasIsNotAskedForAgain) {
     const FixedMemory none(0);
     run(OP_RESET, 1UL << 23);
     EXPECT_EQ(filter.qpu->num_qubits, 1UL << 23);
-    // What is replaced stays until the table has grown, and has gone when the bits grow.
+    // The table's old memory exists until the table has grown, and is free when the bits grow.
     const FixedMemory table((4UL << 23) + 256);
     run(OP_RESET, (1UL << 23) + 64);
     EXPECT_EQ(filter.qpu->num_qubits, (1UL << 23) + 64);

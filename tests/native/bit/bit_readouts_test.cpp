@@ -14,7 +14,7 @@ using namespace Nimbrel::Testing;
 
 constexpr unsigned long top_qubit = 1UL << 63;
 
-/// The read-outs with all 64 bits of their masks: Python's arguments end at qubit 31.
+/// Read-outs with masks of 64 bits, because masks from Python have 32.
 class BitReadouts : public FilterFixture<OpFilter_BitQPUSim> {
   protected:
     /// A register of 70 qubits in which qubits 1 and 63 are 1.

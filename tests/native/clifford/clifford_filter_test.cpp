@@ -75,7 +75,7 @@ TEST_F(CliffordFilter, APeekSeesTheTopQubitOfAMask) {
     run(OP_X, top_qubit);
     EXPECT_EQ(probability(top_qubit, top_qubit), 1.0);
     EXPECT_EQ(probability(~top_qubit, top_qubit), 0.0);
-    run(OP_HADAMARD, top_qubit);
+    run(OP_H, top_qubit);
     EXPECT_EQ(probability(0, top_qubit), 0.5);
     EXPECT_EQ(probability(top_qubit, top_qubit), 0.5);
 }
@@ -99,7 +99,7 @@ TEST_F(CliffordFilter, APeekOutsideTheRegisterIsRefused) {
 
 TEST_F(CliffordFilter, APostselectionReachesTheTopQubitOfAMask) {
     run(OP_RESET, 64);
-    run(OP_HADAMARD, top_qubit);
+    run(OP_H, top_qubit);
     filter.postselect(top_qubit, top_qubit);
     EXPECT_EQ(probability(top_qubit, top_qubit), 1.0);
     EXPECT_FAILURE(filter.postselect(0, top_qubit),
@@ -151,7 +151,7 @@ TEST_F(CliffordFilter, MemberFunctionsTakeTheirOperandsInOrder) {
 
 TEST_F(CliffordFilter, MemberGatesOnTwoQubits) {
     run(OP_RESET, 2);
-    run(OP_HADAMARD, 0b11);
+    run(OP_H, 0b11);
     filter.s(0b1, 0, 0, 0, 0, 0);
     filter.s_inv(0b1, 0, 0, 0, 1, 0);
     EXPECT_EQ(tableau(), "0 00|01\n0 00|10\n-------\n0 01|01\n2 10|10\n");
@@ -188,7 +188,7 @@ TEST_F(CliffordFilter, APostselectionChecksFixedOutcomesItself) {
 
 TEST_F(CliffordFilter, APostselectionWalksAllBitsOfItsMask) {
     run(OP_RESET, 2);
-    run(OP_HADAMARD, 0b11);
+    run(OP_H, 0b11);
     filter.answer = 0.25;
     filter.postselect(0b10, 0b11);
     EXPECT_EQ(tableau(), "0 01|00\n0 10|00\n-------\n0 00|01\n2 00|10\n");
@@ -213,7 +213,7 @@ TEST_F(CliffordFilter, TakesAnyNumberOfGatesBetweenTwoLooks) {
     run(OP_RESET, 3);
     std::vector<QPUOp> ops(100001);
     for (std::size_t i = 0; i < ops.size(); ++i) {
-        ops[i].opcode = i % 2 == 0 ? OP_HADAMARD : OP_S;
+        ops[i].opcode = i % 2 == 0 ? OP_H : OP_S;
         ops[i].target_mask = 0b010;
     }
     filter.put_instructions(ops.data(), ops.size());

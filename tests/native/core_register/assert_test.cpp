@@ -86,4 +86,11 @@ TEST(AssertValueWithoutRegister, ThrowsOnlyWhenTheConditionHolds) {
     EXPECT_TRUE(owner.events.empty());
 }
 
+TEST(AssertValueWithoutAnOwner, ReportsNothing) {
+    QPU qpu(0, nullptr);
+    qpu.reset(1, nullptr);
+    qpu.assert_value(1, 1, "name", 0, 0);
+    EXPECT_EQ(qpu.peek_read_probability_sv(0, 1, 0.0), 1.0);
+}
+
 }  // namespace

@@ -44,7 +44,7 @@ Row fixed_phase(unsigned long opcode, double angle) {
 const std::vector<Row> rows{
     gate(OP_X, &QPU::op_not),
     gate(OP_Y, &QPU::y),
-    gate(OP_HADAMARD, &QPU::hadamard),
+    gate(OP_H, &QPU::hadamard),
     gate(OP_SWAP, &QPU::cswap),
     gate(OP_LELBOW, &QPU::lelbow),
     gate(OP_RELBOW, &QPU::relbow),
@@ -176,10 +176,11 @@ TEST_F(DispatchTable, APauliMeasurementTakesItsSignFromTheTruncatedAngle) {
 TEST_F(DispatchTable, RecordsWithoutEffectHaveNone) {
     const unsigned long family_16 = 0x1234'5678'9ABC'DE16UL;
     for (const unsigned long opcode :
-         {0UL | OP_Z_NOTHING, 0UL | OP_FETCH_REQUEST, 0UL | OP_FETCH_REPLY, 0UL | OP_MARKER_0,
-          0UL | OP_MARKER_2, 0UL | OP_MARKER_12, 0UL | OP_MARKER_15, 0UL | OP_MARKER_17,
-          0UL | OP_MARKER_412, 0UL | OP_MARKER_4012, 0UL | OP_MARKER_4015, 0UL | OP_MARKER_4412,
-          0UL | OP_MARKER_8003, 0UL | OP_MARKER_C003, 0UL | OP_JUMP_NOTHING, family_16}) {
+         {0UL | OP_Z_NOP, 0UL | OP_FETCH_REQUEST, 0UL | OP_FETCH_REPLY, 0UL | OP_MARKER_10000000,
+          0UL | OP_MARKER_10000002, 0UL | OP_MARKER_10000012, 0UL | OP_MARKER_10000015,
+          0UL | OP_MARKER_10000017, 0UL | OP_MARKER_10000412, 0UL | OP_MARKER_10004012,
+          0UL | OP_MARKER_10004015, 0UL | OP_MARKER_10004412, 0UL | OP_MARKER_10008003,
+          0UL | OP_MARKER_1000C003, 0UL | OP_JUMP_FAMILY, family_16}) {
         SCOPED_TRACE(testing::Message() << std::hex << opcode);
         compare({opcode, [](QPU&, const QPUOp&) {}},
                 record(opcode, {.target_mask = 0b1111, .angle = 90.0, .read_flag = 5}));

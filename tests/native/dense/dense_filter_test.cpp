@@ -17,121 +17,95 @@ TEST_F(MakeFilter, TheFactoryKnowsItsName) {
     OpFilter::delete_filter(made->handle);
 }
 
-/// Each operation that takes an array, on 3 qubits, with what the binding would know of the array.
-class ArrayRefusals : public DenseFilter {
+/// What each operation needs of its array, on 3 qubits.
+class NeedsOfArrays : public DenseFilter {
   protected:
-    void SetUp() override {
-        reset(3);
-        load(*filter.qpu, uneven_state(8));
-    }
+    void SetUp() override { reset(3); }
 
-    ~ArrayRefusals() override { EXPECT_STATE(state_of(*filter.qpu), uneven_state(8)); }
-
-    static constexpr const char* may_not_write = "() needs an array that it may write to.";
-
-    alignas(32) complex_t array[16] = {};
-    unsigned long indices[8] = {};
-    std::string info = "as it was";
+    const ArrayRules& rules = filter.array_rules;
 };
 
-TEST_F(ArrayRefusals, PullState) {
-    EXPECT_FAILURE(filter.pull_state(array, info, 7),
-                   "Error: pull_state() needs an array of 8 amplitudes, but was given 7.");
-    filter.caller_arrays = {.writable = false};
-    EXPECT_FAILURE(filter.pull_state(array, info, 7),
-                   "Error: pull_state() needs an array of 8 amplitudes, but was given 7.");
-    EXPECT_FAILURE(filter.pull_state(array, info, 8),
-                   std::string("Error: pull_state") + may_not_write);
-    EXPECT_EQ(array[0].re, 0.0);
-    filter.caller_arrays = {};
-    filter.pull_state(array, info, 8);
-    EXPECT_STATE(State(array, array + 8), uneven_state(8));
-    EXPECT_EQ(info, "as it was");
+TEST_F(NeedsOfArrays, PullState) {
+    for (const unsigned long length : {0UL, 8UL, 9UL}) {
+        EXPECT_EQ(rules.pull_state_needs(length), (ArrayNeeds{.amplitudes = 8, .writable = true}));
+    }
 }
 
-TEST_F(ArrayRefusals, PullStateSpecific) {
+TEST_F(NeedsOfArrays, PullStateSpecific) {
     const struct {
         unsigned long selector;
         unsigned long needed;
     } cases[] = {{0, 8},          {0b001, 2},       {0b101, 4},      {0b111, 8},
                  {0xFFFFFFFF, 8}, {0b1000'0010, 2}, {0b1000'0000, 1}};
     for (const auto& [selector, needed] : cases) {
-        EXPECT_FAILURE(filter.pull_state_specific(info, array, needed - 1, selector),
-                       "Error: pull_state_specific() needs an array of " + std::to_string(needed) +
-                           " amplitudes, but was given " + std::to_string(needed - 1) + ".");
-        filter.pull_state_specific(info, array, needed, selector);
+        EXPECT_EQ(rules.pull_state_specific_needs(selector, 8),
+                  (ArrayNeeds{.amplitudes = needed, .writable = true}));
     }
-    filter.caller_arrays = {.writable = false};
-    EXPECT_FAILURE(filter.pull_state_specific(info, array, 8, 0),
-                   std::string("Error: pull_state_specific") + may_not_write);
 }
 
-TEST_F(ArrayRefusals, PushState) {
-    EXPECT_FAILURE(filter.push_state(array, 0, 7),
-                   "Error: push_state() needs an array of 8 amplitudes, but was given 7.");
-    EXPECT_FAILURE(filter.push_state(array, 0b110, 3),
-                   "Error: push_state() needs an array of 4 amplitudes, but was given 3.");
+TEST_F(NeedsOfArrays, SourcesNeedNotBeWritable) {
+    EXPECT_EQ(rules.push_state_needs(0), ArrayNeeds{.amplitudes = 8});
+    EXPECT_EQ(rules.push_state_needs(0b110), ArrayNeeds{.amplitudes = 4});
+    EXPECT_EQ(rules.check_state_needs(nullptr, 0, 0.0), ArrayNeeds{.amplitudes = 8});
+}
+
+TEST_F(NeedsOfArrays, Peeks) {
+    EXPECT_EQ(rules.peek_value_needs(), (ArrayNeeds{.amplitudes = 1, .writable = true}));
+    EXPECT_EQ(rules.peek_n_biggest_terms_needs(3),
+              (ArrayNeeds{.amplitudes = 3, .indices = 3, .writable = true}));
+    EXPECT_EQ(rules.peek_n_biggest_terms_needs(0), ArrayNeeds{});
+}
+
+TEST_F(NeedsOfArrays, OverrideStateBuffer) {
+    EXPECT_EQ(rules.override_state_buffer_needs(1),
+              (ArrayNeeds{.amplitudes = 2, .alignment = 8, .writable = true}));
+    EXPECT_EQ(rules.override_state_buffer_needs(64).amplitudes, ~0UL);
+}
+
+/// Indices and selectors outside the register, with the state left as it is.
+class Refusals : public DenseFilter {
+  protected:
+    void SetUp() override {
+        reset(3);
+        load(*filter.qpu, uneven_state(8));
+    }
+
+    ~Refusals() override { EXPECT_STATE(state_of(*filter.qpu), uneven_state(8)); }
+
+    complex_t array[8] = {};
+};
+
+TEST_F(Refusals, PushState) {
     EXPECT_FAILURE(
         filter.push_state(array, 0b1100, 4),
         "Error: push_state() selector 12 names qubits outside the register of 3 qubits.");
-    filter.caller_arrays = {.writable = false};  // only read, so that is enough
     filter.push_state(uneven_state(8).data(), 0, 8);
 }
 
-TEST_F(ArrayRefusals, CheckState) {
-    filter.caller_arrays = {.amplitudes = 7};
-    EXPECT_FAILURE(filter.check_state(array, 0.0, true),
-                   "Error: check_state() needs an array of 8 amplitudes, but was given 7.");
-    filter.caller_arrays = {.amplitudes = 8, .writable = false};
+TEST_F(Refusals, CheckState) {
     EXPECT_EQ(filter.check_state(array, 0.0, true), 0);
     EXPECT_EQ(filter.check_state(uneven_state(8).data(), 0.0, false), 1);
 }
 
-TEST_F(ArrayRefusals, PeekValue) {
-    filter.caller_arrays = {.amplitudes = 0};
-    EXPECT_FAILURE(filter.peek_value(0, array),
-                   "Error: peek_value() needs an array of 1 amplitudes, but was given 0.");
-    filter.caller_arrays = {.amplitudes = 1, .writable = false};
-    EXPECT_FAILURE(filter.peek_value(0, array), std::string("Error: peek_value") + may_not_write);
-    filter.caller_arrays = {.amplitudes = 1};
+TEST_F(Refusals, PeekValue) {
     EXPECT_FAILURE(filter.peek_value(8, array),
                    "Error: peek_value() index 8 lies outside the register of 8 terms.");
     filter.peek_value(5, array);
     EXPECT_STATE(State{array[0]}, State{uneven_state(8)[5]});
 }
 
-TEST_F(ArrayRefusals, BiggestTerms) {
-    const auto peek = [this] { filter.peek_n_biggest_terms(3, indices, array); };
-    filter.caller_arrays = {.amplitudes = 2, .indices = 2, .writable = false};
-    EXPECT_FAILURE(peek(),
-                   "Error: peek_n_biggest_terms() needs an array of 3 indices, but was given 2.");
-    filter.caller_arrays.indices = 3;
-    EXPECT_FAILURE(
-        peek(), "Error: peek_n_biggest_terms() needs an array of 3 amplitudes, but was given 2.");
-    filter.caller_arrays.amplitudes = 3;
-    EXPECT_FAILURE(peek(), std::string("Error: peek_n_biggest_terms") + may_not_write);
+TEST_F(Refusals, NoTermsAtAll) {
     filter.peek_n_biggest_terms(0, nullptr, nullptr);
-    filter.caller_arrays.writable = true;
-    peek();
+    unsigned long indices[3] = {};
+    filter.peek_n_biggest_terms(3, indices, array);
     EXPECT_NE(array[2].re, 0.0);
 }
 
-TEST_F(ArrayRefusals, OverrideStateBuffer) {
-    filter.caller_arrays = {.amplitudes = 1, .writable = false};
-    EXPECT_FAILURE(
-        filter.override_state_buffer(array + 1, 1),
-        "Error: override_state_buffer() needs an array of 2 amplitudes, but was given 1.");
-    filter.caller_arrays.amplitudes = 2;
-    auto* const between_doubles = reinterpret_cast<complex_t*>(reinterpret_cast<char*>(array) + 4);
-    EXPECT_FAILURE(
-        filter.override_state_buffer(between_doubles, 1),
-        "Error: override_state_buffer() needs a buffer that begins at a multiple of 8 bytes.");
-    EXPECT_FAILURE(filter.override_state_buffer(array, 1),
-                   std::string("Error: override_state_buffer") + may_not_write);
-    EXPECT_EQ(filter.qpu->num_qubits, 3UL);
-    EXPECT_FAILURE(filter.override_state_buffer(array, 64),
-                   "Error: override_state_buffer() needs an array of 18446744073709551615 "
-                   "amplitudes, but was given 2.");
+TEST_F(Refusals, PullStateLeavesTheTextAsItIs) {
+    std::string info = "as it was";
+    filter.pull_state(array, info, 8);
+    EXPECT_STATE(State(array, array + 8), uneven_state(8));
+    EXPECT_EQ(info, "as it was");
 }
 
 using Override = DenseFilter;
@@ -154,7 +128,7 @@ TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
         OpFilter_QPUSim beside;
         shape(*beside.qpu, 4, {0, false});
         load(*beside.qpu, uneven_state(16));
-        for (const unsigned long opcode : {OP_X, OP_Y, OP_HADAMARD, OP_RX, OP_T, OP_ROOTY}) {
+        for (const unsigned long opcode : {OP_X, OP_Y, OP_H, OP_RX, OP_T, OP_ROOTY}) {
             const QPUOp op = record(opcode, {.target_mask = 0b1011, .cond_mask = 0b0100});
             filter.put_instructions(&op, 1);
             beside.put_instructions(&op, 1);
@@ -227,7 +201,6 @@ TEST_F(StateOperations, GoToTheRegister) {
 
 TEST_F(StateOperations, NeedARegister) {
     std::string info;
-    filter.caller_arrays = {.amplitudes = 0, .indices = 0, .writable = false};
     EXPECT_FAILURE(filter.pull_state(nullptr, info, 0), no_register_text);
     EXPECT_FAILURE(filter.pull_state_specific(info, nullptr, 0, 1), no_register_text);
     EXPECT_FAILURE(filter.push_state(nullptr, 1, 0), no_register_text);
@@ -241,6 +214,18 @@ TEST_F(StateOperations, NeedARegister) {
     EXPECT_FAILURE(filter.pps(1, 0), no_register_text);
     EXPECT_FAILURE(filter.set_random(), no_register_text);
     filter.finish();
+}
+
+TEST_F(StateOperations, ReportAMissingRegisterBeforeAnArray) {
+    const ArrayRules& rules = filter.array_rules;
+    EXPECT_FAILURE((void)rules.pull_state_needs(0), no_register_text);
+    EXPECT_FAILURE((void)rules.pull_state_specific_needs(0, 0), no_register_text);
+    EXPECT_FAILURE((void)rules.pull_state_specific_needs(1, 0), no_register_text);
+    EXPECT_FAILURE((void)rules.push_state_needs(1), no_register_text);
+    EXPECT_FAILURE((void)rules.check_state_needs(nullptr, 0, 0.0), no_register_text);
+    EXPECT_FAILURE((void)rules.peek_n_biggest_terms_needs(0), no_register_text);
+    EXPECT_FAILURE((void)rules.peek_value_needs(), no_register_text);
+    EXPECT_EQ(rules.override_state_buffer_needs(2).amplitudes, 4UL);
 }
 
 TEST_F(StateOperations, TheListOfNonzeroTermsIsNotKept) {

@@ -11,7 +11,7 @@ using Nimbrel::complex_t;
 using Nimbrel::OpFilter;
 using Nimbrel::QPU_Base;
 
-/// A filter that overrides nothing but what it must.
+/// A filter that overrides only the pure operation.
 class BareFilter : public OpFilter {
   public:
     ~BareFilter() override { filter_registry.erase(handle); }
@@ -65,6 +65,20 @@ TEST_F(Defaults, TheOthersAnswerWithoutLooking) {
     EXPECT_EQ(text, "kept");
     EXPECT_EQ(buffer[0].re, 1.0);
 }
+
+TEST_F(Defaults, OperationsNeedNothingOfArrays) {
+    const Nimbrel::ArrayRules& rules = filter.array_rules;
+    const Nimbrel::ArrayNeeds nothing;
+    EXPECT_EQ(rules.pull_state_needs(0), nothing);
+    EXPECT_EQ(rules.pull_state_specific_needs(1, 0), nothing);
+    EXPECT_EQ(rules.push_state_needs(1), nothing);
+    EXPECT_EQ(rules.check_state_needs(nullptr, 0, 0.0), nothing);
+    EXPECT_EQ(rules.override_state_buffer_needs(1), nothing);
+    EXPECT_EQ(rules.peek_n_biggest_terms_needs(1), nothing);
+    EXPECT_EQ(rules.peek_value_needs(), nothing);
+}
+
+TEST_F(Defaults, TheBaseOfTheRegisterIsThatRegister) { EXPECT_EQ(&filter.qpu_base(), filter.qpu); }
 
 TEST_F(Defaults, ARegisterBaseStoresNoResults) {
     QPU_Base base(0, nullptr);

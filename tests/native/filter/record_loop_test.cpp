@@ -5,6 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "core_register/core_register.h"
 #include "filter/op_filter.h"
 #include "filter/shared_records.h"
 
@@ -23,12 +24,12 @@ TEST(RecordLoop, AFilterWithoutARegisterTakesEveryJump) {
     QPUOp jump = record(OP_JUMP_FWD, 5);
     jump.cond_flag = -1;  // fails with any register
     unsigned long open_label = 0;
-    steer_program(jump, nullptr, open_label);
+    handle_jump_record(jump, nullptr, open_label);
     EXPECT_EQ(open_label, 5UL);
 
     const QPU qpu(0, nullptr);
     open_label = 0;
-    steer_program(jump, &qpu, open_label);
+    handle_jump_record(jump, &qpu, open_label);
     EXPECT_EQ(open_label, 0UL);
 }
 
@@ -57,12 +58,12 @@ TEST(RecordLoop, ACountThatNoVectorHoldsFailsBeforeAnyRecord) {
     OpFilter::delete_filter(filter->handle);
 }
 
-/// The loop keeps jumps from ever getting here, so only a direct call can show the guard.
+/// The loop handles every jump itself, so only a direct call reaches this error.
 TEST(SharedRecords, AJumpThatSlipsThroughIsNamed) {
     OpFilter* filter = OpFilter::AllocateNew(nullptr, "StreamBitQPU", 0, 0);
-    for (const unsigned long jump : {OP_JUMP_FWD, OP_LABEL, OP_JUMP_NOTHING, OP_JUMP_BACK}) {
+    for (const unsigned long jump : {OP_JUMP_FWD, OP_LABEL, OP_JUMP_FAMILY, OP_JUMP_BACK}) {
         try {
-            dispatch_shared_record(*filter, record(jump));
+            dispatch_shared_record(*filter, record(jump), {});
             ADD_FAILURE() << "no exception";
         } catch (const std::runtime_error& error) {
             EXPECT_EQ(error.what(), "Error: unhandled jump: " + std::to_string(jump));
@@ -72,16 +73,22 @@ TEST(SharedRecords, AJumpThatSlipsThroughIsNamed) {
 }
 
 TEST(SharedRecords, RefusalsNameTheSimulator) {
-    const auto text = [](const char* operation, const char* simulator) -> std::string {
+    OpFilter* filter = OpFilter::AllocateNew(nullptr, "StreamBitQPU", 0, 0);
+    const auto text = [filter](unsigned long opcode, const Refusals& refusals) -> std::string {
         try {
-            refuse_operation(operation, simulator);
+            dispatch_shared_record(*filter, record(opcode), refusals);
         } catch (const std::runtime_error& error) {
             return error.what();
         }
+        return "no exception";
     };
-    EXPECT_EQ(text("qc.y", "Bit sim"), "qc.y has not been implemented for the Bit sim.");
-    EXPECT_EQ(text("qc.extend", "State-vector QPU sim"),
+    const RefusedOperation operations[] = {{OP_X, "qc.x"}, {OP_Y, "qc.y"}};
+    const Refusals refusals{"Some sim", operations};
+    EXPECT_EQ(text(OP_Y, refusals), "qc.y has not been implemented for the Some sim.");
+    EXPECT_EQ(text(OP_EXTEND, state_vector_refusals),
               "qc.extend has not been implemented for the State-vector QPU sim.");
+    EXPECT_EQ(text(OP_Z, refusals), "Error: Unknown opcode: 0x4e6d627200001007\n");
+    OpFilter::delete_filter(filter->handle);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ using Nimbrel::Testing::is_open;
 using Nimbrel::Testing::printed_by;
 using Nimbrel::Testing::record;
 
-/// A TCP socket on loopback. One that listens takes connections without anybody's help.
+/// A TCP socket on loopback. The system accepts connections to one that listens.
 class LoopbackPort {
   public:
     explicit LoopbackPort(bool listening) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
@@ -41,7 +41,7 @@ class LoopbackPort {
     /// The service's end of a connection. The caller closes it.
     int accept() const {
         const int end = ::accept(socket_, nullptr, nullptr);
-        const timeval limit{10, 0};  // for a connection that should have been closed and is not
+        const timeval limit{10, 0};  // in case the connection is not closed as it should be
         ::setsockopt(end, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
         return end;
     }
@@ -55,7 +55,7 @@ class ConnectFilter : public testing::Test {
   protected:
     ~ConnectFilter() override { OpFilter::filter_registry.erase(filter->handle); }
 
-    /// Connects and returns the result's text, which begins as `result`.
+    /// Connects and returns the text of the result, which has the initial value `result`.
     std::string connect(const std::string& host, int port, double timeout = 2.0,
                         std::string result = "") {
         printed = printed_by([&] {

@@ -21,7 +21,7 @@ namespace {
 
 using namespace Nimbrel;
 
-/// A filter and a file of its own, which holds what has been flushed.
+/// A filter with a temporary file.
 class ExportFilter : public testing::Test {
   protected:
     ExportFilter()
@@ -34,7 +34,7 @@ class ExportFilter : public testing::Test {
         std::filesystem::remove(path);
     }
 
-    /// Opens the file and writes its head, as whoever makes such a filter does.
+    /// Opens the file and writes the text before the table, as the creator of such a filter does.
     void open(const char* head = "") {
         filter->out = std::fopen(path.c_str(), "w");
         ASSERT_NE(filter->out, nullptr);
@@ -180,12 +180,12 @@ TEST_F(ExportFilter, IsDestroyedThroughItsBase) {
     EXPECT_EQ(text(), "};\n");
 }
 
-/// The operations that are not this filter's own, through its base.
+/// The operations that the filter does not override.
 class ExportFilterDefaults : public ExportFilter {
   protected:
     void SetUp() override { open("head\n"); }
 
-    /// None of them writes into the table.
+    /// No operation writes into the table.
     void TearDown() override {
         end();
         EXPECT_EQ(text(), "head\n};\n");

@@ -14,8 +14,8 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// The number of a virtual operation, the destructors being 1 and 2. In the platform's binary
-/// interface, the pointer to one begins with its byte offset in the table, plus 1.
+/// The slot of a virtual operation; the destructors are 1 and 2. In the binary interface of the
+/// platform, a pointer to a virtual member begins with its byte offset in the table, plus 1.
 template <typename Operation>
 long slot_of(Operation operation) {
     const auto words = std::bit_cast<std::array<long, 2>>(operation);
@@ -31,7 +31,7 @@ TEST(FetchRequests, AreTheLastSlot) {
     EXPECT_EQ(slot_of(&OpFilter_Connect::handle_fetch_requests), 21);
 }
 
-/// A filter whose waits are noted down only.
+/// A filter that records its waits and does not wait.
 class NotingFilter : public OpFilter_Connect {
   public:
     void handle_fetch_requests(const QPUOp* ops, unsigned long num_ops) override {
@@ -74,7 +74,7 @@ TEST_F(ConnectedFilter, TheServiceMayBeGone) {
     ::close(std::exchange(service, -1));
     filter.timeout = 0.02;
     for (int i = 0; i < 3; ++i) {
-        put({record(OP_X)});  // no signal ends the process
+        put({record(OP_X)});  // no signal may end the process
         EXPECT_EQ(fetch(), timed_out_line);
     }
     EXPECT_GE(filter.sock, 0);
@@ -96,7 +96,7 @@ TEST_F(ConnectedFilter, AnyBytesAtAllAreSurvived) {
     for (int round = 0; round < 100; ++round) {
         std::string bytes(generator() % 600, '\0');
         for (char& byte : bytes) byte = static_cast<char>(generator());
-        // Half of them begin as a reply would, so that the rest is taken at its word.
+        // Half of them begin like a reply, so that the filter reads their other words.
         const std::string opcode = bytes_of({record(OP_FETCH_REPLY)}).substr(0, 8);
         const bool is_reply = round % 2 == 0 && bytes.size() >= sizeof(QPUOp);
         if (is_reply) bytes.replace(0, opcode.size(), opcode);

@@ -1,4 +1,4 @@
-/// Records of the exchange with a service, and a filter that is connected to a socket of the test.
+/// Records of the socket protocol, and a filter that is connected to a socket of the test.
 #pragma once
 
 #include <fcntl.h>
@@ -58,7 +58,7 @@ inline std::string printed_by(const std::function<void()>& action) {
     return testing::internal::GetCapturedStdout();
 }
 
-/// A filter whose socket is one end of a pair; the other one is the service's.
+/// A filter with one end of a socket pair. The test has the other end and acts as the service.
 class ConnectedFilter : public testing::Test {
   protected:
     ConnectedFilter() {
@@ -82,7 +82,7 @@ class ConnectedFilter : public testing::Test {
                   static_cast<ssize_t>(bytes.size()));
     }
 
-    /// What the service has got so far.
+    /// The bytes that the service has received.
     std::string received() {
         std::string bytes(1 << 16, '\0');
         const ssize_t size = ::recv(service, bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -94,7 +94,7 @@ class ConnectedFilter : public testing::Test {
         filter.put_instructions(records.data(), records.size());
     }
 
-    /// Waits for replies to so many requests, and returns what was printed.
+    /// Waits for replies to `requests` requests and returns the printed text.
     std::string fetch(std::size_t requests = 1) {
         const std::vector<QPUOp> records(requests, record(OP_FETCH_REQUEST));
         return printed_by([&] { put(records); });

@@ -17,7 +17,7 @@ using namespace Nimbrel::Testing;
 
 using Polls = std::vector<std::vector<ReadAnswer>>;
 
-const std::string marker_bytes = bytes_of({record(OP_MARKER_0)});
+const std::string marker_bytes = bytes_of({record(OP_MARKER_10000000)});
 const std::string reply_bytes = bytes_of({reply(2, 4, 0b1011)});
 
 ReadAnswer bytes(const std::string& data) { return {data, 0}; }
@@ -26,7 +26,7 @@ const ReadAnswer end_of_stream{};
 
 class ScriptedWaits : public ConnectedFilter {
   protected:
-    /// Waits for replies to so many requests from a service that acts as written.
+    /// Waits for replies to `requests` requests from a scripted service.
     void fetch_from(const Polls& polls, std::size_t requests = 1) {
         const std::vector<QPUOp> records(requests, record(OP_FETCH_REQUEST));
         printed = printed_by([&] {
@@ -198,7 +198,7 @@ TEST_F(ScriptedWaits, OtherErrorsEndThePollOnly) {
     }
 }
 
-// A read that finds the end of the stream leaves the error number that another call has set.
+// A read at the end of the stream does not change the error number of an earlier call.
 TEST_F(ScriptedWaits, TheEndOfTheStreamIsNoLossWhateverFailedBefore) {
     filter.timeout = 0.025;
     for (const int stale : {ETIMEDOUT, EEXIST}) {

@@ -1,4 +1,4 @@
-/// A service written down: what each read of a wait gets, on a clock that only its pauses move.
+/// A scripted service: the result of each read of a wait, on a clock that only pauses advance.
 #pragma once
 
 #include <cstddef>
@@ -10,17 +10,17 @@
 
 namespace Nimbrel::Testing {
 
-/// What one read gets: bytes, or an error number, or, without both, the end of the stream.
+/// The result of one read: bytes, an error number, or the end of the stream if there is neither.
 struct ReadAnswer {
     std::string bytes;
     int error = 0;
 };
 
-/// While one exists, this program's `read` and `usleep` are answered from it and its clock stands
-/// still between the pauses. One at a time, on one thread.
+/// While one exists, it replaces `read` and `usleep` of this program, and the clock advances only
+/// in pauses. One at a time, on one thread.
 class WaitScript {
   public:
-    /// One list for each poll. A read behind its poll's list finds nothing to read.
+    /// One list for each poll. A read past the end of its poll's list finds no data.
     explicit WaitScript(std::vector<std::vector<ReadAnswer>> polls);
     ~WaitScript();
     WaitScript(const WaitScript&) = delete;
@@ -30,8 +30,8 @@ class WaitScript {
     void pause(useconds_t microseconds);
     timespec now() const;
 
-    std::vector<std::size_t> reads_of_polls{0};  ///< how many reads each poll has made
-    std::vector<int> descriptors;                ///< what they read from
+    std::vector<std::size_t> reads_of_polls{0};  ///< number of reads of each poll
+    std::vector<int> descriptors;                ///< the descriptor of each read
     std::vector<useconds_t> pauses;
 
   private:

@@ -1,5 +1,5 @@
-// The calls that a wait makes of the system, answered from a script, and the script's own tests.
-// The linker takes a program's own definitions before the C library's.
+// The system calls of a wait, replaced by a script, and the tests of the script.
+// The linker prefers the definitions of the program to those of the C library.
 #include "remote/wait_script.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 Nimbrel::Testing::WaitScript* running = nullptr;
 
-constexpr std::size_t longest = 10000;  // pauses, more than any wait of a test has
+constexpr std::size_t longest = 10000;  // more pauses than any wait of a test
 
 }  // namespace
 
@@ -34,7 +34,7 @@ extern "C" int usleep(useconds_t microseconds) {
     return ::nanosleep(&time, nullptr);
 }
 
-// Seen by the C++ library's clocks too, which live in a library of their own.
+// The clocks of the C++ library use it too, although they are in another library.
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
                                                                     timespec* time) noexcept {
     if (running != nullptr && clock == CLOCK_REALTIME) {
@@ -78,7 +78,7 @@ void WaitScript::pause(useconds_t microseconds) {
         ADD_FAILURE() << "a wait without end";
         start_.tv_sec += 1'000'000'000;
     }
-    errno = EEXIST;  // what others leave there must mean nothing to the next read
+    errno = EEXIST;  // an old error number must not affect the next read
 }
 
 timespec WaitScript::now() const {

@@ -88,12 +88,12 @@ TEST_P(OutOfMemory, LeavesEveryTermWithoutItsMark) {
         run(OP_X, {.target_mask = target});  // so that the targets have to be marked
         const auto before = parts_by_key();
         ASSERT_EQ(before.size(), count);
-        for (const unsigned long opcode : {OP_HADAMARD, OP_RX, OP_RY}) {
+        for (const unsigned long opcode : {OP_H, OP_RX, OP_RY}) {
             const Shortage shortage(half_of_the_list);
             EXPECT_THROW(run(opcode, {.target_mask = target, .angle = 30.0}), std::bad_alloc);
         }
         EXPECT_EQ(parts_by_key(), before);
-        run(OP_HADAMARD, {.target_mask = target});
+        run(OP_H, {.target_mask = target});
         EXPECT_EQ(filter.terms.size(), terms_after);
     }
 }

@@ -29,33 +29,33 @@ class MemoryLimit : public SparseFilter {
 
 TEST_F(MemoryLimit, EarlierTargetsStayDone) {
     reset(24);
-    run(OP_HADAMARD, {.target_mask = low_20_qubits | 1UL << 20});
+    run(OP_H, {.target_mask = low_20_qubits | 1UL << 20});
     const TermList one_target_done = filter.terms;
     ASSERT_EQ(one_target_done.size(), 2 * mega);
 
     reset(24);
-    run(OP_HADAMARD, {.target_mask = low_20_qubits});
+    run(OP_H, {.target_mask = low_20_qubits});
     filter.terms.shrink_to_fit();
     {
         // The first target needs 48 MB, the second 96.
         const FixedMemory memory(50 * mega);
-        EXPECT_FAILURE(run(OP_HADAMARD, {.target_mask = 3UL << 20}),
+        EXPECT_FAILURE(run(OP_H, {.target_mask = 3UL << 20}),
                        refusal("a gate could not allocate a list", 4 * mega, "96 MB", "50 MB"));
     }
     EXPECT_TRUE(same_terms(filter.terms, one_target_done));
-    run(OP_HADAMARD, {.target_mask = 1UL << 21});
+    run(OP_H, {.target_mask = 1UL << 21});
     EXPECT_EQ(filter.terms.size(), 4 * mega);
 }
 
 TEST_F(MemoryLimit, AListThatCannotBeOrderedStaysAsItIs) {
     reset(24);
-    run(OP_HADAMARD, {.target_mask = low_20_qubits | 1UL << 20});
+    run(OP_H, {.target_mask = low_20_qubits | 1UL << 20});
     run(OP_SWAP, {.target_mask = 1 | 1UL << 20});
     const TermList before = filter.terms;
     {
         const FixedMemory memory(48 * mega - 1);
         EXPECT_FAILURE(
-            run(OP_HADAMARD, {.target_mask = 1UL << 5}),
+            run(OP_H, {.target_mask = 1UL << 5}),
             refusal("a gate could not allocate a scratch list", 2 * mega, "48 MB", "48 MB"));
     }
     EXPECT_TRUE(same_terms(filter.terms, before));
@@ -83,10 +83,10 @@ TEST_F(MemoryLimit, APushThatDoesNotFitLeavesTheList) {
 TEST_F(MemoryLimit, WalksInTheMemoryThatIsThereAreNotRefused) {
     reset(24);
     const unsigned long targets = low_20_qubits | 1UL << 20;
-    run(OP_HADAMARD, {.target_mask = targets});
-    run(OP_HADAMARD, {.target_mask = targets});  // the scratch is there from now on
+    run(OP_H, {.target_mask = targets});
+    run(OP_H, {.target_mask = targets});  // the scratch is there from now on
     const FixedMemory none(0);
-    run(OP_HADAMARD, {.target_mask = targets});
+    run(OP_H, {.target_mask = targets});
     EXPECT_EQ(filter.terms.size(), 2 * mega);
 }
 

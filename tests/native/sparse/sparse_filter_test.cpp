@@ -83,8 +83,8 @@ TEST_F(Push, DropsWhatIsBelowTheThresholdAsItStands) {
 TEST_F(Push, NoGateLooksAtTheThreshold) {
     reset(2);
     filter.prune_threshold = 10.0;
-    run(OP_HADAMARD, {.target_mask = 0b11});
-    run(OP_HADAMARD, {.target_mask = 0b11});
+    run(OP_H, {.target_mask = 0b11});
+    run(OP_H, {.target_mask = 0b11});
     run(OP_READ, {.target_mask = 0b01});
     EXPECT_GT(filter.normalize(), 0.0);
     EXPECT_EQ(filter.terms.size(), 4UL);
@@ -105,7 +105,7 @@ TEST_F(Push, LeavesTheRegisterAsItIs) {
     EXPECT_TRUE(filter.terms.empty());
 }
 
-/// What an array must hold, told by the length or by the caller, who otherwise vouches for it.
+/// What the operations write to an array and what they need of it.
 class Arrays : public SparseFilter {
   protected:
     void SetUp() override {
@@ -115,6 +115,7 @@ class Arrays : public SparseFilter {
 
     State dest = State(8, untouched);
     std::string info = "as it was";
+    const ArrayRules& rules = filter.array_rules;
 };
 
 TEST_F(Arrays, ALengthOf0ClearsNothing) {
@@ -140,7 +141,7 @@ TEST_F(Arrays, ALengthOf0ClearsNothing) {
     EXPECT_EQ(info, "as it was");
 }
 
-TEST_F(Arrays, ALengthClearsSoManyAndIsTheLimit) {
+TEST_F(Arrays, ALengthClearsSoMany) {
     filter.pull_state(dest.data(), info, 7);
     EXPECT_STATE(dest, (State{{0.0, 0.0},
                               {0.5, 0.0},
@@ -150,61 +151,55 @@ TEST_F(Arrays, ALengthClearsSoManyAndIsTheLimit) {
                               {0.0, 0.75},
                               {0.0, 0.0},
                               untouched}));
-    dest.assign(8, untouched);
-    EXPECT_FAILURE(filter.pull_state(dest.data(), info, 5),
-                   "Error: pull_state() needs an array of 6 amplitudes, but was given 5.");
-    EXPECT_FAILURE(filter.pull_state_specific(info, dest.data(), 1, 0b100),
-                   "Error: pull_state_specific() needs an array of 2 amplitudes, but was given 1.");
-    EXPECT_STATE(dest, State(8, untouched));
     EXPECT_EQ(info, "as it was");
 }
 
-TEST_F(Arrays, ALengthOf0IsALimitWhenTheCallerSaysSo) {
-    filter.caller_arrays = {.amplitudes = 0};
-    EXPECT_FAILURE(filter.pull_state(dest.data(), info, 0),
-                   "Error: pull_state() needs an array of 6 amplitudes, but was given 0.");
-    EXPECT_FAILURE(filter.pull_state_specific(info, dest.data(), 0, 0),
-                   "Error: pull_state_specific() needs an array of 1 amplitudes, but was given 0.");
-    EXPECT_STATE(dest, State(8, untouched));
+TEST_F(Arrays, ShortOnesMustReachTheHighestTerm) {
+    for (const unsigned long length : {0UL, 5UL, 6UL, 7UL}) {
+        EXPECT_EQ(rules.pull_state_needs(length), (ArrayNeeds{.amplitudes = 6, .writable = true}));
+    }
+    EXPECT_EQ(rules.pull_state_specific_needs(0b100, 1).amplitudes, 2UL);
+    EXPECT_EQ(rules.pull_state_specific_needs(0, 0).amplitudes, 1UL);
+    EXPECT_EQ(rules.pull_state_specific_needs(0b111, 7).amplitudes, 6UL);
 }
 
-TEST_F(Arrays, AReadOnlyArrayIsRefused) {
-    filter.caller_arrays = {.writable = false};
-    EXPECT_FAILURE(filter.pull_state(dest.data(), info, 8),
-                   "Error: pull_state() needs an array that it may write to.");
-    EXPECT_FAILURE(filter.pull_state_specific(info, dest.data(), 8, 1),
-                   "Error: pull_state_specific() needs an array that it may write to.");
-    EXPECT_FAILURE(filter.peek_value(0, dest.data()),
-                   "Error: peek_value() needs an array that it may write to.");
-    EXPECT_STATE(dest, State(8, untouched));
+TEST_F(Arrays, AnArrayForAllTermsOfTheRegisterIsLongEnough) {
+    EXPECT_EQ(rules.pull_state_needs(8), (ArrayNeeds{.amplitudes = 8, .writable = true}));
+    EXPECT_EQ(rules.pull_state_specific_needs(0b101, 4),
+              (ArrayNeeds{.amplitudes = 4, .writable = true}));
+    EXPECT_EQ(rules.check_state_needs(dest.data(), 8, 0.0), ArrayNeeds{.amplitudes = 8});
 }
 
-TEST_F(Arrays, ACheckIsLimitedByWhatTheCallerSays) {
+TEST_F(Arrays, TermsOutsideTheRegisterMustBeReachedToo) {
+    const State pushed(11, complex_t{1.0, 0.0});
+    reset(1);
+    filter.push_state(pushed.data(), 0, 11);
+    EXPECT_EQ(rules.pull_state_needs(2).amplitudes, 11UL);
+    EXPECT_EQ(rules.pull_state_needs(10).amplitudes, 11UL);
+    run(OP_X, {.target_mask = 1});
+    EXPECT_EQ(rules.pull_state_needs(11).amplitudes, 12UL);
+    EXPECT_EQ(rules.check_state_needs(pushed.data(), 11, 0.0), ArrayNeeds{.amplitudes = 12});
+    reset(2);
+    EXPECT_EQ(rules.pull_state_needs(3).amplitudes, 1UL);
+    EXPECT_EQ(rules.pull_state_needs(4).amplitudes, 4UL);
+}
+
+TEST_F(Arrays, ACheckNeedsAmplitudesUpToTheFirstMismatch) {
     const State expected{{9.0, 0.0}, {0.5, 0.0}, {9.0, 0.0}, {9.0, 0.0}, {9.0, 0.0}, {0.0, 0.75}};
     EXPECT_EQ(filter.check_state(expected.data(), 0.0, true), 1);
-    filter.caller_arrays = {.amplitudes = 5, .writable = false};
-    EXPECT_FAILURE(filter.check_state(expected.data(), 0.0, true),
-                   "Error: check_state() needs an array of 6 amplitudes, but was given 5.");
-    filter.caller_arrays.amplitudes = 6;
-    EXPECT_EQ(filter.check_state(expected.data(), 0.0, false), 1);
-    // With the other term in front its mismatch answers before the end of the array is met.
+    EXPECT_EQ(rules.check_state_needs(expected.data(), 5, 0.0), ArrayNeeds{.amplitudes = 6});
+    EXPECT_EQ(rules.check_state_needs(expected.data(), 6, 0.0), ArrayNeeds{.amplitudes = 6});
+    // The other term is now first in the list and does not match.
     load({{0, {0.5, 0.0}}, {5, {0.0, 0.75}}});
-    filter.caller_arrays.amplitudes = 1;
+    EXPECT_EQ(rules.check_state_needs(expected.data(), 1, 0.0), ArrayNeeds{.amplitudes = 1});
     EXPECT_EQ(filter.check_state(expected.data(), 0.0, false), 0);
 }
 
-TEST_F(Arrays, TheLargestTermsNeedTheirPlaces) {
-    unsigned long indices[3] = {7, 7, 7};
-    filter.caller_arrays = {.amplitudes = 2, .indices = 2};
-    EXPECT_FAILURE(filter.peek_n_biggest_terms(3, indices, dest.data()),
-                   "Error: peek_n_biggest_terms() needs an array of 3 indices, but was given 2.");
-    filter.caller_arrays.indices = 3;
-    EXPECT_FAILURE(
-        filter.peek_n_biggest_terms(3, indices, dest.data()),
-        "Error: peek_n_biggest_terms() needs an array of 3 amplitudes, but was given 2.");
-    EXPECT_EQ(indices[0], 7UL);
-    EXPECT_STATE(dest, State(8, untouched));
-    filter.caller_arrays = {.amplitudes = 0, .indices = 0, .writable = false};
+TEST_F(Arrays, PeeksNeedTheirPlaces) {
+    EXPECT_EQ(rules.peek_value_needs(), (ArrayNeeds{.amplitudes = 1, .writable = true}));
+    EXPECT_EQ(rules.peek_n_biggest_terms_needs(3),
+              (ArrayNeeds{.amplitudes = 3, .indices = 3, .writable = true}));
+    EXPECT_EQ(rules.peek_n_biggest_terms_needs(0), ArrayNeeds{});
     filter.peek_n_biggest_terms(0, nullptr, nullptr);
 }
 

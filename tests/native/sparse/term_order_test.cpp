@@ -16,18 +16,18 @@ using Pairs = SparseFilter;
 
 TEST_F(Pairs, ThePartnerOfALoneTermStandsAtTheEnd) {
     reset(2);
-    run(OP_HADAMARD, {.target_mask = 0b10});
+    run(OP_H, {.target_mask = 0b10});
     EXPECT_TERMS({0, {h, 0.0}}, {2, {h, 0.0}});
     reset(2);
     run(OP_X, {.target_mask = 0b10});
-    run(OP_HADAMARD, {.target_mask = 0b10});
+    run(OP_H, {.target_mask = 0b10});
     EXPECT_TERMS({2, {-h, -0.0}}, {0, {h, 0.0}});
 }
 
 TEST_F(Pairs, WhatCancelsStays) {
     reset(1);
-    run(OP_HADAMARD, {.target_mask = 1});
-    run(OP_HADAMARD, {.target_mask = 1});
+    run(OP_H, {.target_mask = 1});
+    run(OP_H, {.target_mask = 1});
     EXPECT_TERMS({0, {0.9999999999999998, 0.0}}, {1, zero});
 }
 
@@ -46,7 +46,7 @@ TEST_F(Pairs, AZeroElementAppendsAZero) {
 TEST_F(Pairs, AppendedTermsAreNotVisitedAgain) {
     reset(2);
     load({{3, {1.0, 0.0}}, {0, {2.0, 0.0}}});
-    run(OP_HADAMARD, {.target_mask = 0b01});
+    run(OP_H, {.target_mask = 0b01});
     EXPECT_TERMS({0, {2.0 * h, 0.0}}, {3, {-h, -0.0}}, {1, {2.0 * h, 0.0}}, {2, {h, 0.0}});
 }
 
@@ -54,7 +54,7 @@ TEST_F(Pairs, AppendedTermsAreNotVisitedAgain) {
 TEST_F(Pairs, TheListIsInOrderOfItsMarkedKeys) {
     reset(3);
     load({{5, {1.0, 0.0}}, {4, {3.0, 0.0}}, {6, {5.0, 0.0}}, {0, {7.0, 0.0}}});
-    run(OP_HADAMARD, {.target_mask = 0b010, .cond_mask = 0b001, .cond_neg_mask = 0b001});
+    run(OP_H, {.target_mask = 0b010, .cond_mask = 0b001, .cond_neg_mask = 0b001});
     // 5 fails the condition; 4 and 6 are a pair, and 0 stands alone.
     EXPECT_TERMS({0, {7.0 * h, 0.0}}, {4, {8.0 * h, 0.0}}, {6, {-2.0 * h, 0.0}}, {5, {1.0, 0.0}},
                  {2, {7.0 * h, 0.0}});
@@ -63,7 +63,7 @@ TEST_F(Pairs, TheListIsInOrderOfItsMarkedKeys) {
 TEST_F(Pairs, AFailedConditionTakesTheMarksOffAndLeavesTheOrderOfTheSort) {
     reset(3);
     load({{7, {1.0, 0.0}}, {1, {2.0, 0.0}}, {2, {3.0, 0.0}}, {0, {4.0, 0.0}}});
-    for (const unsigned long opcode : {OP_HADAMARD, OP_RY, OP_RX, OP_Y, OP_ROOTY}) {
+    for (const unsigned long opcode : {OP_H, OP_RY, OP_RX, OP_Y, OP_ROOTY}) {
         run(opcode, {.target_mask = 0b010, .cond_mask = 0b010, .angle = 30.0});
         EXPECT_TERMS({0, {4.0, 0.0}}, {2, {3.0, 0.0}}, {1, {2.0, 0.0}}, {7, {1.0, 0.0}});
     }
@@ -71,8 +71,8 @@ TEST_F(Pairs, AFailedConditionTakesTheMarksOffAndLeavesTheOrderOfTheSort) {
 
 TEST_F(Pairs, LeaveNoMarksAndNoIndexTwice) {
     reset(5);
-    const unsigned long gates[] = {OP_HADAMARD, OP_Y,     OP_RX,        OP_RY,  OP_RZ,
-                                   OP_ROOTX,    OP_ROOTY, OP_ROOTX_INV, OP_PPR, OP_ROOTY_INV};
+    const unsigned long gates[] = {OP_H,     OP_Y,     OP_RX,        OP_RY,  OP_RZ,
+                                   OP_ROOTX, OP_ROOTY, OP_ROOTX_INV, OP_PPR, OP_ROOTY_INV};
     unsigned long mask = 1;
     for (int round = 0; round < 40; ++round) {
         for (const unsigned long gate : gates) {
@@ -96,7 +96,7 @@ TEST_F(Pairs, LeaveNoMarksAndNoIndexTwice) {
 TEST_F(Pairs, TermsOfOneIndexKeepTheirOrder) {
     reset(2);
     load({{3, {1.0, 0.0}}, {0, {2.0, 0.0}}, {3, {3.0, 0.0}}, {0, {4.0, 0.0}}});
-    run(OP_HADAMARD, {.target_mask = 0b10, .cond_mask = 0b10});
+    run(OP_H, {.target_mask = 0b10, .cond_mask = 0b10});
     EXPECT_TERMS({0, {2.0, 0.0}}, {0, {4.0, 0.0}}, {3, {1.0, 0.0}}, {3, {3.0, 0.0}});
 }
 

@@ -15,7 +15,7 @@ using namespace Nimbrel::Testing;
 
 constexpr unsigned long unlimited = std::numeric_limits<unsigned long>::max();
 
-/// A directory of files as a system shows them, for each test its own.
+/// A directory with the files of a system, a new one for each test.
 class AvailableMemory : public testing::Test {
   protected:
     AvailableMemory() { std::filesystem::create_directories(root_); }
@@ -27,7 +27,7 @@ class AvailableMemory : public testing::Test {
         std::ofstream(file) << text;
     }
 
-    /// A machine with 1,000,000 kB free.
+    /// A machine with 1,000,000 kB of free memory.
     void write_meminfo() {
         write("/proc/meminfo",
               "MemTotal:        4000000 kB\n"
@@ -36,7 +36,7 @@ class AvailableMemory : public testing::Test {
               "HugePages_Total:       0\n");
     }
 
-    /// The process's group of version 1, mounted from the group `top`.
+    /// The group of the process in version 1, mounted from the group `top`.
     void write_version_1(const std::string& group, const std::string& top = "/") {
         write("/proc/self/cgroup",
               "9:name=systemd:/init\n4:cpu,memory:" + group + "\n1:cpuset:/other\n");

@@ -18,7 +18,7 @@ using Bits = std::vector<unsigned long>;
 
 constexpr double nan_value = std::numeric_limits<double>::quiet_NaN();
 
-/// The raw words, so that zeros of both signs differ.
+/// The bits of the elements, so that zeros of both signs differ.
 Bits bits_of(const std::vector<complex_t>& values) {
     Bits bits;
     for (const complex_t& value : values) {
@@ -50,7 +50,7 @@ ComplexMatrix random_matrix(std::mt19937& generator, unsigned size) {
 
 TEST(ComplexMatrix, StandsInRowsOneAfterTheOther) {
     const ComplexMatrix matrix{{{1.0, 2.0}, {3.0, 4.0}}, 1, 2};
-    const auto& [data, rows, cols] = matrix;  // the fields in their order
+    const auto& [data, rows, cols] = matrix;  // tests the order of the fields
     EXPECT_EQ(data[1].re, 3.0);
     EXPECT_EQ(rows, 1U);
     EXPECT_EQ(cols, 2U);
@@ -204,8 +204,8 @@ TEST(ComplexMatrix, OperationsOnNothingGiveNothing) {
     expect_matrix(nothing, 0, 0, {});
 }
 
-// Other shapes are taken as if they were square: the result has the left operand's shape, and what
-// lies behind the data counts as zero.
+// Shapes that are not square are accepted: the result has the shape of the left operand, and
+// elements past the end of the data count as zero.
 class OtherShapes : public testing::TestWithParam<std::pair<unsigned, unsigned>> {};
 
 TEST_P(OtherShapes, KeepTheirShapeAndStayInsideTheirData) {

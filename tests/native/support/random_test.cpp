@@ -13,8 +13,8 @@
 
 namespace {
 
-/// The seeding and the outputs of the 32-bit twister, written out here so that the library's own
-/// generator is not compared with itself.
+/// Seeding and outputs of the 32-bit Mersenne Twister, implemented here so that the generator of
+/// the standard library is not compared with itself.
 class Twister {
   public:
     explicit Twister(std::uint32_t seed) {
@@ -33,8 +33,8 @@ class Twister {
         return y ^ (y >> 18);
     }
 
-    /// The canonical double of two outputs, by exact integers: the 64-bit number is rounded to 53
-    /// bits once, ties to even, then scaled.
+    /// A double in [0, 1) from two outputs, in exact integers: rounds the 64-bit number to 53 bits
+    /// once, ties to even, and scales it.
     double next_canonical() {
         const std::uint64_t low = next();
         const std::uint64_t high = next();
@@ -77,7 +77,7 @@ TEST_P(Seeds, PlusMinusScalesTheSameDrawWithOneRounding) {
 TEST_P(Seeds, IntegersFollowTheMultiplyAndShiftRule) {
     Twister twister(GetParam());
     set_random_seed(GetParam());
-    // The wide range rejects a quarter of all outputs, so the second draw is met often.
+    // The wide range rejects a quarter of all outputs, so a second draw is frequent.
     for (const unsigned int range : {1U, 5U, 1000U, 0xBFFFFFFFU, 0xFFFFFFFEU}) {
         for (int i = 0; i < 500; ++i) {
             const std::uint64_t count = std::uint64_t{range} + 1;
@@ -122,16 +122,16 @@ TEST(Random, DrawsStayInsideTheirRanges) {
     }
 }
 
-/// Puts the generator where its next two outputs are all ones, by giving its state as text.
+/// Sets the state of the generator so that its next two outputs have all bits set.
 TEST(Random, ADrawThatRoundsToOneStepsBackBelowIt) {
-    // Untempering 0xFFFFFFFF: the state word whose output it is.
+    // The state word whose tempered output is 0xFFFFFFFF.
     const auto tempered = [](std::uint32_t y) {
         y ^= y >> 11;
         y ^= (y << 7) & 0x9D2C5680U;
         y ^= (y << 15) & 0xEFC60000U;
         return y ^ (y >> 18);
     };
-    // The tempering is linear over bits, so the word is found by elimination.
+    // Tempering is linear over bits, so Gaussian elimination finds the word.
     std::vector<std::pair<std::uint32_t, std::uint32_t>> basis;  // (output, input)
     for (int bit = 0; bit < 32; ++bit) {
         std::uint32_t input = 1U << bit;

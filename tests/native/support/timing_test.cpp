@@ -22,7 +22,7 @@ TEST(Timing, TocCountsSecondsFromTheStoredTime) {
     tic_time -= 3'000'000'000L;  // as if started three seconds ago
     const double first = toc();
     EXPECT_GE(first, 3.0);
-    EXPECT_GE(toc(), first);  // toc() leaves the start where it is
+    EXPECT_GE(toc(), first);  // toc() does not change the start
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class Reservation : public testing::Test {
         qpu.clear_all_qints();
     }
 
-    /// Reserves and returns the number that callers see, with what was printed meanwhile.
+    /// Returns the result of a reservation and the text that it prints.
     long reserve(unsigned long count, std::string* printed = nullptr) {
         testing::internal::CaptureStdout();
         const long first = qpu.reserve_qubits(count);

@@ -61,7 +61,8 @@ TEST_F(ReadFlags, NumbersACapacityApartShareABit) {
     qpu.set_read_flag(7, 1);
     EXPECT_EQ(qpu.get_read_flag(capacity + 7), 1);
     EXPECT_EQ(qpu.get_read_flag(-capacity - 7), 0);
-    qpu.set_read_flag(2 * capacity, 1);  // not a constant by its number, so it is stored
+    qpu.set_read_flag(2 * capacity,
+                      1);  // stored, because only the numbers 0, 1 and -1 are constants
     EXPECT_EQ(qpu.read_flags[0] & 1, 1UL);
     EXPECT_EQ(qpu.get_read_flag(0), 0);
 }
@@ -79,7 +80,7 @@ TEST_F(ReadFlags, ConditionsDifferFromReading) {
     EXPECT_FALSE(qpu.flag_condition(-1));
     EXPECT_FALSE(qpu.flag_condition(5));
     EXPECT_FALSE(qpu.flag_condition(-5)) << "never stored fails a negative condition too";
-    qpu.set_read_flag(64, 0);  // now the word of flag 5 is stored, holding 0
+    qpu.set_read_flag(64, 0);  // now the word of flag 5 is stored, and flag 5 is 0
     EXPECT_FALSE(qpu.flag_condition(5));
     EXPECT_TRUE(qpu.flag_condition(-5));
     qpu.set_read_flag(5, 1);

@@ -1,0 +1,17 @@
+/// References to the caller's arrays that filters use as state buffers.
+///
+/// Called by the wrappers on the Python thread that holds the interpreter lock.
+#pragma once
+
+#include "module/numpy_api.h"
+
+namespace Nimbrel::Binding {
+
+/// Takes a reference to the array that a filter now uses and releases the filter's former one.
+/// Requires: the filter uses the new memory already.
+void hold_buffer(unsigned long handle, PyArrayObject* buffer);
+
+/// Releases the filter's reference. Requires: the filter is deleted.
+void release_buffer(unsigned long handle);
+
+}  // namespace Nimbrel::Binding

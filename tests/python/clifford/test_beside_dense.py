@@ -1,0 +1,158 @@
+"""The same random programs on the Clifford and the dense filter, whose outcomes are as likely.
+
+Left out is the Z with conditions, which here does without part of its sign. Each filter draws a
+measurement in its own way, so what is measured is made certain beforehand: both states are
+projected on one outcome.
+"""
+
+import random
+from collections.abc import Iterator
+from contextlib import contextmanager
+from types import ModuleType
+
+import pytest
+
+from models import opcodes
+from models.clifford import NO_MATCH
+from models.wire import Record, tagged
+from programs.dense import random_flag, some_of
+from support.beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
+from support.clifford import CliffordFilter, open_clifford
+from support.dense import open_dense
+
+CLOSE = 1e-9
+PROGRAMS_EACH = 100
+TURNS = (opcodes.S, opcodes.S_INV, opcodes.Z, opcodes.PHASE, opcodes.RZ)
+GATES = (
+    opcodes.H,
+    opcodes.H,
+    opcodes.Y,
+    opcodes.X,
+    opcodes.X,
+    opcodes.X,
+    opcodes.SWAP,
+    opcodes.PPR,
+    opcodes.PPR,
+    *TURNS,
+)
+
+
+class Both(DenseAnd[CliffordFilter]):
+    """A dense and a Clifford filter, looked at one qubit at a time."""
+
+    def probability(self, qubit: int, value: int) -> float:
+        """How likely the qubit reads as this value, after both have said the same."""
+        arguments = value << qubit, 1 << qubit, 0.0
+        found = self.other.probability(*arguments)
+        assert found in (0.0, 0.5, 1.0)
+        dense = self.dense.call("peek_read_probability", *arguments)
+        assert dense == pytest.approx(found, abs=CLOSE)
+        return found
+
+    def settle(self, rng: random.Random, qubit: int) -> int:
+        """Projects both states on a value that the qubit may well have; answers that."""
+        value = rng.getrandbits(1)
+        if self.probability(qubit, value) == 0.0:
+            self.other.call_fails(NO_MATCH, "postselect", value << qubit, 1 << qubit)
+            value ^= 1
+        self.other.postselect(value << qubit, 1 << qubit)
+        self.dense.call("postselect", value << qubit, 1 << qubit)
+        assert self.probability(qubit, value) == 1.0
+        return value
+
+    def compare(self, rng: random.Random) -> None:
+        """Compares each qubit alone, then all of them together along one likely way."""
+        qubits = rng.sample(range(self.num_qubits), self.num_qubits)
+        for qubit in qubits:
+            self.probability(qubit, rng.getrandbits(1))
+        for qubit in qubits:
+            self.settle(rng, qubit)
+        self.compare_flags()
+
+
+@contextmanager
+def open_both(engine: ModuleType, num_qubits: int) -> Iterator[Both]:
+    with open_dense(engine, num_qubits) as dense, open_clifford(engine, num_qubits) as clifford:
+        yield Both(dense, clifford, num_qubits)
+
+
+def gate(rng: random.Random, both: Both) -> None:
+    both.run(random_gate(rng, both.num_qubits)._replace(cond_flag=random_flag(rng)))
+
+
+def random_gate(rng: random.Random, num_qubits: int) -> Record:
+    low = rng.choice([low for low in GATES if low != opcodes.SWAP or num_qubits > 1])
+    qubits = [1 << qubit for qubit in rng.sample(range(num_qubits), num_qubits)]
+    if low == opcodes.PPR:
+        return product(rng, num_qubits, low, angle=45.0 * rng.randint(-9, 9))
+    angle = rng.choice((90.0, -90.0, 180.0))
+    if low == opcodes.X and rng.random() < 0.8:
+        count = rng.choice((1, 1, 2))
+        return tagged(low, target_mask=sum(qubits[1 : 1 + count]), cond_mask=qubits[0])
+    count = 2 if low == opcodes.SWAP else rng.choice((1, 1, 2))
+    return tagged(low, target_mask=sum(qubits[:count]), angle=angle)
+
+
+def product(rng: random.Random, num_qubits: int, low: int, **words: int | float) -> Record:
+    xs, zs = (some_of(rng, (1 << num_qubits) - 1) for _ in range(2))
+    return tagged(low, target_mask=xs, cond_mask=zs, **words)
+
+
+def measure(rng: random.Random, both: Both) -> None:
+    """Reads, writes or clears a qubit whose value is certain, and knows what comes out."""
+    qubit, flag = rng.randrange(both.num_qubits), rng.choice((-1, 1)) * rng.randint(2, 50)
+    value = both.settle(rng, qubit)
+    low = rng.choice((opcodes.READ, opcodes.READ, opcodes.WRITE, opcodes.CLEAR, opcodes.FREE))
+    if low == opcodes.READ:
+        both.run(tagged(low, target_mask=1 << qubit, read_flag=flag))
+        assert both.other.flag(flag) == value
+    else:
+        wanted = rng.getrandbits(1) if low == opcodes.WRITE else 0
+        both.run(tagged(low, target_mask=1 << qubit, cond_mask=wanted << qubit))
+        assert both.probability(qubit, wanted) == 1.0
+
+
+def measure_product(rng: random.Random, both: Both) -> None:
+    """Measures a Pauli product in one of its eigenstates, so that the outcome is certain."""
+    flag, sign = rng.choice((-1, 1)) * rng.randint(2, 50), rng.choice((1.0, -1.0))
+    record = product(rng, both.num_qubits, opcodes.PPM, angle=sign, read_flag=flag)
+    if record.target_mask | record.cond_mask:
+        there, back = z_basis(record)
+        both.run(*there)
+        value = both.settle(rng, top_letter(record).bit_length() - 1)
+        both.run(*back, record)
+        assert both.other.flag(flag) == value ^ (sign < 0)
+
+
+KINDS = {gate: 30, measure: 2, measure_product: 2, classical: 2}
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
+    for _ in range(PROGRAMS_EACH):
+        with open_both(engine, num_qubits) as both:
+            for kind in draw_kinds(rng, KINDS, 60):
+                kind(rng, both)
+                both.probability(rng.randrange(num_qubits), rng.getrandbits(1))
+            both.compare(rng)
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_runs_of_gates(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
+    """Many gates in one call, with no look between them."""
+    for _ in range(PROGRAMS_EACH):
+        with open_both(engine, num_qubits) as both:
+            both.run(*(random_gate(rng, num_qubits) for _ in range(rng.randint(1, 200))))
+            both.compare(rng)
+
+
+def test_the_programs_reach_every_probability(engine: ModuleType, rng: random.Random) -> None:
+    """The comparisons would be worth little if most outcomes were certain."""
+    found = {0.0: 0, 0.5: 0, 1.0: 0}
+    for _ in range(100):
+        with open_both(engine, 6) as both:
+            both.run(*(random_gate(rng, 6) for _ in range(40)))
+            for qubit in range(6):
+                found[both.probability(qubit, 1)] += 1
+                both.settle(rng, qubit)
+    assert min(found.values()) > 40

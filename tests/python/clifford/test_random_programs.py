@@ -1,0 +1,158 @@
+"""Thousands of random programs on the Clifford filter and on a plain model, compared as printed."""
+
+import random
+import re
+from collections import Counter
+from types import ModuleType
+
+import pytest
+
+from models.clifford import REFUSED
+from models.opcodes import LABEL, READ, RESET, T, X
+from models.tableau import visible_qubits
+from models.wire import Record, tagged
+from programs.clifford import WIDTHS, CliffordSource, gate_run, random_width
+from support.clifford_pair import CliffordPair, open_clifford_pair
+
+PROGRAMS_EACH = 75
+MAX_EXTRA_ROWS = 40  # beyond the width; a tableau only ever grows
+
+
+def peek_or_project(rng: random.Random, pair: CliffordPair) -> None:
+    """A call that names one qubit as a rule, and otherwise none, several or one too high."""
+    bit = 1 << rng.randrange(min(max(pair.num_qubits, 1), 32))
+    mask = rng.choice((*(bit,) * 20, 0, 3, bit | 1, 1 << 31, 1 << rng.randrange(32)))
+    value = rng.choice((0, mask, rng.getrandbits(32)))
+    if rng.random() < 0.5:
+        pair.compare_peek(value, mask)
+    else:
+        pair.postselect(value, mask)
+
+
+def close_jump(pair: CliffordPair) -> Record:
+    """Ends a skip that is still going on."""
+    return tagged(LABEL, target_mask=pair.model.open_label)
+
+
+def follow(source: CliffordSource, pair: CliffordPair) -> None:
+    """Begins anew with a tableau that has grown long, and tells the source of a new width."""
+    if pair.num_rows > pair.num_qubits + MAX_EXTRA_ROWS:
+        pair.run([close_jump(pair), tagged(RESET, target_mask=random_width(source.rng))])
+    source.num_qubits = pair.num_qubits
+
+
+def drive(rng: random.Random, pair: CliffordPair) -> None:
+    """One filter's life: a reset as a rule, then records and calls, each looked at."""
+    source = CliffordSource(rng, random_width(rng))
+    if rng.random() < 0.97:
+        pair.run([tagged(RESET, target_mask=source.num_qubits)])
+        if source.num_qubits and rng.random() < 0.5:
+            pair.run(gate_run(rng, source.num_qubits, rng.randint(1, 60)))
+    for _ in range(rng.choice((5, 15, 30, 45))):
+        pair.run([source.record()])
+        follow(source, pair)
+        if rng.random() < 0.1:
+            peek_or_project(rng, pair)
+    pair.run([close_jump(pair)])
+    pair.compare_hidden()
+
+
+@pytest.mark.parametrize("batch", range(40))
+def test_random_programs(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
+    for _ in range(PROGRAMS_EACH):
+        with open_clifford_pair(engine) as pair:
+            drive(rng, pair)
+
+
+@pytest.mark.parametrize("batch", range(10))
+def test_looks_far_apart(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
+    """Measurements between gates of one call: none of them may see gates that still wait."""
+    for _ in range(20):
+        width = max(random_width(rng), 1)
+        source = CliffordSource(rng, width, steady=True)
+        with open_clifford_pair(engine, width) as pair:
+            for length in rng.choices((2, 10, 30, 80), k=4):
+                pair.run([source.record() for _ in range(length)])
+                follow(source, pair)
+            pair.compare_hidden()
+
+
+def test_controls_that_are_their_targets(engine: ModuleType, rng: random.Random) -> None:
+    """Such a gate erases a qubit: generators may then not commute, and measuring adds new ones."""
+    found: Counter[str] = Counter()
+    for _ in range(300):
+        width = rng.choice((*range(1, 9), *range(1, 9), 64, 65))
+        source = CliffordSource(rng, width, steady=True)
+        with open_clifford_pair(engine, width) as pair:
+            for _ in range(rng.randint(1, 3)):
+                pair.run(gate_run(rng, width, 3 * width))
+                erased = rng.randrange(width)
+                both = {"target_offset": erased, "cond_offset": erased}
+                pair.run([tagged(X, target_mask=1, cond_mask=1, **both)])
+                for _ in range(5):
+                    pair.run([source.record()])
+                    peek_or_project(rng, pair)
+            pair.compare_hidden()
+            found["more rows than qubits"] += pair.num_rows > width
+            found["odd phase"] += any(row.phase % 2 for row in pair.rows())
+    assert min(found.values()) >= 20, found
+
+
+@pytest.mark.parametrize("width", [*WIDTHS, 4, 5, 8, 13, 21, 34, 47, 100, 192])
+def test_long_runs_of_gates(engine: ModuleType, rng: random.Random, width: int) -> None:
+    """Gates that wait together reach the rows in another way than a few do."""
+    with open_clifford_pair(engine, width) as pair:
+        for length in (10, 100, 1000):
+            assert pair.run(gate_run(rng, width, length)) is None
+        pair.run([tagged(READ, target_mask=1, target_offset=width - 1, read_flag=7)])
+        pair.compare_hidden()
+
+
+@pytest.mark.parametrize("width", [320, 449, 600])
+def test_long_runs_on_wide_registers(engine: ModuleType, rng: random.Random, width: int) -> None:
+    with open_clifford_pair(engine, width) as pair:
+        assert pair.run(gate_run(rng, width, 1000)) is None
+        pair.compare_hidden()
+
+
+@pytest.mark.parametrize("width", [1, 3, 12])
+def test_more_gates_than_wait_together(engine: ModuleType, rng: random.Random, width: int) -> None:
+    with open_clifford_pair(engine, width) as pair:
+        assert pair.run(gate_run(rng, width, 40_000)) is None
+
+
+def test_a_failure_lets_the_gates_before_it_act(engine: ModuleType, rng: random.Random) -> None:
+    for width in WIDTHS:
+        with open_clifford_pair(engine, width) as pair:
+            for length in (1, 40, 400):
+                refused = tagged(T, target_mask=1)
+                assert pair.run([*gate_run(rng, width, length), refused]) is not None
+
+
+def test_a_reset_forgets_the_gates_before_it(engine: ModuleType, rng: random.Random) -> None:
+    for width in WIDTHS:
+        with open_clifford_pair(engine, 70) as pair:
+            for length in (1, 40, 400):
+                old, new = gate_run(rng, pair.num_qubits, length), gate_run(rng, width, 3)
+                pair.run([*old, tagged(RESET, target_mask=width), *new])
+
+
+def test_the_programs_reach_what_they_are_for(engine: ModuleType, rng: random.Random) -> None:
+    """The random programs would compare little if they failed at once or met nothing odd."""
+    failures: Counter[str] = Counter()
+    found: Counter[str] = Counter()
+    drawn: list[int] = []
+    for _ in range(300):
+        with open_clifford_pair(engine) as pair:
+            drive(rng, pair)
+            rows = pair.rows()
+            found["negative"] += any(row.phase == 2 for row in rows)
+            found["Y"] += any(row.x & row.z for row in rows)
+            found["hidden"] += len(visible_qubits(pair.num_qubits)) < pair.num_qubits
+            found["flags"] += any(pair.model.flags.ones)
+            drawn += pair.drawn
+            failures.update(re.sub("0x[0-9a-f]+|-?[0-9]+", "#", text) for text in pair.failures)
+    assert len(REFUSED) + 15 <= len(failures) <= len(REFUSED) + 18, failures
+    assert min(found.values()) >= 20, found
+    assert len(drawn) > 300
+    assert 0.35 < sum(drawn) / len(drawn) < 0.65

@@ -1,0 +1,33 @@
+"""What a front end can ask about the package and the records that it takes."""
+
+import re
+from pathlib import Path
+
+import nimbrel as nb
+
+PYPROJECT = Path(__file__).parents[3] / "pyproject.toml"
+
+# The layout of format 1. Another layout is another format.
+WORDS_OF_FORMAT_1 = [
+    ("opcode", "<u8"),
+    ("target_mask", "<u8"),
+    ("cond_mask", "<u8"),
+    ("angle", "<f8"),
+    ("cond_flag", "<i8"),
+    ("read_flag", "<i8"),
+    ("cond_neg_mask", "<u8"),
+    ("target_offset", "<u8"),
+    ("cond_offset", "<u8"),
+    ("reserved_a", "<u8"),
+    ("reserved_b", "<u8"),
+]
+
+
+def test_the_version_is_that_of_the_project() -> None:
+    (version,) = re.findall(r'^version = "(.+)"$', PYPROJECT.read_text(encoding="utf-8"), re.M)
+    assert nb.__version__ == version
+
+
+def test_records_of_this_layout_are_format_1() -> None:
+    assert nb.RECORD_FORMAT == 1
+    assert nb.QPU_OP.descr == WORDS_OF_FORMAT_1

@@ -1,0 +1,1 @@
+"""Generators of random programs, one module for each kind of filter."""

@@ -1,0 +1,148 @@
+"""Random streams from the service in random chunks, beside the model of the client."""
+
+import math
+import random
+from collections.abc import Iterator
+from itertools import accumulate, pairwise
+from types import ModuleType
+from typing import Any
+
+import pytest
+
+from models.flags import CAPACITY
+from models.opcodes import FETCH_REPLY
+from models.remote import ClientModel
+from models.wire import RECORD_BYTES
+from support.driver import rec
+from support.remote import LONG, ONE_POLL, POLL_SECONDS, TIMED_OUT, Remote, open_remote, reply
+
+SHORT = 0.05  # seconds
+READ_SIZE = 4096  # a piece of this size would be one poll or two, as chance has it
+FIRST_FLAGS = [
+    2, 3, 60, 64, 100, -2, -3, -64, -70, -1, 0, 1, CAPACITY, -CAPACITY, CAPACITY + 5, 99_999_990,
+    2**63 - 1, 2**63 - 20, -(2**63), -(2**63) + 3,
+]  # fmt: skip
+COUNTS = [0, 1, 2, 3, 31, 32, 33, 63, 64, 65, 200, 2**32 + 1, 2**63, 2**64 - 1]
+
+
+def random_reply(rng: random.Random) -> bytes:
+    valid = rng.choice((2**64 - 1, rng.getrandbits(64), 0, 1 << 63))
+    first = rng.choice((*FIRST_FLAGS, rng.randint(-200, 200)))
+    return reply(first, rng.choice(COUNTS), rng.getrandbits(64), valid)
+
+
+def random_piece(rng: random.Random) -> bytes:
+    """What may stand in a stream: replies above all, then other records and mere bytes."""
+    kind = rng.random()
+    if kind < 0.6:
+        return random_reply(rng)
+    if kind < 0.7:
+        return rec(rng.choice((0x10000011, 0x05, 0x10000000)), cond_mask=64).tobytes()
+    if kind < 0.8:
+        return FETCH_REPLY.to_bytes(8, "little") + rng.randbytes(RECORD_BYTES - 8)
+    if kind < 0.9:
+        changed = bytearray(random_reply(rng))
+        changed[rng.randrange(8)] ^= 1 << rng.randrange(8)
+        return bytes(changed)
+    return rng.randbytes(rng.choice((1, 7, 87, 88, 500)))
+
+
+def random_stream(rng: random.Random, pieces: int) -> bytes:
+    stream = b"".join(random_piece(rng) for _ in range(pieces))
+    if rng.random() < 0.5:
+        stream = random_reply(rng) + stream
+    return stream[: rng.choice((rng.randint(1, 100), len(stream), len(stream)))]
+
+
+def random_chunks(rng: random.Random, stream: bytes, cuts: int) -> list[bytes]:
+    """The stream cut up, with no chunk that is a whole number of reads."""
+    edges = [0, *sorted(rng.randrange(len(stream) + 1) for _ in range(cuts)), len(stream)]
+    chunks = [stream[begin:end] for begin, end in pairwise(edges)]
+    return [chunk if len(chunk) % READ_SIZE else chunk + b"\0" for chunk in chunks if chunk]
+
+
+def touched_flags(stream: bytes) -> list[int]:
+    """Flags that a reply at the head can have stored, and some beside them."""
+    first = int.from_bytes(stream[8:16].ljust(8, b"\0"), "little", signed=True)
+    near = [abs(first + i) % CAPACITY for i in range(-1, 66)]
+    return [flag for flag in (*near, 2, 63, 64, 65) if flag >= 2]
+
+
+def assert_same_flags(remote: Remote, model: ClientModel, flags: list[int]) -> None:
+    # A negative number tells whether there is room for a flag that is 0.
+    numbers = [sign * flag for flag in flags for sign in (1, -1)]
+    got = [remote.filter.flag(number) for number in numbers]
+    expected = [model.flags.get(number) for number in numbers]
+    differ = [case for case in zip(numbers, got, expected, strict=True) if case[1] != case[2]]
+    assert not differ, "number, got, expected"
+
+
+def check_wait(
+    remote: Remote, model: ClientModel, chunks: list[bytes], requests: int, completes: bool
+) -> None:
+    """Plays the chunks to a wait and holds what it did against the model."""
+    already_read = remote.bytes_read()
+    wait, _ = remote.fetch_from(chunks, requests)
+    size = remote.bytes_read() - already_read
+    sizes = [0, *accumulate(map(len, chunks))]
+    read = chunks[: sizes.index(size)]
+    # The model has no poll in vain, each of which would count again and end the wait before.
+    most_polls = model.wait(read, requests)
+    assert wait.printed == ("" if completes else TIMED_OUT)
+    if completes:
+        assert size >= RECORD_BYTES
+        assert most_polls is None or most_polls == len(read), "went on when it had enough"
+        polls = math.ceil(requests / (size // RECORD_BYTES))
+        assert wait.seconds >= (polls - 1) * POLL_SECONDS
+    else:
+        assert wait.seconds >= SHORT
+
+
+@pytest.fixture
+def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
+    with open_remote(engine, capfd) as pair:
+        yield pair
+
+
+@pytest.mark.parametrize("cuts", [0, 1, 2, 3, 4, 6, 8, 12, 30])
+def test_streams_in_chunks(remote: Remote, rng: random.Random, cuts: int) -> None:
+    model = ClientModel()
+    for pieces in (1, 2, 3, 5, 10, 30, 120):
+        stream = random_stream(rng, pieces)
+        chunks = random_chunks(rng, stream, cuts)
+        stream = b"".join(chunks)
+        requests = rng.choice((1, 2, 3, 5, 20))
+        # An ample stream of empty polls tells whether the head is a reply.
+        completes = ClientModel().wait([stream, *[b""] * requests], requests) is not None
+        remote.join(LONG if completes else SHORT)
+        check_wait(remote, model, chunks, requests, completes)
+        assert_same_flags(remote, model, touched_flags(stream))
+
+
+@pytest.mark.parametrize("pieces", [1, 2, 10, 120])
+def test_streams_that_are_there_before_the_wait(
+    remote: Remote, rng: random.Random, pieces: int
+) -> None:
+    """One poll reads it all and must count enough: the timeout is over before another one."""
+    model = ClientModel()
+    for _ in range(8):
+        stream = random_stream(rng, pieces)
+        records = len(stream) // RECORD_BYTES
+        requests = records or 1
+        completes = model.wait([stream], requests) is not None
+        remote.join(ONE_POLL)
+        remote.peer.ask("send", stream)
+        assert remote.fetch(requests).printed == ("" if completes else TIMED_OUT)
+        assert remote.bytes_read() == len(stream)
+        assert_same_flags(remote, model, touched_flags(stream))
+
+
+@pytest.mark.parametrize("requests", [1, 2, 3, 5])
+def test_waits_one_after_the_other(remote: Remote, rng: random.Random, requests: int) -> None:
+    """Each wait begins where the last stopped reading, be it inside a record or not."""
+    model = ClientModel()
+    remote.join(LONG)
+    for _ in range(10):
+        stream = random_reply(rng) + b"".join(random_piece(rng) for _ in range(rng.choice((0, 2))))
+        check_wait(remote, model, [stream], requests, completes=True)
+        assert_same_flags(remote, model, touched_flags(stream))

@@ -1,0 +1,202 @@
+"""Thousands of random programs on the sparse filter and on a plain model, compared term by term."""
+
+import random
+import re
+from collections import Counter
+from types import ModuleType
+
+import numpy as np
+import pytest
+
+from models import opcodes
+from models.arithmetic import Generator
+from models.opcodes import LABEL, X
+from models.program import ModelError
+from models.sparse import SparseModel
+from models.wire import Record, tagged
+from programs.dense import angle
+from programs.sparse import LIMITS, MAX_TERMS, SparseSource, random_state, random_width
+from support.dense import amplitudes, reset_record, vector
+from support.sparse_pair import SparsePair, blank, open_sparse_pair
+
+PROGRAMS_EACH = 100
+PART = 0xFFFFFFFF  # what a call takes of a mask
+
+
+def some_term(rng: random.Random, pair: SparsePair) -> int:
+    """The index of a stored term, or any number where there is none."""
+    indices = [term.key >> 1 for term in pair.model.terms]
+    return rng.choice(indices) if indices else rng.getrandbits(6)
+
+
+def value_and_mask(rng: random.Random, pair: SparsePair) -> tuple[int, int]:
+    """Arguments that fit some term as a rule, and otherwise no term or no qubit at all."""
+    mask = rng.getrandbits(32) & rng.getrandbits(32) & rng.getrandbits(32)
+    mask = rng.choice((mask, mask, 1 << rng.randrange(8), 0x3, PART))
+    value = some_term(rng, pair) & mask
+    odd = rng.random()
+    if odd < 0.04:
+        return value, 0
+    return (value ^ 1 << rng.randrange(32), mask) if odd < 0.15 else (value, mask)
+
+
+def change(rng: random.Random, source: SparseSource, pair: SparsePair) -> None:
+    """One call that changes the state and is no record."""
+    kind = rng.choice(("postselect", "postselect", "normalize", "push"))
+    if kind == "postselect":
+        pair.postselect(*value_and_mask(rng, pair))
+    elif kind == "normalize":
+        pair.normalize()
+    else:
+        mask = 1 if rng.random() < 0.1 else 0
+        pair.load(random_state(rng, source.num_qubits), mask)
+
+
+def peek(rng: random.Random, pair: SparsePair) -> None:
+    """One call that only looks, the order of the list among what it shows."""
+    kind = rng.choice(("probability", "probability", "slice", "check", "pull", "order"))
+    if kind == "probability":
+        limit = rng.choice((*LIMITS, rng.random()))
+        pair.compare_probability(*value_and_mask(rng, pair), limit)
+    elif kind == "slice":
+        mask = 1 << rng.randrange(32) | 1 << rng.randrange(32) | rng.getrandbits(3)
+        pair.compare_slice(mask, rng.choice((0, 1, 2, 7, 32, 64)))
+    elif kind == "pull":
+        pair.compare_pull(rng.choice((0, 1, 4, 100, 300)))
+    elif kind == "order":
+        pair.compare_order()
+    else:
+        compare_check(rng, pair)
+
+
+def compare_check(rng: random.Random, pair: SparsePair) -> None:
+    """A check that fails at some term, or meets one that lies past the array, or passes."""
+    length = rng.choice((0, 1, 2, 16, 256))
+    expected = blank(length)
+    expected[:] = 0
+    for term in pair.model.terms:
+        if term.key >> 1 < length:
+            expected[term.key >> 1] = vector([term.amplitude])[0]
+    if length and rng.random() < 0.7:
+        expected[some_term(rng, pair) % length] += rng.choice((0.5, 1e-9, np.nan))
+    pair.compare_check(expected, rng.choice((0.0, 1e-9, 0.5, -1.0)))
+
+
+def keep_width(source: SparseSource, model: SparseModel) -> None:
+    """Tells the source of a reset that has come about: not every one that it draws does."""
+    if source.num_qubits != model.num_qubits:
+        source.resize(model.num_qubits)
+
+
+def drive(engine: ModuleType, rng: random.Random) -> None:
+    """One filter's life: a reset as a rule, then records and calls, and a look at the order."""
+    source = SparseSource(rng, random_width(rng))
+    with open_sparse_pair(engine, rng.getrandbits(32)) as pair:
+        if rng.random() < 0.97:
+            pair.reset(source.num_qubits)
+        for _ in range(rng.choice((5, 15, 30, 45))):
+            pair.run([source.record()])
+            keep_width(source, pair.model)
+            if len(pair.model.terms) > MAX_TERMS:
+                pair.run([close_jump(pair), source.replacement()])
+            if rng.random() < 0.04:
+                change(rng, source, pair)
+            if rng.random() < 0.15:
+                peek(rng, pair)
+        pair.run([close_jump(pair)])
+        pair.compare_order()
+
+
+def close_jump(pair: SparsePair) -> Record:
+    """Ends a skip that is still going on."""
+    return tagged(LABEL, target_mask=pair.model.open_label)
+
+
+@pytest.mark.parametrize("batch", range(40))
+def test_random_programs(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
+    for _ in range(PROGRAMS_EACH):
+        drive(engine, rng)
+
+
+@pytest.mark.parametrize("number", range(10))
+def test_an_exchange_of_two_terms_is_noticed(
+    engine: ModuleType, rng: random.Random, number: int
+) -> None:
+    """The comparison of the order would be worth nothing if it passed for every order."""
+    source = SparseSource(rng, 8 + 5 * number)
+    with open_sparse_pair(engine, number) as pair:
+        pair.reset(source.num_qubits)
+        while len(pair.model.terms) < 4:
+            pair.run([source.record(), close_jump(pair)])
+        assert pair.compare_order()
+        terms = pair.model.terms
+        place = rng.randrange(len(terms) - 1)
+        terms[place], terms[place + 1] = terms[place + 1], terms[place]
+        with pytest.raises(AssertionError, match="stands before key"):
+            pair.compare_order()
+
+
+def disorder(rng: random.Random, num_qubits: int) -> list[Record]:
+    """Flips under conditions that scatter the keys, and a gate that brings partners together."""
+    qubits = rng.sample(range(num_qubits), 6)
+    bits = [1 << qubit for qubit in qubits]
+    low = rng.choice((opcodes.H, opcodes.RY, opcodes.ROOTY, opcodes.RX))
+    return [
+        tagged(X, target_mask=bits[0] | bits[1], cond_mask=bits[2]),
+        tagged(X, target_mask=bits[3], cond_mask=bits[4], cond_neg_mask=bits[4]),
+        tagged(low, target_mask=bits[5], angle=angle(rng), cond_mask=bits[0]),
+    ]
+
+
+@pytest.mark.parametrize("num_qubits", [9, 12, 14, 16])
+def test_long_lists(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
+    """How a list is brought into order depends on its length, and must not show."""
+    half = tagged(opcodes.H, target_mask=(1 << num_qubits - 1) - 1)
+    program = [reset_record(num_qubits), half]
+    program += [record for _ in range(6) for record in disorder(rng, num_qubits)]
+    with open_sparse_pair(engine, 1) as pair:
+        pair.model.run(program)
+        pair.filter.run_records(program)
+        assert pair.filter.num_terms() == len(pair.model.terms)
+        pair.compare_pull(1 << num_qubits)
+        steps = rng.sample(range(len(pair.model.terms) - 1), 200)
+        assert pair.compare_order(steps, num_qubits)
+
+
+def modelled(rng: random.Random, failures: Counter[str]) -> SparseModel:
+    """A model at the end of a program that goes on after failures, which are counted."""
+    source = SparseSource(rng, random_width(rng))
+    model = SparseModel(Generator(1))
+    model.run([reset_record(source.num_qubits)])
+    if rng.random() < 0.3:
+        model.push(amplitudes(random_state(rng, source.num_qubits)), 0)
+    for _ in range(30):
+        try:
+            model.run([source.record()])
+        except ModelError as error:
+            failures[re.sub("0x[0-9a-f]+|-?[0-9]+", "#", str(error))] += 1
+        keep_width(source, model)
+        if len(model.terms) > MAX_TERMS:
+            break
+    return model
+
+
+def test_the_programs_reach_what_they_are_for(rng: random.Random) -> None:
+    """The random programs would compare little if their states were plain or their lists short."""
+    failures: Counter[str] = Counter()
+    found: Counter[str] = Counter()
+    for _ in range(1000):
+        model = modelled(rng, failures)
+        keys = [term.key for term in model.terms]
+        found["long"] += len(keys) > 16
+        found["unsorted"] += keys != sorted(keys)
+        found["repeated"] += len(set(keys)) < len(keys)
+        found["wide"] += max(keys, default=0) > 1 << 33
+        found["stored zero"] += any(term.amplitude == (0.0, 0.0) for term in model.terms)
+        found["not a number"] += any(part != part for t in model.terms for part in t.amplitude)
+        found["flags"] += any(model.flags.get(flag) for flag in range(2, 40))
+        found["skipping"] += model.open_label != 0
+    assert len(failures) == 7, failures
+    assert min(found.values()) >= 10, found
+    assert found["unsorted"] > 250, found
+    assert found["not a number"] < 150, found

@@ -1,0 +1,1 @@
+"""Drivers of the engine's filters and helpers that several tests share."""

@@ -1,0 +1,184 @@
+"""The Clifford engine and its plain model, driven side by side and compared in all that shows."""
+
+from __future__ import annotations
+
+import contextlib
+from collections.abc import Iterator
+from itertools import zip_longest
+from types import ModuleType
+
+from models.clifford import CliffordModel
+from models.flags import CAPACITY
+from models.opcodes import EXTEND, RESET, SWAP
+from models.tableau import Row, Tableau, visible_qubits
+from models.wire import Record, tagged
+from support.clifford import CliffordFilter
+from support.driver import failure_of
+
+# Where flag numbers are compared, 32 at a time.
+FLAG_WINDOWS = (*range(-32, 224, 32), 99_999_980, 47_483_640, 54_775_790)
+
+
+def place_of(flag: int) -> int:
+    """A flag that shares the place of this one, and reads it as it is stored."""
+    place = abs(flag) % CAPACITY
+    return place if place > 1 else place + CAPACITY
+
+
+class Draws:
+    """Equations on draws, kept solved: each has one draw of its own, which no other has."""
+
+    def __init__(self) -> None:
+        self._solved: dict[int, tuple[int, int]] = {}
+
+    def add(self, mask: int, bit: int) -> None:
+        """The draws of the mask came out with this parity. What cannot be is passed over."""
+        for pivot, (other_mask, other_bit) in self._solved.items():
+            if mask & pivot:
+                mask, bit = mask ^ other_mask, bit ^ other_bit
+        if not mask:
+            return
+        own = mask & -mask
+        for pivot, (other_mask, other_bit) in self._solved.items():
+            if other_mask & own:
+                self._solved[pivot] = other_mask ^ mask, other_bit ^ bit
+        self._solved[own] = mask, bit
+
+    def shown(self) -> list[int]:
+        """The values of the draws that are known for certain."""
+        return [bit for pivot, (mask, bit) in self._solved.items() if mask == pivot]
+
+    def ones(self) -> int:
+        """The draws that gave a 1. A draw that nothing shows counts as 0."""
+        return sum(pivot for pivot, (_, bit) in self._solved.items() if bit)
+
+
+def phases(text: str) -> list[int]:
+    """The phases of the printed rows, the destabilizers first."""
+    return [int(line[0]) for line in text.splitlines() if line[0] != "-"]
+
+
+def difference(text: str, expected: str) -> str:
+    """The first line in which two printed tableaus differ."""
+    for number, (got, wanted) in enumerate(
+        zip_longest(text.splitlines(), expected.splitlines(), fillvalue="nothing")
+    ):
+        if got != wanted:
+            return f"line {number} is {got} instead of {wanted}"
+    return "the ends of lines differ"
+
+
+def swap_records(a: int, b: int) -> list[Record]:
+    """A swap of two qubits however far apart."""
+    extension = tagged(EXTEND, target_mask=1, target_offset=b)
+    return [extension, tagged(SWAP, target_mask=1, target_offset=a)]
+
+
+class CliffordPair:
+    """One engine filter and one model. The model learns the engine's draws from what shows."""
+
+    def __init__(self, engine: ModuleType) -> None:
+        self.filter = CliffordFilter(engine)
+        self.model = CliffordModel()
+        self.drawn: list[int] = []  # every drawn outcome that has shown
+        self.failures: list[str] = []
+        self._seen_flags: tuple[int, frozenset[int]] | None = None
+        self._words: dict[int, int] = {}
+
+    def rows(self) -> list[Row]:
+        """All rows of the model, none without a register."""
+        return self.model.state.all_rows() if self.model.state else []
+
+    def run(self, records: list[Record]) -> str | None:
+        """Runs one call on both sides and compares; answers the failure if it was one."""
+        __tracebackhide__ = True
+        answer = failure_of(lambda: self.filter.run_records(records))
+        expected = failure_of(lambda: self.model.run(records))
+        assert answer == expected, f"{answer} instead of {expected} after {records}"
+        try:
+            self.compare()
+        except AssertionError as error:
+            raise AssertionError(f"after {records}: {error}") from None
+        if not isinstance(expected, str):
+            return None
+        self.failures.append(expected)
+        return expected
+
+    @property
+    def num_qubits(self) -> int:
+        return self.model.state.num_qubits if self.model.state else 0
+
+    @property
+    def num_rows(self) -> int:
+        return len(self.model.state.stabilizers) if self.model.state else 0
+
+    def compare(self) -> None:
+        """Compares the printed text, once the draws are known, and the flags."""
+        __tracebackhide__ = True
+        text = failure_of(self.filter.tableau)
+        if self.model.state is not None and self.model.state.num_draws:
+            self._settle(self.model.state, text)
+        self.model.settle(0)
+        expected = failure_of(self.model.text)
+        assert text == expected, difference(text, expected)
+        for first, word in self._flag_words().items():
+            assert self.filter.flags(first, 32) == word, f"flags from {first} on"
+
+    def _flag_words(self) -> dict[int, int]:
+        """What the windows hold, worked out anew only when a flag has been stored."""
+        flags = self.model.flags
+        stored = flags.num_words, frozenset(flags.ones)
+        if self._seen_flags != stored:
+            self._seen_flags = stored
+            self._words = {
+                first: sum(flags.get(first + bit) << bit for bit in range(32))
+                for first in FLAG_WINDOWS
+            }
+        return self._words
+
+    def _settle(self, tableau: Tableau, text: str) -> None:
+        """Tells the model what the engine drew, as far as its signs and flags show that."""
+        draws = Draws()
+        for row, phase in zip(tableau.all_rows(), phases(text), strict=True):
+            draws.add(row.draws, (phase - row.phase) >> 1 & 1)
+        # Of two outcomes in one flag the later shows.
+        stored = {place_of(flag): (flag, out) for flag, out in self.model.stored if abs(flag) != 1}
+        for place, (flag, outcome) in stored.items():
+            draws.add(outcome.draws, self.filter.flag(place) ^ (flag < 0) ^ outcome.bit)
+        self.drawn += draws.shown()
+        self.model.settle(draws.ones())
+
+    def compare_hidden(self) -> None:
+        """Brings every qubit once to a column that is printed, and back.
+
+        Above 64 qubits the text leaves out the high qubits of the first word.
+        """
+        shown = visible_qubits(self.num_qubits)
+        hidden = sorted(set(range(self.num_qubits)) - set(shown))
+        for start in range(0, len(hidden), max(len(shown), 1)):
+            pairs = zip(shown, hidden[start:], strict=False)
+            swaps = [record for a, b in pairs for record in swap_records(a, b)]
+            self.run(swaps)
+            self.run(swaps)
+
+    def compare_peek(self, value: int, mask: int) -> None:
+        answer = failure_of(lambda: self.filter.probability(value, mask, 0.25))
+        assert answer == failure_of(lambda: self.model.probability(value, mask))
+
+    def postselect(self, value: int, mask: int) -> None:
+        answer = failure_of(lambda: self.filter.postselect(value, mask))
+        assert answer == failure_of(lambda: self.model.postselect(value, mask))
+        self.compare()
+
+
+@contextlib.contextmanager
+def open_clifford_pair(engine: ModuleType, num_qubits: int | None = None) -> Iterator[CliffordPair]:
+    """Both sides, with a register of `num_qubits` if that is given; freed at the end."""
+    pair = CliffordPair(engine)
+    try:
+        if num_qubits is not None:
+            pair.filter.reset(num_qubits)
+            pair.model.run([tagged(RESET, target_mask=num_qubits)])
+        yield pair
+    finally:
+        pair.filter.close()
