@@ -102,13 +102,9 @@ void OpFilter_BitQPUSim::build_lists(unsigned long target_mask, unsigned long ta
 
 void OpFilter_BitQPUSim::append_extensions() {
     if (!qpu_base().has_extensions()) return;
-    const auto append = [](std::vector<unsigned long>& list,
-                           const std::vector<unsigned long>& more) {
-        list.insert(list.end(), more.begin(), more.end());
-    };
-    append(target_list, qpu_base().target_extensions);
-    append(cond_list, qpu_base().cond_extensions);
-    append(cond_neg_list, qpu_base().cond_neg_extensions);
+    append_pairs(target_list, qpu_base().target_extensions);
+    append_pairs(cond_list, qpu_base().cond_extensions);
+    append_pairs(cond_neg_list, qpu_base().cond_neg_extensions);
     qpu_base().clear_extensions();
 }
 

@@ -64,9 +64,9 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
         case OP_SWAP:
             return swap(op);
         case OP_PHASE:
-            return turn(op, "qc.phase()");
+            return rotate_about_z(op, "qc.phase()");
         case OP_RZ:
-            return turn(op, "qc.rz()");
+            return rotate_about_z(op, "qc.rz()");
         case OP_PPR:
             return ppr(op.angle, op.target_mask, op.cond_mask, word(op.read_flag), op.cond_flag,
                        op.target_offset, op.cond_offset);
@@ -79,7 +79,7 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
             return write(op.cond_mask, op.target_mask, word(op.cond_flag), word(op.read_flag),
                          op.target_offset, op.cond_offset);
         case OP_CLEAR:
-        case OP_FREE:  // asserts nothing here
+        case OP_FREE:  // this filter does not check that freed qubits are 0
             return write(0, op.target_mask, word(op.cond_flag), 0, op.target_offset,
                          op.cond_offset);
         case OP_RESET:
@@ -92,8 +92,9 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
     }
 }
 
-// The size of the tableau is the low half of the word; the register keeps the whole. Only qubits of
-// the tableau can be reserved: entries for all that a wider word counts would not fit into memory.
+// The size of the tableau is the low 32 bits of the word, while the register stores the whole word.
+// Only qubits of the tableau can be reserved: a table for a larger number would not fit into
+// memory.
 void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     qpu_base().num_qubits = qubits;
     batch.clear();

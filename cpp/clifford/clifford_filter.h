@@ -1,7 +1,8 @@
-/// "StreamCliffordQPU": a stabilizer simulator for registers of any width.
+/// "StreamCliffordQPU", the stabilizer simulator: a filter whose state is a tableau.
+///
+/// Everything runs on the caller's thread. Nothing here is thread-safe.
 #pragma once
 
-#include <bit>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,36 +10,37 @@
 #include "clifford/tableau/gate_batch.h"
 #include "clifford/tableau/stabilizer_state.h"
 #include "filter/op_filter.h"
+#include "support/bits.h"
 
 namespace Nimbrel {
 
-/// Runs programs of Clifford gates, Pauli products and measurements on one tableau. What cannot be
-/// done on a tableau is refused by name.
+/// Runs Clifford gates, Pauli products and measurements on registers of any width. An operation
+/// that is not a Clifford operation is refused by name.
 ///
-/// Gates first wait in a batch; whatever looks at the tableau lets them act before. A record,
-/// peek or postselection that would act on a qubit outside the register is refused before it
-/// changes anything. A condition's negated bits have no effect: each condition qubit is a plain
-/// control.
+/// The filter owns the tableau and a batch of pending gates. Gates are added to the batch; every
+/// operation that reads the tableau applies the batch first. An operation on a qubit outside the
+/// register throws before it changes anything. Negated controls act like controls.
 ///
-/// A mask stands for the qubits from its offset on, the offset's low bits included. Everything runs
-/// on the caller's thread.
+/// Bit k of a mask is qubit offset + k; the offset need not be a multiple of 64.
 class OpFilter_CliffordQPUSim : public OpFilter {
   public:
     ~OpFilter_CliffordQPUSim() override = default;
 
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
 
-    /// Appends the tableau as text: a line for each destabilizer, a line of dashes, and a line for
-    /// each generator. `buffer` stays as it is.
+    /// Appends the tableau to `text`: a line for each destabilizer, a line of dashes, and a line
+    /// for each generator. `buffer` is not used.
     void pull_state(complex_t* buffer, std::string& text, unsigned long size) override;
 
-    /// Always throws: a tableau takes no amplitudes.
+    /// Always throws, because the state of this filter has no amplitudes.
     void push_state(const complex_t* src, unsigned long selector, unsigned long num_terms) override;
 
-    /// The probability of one qubit below 64: 0.0, 0.5 or 1.0. Changes and draws nothing.
+    /// Returns the probability, 0.0, 0.5 or 1.0, that the one qubit in `mask` has the value of its
+    /// bit in `value`. Does not change the state and draws nothing.
     double peek_read_probability(unsigned long value, unsigned long mask, double limit) override;
 
-    /// Projects one qubit below 64 on a value. Draws nothing.
+    /// Projects the one qubit in `mask` on the value of its bit in `value`. Draws nothing.
+    /// Throws if that outcome has probability 0.
     void postselect(unsigned long value, unsigned long mask) override;
 
     void s(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
@@ -50,97 +52,104 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     void z(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
            unsigned long cond_flag, unsigned long target_offset, unsigned long cond_offset);
 
-    /// Rotates about a Pauli product by a multiple of 45 degrees. A refused angle leaves the
-    /// product folded onto its pivot.
+    /// Rotates about a Pauli product by a multiple of 45 degrees. Any other angle throws after the
+    /// product has been folded onto its pivot; the fold is not undone.
     void ppr(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long read_flag, long cond_flag, unsigned long target_offset,
              unsigned long cond_offset);
 
-    /// Measures each target and flips it where the outcome is not the value's bit. Flags take the
-    /// outcomes.
+    /// Measures each target, stores the outcomes in the read flags from `read_flag` on and flips
+    /// the targets whose outcome differs from their bit of `value`.
     void write(unsigned long value, unsigned long target_mask, unsigned long cond_flag,
                unsigned long read_flag, unsigned long target_offset, unsigned long cond_offset);
 
   private:
     using GateKind = CliffordGate::Kind;
 
-    /// One factor of a Pauli product; Y has both bits.
+    /// One factor of a Pauli product. A Y has both bits.
     struct PauliLetter {
         unsigned long qubit;
         bool x;
         bool z;
     };
 
-    /// The qubits of a Pauli product that one pair of masks names.
+    /// A part of a Pauli product: the qubits of one X mask and one Z mask.
     struct PauliEntry {
         unsigned long base;  ///< qubit of bit 0 of the masks
         unsigned long x_mask;
         unsigned long z_mask;
 
         PauliLetter letter_of(unsigned long bit) const {
-            return {base + static_cast<unsigned long>(std::countr_zero(bit)), (x_mask & bit) != 0,
-                    (z_mask & bit) != 0};
+            return {base + bit_number(bit), (x_mask & bit) != 0, (z_mask & bit) != 0};
         }
     };
 
     void dispatch(const QPUOp& op);
     void reset(unsigned long qubits);
-    /// A record that turns by an angle about Z. `operation` is its name in the refusal.
-    void turn(const QPUOp& op, const char* operation);
+    /// Runs a phase or rz record as S, inverse S or Z. `operation` is its name in the refusal of
+    /// other angles.
+    void rotate_about_z(const QPUOp& op, const char* operation);
     void y(const QPUOp& op);
     void hadamard(const QPUOp& op);
     void swap(const QPUOp& op);
     void read(const QPUOp& op);
     void measure_pauli_product(const QPUOp& op);
 
+    /// Throws before the first reset.
     void require_state() const;
+    /// Throws for a qubit outside the register.
     void require_inside(unsigned long qubit) const;
     void require_inside(const std::vector<unsigned long>& list) const;
 
-    /// Fills both lists with the masks given and, behind them, the pending extensions.
+    /// Fills both lists with the masks and, after them, the pending mask extensions.
     void collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
                             unsigned long target_offset, unsigned long cond_offset);
-    /// The common head of the gates. With a `refusal` a condition mask is refused by that text.
-    /// Leaves the lists filled, their qubits not looked at yet. Returns whether the gate acts.
+    /// The first steps of every gate. Returns whether the classical condition holds.
+    /// Throws `refusal`, unless it is null, for a gate with controls.
+    /// Leaves: both lists filled. Their qubits have not been checked.
     bool prepare_gate(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_flag,
                       unsigned long target_offset, unsigned long cond_offset, const char* refusal);
-    /// The same by a record's words.
+    /// The same for a record.
     bool prepare_gate(const QPUOp& op, const char* refusal);
-    /// Queues a gate on each qubit of the target list, all of which must lie in the register.
+    /// Queues a gate on each qubit of the target list. Throws if one lies outside the register.
     void queue_on_targets(GateKind kind);
-    /// Queues the inverse of S on a qubit: a half turn and a quarter turn.
+    /// Queues the inverse of S: Z, then S.
     void queue_s_inv(unsigned long qubit);
     void queue(GateKind kind, unsigned long a, unsigned long b = 0);
 
-    /// The tableau with all gates applied.
+    /// Applies the pending gates and returns the tableau.
     StabilizerState& tableau();
+    /// Measures Z and returns the outcome.
     unsigned measure(unsigned long qubit);
-    /// Stores an outcome and counts the flag on, up to 0, where counting ends.
+    /// Stores an outcome and increments the flag. At flag 0 nothing is stored and the flag stays 0.
     void store_outcome(long& flag, unsigned outcome);
-    /// The bit that a write wants a qubit to have, from the first value word that spans it.
+    /// The value that a write gives a qubit: its bit in the first value mask that covers the qubit.
     unsigned wanted_bit(unsigned long qubit) const;
 
     void collect_pauli_masks(unsigned long x_mask, unsigned long z_mask,
                              unsigned long target_offset, unsigned long cond_offset);
+    /// Sets one mask of the entry with this base. Adds an entry if there is none and `mask` is not
+    /// 0.
     void put_pauli_mask(unsigned long base, unsigned long mask, unsigned long PauliEntry::* part);
-    /// Turns the product into Z on its pivot, whose number it returns, and back.
+    /// Queues gates that turn the product into Z on its pivot. Returns the pivot.
     unsigned long fold_product();
+    /// Queues the inverse of `fold_product`.
     void unfold_product(unsigned long pivot);
     void queue_fold_letter(const PauliLetter& letter, unsigned long pivot);
     void queue_unfold_letter(const PauliLetter& letter, unsigned long pivot);
-    /// Queues a rotation about Z by a quarter, a half or three quarters of a turn, or by none.
-    void turn_about_z(int angle, unsigned long qubit);
+    /// Queues a rotation about Z by 0, 90, 180 or 270 degrees. Throws for another angle.
+    void queue_z_rotation(int degrees, unsigned long qubit);
 
-    std::unique_ptr<StabilizerState> state;  ///< none before the first reset
-    GateBatch batch;                         ///< gates that have not reached the tableau yet
+    std::unique_ptr<StabilizerState> state;  ///< null before the first reset
+    GateBatch batch;                         ///< gates not yet applied to the tableau
 
-    // Scratch of the current record, kept for its storage: flat pairs of a mask and the qubit of
-    // its bit 0, and the entries of a Pauli product.
+    // Masks of the current record. Members, so that they keep their memory. The first two are flat
+    // lists of pairs of a mask and the qubit of its bit 0.
     std::vector<unsigned long> target_list;
     std::vector<unsigned long> condition_list;
     std::vector<PauliEntry> pauli_entries;
 
-    unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
+    unsigned long open_label = 0;  ///< label at which an open jump ends, 0 if no jump is open
 };
 
 }  // namespace Nimbrel

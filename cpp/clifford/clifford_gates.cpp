@@ -1,11 +1,9 @@
-// The gates: what each refuses, and what it queues for the tableau.
-#include <bit>
+// The gates: which controls each refuses, and which tableau gates it queues.
 #include <stdexcept>
 #include <string>
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
-#include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 
@@ -34,10 +32,8 @@ void OpFilter_CliffordQPUSim::collect_gate_masks(unsigned long target_mask, unsi
     if (target_mask != 0) append_pair(target_list, target_mask, target_offset);
     if (cond_mask != 0) append_pair(condition_list, cond_mask, cond_offset);
     if (!qpu_base().has_extensions()) return;
-    target_list.insert(target_list.end(), qpu_base().target_extensions.begin(),
-                       qpu_base().target_extensions.end());
-    condition_list.insert(condition_list.end(), qpu_base().cond_extensions.begin(),
-                          qpu_base().cond_extensions.end());
+    append_pairs(target_list, qpu_base().target_extensions);
+    append_pairs(condition_list, qpu_base().cond_extensions);
     qpu_base().clear_extensions();
 }
 
@@ -102,7 +98,8 @@ void OpFilter_CliffordQPUSim::hadamard(const QPUOp& op) {
     }
 }
 
-// A condition that comes by an extension alone does not count, here and in z().
+// In x() and z() a control counts only if the record has one too: controls that come from an
+// extension record alone are ignored.
 void OpFilter_CliffordQPUSim::x(unsigned long target_mask, unsigned long cond_mask,
                                 unsigned long /*cond_neg_mask*/, unsigned long cond_flag,
                                 unsigned long target_offset, unsigned long cond_offset) {
@@ -110,14 +107,14 @@ void OpFilter_CliffordQPUSim::x(unsigned long target_mask, unsigned long cond_ma
         return;
     }
     if (cond_mask == 0) return queue_on_targets(GateKind::x);
-    const FirstQubits conditions(condition_list);
-    if (conditions.count != 1) {
+    const FirstQubits controls(condition_list);
+    if (controls.count != 1) {
         throw std::runtime_error("qc.x() can only have one condition for Clifford sim.");
     }
     require_inside(target_list);
-    require_inside(conditions.first);
+    require_inside(controls.first);
     for_each_qubit(target_list,
-                   [&](unsigned long qubit) { queue(GateKind::cnot, conditions.first, qubit); });
+                   [&](unsigned long qubit) { queue(GateKind::cnot, controls.first, qubit); });
 }
 
 void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_mask,
@@ -127,28 +124,28 @@ void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_ma
         return;
     }
     if (cond_mask == 0) return queue_on_targets(GateKind::z);
-    const FirstQubits conditions(condition_list);
-    const bool symmetric = conditions.count == 2 && target_list.empty();
-    if (conditions.count != 1 && !symmetric) {
+    const FirstQubits controls(condition_list);
+    const bool symmetric = controls.count == 2 && target_list.empty();
+    if (controls.count != 1 && !symmetric) {
         throw std::runtime_error("qc.z() can only have one condition for Clifford sim.");
     }
     require_inside(target_list);
     require_inside(condition_list);
-    if (symmetric) return queue(GateKind::cz, conditions.first, conditions.second);
-    if (target_list.empty()) return queue(GateKind::z, conditions.first);
+    if (symmetric) return queue(GateKind::cz, controls.first, controls.second);
+    if (target_list.empty()) return queue(GateKind::z, controls.first);
     for_each_qubit(target_list,
-                   [&](unsigned long qubit) { queue(GateKind::cz, conditions.first, qubit); });
+                   [&](unsigned long qubit) { queue(GateKind::cz, controls.first, qubit); });
 }
 
-void OpFilter_CliffordQPUSim::turn(const QPUOp& op, const char* operation) {
+void OpFilter_CliffordQPUSim::rotate_about_z(const QPUOp& op, const char* operation) {
     const auto flag = static_cast<unsigned long>(op.cond_flag);
-    const auto act = [&](auto gate) {
+    const auto run = [&](auto gate) {
         (this->*gate)(op.target_mask, op.cond_mask, op.cond_neg_mask, flag, op.target_offset,
                       op.cond_offset);
     };
-    if (op.angle == 90.0) return act(&OpFilter_CliffordQPUSim::s);
-    if (op.angle == -90.0) return act(&OpFilter_CliffordQPUSim::s_inv);
-    if (op.angle == 180.0) return act(&OpFilter_CliffordQPUSim::z);
+    if (op.angle == 90.0) return run(&OpFilter_CliffordQPUSim::s);
+    if (op.angle == -90.0) return run(&OpFilter_CliffordQPUSim::s_inv);
+    if (op.angle == 180.0) return run(&OpFilter_CliffordQPUSim::z);
     throw std::runtime_error(std::string(operation) +
                              " has not been implemented for the Clifford sim.");
 }

@@ -1,8 +1,20 @@
-// Reading and writing qubits.
+// Measurement: reads and writes of qubits, probabilities and postselection.
+#include <bit>
+#include <stdexcept>
+
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
 
 namespace Nimbrel {
+namespace {
+
+/// Probability that a qubit is read as 1. `row` is the result of `reduced_z` for the qubit.
+double probability_of_one(const Stabilizer& row) {
+    if (!row.is_identity() || (row.phase & 1) != 0) return 0.5;
+    return row.phase == 2 ? 1.0 : 0.0;
+}
+
+}  // namespace
 
 StabilizerState& OpFilter_CliffordQPUSim::tableau() {
     batch.run(*state);
@@ -37,7 +49,8 @@ unsigned OpFilter_CliffordQPUSim::wanted_bit(unsigned long qubit) const {
     return 0;
 }
 
-// The value travels where a gate has its conditions.
+// The words that hold the controls of a gate hold the value of a write, so the value is in
+// `condition_list`.
 void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_mask,
                                     unsigned long cond_flag, unsigned long read_flag,
                                     unsigned long target_offset, unsigned long cond_offset) {
@@ -50,6 +63,49 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
         const unsigned outcome = measure(qubit);
         if (outcome != wanted_bit(qubit)) queue(GateKind::x, qubit);
         store_outcome(flag, outcome);
+    });
+}
+
+double OpFilter_CliffordQPUSim::peek_read_probability(unsigned long value, unsigned long mask,
+                                                      double /*limit*/) {
+    require_state();
+    if (mask == 0) {
+        throw std::runtime_error(
+            "qc.peek_read_probability() must specify at least one qubit to measure.");
+    }
+    if (!std::has_single_bit(mask)) {
+        throw std::runtime_error(
+            "qc.peek_read_probability() in Clifford sim must specify exactly one qubit to "
+            "measure.");
+    }
+    const unsigned long qubit = bit_number(mask);
+    require_inside(qubit);
+    const double one = probability_of_one(tableau().reduced_z(qubit));
+    return (value & mask) != 0 ? one : 1.0 - one;
+}
+
+// The probability comes from the virtual operation. A derived class may accept several qubits
+// there, so this function projects every qubit of the mask.
+void OpFilter_CliffordQPUSim::postselect(unsigned long value, unsigned long mask) {
+    if (mask == 0) {
+        throw std::runtime_error("qc.postselect() must specify at least one qubit to postselect.");
+    }
+    const double probability = peek_read_probability(value, mask, 0.0);
+    if (probability == 0.0) {
+        throw std::runtime_error("qc.postselect() no non-zero terms have the desired value.");
+    }
+    if (probability == 1.0) return;
+    require_state();
+    for_each_bit(mask, [&](unsigned long bit) {
+        const unsigned long qubit = bit_number(bit);
+        require_inside(qubit);
+        const unsigned short phase = (value & bit) != 0 ? 2 : 0;
+        Stabilizer row = tableau().reduced_z(qubit);
+        if (row.is_identity() && (row.phase & 1) == 0 && row.phase != phase) {
+            throw std::runtime_error("qc.postselect(): no non-zero terms match desired value.");
+        }
+        row.phase = phase;
+        tableau().project_qubit<Clifford{3}>(row, qubit);
     });
 }
 

@@ -1,10 +1,12 @@
-// Pauli products: folded into Z on one qubit, the pivot, acted on there, and unfolded again.
+// Rotation and measurement of Pauli products. Gates fold a product into Z on one qubit, the pivot;
+// the pivot is rotated or measured, and the gates are undone.
 #include <algorithm>
 #include <bit>
 #include <ranges>
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
+#include "filter/mask_pairs.h"
 #include "support/bits.h"
 #include "support/convert.h"
 
@@ -15,22 +17,23 @@ namespace {
     throw std::runtime_error("qc.ppr() angles must be multiples of pi/4 for Clifford sim.");
 }
 
-/// Twice a whole angle modulo 360. Doubling wraps in 32 bits.
-int folded_turn(double angle) {
+/// Twice the angle modulo 360, which is the angle of the rotation about Z on the pivot. The
+/// doubling wraps in 32 bits. Throws for an angle that is not a whole number.
+int z_rotation_of(double angle) {
     const int whole = truncate_to_i32(angle);
     if (!(static_cast<double>(whole) == angle)) refuse_angle();
     const auto doubled = static_cast<int>(static_cast<unsigned>(whole) * 2U);
     return (doubled % 360 + 360) % 360;
 }
 
-/// Visits the letters of an entry from the lowest bit up.
+/// Visits the letters of an entry from the lowest qubit to the highest.
 template <typename Entry, typename Visit>
 void for_each_letter(const Entry& entry, Visit&& visit) {
     for_each_bit(entry.x_mask | entry.z_mask,
                  [&](unsigned long bit) { visit(entry.letter_of(bit)); });
 }
 
-/// The same from the highest bit down.
+/// Visits the letters of an entry from the highest qubit to the lowest.
 template <typename Entry, typename Visit>
 void for_each_letter_down(const Entry& entry, Visit&& visit) {
     for (unsigned long left = entry.x_mask | entry.z_mask; left != 0;) {
@@ -54,19 +57,19 @@ void OpFilter_CliffordQPUSim::put_pauli_mask(unsigned long base, unsigned long m
     }
 }
 
-// A mask that comes later for the same base replaces the earlier one; they do not mix.
+// A later mask for the same base replaces the earlier one.
 void OpFilter_CliffordQPUSim::collect_pauli_masks(unsigned long x_mask, unsigned long z_mask,
                                                   unsigned long target_offset,
                                                   unsigned long cond_offset) {
     pauli_entries.clear();
     if (x_mask != 0) put_pauli_mask(target_offset, x_mask, &PauliEntry::x_mask);
     if (z_mask != 0) put_pauli_mask(cond_offset, z_mask, &PauliEntry::z_mask);
-    const auto put_pairs = [this](const std::vector<unsigned long>& list,
-                                  unsigned long PauliEntry::* part) {
-        for (std::size_t i = 0; i < list.size(); i += 2) put_pauli_mask(list[i + 1], list[i], part);
-    };
-    put_pairs(qpu_base().target_extensions, &PauliEntry::x_mask);
-    put_pairs(qpu_base().cond_extensions, &PauliEntry::z_mask);
+    for_each_mask(qpu_base().target_extensions, [this](unsigned long mask, unsigned long base) {
+        put_pauli_mask(base, mask, &PauliEntry::x_mask);
+    });
+    for_each_mask(qpu_base().cond_extensions, [this](unsigned long mask, unsigned long base) {
+        put_pauli_mask(base, mask, &PauliEntry::z_mask);
+    });
     qpu_base().clear_extensions();
 }
 
@@ -86,11 +89,12 @@ void OpFilter_CliffordQPUSim::queue_unfold_letter(const PauliLetter& letter, uns
     }
 }
 
-// The pivot is counted from bit 0 of the first entry without that entry's base. With a base it may
-// be a qubit that the product does not have; the sweeps go by the number all the same.
+// The pivot is the number of the lowest bit in the masks of the first entry; the base of the entry
+// is not added. With a base other than 0 the pivot may be a qubit outside the product, and the
+// gates use that qubit.
 unsigned long OpFilter_CliffordQPUSim::fold_product() {
     const PauliEntry& first = pauli_entries.front();
-    const auto pivot = static_cast<unsigned long>(std::countr_zero(first.x_mask | first.z_mask));
+    const unsigned long pivot = bit_number(first.x_mask | first.z_mask);
     require_inside(pivot);
     for (const PauliEntry& entry : pauli_entries) {
         for_each_letter(entry, [this](const PauliLetter& letter) { require_inside(letter.qubit); });
@@ -120,13 +124,13 @@ void OpFilter_CliffordQPUSim::ppr(double angle, unsigned long target_mask, unsig
     if (angle == 0.0 || (target_mask | cond_mask) == 0) return;
     collect_pauli_masks(target_mask, cond_mask, target_offset, cond_offset);
     const unsigned long pivot = fold_product();
-    // Looked at only now: a refused angle leaves the product folded.
-    turn_about_z(folded_turn(angle), pivot);
+    // The angle is checked after the fold: a refused angle leaves the product folded.
+    queue_z_rotation(z_rotation_of(angle), pivot);
     unfold_product(pivot);
 }
 
-void OpFilter_CliffordQPUSim::turn_about_z(int angle, unsigned long qubit) {
-    switch (angle) {
+void OpFilter_CliffordQPUSim::queue_z_rotation(int degrees, unsigned long qubit) {
+    switch (degrees) {
         case 0:
             return;
         case 90:

@@ -1,25 +1,21 @@
-/// Walking flat lists of pairs of a mask and the qubit of its bit 0, the form of wide masks here.
+/// Walks over the qubits of a wide mask, a flat list of pairs of a mask and the qubit of its bit 0.
+///
+/// Pure functions on the caller's lists.
 #pragma once
 
-#include <bit>
-#include <vector>
-
-#include "support/bits.h"
+#include "filter/mask_pairs.h"
 
 namespace Nimbrel {
 
-/// Calls `visit(qubit)` for each qubit, pair by pair and from the lowest bit up.
+/// Calls `visit(qubit)` for each qubit: pair by pair, from the lowest bit of a mask to the highest.
 template <typename Visit>
 void for_each_qubit(const std::vector<unsigned long>& list, Visit&& visit) {
-    for (std::size_t i = 0; i < list.size(); i += 2) {
-        const unsigned long base = list[i + 1];
-        for_each_bit(list[i], [&](unsigned long bit) {
-            visit(base + static_cast<unsigned long>(std::countr_zero(bit)));
-        });
-    }
+    for_each_mask(list, [&](unsigned long mask, unsigned long base) {
+        for_each_bit(mask, [&](unsigned long bit) { visit(base + bit_number(bit)); });
+    });
 }
 
-/// How many qubits a list names, and the first two of them.
+/// The number of qubits in a list, and the first two of them.
 struct FirstQubits {
     unsigned long count = 0;
     unsigned long first = 0;

@@ -9,8 +9,8 @@
 namespace Nimbrel {
 namespace {
 
-// The inverse gates have their factors written down; their partners turn by an angle, and the real
-// parts of the two come out unlike.
+// T and S compute their factors from an angle. The inverse gates use these constants, whose real
+// parts differ from the computed ones in the last bits.
 constexpr complex_t t_inv_factor{0.7071067811865476, -0.7071067811865475};
 constexpr complex_t s_inv_factor{6.123233995736766e-17, -1.0};
 
@@ -67,18 +67,19 @@ void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
         case OP_PPM:
             return measure_pauli_product(op);
         case OP_PCP:
-            return;  // let pass, whatever it holds
+            return;  // accepted and ignored
 
         case OP_READ:
             return read(op);
         case OP_WRITE:
-            // The flags go where the word of the target's offset says.
+            // In this filter the word `target_offset` holds the first read flag of a write.
             return apply_write(op.cond_mask, op.target_mask, op.cond_flag,
                                static_cast<long>(op.target_offset));
         case OP_CLEAR:
             return clear(op.target_mask, op.cond_flag);
         case OP_FREE:
-            return clear(op.target_mask, op.read_flag);  // its condition travels in that word
+            return clear(op.target_mask,
+                         op.read_flag);  // `read_flag` holds its classical condition
         case OP_RESET:
             return reset(op.target_mask);
 
@@ -88,7 +89,7 @@ void OpFilter_SparseSVSim::dispatch(const QPUOp& op) {
 }
 
 void OpFilter_SparseSVSim::reset(unsigned long qubits) {
-    constexpr unsigned long most_qubits = 63;  // a key has one bit for the marker
+    constexpr unsigned long most_qubits = 63;  // one key bit is the marker
     if (qubits > most_qubits) {
         throw std::runtime_error("This quick sparse_sv prototype just handles 64 qubits.");
     }

@@ -1,4 +1,6 @@
-/// "StreamSparseQPU": a state-vector simulator that stores the terms of the state one by one.
+/// "StreamSparseQPU", the sparse state-vector simulator: a filter whose state is a list of terms.
+///
+/// Everything runs on the caller's thread. Nothing here is thread-safe.
 #pragma once
 
 #include <string>
@@ -10,16 +12,15 @@
 
 namespace Nimbrel {
 
-/// Holds a state on up to 63 qubits as a list of terms and costs what the list is long.
+/// Simulates up to 63 qubits. Time and memory grow with the number of stored terms.
 ///
-/// The order of the list is part of what can be observed: samples, partial sums and ties go by it.
-/// A gate that mixes pairs of terms leaves the list in order of its marked keys, with the terms
-/// that it adds behind them; every other operation keeps the order. No gate removes a term, and a
-/// term whose amplitude has become 0 is kept and counted.
+/// The order of the list is observable: it decides samples, the rounding of sums, sums that end at
+/// a limit, and ties between terms of equal size. A gate on pairs of terms sorts the list by its
+/// marked keys and appends the terms that it creates. All other operations keep the order. No gate
+/// removes a term: a term whose amplitude becomes 0 stays in the list and is counted.
 ///
-/// Masks are 64 bits wide; bits outside the register have no effect. Angles are in degrees. The
-/// memory of the longest list so far, and as much again for ordering it, is kept until the filter
-/// ends. Everything runs on the caller's thread.
+/// Masks have 64 bits; bits outside the register have no effect. Angles are in degrees. The filter
+/// keeps the memory of its longest list, and of a scratch list, until it is destroyed.
 class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
   public:
     OpFilter_SparseSVSim();
@@ -27,20 +28,23 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
 
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
 
-    /// Writes each term at its index, zeros elsewhere; `length` 0 leaves the rest as it is.
+    /// Sets the first `length` amplitudes of `dest` to 0, then writes each stored term at its
+    /// index.
     void pull_state(complex_t* dest, std::string& info, unsigned long length) override;
 
-    /// The amplitudes of the qubits in `mask`, packed, for that setting of all other qubits which
-    /// the largest term has; the first of equals counts. Not normalised.
+    /// Writes the amplitudes of the qubits in `mask`, for the values that the other qubits have in
+    /// the largest term (the first in the list among equally large ones). The index in `dest` is
+    /// made of the masked bits, packed. The amplitudes are not normalised.
     void pull_state_specific(std::string& message, complex_t* dest, unsigned long length,
                              unsigned long mask) override;
 
-    /// Replaces the list by the amplitudes in order of their index, without those whose squared
-    /// magnitude is below `prune_threshold`. Throws for a `mask`.
+    /// Replaces the list by the amplitudes of `source`, in order of their index. Amplitudes of zero
+    /// bits and those whose squared magnitude is below `prune_threshold` are not stored.
+    /// Throws if `mask` is not 0.
     void push_state(const complex_t* source, unsigned long mask, unsigned long length) override;
 
-    /// 1 if every stored term is within `tolerance` of `expected` in both parts. Entries of
-    /// `expected` that have no term are not looked at.
+    /// Returns 1 if the real and imaginary part of every stored term differ from `expected` by at
+    /// most `tolerance`, else 0. Entries of `expected` without a stored term are not compared.
     int check_state(const complex_t* expected, double tolerance, bool flag) const override;
 
     unsigned long peek_num_nonzero_terms() override;
@@ -53,29 +57,31 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     double pps(unsigned long x_mask, unsigned long z_mask) override;
     void finish() override;
 
-    // What records and products of gates are made of. Each asks `cond_flag` first.
+    // Gates of which records and Pauli products consist. A gate does nothing if the classical
+    // condition `cond_flag` fails.
     void apply_phase(double angle, unsigned long target_mask, unsigned long cond_mask,
                      unsigned long cond_neg_mask, long cond_flag);
     void apply_hadamard(unsigned long target_mask, unsigned long cond_mask,
                         unsigned long cond_neg_mask, long cond_flag);
-    /// `m` is m00, m01, m10, m11.
+    /// `m` is the matrix m00, m01, m10, m11.
     void apply_matrix(const complex_t m[4], unsigned long target_mask, unsigned long cond_mask,
                       unsigned long cond_neg_mask, long cond_flag);
 
-    /// Measures the targets and flips them to `value`; stores the measured bits from `read_flag`
-    /// on. A write of the whole register replaces the state, with no draw and no flags.
+    /// Measures the targets, stores the outcomes in the read flags from `read_flag` on and flips
+    /// the targets to `value`. If the targets are the whole register, the state is replaced by the
+    /// basis state `value`; nothing is drawn and no flag is stored.
     void apply_write(unsigned long value, unsigned long target_mask, long cond_flag,
                      long read_flag);
 
-    /// Measures a Pauli product by turning it into one Z. A `sign` of -1 inverts the outcome. The
-    /// masks lie inside the register.
+    /// Measures a Pauli product and returns the outcome, 0 or 1. A `sign` of -1 inverts it.
+    /// Requires: the masks lie inside the register.
     unsigned long ppm_as_gates(int sign, unsigned long x_mask, unsigned long z_mask);
 
     unsigned long num_qubits = 0;
     unsigned long qubit_mask = 0;
-    double prune_threshold = 0.0;  ///< squared magnitude; no gate asks for it
-    unsigned long index_bits = 0;  ///< bits that may be set in the index of a term
-    unsigned long open_label = 0;  ///< label that an open jump looks for, 0 for none
+    double prune_threshold = 0.0;  ///< squared magnitude; used by `push_state` only
+    unsigned long index_bits = 0;  ///< bits that may be 1 in the index of a stored term
+    unsigned long open_label = 0;  ///< label at which an open jump ends, 0 if no jump is open
     TermList terms;
 
   private:
@@ -86,24 +92,24 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
                                  double tolerance) const override;
     ArrayNeeds peek_n_biggest_terms_needs(unsigned long count) const override;
     ArrayNeeds peek_value_needs() const override;
-    /// Number of amplitudes in an array with a place for every stored term; may be more if an array
-    /// of that `length` is given.
+    /// Number of amplitudes that an array needs to have a place for every stored term. If an array
+    /// of `length` is long enough for any state, an upper bound that needs no walk over the list.
     unsigned long terms_spanned(unsigned long length) const;
 
     void dispatch(const QPUOp& op);
     void reset(unsigned long qubits);
 
-    /// The qubits of a mask that the register has, as bits of a key.
+    /// The bits of a mask that lie in the register, as key bits.
     unsigned long key_bits(unsigned long mask) const { return (mask & qubit_mask) * 2; }
-    KeyPattern condition_of(unsigned long cond_mask, unsigned long cond_neg_mask) const {
-        return KeyPattern::condition(key_bits(cond_mask), key_bits(cond_neg_mask));
+    KeyPattern pattern_of_controls(unsigned long cond_mask, unsigned long cond_neg_mask) const {
+        return KeyPattern::of_controls(key_bits(cond_mask), key_bits(cond_neg_mask));
     }
 
     void flip(const QPUOp& op);
     void swap(const QPUOp& op);
 
-    /// Calls `walk(pattern)` for each target of a diagonal gate, lowest first. Without a target the
-    /// lowest condition takes its place.
+    /// Calls `walk(pattern)` for each target of a diagonal gate, lowest first; the pattern matches
+    /// the terms that the gate changes. Without a target the lowest control is the target.
     template <typename Walk>
     void for_each_phase_target(unsigned long target_mask, unsigned long cond_mask,
                                unsigned long cond_neg_mask, Walk&& walk) const;
@@ -112,7 +118,7 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     void multiply_terms(complex_t factor, unsigned long target_mask, unsigned long cond_mask,
                         unsigned long cond_neg_mask);
 
-    /// The pair walk of one gate over all its targets, lowest first.
+    /// Applies a gate that mixes the two terms of a pair to each target, lowest first.
     template <typename Gate>
     void mix_pairs(const Gate& gate, unsigned long target_mask, unsigned long cond_mask,
                    unsigned long cond_neg_mask);
@@ -124,17 +130,19 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     void rotate_pauli_product(const QPUOp& op);
     void measure_pauli_product(const QPUOp& op);
 
-    /// Draws a term by its probability and gives its bits on `targets`.
+    /// Draws a term by its probability and returns its values of the target qubits.
     unsigned long sample(unsigned long targets) const;
-    /// Samples the targets and projects the state on the outcome.
+    /// Samples the targets, projects the state on the outcome and returns it.
     unsigned long measure(unsigned long targets);
     void read(const QPUOp& op);
     void clear(unsigned long target_mask, long cond_flag);
+    /// Stores the values of the target qubits in consecutive read flags.
     void store_flags(long first_flag, unsigned long targets, unsigned long values);
+    /// Replaces the state by one basis state.
     void replace_by(unsigned long index);
 
-    TermList sort_space;  ///< scratch of pair walks, kept for its storage
-    SineCosineMemo turns;
+    TermList sort_scratch;  ///< a member to keep its memory between gates
+    SineCosineMemo sine_cosines;
 };
 
 }  // namespace Nimbrel

@@ -1,4 +1,4 @@
-// Measuring and setting qubits: samples, projections, reads and writes.
+// Measurement: samples, projections, reads and writes of qubits, and normalisation.
 #include <cmath>
 #include <stdexcept>
 
@@ -22,8 +22,8 @@ void scale(TermList& terms, double factor) {
 
 }  // namespace
 
-// Rounding can leave the total short of the draw. Then the number of the last term stands in for a
-// key, also for an empty list; outcomes have to be repeatable, so it stays.
+// If rounding leaves the sum below the draw, or the list is empty, the number of the last term is
+// used as if it were a key. A seed must keep giving the same outcomes, so this does not change.
 unsigned long OpFilter_SparseSVSim::sample(unsigned long targets) const {
     const double draw = random_zero_to_one();
     unsigned long chosen = terms.size() - 1;
@@ -73,7 +73,7 @@ void OpFilter_SparseSVSim::replace_by(unsigned long index) {
     terms.assign(1, {index * 2, {1.0, 0.0}});
 }
 
-// A negative number climbs toward zero, and a run may cross it.
+// The flag number is incremented for every qubit. A negative one runs towards 0 and may pass it.
 void OpFilter_SparseSVSim::store_flags(long first_flag, unsigned long targets,
                                        unsigned long values) {
     if (first_flag == 0) return;
@@ -95,7 +95,7 @@ void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target
                                        long cond_flag, long read_flag) {
     if (!qpu_base().flag_condition(cond_flag)) return;
     const unsigned long targets = target_mask & qubit_mask;
-    // Nothing of the old state would be left, so nothing is drawn.
+    // All qubits are overwritten: no measurement is needed.
     if (targets == qubit_mask) return replace_by(value & qubit_mask);
     if (targets == 0) return;
     const unsigned long measured = measure(targets);

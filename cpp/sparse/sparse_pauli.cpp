@@ -1,5 +1,6 @@
-// Products of Pauli letters: every letter is turned to a Z, the parity of the Zs is folded into the
-// highest qubit, and once that one has been rotated or measured all is undone.
+// Rotation and measurement of Pauli products. Basis changes turn every letter into a Z, CNOTs put
+// the parity of all Zs into the pivot qubit, the pivot is rotated or measured, and the steps are
+// undone.
 #include <bit>
 
 #include "sparse/sparse_filter.h"
@@ -9,16 +10,16 @@
 namespace Nimbrel {
 namespace {
 
-// Quarter turns of a measurement are written down; a rotation computes its own.
-constexpr complex_t quarter_turn{6.123233995736766e-17, 1.0};
-constexpr complex_t quarter_turn_back{6.123233995736766e-17, -1.0};
+// Factors of S and its inverse in a measurement. A rotation computes them from an angle.
+constexpr complex_t s_factor{6.123233995736766e-17, 1.0};
+constexpr complex_t s_inv_factor{6.123233995736766e-17, -1.0};
 
-/// The qubits of a product by their letter.
+/// The qubits of a Pauli product by letter.
 struct PauliLetters {
     unsigned long ys;
     unsigned long only_xs;
-    unsigned long pivot;  ///< the highest qubit with a letter, qubit 0 if there is none
-    unsigned long below;  ///< the others
+    unsigned long pivot;  ///< the highest qubit with a letter; qubit 0 if there is none
+    unsigned long below;  ///< all other qubits with a letter
 
     PauliLetters(unsigned long x_mask, unsigned long z_mask)
         : ys(x_mask & z_mask), only_xs(x_mask & ~z_mask) {
@@ -28,8 +29,8 @@ struct PauliLetters {
     }
 };
 
-/// A ladder of controlled flips from every lower qubit onto the pivot, in one walk: the flips all
-/// have one target, so only their number matters. It is its own inverse.
+/// CNOTs from every lower qubit of the product to the pivot, in one walk over the list: the pivot
+/// is flipped if an odd number of controls is 1. A second call undoes the first.
 void fold_parity(TermList& terms, const PauliLetters& letters) {
     if (letters.below == 0) return;
     for (term_t& term : terms) {
@@ -40,7 +41,8 @@ void fold_parity(TermList& terms, const PauliLetters& letters) {
 
 }  // namespace
 
-// The conditions belong to the turn about Z alone; what stands around it cancels without it.
+// Only the rotation about Z has the controls of the gate. If they are not met, the other steps
+// cancel each other.
 void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     const PauliLetters letters(op.target_mask & qubit_mask, op.cond_mask & qubit_mask);
@@ -49,10 +51,10 @@ void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
     apply_hadamard(letters.only_xs, 0, 0, 0);
     fold_parity(terms, letters);
 
-    const auto [s, c] = turns.of_half(2 * op.angle);
-    const complex_t turn[4]{{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}};
-    apply_matrix(turn, letters.pivot, static_cast<unsigned long>(op.read_flag), op.cond_neg_mask,
-                 0);
+    const auto [s, c] = sine_cosines.of_half(2 * op.angle);
+    const complex_t z_rotation[4]{{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}};
+    apply_matrix(z_rotation, letters.pivot, static_cast<unsigned long>(op.read_flag),
+                 op.cond_neg_mask, 0);
 
     fold_parity(terms, letters);
     apply_hadamard(letters.only_xs, 0, 0, 0);
@@ -71,12 +73,12 @@ unsigned long OpFilter_SparseSVSim::ppm_as_gates(int sign, unsigned long x_mask,
                                                  unsigned long z_mask) {
     if ((x_mask | z_mask) == 0) return 0;
     const PauliLetters letters(x_mask, z_mask);
-    multiply_terms(quarter_turn_back, letters.ys, 0, 0);
+    multiply_terms(s_inv_factor, letters.ys, 0, 0);
     apply_hadamard(letters.ys, 0, 0, 0);
     apply_hadamard(letters.only_xs, 0, 0, 0);
     fold_parity(terms, letters);
 
-    // The pivot itself is turned over, so that the sample and the projection see it inverted.
+    // The pivot is flipped, so that the sample and the projection use the inverted value.
     const bool inverted = sign == -1;
     if (inverted) flip_qubits(terms, letters.pivot);
     const unsigned long outcome = measure(letters.pivot) != 0 ? 1 : 0;
@@ -85,7 +87,7 @@ unsigned long OpFilter_SparseSVSim::ppm_as_gates(int sign, unsigned long x_mask,
     fold_parity(terms, letters);
     apply_hadamard(letters.only_xs, 0, 0, 0);
     apply_hadamard(letters.ys, 0, 0, 0);
-    multiply_terms(quarter_turn, letters.ys, 0, 0);
+    multiply_terms(s_factor, letters.ys, 0, 0);
     return outcome;
 }
 

@@ -1,4 +1,4 @@
-// Amplitudes to and from the caller's arrays.
+// Transfer of amplitudes between the term list and the caller's arrays.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -10,23 +10,23 @@
 namespace Nimbrel {
 namespace {
 
-/// Terms of one setting of the qubits outside a mask, and where each goes.
+/// The terms that agree on all qubits outside a mask.
 class Slice {
   public:
-    /// `mask` is a mask of key bits, `member` the key of some term of the slice.
+    /// `mask` is a mask of key bits, `member` the key of one term of the slice.
     Slice(unsigned long mask, unsigned long member) : mask_(mask), member_(member) {}
 
-    bool holds(unsigned long key) const { return ((key ^ member_) & ~mask_) == 0; }
+    bool contains(unsigned long key) const { return ((key ^ member_) & ~mask_) == 0; }
 
-    /// The key's bits on the mask side by side, the lowest of them in bit 0.
-    unsigned long place_of(unsigned long key) const {
-        unsigned long place = 0;
+    /// The masked bits of the key, packed: the lowest masked bit becomes bit 0.
+    unsigned long packed_index(unsigned long key) const {
+        unsigned long index = 0;
         unsigned long next = 1;
         for_each_bit(mask_, [&](unsigned long bit) {
-            if ((key & bit) != 0) place |= next;
+            if ((key & bit) != 0) index |= next;
             next <<= 1;
         });
-        return place;
+        return index;
     }
 
   private:
@@ -34,7 +34,8 @@ class Slice {
     unsigned long member_;
 };
 
-/// Key of the term of largest magnitude, the first of equals; 0 if none is above 0.
+/// Key of the term of largest magnitude, the first in the list among equals. 0 if all magnitudes
+/// are 0.
 unsigned long largest_key(const TermList& terms) {
     unsigned long key = 0;
     double largest = 0.0;
@@ -77,12 +78,12 @@ ArrayNeeds OpFilter_SparseSVSim::pull_state_specific_needs(unsigned long selecto
     const Slice slice(mask, largest_key(terms));
     unsigned long needed = 0;
     for (const term_t& term : terms) {
-        if (slice.holds(term.key)) needed = std::max(needed, slice.place_of(term.key) + 1);
+        if (slice.contains(term.key)) needed = std::max(needed, slice.packed_index(term.key) + 1);
     }
     return {.amplitudes = needed, .writable = true};
 }
 
-// A check ends at the first term that differs, so the array need not reach the terms behind it.
+// A check ends at the first term that differs, so the array may be too short for later terms.
 ArrayNeeds OpFilter_SparseSVSim::check_state_needs(const complex_t* expected, unsigned long length,
                                                    double tolerance) const {
     const unsigned long spanned = terms_spanned(length);
@@ -106,7 +107,7 @@ void OpFilter_SparseSVSim::pull_state_specific(std::string& /*message*/, complex
     const Slice slice(key_bits(mask), largest_key(terms));
     std::fill_n(dest, length, complex_t{0.0, 0.0});
     for (const term_t& term : terms) {
-        if (slice.holds(term.key)) dest[slice.place_of(term.key)] = term.amplitude;
+        if (slice.contains(term.key)) dest[slice.packed_index(term.key)] = term.amplitude;
     }
 }
 
@@ -115,22 +116,22 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     if (mask != 0) {
         throw std::runtime_error("Partial push_state is not yet implemented for sparse_sv.");
     }
-    const auto is_kept = [this](const complex_t& a) {
+    const auto is_stored = [this](const complex_t& a) {
         return !is_raw_zero(a) && !(prune_threshold > squared_magnitude(a));
     };
-    // Counted first: a vast array of few terms must not claim its own size, and a failed claim must
-    // leave the old state.
-    const auto kept = static_cast<std::size_t>(std::count_if(source, source + length, is_kept));
-    if (terms.capacity() < kept) {
-        require_memory_for_terms("push_state() could not allocate a list", kept);
+    // The terms are counted first, so that a large array of few terms needs little memory. The new
+    // list is allocated before the old one is freed, so that a failure keeps the state.
+    const auto stored = static_cast<std::size_t>(std::count_if(source, source + length, is_stored));
+    if (terms.capacity() < stored) {
+        require_memory_for_terms("push_state() could not allocate a list", stored);
         TermList larger;
-        larger.reserve(kept);
+        larger.reserve(stored);
         terms.swap(larger);
     }
     terms.clear();
     index_bits = qubit_mask | (std::bit_ceil(length) - 1);
     for (unsigned long i = 0; i < length; ++i) {
-        if (is_kept(source[i])) terms.push_back({i * 2, source[i]});
+        if (is_stored(source[i])) terms.push_back({i * 2, source[i]});
     }
 }
 

@@ -19,6 +19,11 @@ constexpr unsigned long word_of(unsigned long position) { return position / bits
 /// The bit of a position inside its word.
 constexpr unsigned long bit_of(unsigned long position) { return 1UL << (position % bits_per_word); }
 
+/// Number of the lowest set bit of a mask. Requires: the mask is not 0.
+constexpr unsigned long bit_number(unsigned long mask) {
+    return static_cast<unsigned long>(std::countr_zero(mask));
+}
+
 /// Lowest set bit of a mask, 0 for an empty mask.
 constexpr unsigned long lowest_bit(unsigned long mask) { return mask & (0UL - mask); }
 

@@ -8,7 +8,7 @@ namespace {
 constexpr std::size_t side = 64;
 using BitSquare = std::array<unsigned long, side>;
 
-/// Exchanges the upper right with the lower left quarter of every square of 2 `Half` by 2 `Half`.
+/// In every sub-square of 2 * Half rows and columns, swaps the upper right and lower left quarter.
 template <std::size_t Half>
 void exchange_quarters(BitSquare& square, unsigned long low_halves) {
     for (std::size_t top = 0; top < side; top += 2 * Half) {
@@ -20,7 +20,7 @@ void exchange_quarters(BitSquare& square, unsigned long low_halves) {
     }
 }
 
-/// Makes bit c of word r bit r of word c.
+/// Moves bit c of word r to bit r of word c.
 void transpose(BitSquare& square) {
     exchange_quarters<32>(square, 0x00000000FFFFFFFF);
     exchange_quarters<16>(square, 0x0000FFFF0000FFFF);
@@ -33,7 +33,7 @@ void transpose(BitSquare& square) {
 using Part = PauliBits Stabilizer::*;
 using ColumnPart = RowBits::Words BitColumn::*;
 
-/// One word of each row of a group, as a square whose missing rows are 0.
+/// One word of each row of a group of up to 64 rows. Words without a row are 0.
 BitSquare gather(std::span<Stabilizer* const> rows, Part part, unsigned word) {
     BitSquare square{};
     for (std::size_t i = 0; i < rows.size(); ++i) square[i] = (rows[i]->*part).words[word];
@@ -52,15 +52,15 @@ void for_each_group(std::span<Stabilizer* const> rows, Visit&& visit) {
     }
 }
 
-void take_square(std::span<Stabilizer* const> rows, Part part, unsigned word, BitColumn* columns,
+void read_square(std::span<Stabilizer* const> rows, Part part, unsigned word, BitColumn* columns,
                  ColumnPart column_part, std::size_t group) {
     BitSquare square = gather(rows, part, word);
     transpose(square);
     for (std::size_t i = 0; i < side; ++i) (columns[i].*column_part)[group] = square[i];
 }
 
-void give_square_back(std::span<Stabilizer* const> rows, Part part, unsigned word,
-                      const BitColumn* columns, ColumnPart column_part, std::size_t group) {
+void write_square(std::span<Stabilizer* const> rows, Part part, unsigned word,
+                  const BitColumn* columns, ColumnPart column_part, std::size_t group) {
     BitSquare square;
     for (std::size_t i = 0; i < side; ++i) square[i] = (columns[i].*column_part)[group];
     transpose(square);
@@ -71,25 +71,26 @@ void give_square_back(std::span<Stabilizer* const> rows, Part part, unsigned wor
 
 void BitColumns::reserve(std::size_t words) { columns_.reserve(words * side); }
 
-void BitColumns::take(std::span<Stabilizer* const> rows, std::span<const unsigned> words) {
+void BitColumns::read_from_rows(std::span<Stabilizer* const> rows,
+                                std::span<const unsigned> words) {
     rows_ = rows;
     words_ = words;
     columns_.resize(words.size() * side);
     for_each_group(rows, [&](std::span<Stabilizer* const> group_rows, std::size_t group) {
         for (std::size_t i = 0; i < words.size(); ++i) {
             BitColumn* const columns = &columns_[i * side];
-            take_square(group_rows, &Stabilizer::x, words[i], columns, &BitColumn::x, group);
-            take_square(group_rows, &Stabilizer::z, words[i], columns, &BitColumn::z, group);
+            read_square(group_rows, &Stabilizer::x, words[i], columns, &BitColumn::x, group);
+            read_square(group_rows, &Stabilizer::z, words[i], columns, &BitColumn::z, group);
         }
     });
 }
 
-void BitColumns::give_back() const {
+void BitColumns::write_to_rows() const {
     for_each_group(rows_, [&](std::span<Stabilizer* const> group_rows, std::size_t group) {
         for (std::size_t i = 0; i < words_.size(); ++i) {
             const BitColumn* const columns = &columns_[i * side];
-            give_square_back(group_rows, &Stabilizer::x, words_[i], columns, &BitColumn::x, group);
-            give_square_back(group_rows, &Stabilizer::z, words_[i], columns, &BitColumn::z, group);
+            write_square(group_rows, &Stabilizer::x, words_[i], columns, &BitColumn::x, group);
+            write_square(group_rows, &Stabilizer::z, words_[i], columns, &BitColumn::z, group);
         }
     });
 }

@@ -1,7 +1,6 @@
-/// A block of tableau rows turned on its side: one register for each qubit, one bit for each row.
+/// A block of tableau rows, transposed: for each qubit one vector with one bit for each row.
 ///
-/// A gate then changes all rows of the block with a few operations, whatever the width of the
-/// register. Used by one thread at a time.
+/// In this form a gate changes all rows of the block with a few vector operations. Not thread-safe.
 #pragma once
 
 #include <immintrin.h>
@@ -10,19 +9,19 @@
 #include <span>
 #include <vector>
 
-#include "clifford/tableau/stabilizer.h"
+#include "clifford/tableau/stabilizer_row.h"
 
-/// Rows of a block.
+/// Maximum number of rows in a block.
 inline constexpr std::size_t rows_per_block = 256;
 
-/// The letters of one qubit in all rows of a block, on a cache line of their own.
+/// The letters of one qubit in all rows of a block. Fills exactly one cache line.
 struct alignas(64) BitColumn {
     std::array<unsigned long, rows_per_block / 64> x;
     std::array<unsigned long, rows_per_block / 64> z;
 };
 
-/// One bit for each row of a block, in a register. AVX has these operations on its floating-point
-/// side only.
+/// One bit for each row of a block, in a vector register. AVX has these operations for
+/// floating-point lanes only.
 struct RowBits {
     __m256d bits = _mm256_setzero_pd();
 
@@ -34,28 +33,29 @@ struct RowBits {
 
     friend RowBits operator^(RowBits a, RowBits b) { return {_mm256_xor_pd(a.bits, b.bits)}; }
     friend RowBits operator&(RowBits a, RowBits b) { return {_mm256_and_pd(a.bits, b.bits)}; }
-    /// The bits of a that are not in b.
+    /// The bits that are 1 in a and 0 in b.
     friend RowBits operator-(RowBits a, RowBits b) { return {_mm256_andnot_pd(b.bits, a.bits)}; }
 };
 
-/// Turns some words of up to `rows_per_block` rows into columns and back.
+/// Transposes selected words of up to `rows_per_block` rows into columns, and back.
 ///
-/// Column 64 i + b is bit b of the i-th word.
+/// Column 64 i + b is bit b of the i-th selected word.
 class BitColumns {
   public:
-    /// Claims the memory that so many words need.
+    /// Allocates the memory for this number of words.
     void reserve(std::size_t words);
 
-    /// Takes the words' contents from the rows. The lists must live as long as they are in use.
-    void take(std::span<Stabilizer* const> rows, std::span<const unsigned> words);
+    /// Copies the words with these numbers from the rows into the columns.
+    /// Requires: both lists exist until `write_to_rows` has returned.
+    void read_from_rows(std::span<Stabilizer* const> rows, std::span<const unsigned> words);
 
-    /// Writes the columns back to where they came from.
-    void give_back() const;
+    /// Copies the columns back to the rows and words from which they were read.
+    void write_to_rows() const;
 
     BitColumn& operator[](std::size_t column) { return columns_[column]; }
 
   private:
     std::span<Stabilizer* const> rows_;
     std::span<const unsigned> words_;
-    std::vector<BitColumn> columns_;  ///< kept for its storage
+    std::vector<BitColumn> columns_;  ///< a member to keep its memory between calls
 };

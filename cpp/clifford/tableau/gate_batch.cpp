@@ -12,7 +12,8 @@ bool has_two_qubits(const CliffordGate& gate) {
     return gate.kind == Kind::cnot || gate.kind == Kind::cz;
 }
 
-/// The rules of `StabilizerState` for all rows of a block at once. Returns the signs that flip.
+/// Applies a gate to all rows of a block, by the rules of `StabilizerState`. Returns the rows whose
+/// sign changes.
 RowBits apply_to_columns(BitColumns& columns, const CliffordGate& gate) {
     BitColumn& a = columns[gate.a];
     const RowBits x = RowBits::load(a.x);
@@ -80,10 +81,10 @@ void apply_to_rows(StabilizerState& state, const CliffordGate& gate) {
 
 void GateBatch::run(StabilizerState& state) {
     if (gates_.empty()) return;
-    // Turning a word of all rows costs as much as some gates, so it needs more of them to pay.
-    constexpr std::size_t gates_to_turn_a_word = 6;
+    // To transpose one word of all rows costs as much as applying about six gates.
+    constexpr std::size_t gates_to_transpose_a_word = 6;
     find_words(Nimbrel::words_for_bits(state.num_qubits));
-    if (gates_.size() > gates_to_turn_a_word * words_.size()) {
+    if (gates_.size() > gates_to_transpose_a_word * words_.size()) {
         run_on_columns(state);
     } else {
         for (const CliffordGate& gate : gates_) apply_to_rows(state, gate);
@@ -105,8 +106,8 @@ void GateBatch::find_words(std::size_t words_per_row) {
     }
 }
 
-/// Renames the gates' qubits to the columns that hold them.
-void GateBatch::number_columns() {
+/// Replaces the qubits of the gates by the numbers of their columns.
+void GateBatch::rename_qubits_to_columns() {
     const auto column_of = [this](unsigned qubit) {
         const auto bits = static_cast<unsigned>(Nimbrel::bits_per_word);
         return place_of_[Nimbrel::word_of(qubit)] * bits + qubit % bits;
@@ -118,8 +119,8 @@ void GateBatch::number_columns() {
 }
 
 void GateBatch::run_on_columns(StabilizerState& state) {
-    columns_.reserve(words_.size());  // may fail, so it comes before anything is renamed
-    number_columns();
+    columns_.reserve(words_.size());  // may throw, so it comes before the gates are changed
+    rename_qubits_to_columns();
     const std::size_t count = 2UL * state.num_rows;
     for (std::size_t first = 0; first < count; first += rows_per_block) {
         const std::size_t size = std::min(rows_per_block, count - first);
@@ -128,10 +129,10 @@ void GateBatch::run_on_columns(StabilizerState& state) {
             rows_[i] = i % 2 == 0 ? &state.stabilizers[row] : &state.destabilizers[row];
         }
         const std::span<Stabilizer* const> rows(rows_.data(), size);
-        columns_.take(rows, words_);
+        columns_.read_from_rows(rows, words_);
         RowBits flips;
         for (const CliffordGate& gate : gates_) flips = flips ^ apply_to_columns(columns_, gate);
-        columns_.give_back();
+        columns_.write_to_rows();
         flip_signs(rows, flips);
     }
 }

@@ -1,4 +1,5 @@
-/// Gates that wait for the tableau, so that many of them can pass over its rows together.
+/// Pending gates of a tableau. A batch of gates is applied to a block of rows at a time, which is
+/// faster than one pass over all rows for each gate.
 #pragma once
 
 #include <array>
@@ -7,46 +8,47 @@
 #include "clifford/tableau/bit_columns.h"
 #include "clifford/tableau/stabilizer_state.h"
 
-/// A gate of the tableau by its number.
+/// A gate on one or two qubits.
 struct CliffordGate {
     enum class Kind : unsigned char { x, y, z, had, s, cnot, cz };
 
     Kind kind;
-    unsigned a;      ///< the qubit, the control
-    unsigned b = 0;  ///< the target, or the other qubit
+    unsigned a;      ///< the qubit of a single-qubit gate; the control of a CNOT; a qubit of a CZ
+    unsigned b = 0;  ///< the target of a CNOT; the other qubit of a CZ
 };
 
-/// Applies one gate to every row of both tables. Qubit numbers are trusted.
+/// Applies one gate to every row of both tables. Requires: the qubits lie in the register.
 void apply_to_rows(StabilizerState& state, const CliffordGate& gate);
 
-/// The gates since the tableau was last looked at.
+/// The gates that have been added since the last `run`, in order.
 ///
-/// Conjugation treats each row by itself, so a run of gates may be applied row by row, or block of
-/// rows by block, with the same result as gate by gate. Qubit numbers are trusted. Used by one
-/// thread at a time.
+/// Conjugation changes each row independently of the others. So all gates may be applied to one
+/// block of rows after another, with the same result as gate by gate. Not thread-safe.
 class GateBatch {
   public:
+    /// Requires: the qubits of the gate lie in the register of the tableau.
     void add(CliffordGate gate) { gates_.push_back(gate); }
 
-    /// Whether enough wait for the cost of turning the rows to have vanished.
+    /// Whether the batch should be run before the next `add`. At this size the cost of transposing
+    /// the rows is negligible.
     bool is_full() const { return gates_.size() >= capacity; }
 
-    /// Applies what waits, in order.
+    /// Applies the pending gates in order and removes them.
     void run(StabilizerState& state);
 
-    /// Forgets what waits.
+    /// Removes the pending gates without applying them.
     void clear() { gates_.clear(); }
 
   private:
     static constexpr std::size_t capacity = 1UL << 15;
 
     void find_words(std::size_t words_per_row);
-    void number_columns();
+    void rename_qubits_to_columns();
     void run_on_columns(StabilizerState& state);
 
     std::vector<CliffordGate> gates_;
-    std::vector<unsigned> words_;     ///< words of a row that the gates touch, ascending
-    std::vector<unsigned> place_of_;  ///< of each word of a row in `words_`, if it is there
+    std::vector<unsigned> words_;     ///< numbers of the row words that the gates use, ascending
+    std::vector<unsigned> place_of_;  ///< for each row word its place in `words_`, if it is in use
     std::array<Stabilizer*, rows_per_block> rows_{};
     BitColumns columns_;
 };

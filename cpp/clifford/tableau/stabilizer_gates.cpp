@@ -1,11 +1,11 @@
-// Conjugation of the whole tableau by one gate. Every rule is free of branches on the row's bits,
-// which follow no pattern that a processor could predict.
+// Conjugation of the whole tableau by one gate, row by row. The rules do not branch on the bits of
+// a row, because the processor cannot predict them.
 #include "clifford/tableau/stabilizer_state.h"
 #include "support/bits.h"
 
 namespace {
 
-/// One qubit of a row, to be read and toggled. Only the low half of a qubit number is looked at.
+/// Read and toggle access to one qubit of a row. Uses the low 32 bits of the qubit number.
 class Letter {
   public:
     Letter(Stabilizer& row, unsigned long qubit)
@@ -28,7 +28,7 @@ class Letter {
     unsigned long shift_;
 };
 
-/// Changes the row's sign if the bit is 1.
+/// Negates the row if the bit is 1.
 void flip_sign(Stabilizer& row, unsigned long bit) {
     row.phase = static_cast<unsigned short>(row.phase ^ bit << 1);
 }
@@ -62,9 +62,9 @@ void StabilizerState::had(unsigned long qubit) {
     for_each_row([qubit](Stabilizer& row) {
         Letter letter(row, qubit);
         flip_sign(row, letter.x() & letter.z());
-        const unsigned long unequal = letter.x() ^ letter.z();
-        letter.toggle_x(unequal);
-        letter.toggle_z(unequal);
+        const unsigned long differ = letter.x() ^ letter.z();
+        letter.toggle_x(differ);
+        letter.toggle_z(differ);
     });
 }
 

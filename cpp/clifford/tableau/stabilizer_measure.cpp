@@ -1,4 +1,4 @@
-// Measuring and projecting one qubit, and the elimination that takes in one more generator.
+// Measurement and projection of one qubit, and the elimination that adds a generator.
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -10,9 +10,9 @@ bool StabilizerState::has_anticommuting_row(unsigned long qubit) const {
                        [qubit](const Stabilizer& row) { return row.x.test(qubit); });
 }
 
-// A row of the destabilizers that anticommutes with the operator tells that its partner takes part
-// in the product which makes the operator up.
-void StabilizerState::multiply_by_partners(Stabilizer& row, unsigned long qubit) const {
+// If Z on the qubit is a product of generators, generator i is a factor exactly if destabilizer i
+// anticommutes with Z.
+void StabilizerState::multiply_by_generators(Stabilizer& row, unsigned long qubit) const {
     for (unsigned i = 0; i < num_rows; ++i) {
         if (destabilizers[i].x.test(qubit)) row.multiply(stabilizers[i]);
     }
@@ -21,30 +21,30 @@ void StabilizerState::multiply_by_partners(Stabilizer& row, unsigned long qubit)
 Stabilizer StabilizerState::reduced_z(unsigned long qubit) const {
     Stabilizer row(num_qubits);
     row.z.set(qubit);
-    if (!has_anticommuting_row(qubit)) multiply_by_partners(row, qubit);
+    if (!has_anticommuting_row(qubit)) multiply_by_generators(row, qubit);
     return row;
 }
 
-template <Clifford Way>
+template <Clifford Variant>
 unsigned StabilizerState::measure_qubit(unsigned long qubit) {
     Stabilizer row = reduced_z(qubit);
     if (row.is_identity() && (row.phase & 1) == 0) return row.phase / 2U;
 
-    // Bit 1 of one output is the outcome. A row that is no plain Z any more is projected on as it
-    // stands.
+    // Bit 1 of one output is the outcome. If `reduced_z` has multiplied the row and it is not the
+    // identity, the projection uses the row as it is now.
     const auto sign = static_cast<unsigned>(rng() & 2);
     row.phase = static_cast<unsigned short>(sign);
-    project_qubit<Way>(row, qubit);
+    project_qubit<Variant>(row, qubit);
     return 2 + sign / 2;
 }
 
-template <Clifford Way>
+template <Clifford Variant>
 void StabilizerState::project_qubit(const Stabilizer& target, unsigned long qubit) {
     const unsigned pivot = first_anticommuting_row(qubit);
     if (pivot != num_rows) return replace_row(pivot, target, qubit);
 
     scratch = target;
-    multiply_by_partners(scratch, qubit);
+    multiply_by_generators(scratch, qubit);
     if (!scratch.is_identity()) return add_generator();
     if (scratch.phase == 2) throw std::runtime_error("Cannot project onto orthogonal state");
 }
@@ -58,7 +58,8 @@ unsigned StabilizerState::first_anticommuting_row(unsigned long qubit) const {
     return row;
 }
 
-// The old generator becomes the partner of the new one, and makes every other row commute with it.
+// The replaced generator becomes the destabilizer of the new one. Rows that anticommute with the
+// new generator are multiplied by the replaced one, so that they commute.
 void StabilizerState::replace_row(unsigned pivot, const Stabilizer& target, unsigned long qubit) {
     destabilizers[pivot] = stabilizers[pivot];
     stabilizers[pivot] = target;
@@ -71,39 +72,40 @@ void StabilizerState::replace_row(unsigned pivot, const Stabilizer& target, unsi
 }
 
 void StabilizerState::add_generator() {
-    // All memory first: a failed allocation then leaves both tables as they were.
+    // All allocations come first, so that a failed one leaves both tables unchanged.
     Stabilizer generator = scratch;
-    Stabilizer partner(num_qubits);
+    Stabilizer destabilizer(num_qubits);
     stabilizers.reserve(num_rows + 1UL);
     destabilizers.reserve(num_rows + 1UL);
     stabilizers.push_back(std::move(generator));
-    destabilizers.push_back(std::move(partner));
+    destabilizers.push_back(std::move(destabilizer));
     ++num_rows;
     eliminate();
 }
 
-// A column gets one pivot at most. Rows without a pivot keep their partners.
+// Each column has at most one pivot. Rows without a pivot keep their destabilizers.
 void StabilizerState::eliminate() {
     unsigned row = 0;
     for (unsigned long column = 0; column < num_qubits && row < num_rows; ++column) {
-        if (take_pivot(row, column, &Stabilizer::x, &Stabilizer::z) ||
-            take_pivot(row, column, &Stabilizer::z, &Stabilizer::x)) {
+        if (eliminate_column(row, column, &Stabilizer::x, &Stabilizer::z) ||
+            eliminate_column(row, column, &Stabilizer::z, &Stabilizer::x)) {
             ++row;
         }
     }
 }
 
-bool StabilizerState::take_pivot(unsigned row, unsigned long column, PauliBits Stabilizer::* part,
-                                 PauliBits Stabilizer::* partner_part) {
+bool StabilizerState::eliminate_column(unsigned row, unsigned long column,
+                                       PauliBits Stabilizer::* part,
+                                       PauliBits Stabilizer::* destabilizer_part) {
     unsigned found = row;
     while (found < num_rows && !(stabilizers[found].*part).test(column)) ++found;
     if (found == num_rows) return false;
 
     if (found != row) stabilizers[row].exchange(stabilizers[found]);
-    Stabilizer& partner = destabilizers[row];
-    partner.x.clear();
-    partner.z.clear();
-    (partner.*partner_part).set(column);
+    Stabilizer& destabilizer = destabilizers[row];
+    destabilizer.x.clear();
+    destabilizer.z.clear();
+    (destabilizer.*destabilizer_part).set(column);
     for (unsigned i = 0; i < num_rows; ++i) {
         if (i != row && (stabilizers[i].*part).test(column)) {
             stabilizers[i].multiply(stabilizers[row]);

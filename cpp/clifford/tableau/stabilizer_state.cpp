@@ -7,12 +7,12 @@
 
 namespace {
 
-/// Bytes of the words of all rows of both tables.
+/// Number of bytes that the words of all rows of both tables need.
 std::size_t arena_bytes(unsigned qubits) {
     constexpr std::size_t parts = 4;  // x and z in each table
     const std::size_t bytes =
         parts * qubits * Nimbrel::words_for_bits(qubits) * sizeof(unsigned long);
-    return std::max<std::size_t>(bytes, 1);  // an arena of no size is not allowed
+    return std::max<std::size_t>(bytes, 1);  // a monotonic_buffer_resource of size 0 is not allowed
 }
 
 unsigned long clock_ticks() {
@@ -21,7 +21,7 @@ unsigned long clock_ticks() {
 
 }  // namespace
 
-// Cannot wrap: the most qubits that an unsigned counts take a little more than 2^63 bytes.
+// Does not overflow: the largest unsigned number of qubits needs a little more than 2^63 bytes.
 unsigned long StabilizerState::bytes_of(unsigned qubits) {
     constexpr unsigned long tables = 2;
     return arena_bytes(qubits) + tables * qubits * sizeof(Stabilizer);

@@ -1,37 +1,38 @@
-/// A stabilizer tableau with destabilizer rows and a random generator of its own.
+/// `StabilizerState`, a stabilizer tableau with destabilizer rows.
 ///
-/// Knows nothing of records and filters. Used by one thread at a time. Qubit numbers are trusted:
-/// callers check them against `num_qubits`.
+/// Does not depend on records or filters. Not thread-safe.
 #pragma once
 
 #include <memory_resource>
 #include <random>
 #include <vector>
 
-#include "clifford/tableau/stabilizer.h"
+#include "clifford/tableau/stabilizer_row.h"
 
-/// Selects how `measure_qubit` and `project_qubit` work; 3 is the one value in use.
+/// Template argument of `measure_qubit` and `project_qubit`. Only the value 3 exists.
 enum Clifford : int {};
 
-/// The state of `num_qubits` qubits by its generators (Aaronson and Gottesman, Physical Review A
-/// 70, 052328, 2004), with letters and phases as `Stabilizer` has them.
+/// The state of `num_qubits` qubits, given by its generators (Aaronson and Gottesman, Physical
+/// Review A 70, 052328, 2004). Letters and phases are those of `Stabilizer`.
 ///
-/// A controlled Z leaves all phases alone, so it is not the full conjugation.
+/// The tableau owns its rows and its random generator, which is independent of the process-wide
+/// one. Requires of every operation: qubit numbers are below `num_qubits`; they are not checked.
 class StabilizerState {
-    // The words of all rows, one behind the other, so that a walk over rows is a walk through
-    // memory. Stands first because it outlives the rows.
+    // Memory of the words of all rows, in row order: walks over rows read memory in order. Declared
+    // first, so that it is destroyed after the rows.
     std::pmr::monotonic_buffer_resource arena;
 
   public:
-    /// Bytes of a tableau.
+    /// Number of bytes that a tableau needs.
     static unsigned long bytes_of(unsigned qubits);
 
-    /// All qubits 0. The generator is seeded from the clock, so outcomes differ from run to run.
+    /// All qubits are 0. The generator is seeded from the clock, so outcomes differ between runs.
     explicit StabilizerState(unsigned qubits);
     StabilizerState(const StabilizerState&) = delete;
     StabilizerState& operator=(const StabilizerState&) = delete;
 
-    // Each conjugates all rows by a gate.
+    // Conjugation of all rows by a gate. `cz` does not change phases, so it is not the full
+    // conjugation by a controlled Z.
     void px(unsigned long qubit);
     void py(unsigned long qubit);
     void pz(unsigned long qubit);
@@ -40,26 +41,27 @@ class StabilizerState {
     void cnot(unsigned long control, unsigned long target);
     void cz(unsigned long a, unsigned long b);
 
-    /// Measures Z. Bit 0 of the result is the outcome, bit 1 tells that it was drawn.
-    template <Clifford Way>
+    /// Measures Z. Bit 0 of the result is the outcome; bit 1 is 1 if the outcome was drawn.
+    template <Clifford Variant>
     unsigned measure_qubit(unsigned long qubit);
 
-    /// Makes `target`, a signed Z on `qubit`, an element of the state's group. Throws when its
-    /// negative is one. A target that is independent of all generators becomes one more row.
-    template <Clifford Way>
+    /// Projects on `target`, which is plus or minus Z on `qubit`. Throws if minus `target` is in
+    /// the stabilizer group. A target that is independent of all generators is added as a row.
+    template <Clifford Variant>
     void project_qubit(const Stabilizer& target, unsigned long qubit);
 
-    /// Whether a measurement of the qubit would have to draw: some generator anticommutes with Z.
+    /// Whether some generator anticommutes with Z on the qubit. If so, a measurement draws.
     bool has_anticommuting_row(unsigned long qubit) const;
 
-    /// Z on the qubit, multiplied by the generators that make it up if its outcome is fixed. Then
-    /// it is the identity, with phase 0 for outcome 0 and 2 for outcome 1.
+    /// Z on the qubit if some generator anticommutes with it; otherwise its product with the
+    /// generators that make up Z. For a fixed outcome that product is the identity, with phase 0
+    /// for outcome 0 and phase 2 for outcome 1.
     Stabilizer reduced_z(unsigned long qubit) const;
 
     unsigned num_qubits;
-    unsigned num_rows;  ///< only grows
+    unsigned num_rows;  ///< never decreases
     std::vector<Stabilizer> stabilizers;
-    std::vector<Stabilizer> destabilizers;  ///< row i anticommutes with generator i alone
+    std::vector<Stabilizer> destabilizers;  ///< row i anticommutes with generator i only
     Stabilizer scratch;                     ///< work row of projections
     std::mt19937_64 rng;
 
@@ -67,13 +69,19 @@ class StabilizerState {
     template <typename Rule>
     void for_each_row(Rule&& rule);
 
+    /// `num_rows` if there is none.
     unsigned first_anticommuting_row(unsigned long qubit) const;
-    void multiply_by_partners(Stabilizer& row, unsigned long qubit) const;
+    /// Multiplies by the generators whose destabilizers anticommute with Z on the qubit.
+    void multiply_by_generators(Stabilizer& row, unsigned long qubit) const;
     void replace_row(unsigned pivot, const Stabilizer& target, unsigned long qubit);
+    /// Adds `scratch` as a generator and restores the tables by Gaussian elimination.
     void add_generator();
     void eliminate();
-    bool take_pivot(unsigned row, unsigned long column, PauliBits Stabilizer::* part,
-                    PauliBits Stabilizer::* partner_part);
+
+    /// Makes a row from `row` on, whose bit of `part` in this column is 1, the row `row`, and
+    /// clears the bit in all other rows. Returns false if there is no such row.
+    bool eliminate_column(unsigned row, unsigned long column, PauliBits Stabilizer::* part,
+                          PauliBits Stabilizer::* destabilizer_part);
 };
 
 extern template unsigned StabilizerState::measure_qubit<Clifford{3}>(unsigned long);

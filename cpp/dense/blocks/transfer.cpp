@@ -1,11 +1,12 @@
 /// Moving amplitudes between a block and a caller's memory, on the calling thread.
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "dense/blocks/core_block.h"
+#include "support/largest_terms.h"
 
 namespace Nimbrel {
 namespace {
@@ -24,46 +25,30 @@ void set_element(Element* array, unsigned long i, const Element& value) {
     std::memcpy(array + i, &value, sizeof value);
 }
 
-/// Moves the elements from `first` on one place up; the last one falls out.
-template <typename Element>
-void make_room(Element* array, unsigned long first, unsigned long last) {
-    std::memmove(static_cast<void*>(array + first + 1), array + first,
-                 (last - first) * sizeof(Element));
-}
-
 double probability_of(const complex_t& value) { return value.re * value.re + value.im * value.im; }
 
-/// The largest terms met so far, largest first, in the caller's two arrays.
-class TopTerms {
-  public:
-    TopTerms(unsigned long n, unsigned long* indices, complex_t* values)
-        : indices_(indices), values_(values), probabilities_(n) {
-        for (unsigned long i = 0; i < n; ++i)
-            probabilities_[i] = probability_of(element(values, i));
-    }
-
-    double floor() const { return probabilities_.back(); }
-
-    /// Puts a term above all that are smaller; the last one falls out. Equal terms keep the order
-    /// in which they came.
-    void insert(unsigned long index, const complex_t& value, double probability) {
-        const auto smaller = std::find_if(probabilities_.begin(), probabilities_.end(),
-                                          [probability](double p) { return p < probability; });
-        const auto place = static_cast<unsigned long>(smaller - probabilities_.begin());
-        const unsigned long last = probabilities_.size() - 1;
-        make_room(probabilities_.data(), place, last);
-        make_room(indices_, place, last);
-        make_room(values_, place, last);
-        probabilities_[place] = probability;
-        set_element(indices_, place, index);
-        set_element(values_, place, value);
-    }
-
-  private:
-    unsigned long* indices_;
-    complex_t* values_;
-    std::vector<double> probabilities_;
+/// A term that is among the largest ones found so far.
+struct Candidate {
+    double probability;
+    unsigned long place;  ///< entries of the caller's list come before the slots of this block
+    unsigned long index;
+    complex_t value;
 };
+
+/// Number of entries that earlier blocks filled in the caller's list of n. Zeros fill the rest.
+unsigned long num_listed(unsigned long n, const complex_t* values) {
+    unsigned long listed = 0;
+    while (listed < n && probability_of(element(values, listed)) > 0.0) ++listed;
+    return listed;
+}
+
+/// Writes the terms to the beginning of the caller's list.
+void list_terms(const std::vector<Candidate>& terms, unsigned long* indices, complex_t* values) {
+    for (unsigned long i = 0; i < terms.size(); ++i) {
+        set_element(indices, i, terms[i].index);
+        set_element(values, i, terms[i].value);
+    }
+}
 
 }  // namespace
 
@@ -120,19 +105,29 @@ bool CoreBlock::check_all_values(const complex_t* values, double tolerance) {
     return true;
 }
 
+// The caller's list carries the largest terms from block to block.
 void CoreBlock::peek_n_biggest_terms(unsigned long n, unsigned long* indices, complex_t* values) {
     if (n == 0) return;
     lock(true, nullptr);
     if (all_zero) return unlock(true, nullptr);
     if (n >> 60 != 0) throw std::length_error("cannot create std::vector larger than max_size()");
-    TopTerms terms(n, indices, values);
-    double floor = terms.floor();
+    const unsigned long listed = num_listed(n, values);
+    LargestTerms<Candidate> largest(n, listed + num_terms);
+    for (unsigned long i = 0; i < listed; ++i) {
+        const complex_t value = element(values, i);
+        largest.keep({probability_of(value), i, element(indices, i), value});
+    }
+    double threshold = largest.threshold();
+    const unsigned long first_index = thread_id << num_block_qubits;
+    bool changed = false;
     for (unsigned long i = 0; i < num_terms; ++i) {
         const double probability = probability_of(block_data[i]);
-        if (!(probability > floor)) continue;
-        terms.insert((thread_id << num_block_qubits) + i, block_data[i], probability);
-        floor = terms.floor();
+        if (!(probability > threshold)) continue;
+        largest.keep({probability, listed + i, first_index + i, block_data[i]});
+        threshold = largest.threshold();
+        changed = true;
     }
+    if (changed) list_terms(std::move(largest).sorted(), indices, values);
     unlock(true, nullptr);
 }
 

@@ -55,7 +55,7 @@ TEST_F(BitColumnsTest, AColumnIsAQubitAndABitOfItIsARow) {
     rows = {row_of("+XIZ"), row_of("-YYI"), row_of("+iIZX")};
     pointers = {&rows[0], &rows[1], &rows[2]};
     const std::array words{0U};
-    columns.take(pointers, words);
+    columns.read_from_rows(pointers, words);
     EXPECT_EQ(columns[0].x[0], 0b011UL);
     EXPECT_EQ(columns[0].z[0], 0b010UL);
     EXPECT_EQ(columns[1].x[0], 0b010UL);
@@ -71,7 +71,7 @@ TEST_F(BitColumnsTest, TakeEveryBitOfTheirWords) {
     const std::vector<unsigned> words{0, 2, 3};
     for (const std::size_t count : counts) {
         draw_rows(count);
-        columns.take(pointers, words);
+        columns.read_from_rows(pointers, words);
         expect_columns(words);
     }
 }
@@ -80,9 +80,9 @@ TEST_F(BitColumnsTest, TakeEveryBitOfTheirWords) {
 TEST_F(BitColumnsTest, HaveZerosForTheRowsThatAGroupLacks) {
     const std::vector<unsigned> words{1};
     draw_rows(256);
-    columns.take(pointers, words);
+    columns.read_from_rows(pointers, words);
     draw_rows(70);
-    columns.take(pointers, words);
+    columns.read_from_rows(pointers, words);
     expect_columns(words);
     for (std::size_t column = 0; column < 64; ++column) {
         EXPECT_EQ((columns[column].x[1] | columns[column].z[1]) >> 6, 0UL) << column;
@@ -94,11 +94,11 @@ TEST_F(BitColumnsTest, GiveBackWhatTheyTook) {
     for (const std::size_t count : counts) {
         draw_rows(count);
         const std::vector<Stabilizer> before = rows;
-        columns.take(pointers, words);
+        columns.read_from_rows(pointers, words);
         for (Stabilizer& row : rows) {
             for (const unsigned word : words) row.x.words[word] = row.z.words[word] = 0x5555;
         }
-        columns.give_back();
+        columns.write_to_rows();
         for (std::size_t i = 0; i < count; ++i) {
             ASSERT_EQ(rows[i].x.words, before[i].x.words) << "row " << i << " of " << count;
             ASSERT_EQ(rows[i].z.words, before[i].z.words) << "row " << i << " of " << count;
@@ -109,12 +109,12 @@ TEST_F(BitColumnsTest, GiveBackWhatTheyTook) {
 TEST_F(BitColumnsTest, LeaveOtherWordsAndThePhasesAlone) {
     const std::vector<unsigned> words{1, 4};
     draw_rows(100);
-    columns.take(pointers, words);
+    columns.read_from_rows(pointers, words);
     for (Stabilizer& row : rows) {
         row.phase = 3;
         for (const unsigned word : {0U, 2U, 3U}) row.x.words[word] = row.z.words[word] = 0x77;
     }
-    columns.give_back();
+    columns.write_to_rows();
     for (const Stabilizer& row : rows) {
         EXPECT_EQ(row.phase, 3);
         for (const unsigned word : {0U, 2U, 3U}) {
@@ -128,9 +128,9 @@ TEST_F(BitColumnsTest, GiveBackWhatWasChangedInThem) {
     draw_rows(130);
     const std::vector<Stabilizer> before = rows;
     const std::array words{3U};
-    columns.take(pointers, words);
+    columns.read_from_rows(pointers, words);
     std::swap(columns[5].x, columns[60].z);
-    columns.give_back();
+    columns.write_to_rows();
     for (std::size_t i = 0; i < rows.size(); ++i) {
         ASSERT_EQ(rows[i].x.test(192 + 5), before[i].z.test(192 + 60)) << i;
         ASSERT_EQ(rows[i].z.test(192 + 60), before[i].x.test(192 + 5)) << i;
@@ -140,11 +140,11 @@ TEST_F(BitColumnsTest, GiveBackWhatWasChangedInThem) {
 
 TEST_F(BitColumnsTest, OfNoRowsAreNothing) {
     const std::array words{0U};
-    columns.take({}, words);
-    columns.give_back();
+    columns.read_from_rows({}, words);
+    columns.write_to_rows();
     draw_rows(3);
-    columns.take(pointers, {});
-    columns.give_back();
+    columns.read_from_rows(pointers, {});
+    columns.write_to_rows();
 }
 
 /// The operations on a register of row bits, on bits that tell their place.

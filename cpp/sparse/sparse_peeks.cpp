@@ -1,40 +1,30 @@
-// What can be asked of a state without changing it.
+// Queries that do not change the state: probabilities, single amplitudes and the largest terms.
 #include <algorithm>
 #include <stdexcept>
 
 #include "sparse/sparse_filter.h"
+#include "support/largest_terms.h"
 
 namespace Nimbrel {
 namespace {
 
-/// A term that may be among the biggest.
+/// A term that is among the largest ones found so far.
 struct Candidate {
     double probability;
-    std::size_t place;  ///< in the list; among equals the earlier goes first
+    std::size_t place;  ///< its number in the list
 };
 
-bool goes_before(const Candidate& a, const Candidate& b) {
-    return a.probability > b.probability || (a.probability == b.probability && a.place < b.place);
-}
-
-/// The biggest terms in order. Keeps no more than `count` candidates at a time, the least of them
-/// on top of a heap.
-std::vector<Candidate> biggest_terms(const TermList& terms, unsigned long count) {
-    std::vector<Candidate> kept;
-    kept.reserve(std::min<std::size_t>(count, terms.size()));
+/// The largest terms, largest first; among equals the earlier in the list goes first.
+std::vector<Candidate> largest_terms(const TermList& terms, unsigned long count) {
+    LargestTerms<Candidate> largest(count, terms.size());
+    double threshold = largest.threshold();
     for (std::size_t place = 0; place < terms.size(); ++place) {
-        const Candidate term{squared_magnitude(terms[place].amplitude), place};
-        const double least = kept.size() < count ? 0.0 : kept.front().probability;
-        if (!(term.probability > least)) continue;
-        if (kept.size() == count) {
-            std::pop_heap(kept.begin(), kept.end(), goes_before);
-            kept.pop_back();
-        }
-        kept.push_back(term);
-        std::push_heap(kept.begin(), kept.end(), goes_before);
+        const double probability = squared_magnitude(terms[place].amplitude);
+        if (!(probability > threshold)) continue;
+        largest.keep({probability, place});
+        threshold = largest.threshold();
     }
-    std::sort_heap(kept.begin(), kept.end(), goes_before);
-    return kept;
+    return std::move(largest).sorted();
 }
 
 }  // namespace
@@ -50,7 +40,7 @@ ArrayNeeds OpFilter_SparseSVSim::peek_value_needs() const {
 unsigned long OpFilter_SparseSVSim::peek_num_nonzero_terms() { return terms.size(); }
 
 double OpFilter_SparseSVSim::pps(unsigned long /*x_mask*/, unsigned long /*z_mask*/) {
-    return 0.0;  // products are not calculated here
+    return 0.0;  // this filter does not compute it
 }
 
 void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
@@ -62,11 +52,11 @@ void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
 void OpFilter_SparseSVSim::peek_n_biggest_terms(unsigned long count, unsigned long* indices,
                                                 complex_t* amplitudes) {
     if (count == 0) return;
-    const std::vector<Candidate> biggest = biggest_terms(terms, count);
+    const std::vector<Candidate> largest = largest_terms(terms, count);
     std::fill_n(indices, count, 0UL);
     std::fill_n(amplitudes, count, complex_t{0.0, 0.0});
-    for (std::size_t i = 0; i < biggest.size(); ++i) {
-        const term_t& term = terms[biggest[i].place];
+    for (std::size_t i = 0; i < largest.size(); ++i) {
+        const term_t& term = terms[largest[i].place];
         indices[i] = term.key >> 1;
         amplitudes[i] = term.amplitude;
     }
@@ -79,7 +69,7 @@ double OpFilter_SparseSVSim::peek_read_probability(unsigned long value, unsigned
             "qc.peek_read_probability() must specify at least one qubit to measure.");
     }
     const KeyPattern wanted{key_bits(mask), key_bits(value)};
-    const bool limited = limit != 0.0;  // by a NaN too, which no sum reaches
+    const bool limited = limit != 0.0;  // a NaN is a limit that no sum reaches
     double sum = 0.0;
     for (const term_t& term : terms) {
         if (!wanted.matches(term.key)) continue;
@@ -89,6 +79,6 @@ double OpFilter_SparseSVSim::peek_read_probability(unsigned long value, unsigned
     return sum;
 }
 
-void OpFilter_SparseSVSim::finish() {}  // every call has done its work when it returns
+void OpFilter_SparseSVSim::finish() {}  // no operation is asynchronous
 
 }  // namespace Nimbrel

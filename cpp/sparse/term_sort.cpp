@@ -1,4 +1,4 @@
-#include "sparse/term_order.h"
+#include "sparse/term_sort.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 namespace Nimbrel {
 namespace {
 
-/// Makes room for `size` terms, of which nothing is expected. A smaller scratch goes before the
-/// larger one comes, since both beside the list would take too much memory.
+/// Grows the scratch list to `size`; its contents are unspecified. A scratch list that is too small
+/// is freed first, so that the process never holds three lists.
 void ensure_size(TermList& scratch, std::size_t size) {
     if (scratch.capacity() < size) {
         TermList().swap(scratch);
@@ -18,12 +18,11 @@ void ensure_size(TermList& scratch, std::size_t size) {
     if (scratch.size() < size) scratch.resize(size);
 }
 
-/// Takes the marked terms out in their order and merges them back in from the end. Both sides must
-/// be in order. Free of branches that depend on the keys: partners lie in no predictable pattern.
-void merge_sides(TermList& terms, TermList& scratch, std::size_t marked) {
-    ensure_size(scratch, marked + 1);  // one more, since the last unmarked term is written too
+/// Moves the marked terms to `ones` and closes the gaps between the others. Returns the number of
+/// unmarked terms. Every term is written to both sides, so that no branch depends on a key: the
+/// processor cannot predict which terms are marked.
+std::size_t split_sides(TermList& terms, term_t* ones) {
     term_t* const list = terms.data();
-    term_t* const ones = scratch.data();
     const std::size_t count = terms.size();
     std::size_t num_zeros = 0;
     std::size_t num_ones = 0;
@@ -35,7 +34,17 @@ void merge_sides(TermList& terms, TermList& scratch, std::size_t marked) {
         num_ones += one ? 1 : 0;
         num_zeros += one ? 0 : 1;
     }
-    std::size_t place = count;
+    return num_zeros;
+}
+
+/// Sorts a list whose marked terms are sorted and whose unmarked terms are sorted.
+void merge_sides(TermList& terms, TermList& scratch, std::size_t marked) {
+    ensure_size(scratch, marked + 1);  // split_sides writes one term behind the last marked one
+    term_t* const list = terms.data();
+    term_t* const ones = scratch.data();
+    std::size_t num_zeros = split_sides(terms, ones);
+    std::size_t num_ones = marked;
+    std::size_t place = terms.size();
     while (num_zeros != 0 && num_ones != 0) {
         const bool one = list[num_zeros - 1].key < ones[num_ones - 1].key;
         const term_t* const larger = one ? &ones[num_ones - 1] : &list[num_zeros - 1];
@@ -46,16 +55,17 @@ void merge_sides(TermList& terms, TermList& scratch, std::size_t marked) {
     std::copy_n(ones, num_ones, list);
 }
 
-/// Makes the storage that `from` points to the list's own, if it is the scratch's.
-void keep_storage(TermList& terms, TermList& scratch, const term_t* from) {
-    if (from == terms.data()) return;
+/// Swaps the storage of the two lists if the sorted terms are in the scratch list. `sorted` points
+/// to the first of them.
+void adopt_storage(TermList& terms, TermList& scratch, const term_t* sorted) {
+    if (sorted == terms.data()) return;
     const std::size_t count = terms.size();
     terms.swap(scratch);
     terms.resize(count);
 }
 
-/// Merges neighbouring runs of one length into runs of twice that; each round moves the whole list
-/// over to the other storage.
+/// Merges neighbouring runs of one length into runs of twice that length. Each round moves the
+/// whole list to the other storage.
 void merge_sort(TermList& terms, TermList& scratch) {
     const std::size_t count = terms.size();
     ensure_size(scratch, count);
@@ -70,15 +80,15 @@ void merge_sort(TermList& terms, TermList& scratch) {
         }
         std::swap(from, to);
     }
-    keep_storage(terms, scratch, from);
+    adopt_storage(terms, scratch, from);
 }
 
-/// The places of the digits that a radix sort has to look at: windows over the bits that vary.
+/// The digits of a key by which a radix sort sorts. Together they contain all bits that vary.
 template <unsigned Width>
 struct DigitPlan {
-    static constexpr unsigned long values = 1UL << Width;
-    std::array<unsigned, 64> shifts{};
-    std::size_t count = 0;
+    static constexpr unsigned long values = 1UL << Width;  ///< number of values of a digit
+    std::array<unsigned, 64> shifts{};                     ///< lowest bit of each digit
+    std::size_t count = 0;                                 ///< number of digits
 
     explicit DigitPlan(unsigned long varying) {
         while (varying != 0) {
@@ -93,43 +103,50 @@ struct DigitPlan {
     }
 };
 
-/// Least digit first; every pass moves the whole list over to the other storage.
+/// Replaces the number of terms for each value of a digit by the place of the first such term.
+void make_places(std::size_t* counts, std::size_t num_values) {
+    std::size_t sum = 0;
+    for (std::size_t value = 0; value < num_values; ++value) {
+        const std::size_t here = counts[value];
+        counts[value] = sum;
+        sum += here;
+    }
+}
+
+/// Sorts by one digit after the other, the least significant first. Each pass moves the whole list
+/// to the other storage.
 template <unsigned Width>
 void radix_sort(TermList& terms, TermList& scratch, unsigned long varying) {
     using Plan = DigitPlan<Width>;
     const Plan plan(varying);
     const std::size_t count = terms.size();
     ensure_size(scratch, count);
-    std::vector<std::size_t> places(plan.count * Plan::values);
+    std::vector<std::size_t> counts(plan.count * Plan::values);
     for (const term_t& term : terms) {
         for (std::size_t i = 0; i < plan.count; ++i) {
-            ++places[i * Plan::values + plan.digit(term.key, i)];
+            ++counts[i * Plan::values + plan.digit(term.key, i)];
         }
     }
     term_t* from = terms.data();
     term_t* to = scratch.data();
     for (std::size_t i = 0; i < plan.count; ++i) {
-        std::size_t* const next = &places[i * Plan::values];
-        std::size_t sum = 0;
-        for (std::size_t value = 0; value < Plan::values; ++value) {
-            const std::size_t here = next[value];
-            next[value] = sum;
-            sum += here;
-        }
+        std::size_t* const next = &counts[i * Plan::values];
+        make_places(next, Plan::values);
         for (std::size_t k = 0; k < count; ++k) to[next[plan.digit(from[k].key, i)]++] = from[k];
         std::swap(from, to);
     }
-    keep_storage(terms, scratch, from);
+    adopt_storage(terms, scratch, from);
 }
 
-// Narrow digits keep their counters in the nearest cache; wide ones save passes over a list that is
-// itself far away.
+// The counters of narrow digits fit into the first-level cache. Wide digits save passes over a list
+// that does not fit into a cache.
 constexpr unsigned narrow_digit = 8;
 constexpr unsigned wide_digit = 11;
-constexpr std::size_t wide_from = 1UL << 15;
+constexpr std::size_t wide_digits_from = 1UL << 15;  ///< terms
 
-/// Whether the passes over list and counters come cheaper than comparisons.
-bool radix_pays(std::size_t count, unsigned long varying) {
+/// Whether a radix sort is faster than a merge sort: the steps over terms and counters of its
+/// passes against count * log2(count) comparisons.
+bool radix_sort_is_faster(std::size_t count, unsigned long varying) {
     const std::size_t passes = DigitPlan<narrow_digit>(varying).count;
     return passes * (count + DigitPlan<narrow_digit>::values) < count * std::bit_width(count);
 }
@@ -138,7 +155,7 @@ bool radix_pays(std::size_t count, unsigned long varying) {
 
 KeySurvey mark_terms(TermList& terms, unsigned long target) {
     KeySurvey survey;
-    const unsigned long moved = target | term_marker;
+    const unsigned long toggled = target | term_marker;
     unsigned long any = 0;
     unsigned long all = ~0UL;
     unsigned long last = 0;
@@ -146,7 +163,7 @@ KeySurvey mark_terms(TermList& terms, unsigned long target) {
     unsigned long last_of_ones = 0;
     for (term_t& term : terms) {
         const bool one = (term.key & target) != 0;
-        const unsigned long key = term.key ^ (one ? moved : 0);
+        const unsigned long key = term.key ^ (one ? toggled : 0);
         term.key = key;
         any |= key;
         all &= key;
@@ -167,13 +184,13 @@ void unmark_terms(TermList& terms, unsigned long target) {
     }
 }
 
-void order_terms(TermList& terms, TermList& scratch, const KeySurvey& survey) {
+void sort_terms(TermList& terms, TermList& scratch, const KeySurvey& survey) {
     if (survey.ordered) return;
     if (survey.sides_ordered) {
         merge_sides(terms, scratch, survey.marked);
-    } else if (!radix_pays(terms.size(), survey.varying)) {
+    } else if (!radix_sort_is_faster(terms.size(), survey.varying)) {
         merge_sort(terms, scratch);
-    } else if (terms.size() < wide_from) {
+    } else if (terms.size() < wide_digits_from) {
         radix_sort<narrow_digit>(terms, scratch, survey.varying);
     } else {
         radix_sort<wide_digit>(terms, scratch, survey.varying);

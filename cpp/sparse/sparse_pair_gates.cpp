@@ -1,21 +1,25 @@
-// Gates that mix pairs of terms: for each target bit the list is marked, ordered and walked once.
+// Gates that mix the two terms of a pair, which differ in the target qubit only: Hadamard,
+// rotations and other 2x2 matrices. For each target the list is marked, sorted and walked once.
 #include <algorithm>
 
 #include "sparse/sparse_filter.h"
-#include "sparse/term_order.h"
+#include "sparse/term_sort.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
 namespace {
 
-/// What becomes of the 0-side and of the 1-side of a pair.
+// Each gate below has three functions: `pair` for two partners, `lone_zero` and `lone_one` for a
+// term whose partner is not stored.
+
+/// The new amplitudes of a pair: target qubit 0 and target qubit 1.
 struct Sides {
     OneAmplitude zero;
     OneAmplitude one;
 };
 
-/// One unit below the double next to 1/sqrt(2).
+/// One unit in the last place below the double nearest to 1/sqrt(2).
 constexpr double hadamard_factor = 0x1.6a09e667f3bccp-1;
 
 struct HadamardGate {
@@ -51,7 +55,7 @@ struct MatrixGate {
     Sides lone_one(OneAmplitude a) const { return {m01.times(a), m11.times(a)}; }
 };
 
-/// A real rotation; the second product of each sum is fused into it.
+/// A rotation with real coefficients. The second product of each sum is a fused multiply-add.
 struct RealRotation {
     __m256d cosine;
     __m256d sine;
@@ -74,16 +78,16 @@ struct RealRotation {
     Sides lone_one(OneAmplitude a) const { return {minus_s() * a, c() * a}; }
 };
 
-/// Whether the term at `i` of an ordered list stands before its partner.
+/// Whether the partner of the unmarked term at `i` follows it in the sorted list.
 bool has_partner(const TermList& terms, std::size_t count, std::size_t i) {
     return i + 1 < count && terms[i + 1].key == (terms[i].key | term_marker);
 }
 
-/// Terms of an ordered list that meet the condition and have no partner.
-std::size_t count_lone_terms(const TermList& terms, const KeyPattern& condition) {
+/// Number of terms of a sorted list that meet the controls and whose partner is not stored.
+std::size_t count_lone_terms(const TermList& terms, const KeyPattern& controls) {
     std::size_t lone = 0;
     for (std::size_t i = 0; i < terms.size(); ++i) {
-        if (!condition.matches(terms[i].key)) continue;
+        if (!controls.matches(terms[i].key)) continue;
         if ((terms[i].key & term_marker) == 0 && has_partner(terms, terms.size(), i)) {
             ++i;
         } else {
@@ -93,54 +97,71 @@ std::size_t count_lone_terms(const TermList& terms, const KeyPattern& condition)
     return lone;
 }
 
-/// Room for a partner of each lone term. Only what is needed is reserved, and the scratch goes
-/// first, so that three lists never stand in memory at once.
-void reserve_partners(TermList& terms, TermList& scratch, const KeyPattern& condition) {
+/// Reserves memory for the partners that the gate will append, and not for more. Frees the scratch
+/// list before the list grows, so that the process never holds three lists.
+void reserve_partners(TermList& terms, TermList& scratch, const KeyPattern& controls) {
     const std::size_t room = terms.capacity() - terms.size();
     if (room >= terms.size()) return;
-    const std::size_t lone = count_lone_terms(terms, condition);
+    const std::size_t lone = count_lone_terms(terms, controls);
     if (room >= lone) return;
     TermList().swap(scratch);
     require_memory_for_terms("a gate could not allocate a list", terms.size() + lone);
     terms.reserve(terms.size() + lone);
 }
 
-/// Applies a gate to each pair and to each lone term of a marked and ordered list with room for all
-/// partners, and takes the marks off. New terms go to the end and are not visited.
+/// Applies a gate to two neighbours that are partners, and removes the marker.
 template <typename Gate>
-void walk_pairs(TermList& terms, unsigned long target, const KeyPattern& condition,
+void mix_pair(term_t& zero, term_t& one, unsigned long target, const Gate& gate) {
+    const Sides sides =
+        gate.pair(OneAmplitude::load(&zero.amplitude), OneAmplitude::load(&one.amplitude));
+    sides.zero.store(&zero.amplitude);
+    one.key ^= target | term_marker;
+    sides.one.store(&one.amplitude);
+}
+
+/// Applies a gate to an unmarked term whose partner is not stored. Returns the partner.
+template <typename Gate>
+term_t mix_lone_zero(term_t& term, unsigned long target, const Gate& gate) {
+    const Sides sides = gate.lone_zero(OneAmplitude::load(&term.amplitude));
+    sides.zero.store(&term.amplitude);
+    term_t partner;
+    partner.key = term.key ^ target;
+    sides.one.store(&partner.amplitude);
+    return partner;
+}
+
+/// Applies a gate to a marked term whose partner is not stored, and removes the marker. Returns the
+/// partner.
+template <typename Gate>
+term_t mix_lone_one(term_t& term, unsigned long target, const Gate& gate) {
+    const Sides sides = gate.lone_one(OneAmplitude::load(&term.amplitude));
+    term_t partner;
+    partner.key = term.key ^ term_marker;
+    sides.zero.store(&partner.amplitude);
+    term.key ^= target | term_marker;
+    sides.one.store(&term.amplitude);
+    return partner;
+}
+
+/// Applies a gate to the terms that meet the controls and removes all markers. New terms are
+/// appended and not visited. Requires: the list is marked and sorted and has memory for all new
+/// terms.
+template <typename Gate>
+void walk_pairs(TermList& terms, unsigned long target, const KeyPattern& controls,
                 const Gate& gate) {
-    const unsigned long moved = target | term_marker;
     const std::size_t count = terms.size();
     for (std::size_t i = 0; i < count; ++i) {
         term_t& term = terms[i];
-        const bool one = (term.key & term_marker) != 0;
-        if (!condition.matches(term.key)) {
-            if (one) term.key ^= moved;
-            continue;
-        }
-        const auto amplitude = OneAmplitude::load(&term.amplitude);
-        term_t added;
-        if (one) {
-            const Sides sides = gate.lone_one(amplitude);
-            added.key = term.key ^ term_marker;
-            sides.zero.store(&added.amplitude);
-            term.key ^= moved;
-            sides.one.store(&term.amplitude);
+        const bool marked = (term.key & term_marker) != 0;
+        if (!controls.matches(term.key)) {
+            if (marked) term.key ^= target | term_marker;
+        } else if (marked) {
+            terms.push_back(mix_lone_one(term, target, gate));
         } else if (has_partner(terms, count, i)) {
-            term_t& partner = terms[++i];
-            const Sides sides = gate.pair(amplitude, OneAmplitude::load(&partner.amplitude));
-            sides.zero.store(&term.amplitude);
-            partner.key ^= moved;
-            sides.one.store(&partner.amplitude);
-            continue;
+            mix_pair(term, terms[++i], target, gate);
         } else {
-            const Sides sides = gate.lone_zero(amplitude);
-            sides.zero.store(&term.amplitude);
-            added.key = term.key ^ target;
-            sides.one.store(&added.amplitude);
+            terms.push_back(mix_lone_zero(term, target, gate));
         }
-        terms.push_back(added);
     }
 }
 
@@ -149,18 +170,18 @@ void walk_pairs(TermList& terms, unsigned long target, const KeyPattern& conditi
 template <typename Gate>
 void OpFilter_SparseSVSim::mix_pairs(const Gate& gate, unsigned long target_mask,
                                      unsigned long cond_mask, unsigned long cond_neg_mask) {
-    const KeyPattern condition = condition_of(cond_mask, cond_neg_mask);
+    const KeyPattern controls = pattern_of_controls(cond_mask, cond_neg_mask);
     for_each_bit(key_bits(target_mask), [&](unsigned long target) {
         const KeySurvey survey = mark_terms(terms, target);
         try {
-            order_terms(terms, sort_space, survey);
-            reserve_partners(terms, sort_space, condition);
+            sort_terms(terms, sort_scratch, survey);
+            reserve_partners(terms, sort_scratch, controls);
         } catch (...) {
-            // Out of memory: every term has its own key again before the error leaves.
+            // Out of memory. All terms are still stored; remove the markers.
             unmark_terms(terms, target);
             throw;
         }
-        walk_pairs(terms, target, condition, gate);
+        walk_pairs(terms, target, controls, gate);
     });
 }
 
@@ -182,17 +203,17 @@ void OpFilter_SparseSVSim::apply_matrix(const GateMatrix& m, const QPUOp& op) {
 }
 
 void OpFilter_SparseSVSim::rotate_x(const QPUOp& op) {
-    apply_matrix(rx_matrix(turns.of_half(op.angle)), op);
+    apply_matrix(rx_matrix(sine_cosines.of_half(op.angle)), op);
 }
 
 void OpFilter_SparseSVSim::rotate_y(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
-    mix_pairs(RealRotation(turns.of_half(op.angle)), op.target_mask, op.cond_mask,
+    mix_pairs(RealRotation(sine_cosines.of_half(op.angle)), op.target_mask, op.cond_mask,
               op.cond_neg_mask);
 }
 
 void OpFilter_SparseSVSim::rotate_z(const QPUOp& op) {
-    apply_matrix(rz_matrix(turns.of_half(op.angle)), op);
+    apply_matrix(rz_matrix(sine_cosines.of_half(op.angle)), op);
 }
 
 }  // namespace Nimbrel

@@ -1,5 +1,6 @@
-// Gates that visit each term by itself: those that move keys and those that turn amplitudes. They
-// keep the list's order and length and allocate nothing.
+// Gates that change each term independently of the others: X, swap and the elbows change keys, the
+// diagonal gates multiply amplitudes. They keep the order and length of the list and allocate
+// nothing.
 #include "sparse/sparse_filter.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
@@ -7,13 +8,14 @@
 namespace Nimbrel {
 namespace {
 
-/// Flips bits of every key that matches, without a branch that depends on the key.
+/// Flips these bits in every matching key. The loop has no branch that depends on a key.
 void flip_keys(TermList& terms, KeyPattern pattern, unsigned long flips) {
     if (flips == 0) return;
     for (term_t& term : terms) term.key ^= pattern.matches(term.key) ? flips : 0;
 }
 
-/// All bits of both lanes for a key that matches, none for another.
+/// Compares keys with a pattern. Both lanes of the result are all ones for a key that matches and
+/// all zeros for one that does not.
 class PatternLanes {
   public:
     explicit PatternLanes(KeyPattern pattern)
@@ -30,8 +32,8 @@ class PatternLanes {
     __m128i value_;
 };
 
-// Matching terms lie in no pattern that the processor could predict, so both walks below treat
-// every term alike and keep each bit of those that do not match.
+// The processor cannot predict which terms match. So both loops below do the same work for every
+// term and write terms that do not match back unchanged.
 
 void multiply_amplitudes(TermList& terms, KeyPattern pattern, const ComplexFactor& factor) {
     const PatternLanes matching(pattern);
@@ -56,51 +58,54 @@ void negate_amplitudes(TermList& terms, KeyPattern pattern) {
 
 void OpFilter_SparseSVSim::flip(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
-    flip_keys(terms, condition_of(op.cond_mask, op.cond_neg_mask), key_bits(op.target_mask));
+    flip_keys(terms, pattern_of_controls(op.cond_mask, op.cond_neg_mask), key_bits(op.target_mask));
 }
 
-// Three controlled flips. The targets are not counted: with one the outer two cancel, and with
-// more the upper ones move as a group. Only the middle flip has the gate's condition.
+// Three controlled flips, of which only the middle one has the gate's controls. The targets are not
+// counted: with one target the outer flips cancel; with more than two the upper ones are flipped
+// together.
 void OpFilter_SparseSVSim::swap(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long first = key_bits(lowest_bit(op.target_mask));
     const unsigned long rest = key_bits(without_lowest_bit(op.target_mask));
-    const KeyPattern outer{rest, rest};
-    const KeyPattern middle =
-        condition_of(op.cond_mask | lowest_bit(op.target_mask), op.cond_neg_mask);
-    flip_keys(terms, outer, first);
-    flip_keys(terms, middle, rest);
-    flip_keys(terms, outer, first);
+    const KeyPattern outer_controls{rest, rest};
+    const KeyPattern middle_controls =
+        pattern_of_controls(op.cond_mask | lowest_bit(op.target_mask), op.cond_neg_mask);
+    flip_keys(terms, outer_controls, first);
+    flip_keys(terms, middle_controls, rest);
+    flip_keys(terms, outer_controls, first);
 }
 
 template <typename Walk>
 void OpFilter_SparseSVSim::for_each_phase_target(unsigned long target_mask, unsigned long cond_mask,
                                                  unsigned long cond_neg_mask, Walk&& walk) const {
     unsigned long targets = key_bits(target_mask);
-    unsigned long conds = key_bits(cond_mask);
+    unsigned long controls = key_bits(cond_mask);
     if (targets == 0) {
-        targets = lowest_bit(conds);
-        conds = without_lowest_bit(conds);
+        targets = lowest_bit(controls);
+        controls = without_lowest_bit(controls);
     }
-    // A negated bit on a target turns the 0-side instead of the 1-side.
-    const unsigned long negs = key_bits(cond_neg_mask);
-    for_each_bit(targets,
-                 [&](unsigned long target) { walk(KeyPattern::condition(target | conds, negs)); });
+    // With a negated target the gate changes the terms in which the target is 0.
+    const unsigned long negated = key_bits(cond_neg_mask);
+    for_each_bit(targets, [&](unsigned long target) {
+        walk(KeyPattern::of_controls(target | controls, negated));
+    });
 }
 
 void OpFilter_SparseSVSim::apply_phase(double angle, unsigned long target_mask,
                                        unsigned long cond_mask, unsigned long cond_neg_mask,
                                        long cond_flag) {
     if (!qpu_base().flag_condition(cond_flag) || angle == 0.0) return;
-    const auto [sine, cosine] = turns.of(angle);
+    const auto [sine, cosine] = sine_cosines.of(angle);
     multiply_terms({cosine, sine}, target_mask, cond_mask, cond_neg_mask);
 }
 
 void OpFilter_SparseSVSim::multiply_terms(complex_t factor, unsigned long target_mask,
                                           unsigned long cond_mask, unsigned long cond_neg_mask) {
-    const ComplexFactor wide(factor);
-    for_each_phase_target(target_mask, cond_mask, cond_neg_mask,
-                          [&](KeyPattern pattern) { multiply_amplitudes(terms, pattern, wide); });
+    const ComplexFactor factor_lanes(factor);
+    for_each_phase_target(target_mask, cond_mask, cond_neg_mask, [&](KeyPattern pattern) {
+        multiply_amplitudes(terms, pattern, factor_lanes);
+    });
 }
 
 void OpFilter_SparseSVSim::multiply_terms(complex_t factor, const QPUOp& op) {
@@ -108,7 +113,7 @@ void OpFilter_SparseSVSim::multiply_terms(complex_t factor, const QPUOp& op) {
     multiply_terms(factor, op.target_mask, op.cond_mask, op.cond_neg_mask);
 }
 
-// By the sign bits and not by a product with -1, which would lose the sign of a NaN.
+// Toggles sign bits. A product with -1 would not negate a NaN.
 void OpFilter_SparseSVSim::negate_terms(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     for_each_phase_target(op.target_mask, op.cond_mask, op.cond_neg_mask,

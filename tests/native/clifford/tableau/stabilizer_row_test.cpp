@@ -1,5 +1,5 @@
 // The two parts of a row and how rows are made and copied.
-#include "clifford/tableau/stabilizer.h"
+#include "clifford/tableau/stabilizer_row.h"
 
 #include "clifford/tableau/clifford_support.h"
 

@@ -1,0 +1,54 @@
+// The tableau as text, and the refusal of amplitudes.
+#include <stdexcept>
+
+#include "clifford/clifford_filter.h"
+#include "support/bits.h"
+
+namespace Nimbrel {
+namespace {
+
+/// Appends the lowest `top` bits of a word as characters, the highest first.
+void append_bits(std::string& text, unsigned long word, unsigned long top) {
+    while (top-- != 0) text += (word >> top & 1) != 0 ? '1' : '0';
+}
+
+// The text has one character for each qubit, and up to 64 qubits the highest qubit comes first.
+// Above that, if the last word is partial, the first word is written with the length of the last
+// one and the last word in full. Clients rely on these columns.
+void append_bits(std::string& text, const PauliBits& bits) {
+    const unsigned long partial = bits.bit_count % bits_per_word;
+    unsigned long top = partial != 0 ? partial : bits_per_word;
+    for (const unsigned long word : bits.words) {
+        append_bits(text, word, top);
+        top = bits_per_word;
+    }
+}
+
+void append_row(std::string& text, const Stabilizer& row) {
+    text += static_cast<char>('0' + row.phase);
+    text += ' ';
+    append_bits(text, row.x);
+    text += '|';
+    append_bits(text, row.z);
+    text += '\n';
+}
+
+}  // namespace
+
+void OpFilter_CliffordQPUSim::pull_state(complex_t* /*buffer*/, std::string& text,
+                                         unsigned long /*size*/) {
+    require_state();
+    const StabilizerState& rows = tableau();
+    const unsigned long width = 2UL * rows.num_qubits + 3;
+    text.reserve(text.size() + (2UL * rows.num_rows + 1) * (width + 1));
+    for (unsigned i = 0; i < rows.num_rows; ++i) append_row(text, rows.destabilizers[i]);
+    text.append(width, '-') += '\n';
+    for (unsigned i = 0; i < rows.num_rows; ++i) append_row(text, rows.stabilizers[i]);
+}
+
+void OpFilter_CliffordQPUSim::push_state(const complex_t* /*src*/, unsigned long /*selector*/,
+                                         unsigned long /*num_terms*/) {
+    throw std::runtime_error("qc.push_state() has not been implemented for the Clifford sim.");
+}
+
+}  // namespace Nimbrel
