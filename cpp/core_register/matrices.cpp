@@ -1,15 +1,27 @@
+// Gates given by a fixed matrix or by the matrix of an angle.
 #include "core_register/core_register.h"
+#include "dense/blocks/core_block.h"
 #include "support/complex.h"
 
 namespace Nimbrel {
 namespace {
 
-// Matrices are row-major: m00, m01, m10, m11.
-constexpr complex_t root_x_matrix[] = {{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}};
-constexpr complex_t root_x_inverse[] = {{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}};
-constexpr complex_t root_y_matrix[] = {{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}};
-constexpr complex_t root_y_inverse[] = {{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}};
-constexpr complex_t y_matrix[] = {{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}};
+// Row-major: m00, m01, m10, m11.
+constexpr ComplexMatrix2x2 root_x_matrix{
+    .kind = GateKind::complex_matrix,
+    .entries = {{{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}}}};
+constexpr ComplexMatrix2x2 root_x_inverse{
+    .kind = GateKind::complex_matrix,
+    .entries = {{{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}}}};
+constexpr ComplexMatrix2x2 root_y_matrix{
+    .kind = GateKind::complex_matrix,
+    .entries = {{{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}}}};
+constexpr ComplexMatrix2x2 root_y_inverse{
+    .kind = GateKind::complex_matrix,
+    .entries = {{{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}}}};
+constexpr ComplexMatrix2x2 y_matrix{
+    .kind = GateKind::crossed_matrix,
+    .entries = {{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}}}};
 
 }  // namespace
 
@@ -35,16 +47,19 @@ void QPU::rooty_inv(unsigned long target_mask, unsigned long cond_mask, unsigned
 
 void QPU::y(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
             long cond_flag) {
-    complex2x2(y_matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, cond_flag);
+    if (!acts(cond_flag)) return;
+    apply_matrix(y_matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask);
 }
 
-// A rotation by exactly nothing is no gate: nothing is counted and classical qubits stay so.
+// A rotation by an angle of exactly 0 does nothing: it counts no operation and keeps classical
+// qubits.
 void QPU::rx(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
     const auto [s, c] = angles.of_half(angle);
-    const complex_t matrix[] = {{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}};
-    complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
+    apply_matrix({.kind = GateKind::crossed_matrix,
+                  .entries = {{{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}}}},
+                 target_mask & qubit_mask, cond_mask, cond_neg_mask);
 }
 
 void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
@@ -59,8 +74,9 @@ void QPU::rz(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
     const auto [s, c] = angles.of_half(angle);
-    const complex_t matrix[] = {{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}};
-    complex2x2(matrix, target_mask & qubit_mask, cond_mask, cond_neg_mask, 0);
+    apply_matrix({.kind = GateKind::diagonal_matrix,
+                  .entries = {{{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}}},
+                 target_mask & qubit_mask, cond_mask, cond_neg_mask);
 }
 
 void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
@@ -72,9 +88,10 @@ void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
     complex2x2(matrix, target_mask, cond_mask, cond_neg_mask, 0);
 }
 
-void QPU::root_gate(const complex_t* matrix, unsigned long target_mask, unsigned long cond_mask,
-                    unsigned long cond_neg_mask, long cond_flag) {
-    complex2x2(matrix, target_mask, cond_mask, cond_neg_mask, cond_flag);
+void QPU::root_gate(const ComplexMatrix2x2& matrix, unsigned long target_mask,
+                    unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag) {
+    if (!acts(cond_flag)) return;
+    apply_matrix(matrix, target_mask, cond_mask, cond_neg_mask);
     removable_finish();
 }
 
