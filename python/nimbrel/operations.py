@@ -99,13 +99,13 @@ class FilterOperations(FilterHandle):
         """
         records = program(*parts)
         handle = self._require_open()
-        trace = self._check.check(records)
+        entry, after = self._check.begin(records)
         try:
             call(_lib_nb_sim.put_instructions, handle, records, len(records))
+            self._check.ran(entry, after)
         except BaseException:
             self._check.failed(records)
             raise
-        self._check.ran(trace)
 
     def flags(self, first: int, count: int) -> int:
         """Read consecutive read flags as the bits of an integer.
