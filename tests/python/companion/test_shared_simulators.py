@@ -10,6 +10,7 @@ from unittest import mock
 import nimbrel as nb
 import pytest
 from nimbrel import operations
+from nimbrel._engine import call
 from nimbrel.program_check import ProgramCheck
 
 from support.program_check import BIT, outside, refused
@@ -29,12 +30,11 @@ def run_around(
     after: Callable[[], object],
 ) -> None:
     """Runs a program, with something else right before and after it in the engine."""
-    engine = operations.call
 
     def surrounded(*args: Any) -> Any:
-        with mock.patch.object(operations, "call", engine):
+        with mock.patch.object(operations, "call", call):
             before()
-            engine(*args)
+            call(*args)
             after()
 
     with mock.patch.object(operations, "call", surrounded):
