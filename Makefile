@@ -92,6 +92,7 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	  -DNIMBREL_BUILD_TESTS=OFF
 	$(CMAKE) --build build/bench --target nimbrel_tableau_bench
 	build/bench/bench/native/nimbrel_tableau_bench
+	$(VENV_PYTHON) bench/checks.py
 	$(VENV_PYTHON) bench/connect.py
 
 clean:

@@ -15,8 +15,7 @@ this package. The package adds one behaviour to the engine: a new seed for a for
 of other processes.
 """
 
-from importlib.metadata import version as _installed_version
-from typing import Final
+from typing import TYPE_CHECKING, Any
 
 from nimbrel.amplitudes import aligned_buffer
 from nimbrel.bit import BitSimulator
@@ -114,5 +113,20 @@ __all__ = [
     "z",
 ]
 
-__version__: Final = _installed_version("nimbrel")
-"""The version of the installed package, as `pip` shows it."""
+if TYPE_CHECKING:
+    __version__: str
+    """The version of the installed package, as `pip` shows it."""
+else:
+    # Hidden from type checkers, which would accept every name otherwise.
+    def __getattr__(name: str) -> Any:
+        """Find `__version__` when it is first used. The search takes a quarter of an import."""
+        if name != "__version__":
+            raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+        from importlib.metadata import version
+
+        globals()[name] = version("nimbrel")
+        return globals()[name]
+
+    def __dir__() -> list[str]:
+        """The names of the package, also that of the version before it is used."""
+        return sorted({*globals(), *__all__})

@@ -4,7 +4,7 @@
 records that may break a rule, and only these are checked by the rules.
 """
 
-from collections.abc import Iterable, Sequence
+from collections.abc import Callable, Iterable, Sequence
 from typing import Final, TypeAlias
 
 import numpy as np
@@ -12,22 +12,23 @@ import numpy.typing as npt
 
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
+from nimbrel.passed_programs import PassedPrograms
 from nimbrel.record_rules import (
     ANGLE,
     CONTROL_MASK,
     CONTROL_OFFSET,
     CONTROLS,
     HALF_TURN,
+    JUMP_FAMILY_BYTE,
     MASKS,
     NEGATED,
     READ_FLAG,
     TARGET_OFFSET,
     TARGETS,
     RecordRules,
-    Rows,
 )
 from nimbrel.records import QPU_OP, RecordArray
-from nimbrel.register_trace import UNKNOWN, RegisterTrace
+from nimbrel.register_trace import UNKNOWN, Register, RegisterTrace
 
 __all__ = ["ProgramCheck"]
 
@@ -36,6 +37,8 @@ Words: TypeAlias = npt.NDArray[np.uint64]
 Bytes: TypeAlias = npt.NDArray[np.uint8]
 Choice: TypeAlias = npt.NDArray[np.bool_]
 Positions: TypeAlias = npt.NDArray[np.intp]
+Entry: TypeAlias = list[Register]
+"""A list of one register. Its identity tells who has stored it."""
 
 _SHORT: Final = 12
 """Longest program for which the rules without a search are faster."""
@@ -50,7 +53,8 @@ _NO_GATE: Final = 1 << 28
 _Z_BIT: Final = 1 << 12
 """The opcode bit that only Z has among the gates."""
 _RESET_BYTE: Final = np.uint8(Opcode.RESET & 0xFF)
-_JUMP_BYTE: Final = np.uint8(Opcode.JUMP_FWD & 0xFF)
+_JUMP_BYTE: Final = np.uint8(JUMP_FAMILY_BYTE)
+_EXTENDS_OR_JUMPS: Final = (np.uint8(Opcode.EXTEND & 0xFF), _JUMP_BYTE)
 _FLOW_WORDS: Final = 5
 
 
@@ -75,6 +79,9 @@ class ProgramCheck:
     """Checks all programs of one filter.
 
     It tracks the register from program to program, so it must see every program of the filter.
+
+    Several threads may run programs of one filter at the same time. The interpreter may switch
+    threads between any two calls here, but not between a comparison and the assignment behind it.
     """
 
     def __init__(self, filter_type: str, *, qubits: bool, inexact_controls: bool) -> None:
@@ -89,7 +96,9 @@ class ProgramCheck:
         controls = is_clifford and not inexact_controls
         self._rules = RecordRules(filter_type, qubits=qubits, controls=controls)
         # A Clifford filter uses the low 32 bits of a reset's size.
-        self._trace = RegisterTrace(2**32 - 1 if is_clifford else 2**64 - 1)
+        self._size_mask = 2**32 - 1 if is_clifford else 2**64 - 1
+        self._passed = PassedPrograms()
+        self._current: Entry = [Register()]
 
     def stop_following(self) -> None:
         """Refuse no qubits from now on, because programs may run that are not seen here."""
@@ -101,39 +110,50 @@ class ProgramCheck:
         Args:
             num_qubits: Its size.
         """
-        self._trace.limit = num_qubits
+        self._change(lambda register: register._replace(limit=num_qubits))
 
-    def check(self, records: RecordArray) -> RegisterTrace:
-        """Check a program that has not run yet.
+    def begin(self, records: RecordArray) -> tuple[Entry, Register]:
+        """Check a program that is about to run.
+
+        If an exception prevents `ran` and `failed`, nothing is wrongly refused afterwards: from
+        here to `ran`, the register before the program and the one after it are both possible.
 
         Args:
             records: The program, contiguous, shape (n,).
 
         Returns:
-            The trace at the end of the program. Pass it to `ran` when the program has run.
+            The arguments of `ran`.
 
         Raises:
             ValueError: If a record is refused.
         """
-        if not (self._rules.qubits or self._rules.controls):
-            return self._trace
-        words = _as_words(records)
-        trace = self._trace.copy()
-        # The first record is checked without a search: it is mostly a reset, which slows a search.
-        is_short = len(words) <= _SHORT
-        short = len(words) if is_short else 1
-        self._check_rows(words.tolist() if is_short else _LazyRows(words), short, trace)
-        for first in range(short, len(words), _CHUNK):
-            self._check_chunk(words, first, trace)
-        return trace
+        while True:
+            before = self._current
+            if not (self._rules.qubits or self._rules.controls):
+                return before, before[0]
+            after = self._register_after(records, before[0])
+            if after == before[0]:
+                return before, after
+            marked = [before[0].joined(after)]
+            if self._current is before:
+                self._current = marked
+                return marked, after
 
-    def ran(self, trace: RegisterTrace) -> None:
+    def ran(self, entry: Entry, after: Register) -> None:
         """Note that a program has run to its end.
 
         Args:
-            trace: The trace that `check` returned for it.
+            entry: As `begin` returned it.
+            after: As `begin` returned it.
         """
-        self._trace = trace
+        if entry[0] == after and self._current is entry:
+            return
+        new = [after]
+        if self._current is entry:
+            self._current = new
+        else:
+            # A program of another thread ran before or after this one.
+            self._change(after.joined)
 
     def failed(self, records: RecordArray) -> None:
         """Note that a program has failed after an unknown number of records.
@@ -142,14 +162,59 @@ class ProgramCheck:
             records: The program, contiguous, shape (n,).
         """
         words = _as_words(records)
-        self._trace.follow_up_to_anywhere(words[_flow_records(words)].tolist())
+        rows = words[_flow_records(words)].tolist()
 
-    def _check_rows(self, rows: Rows, count: int, trace: RegisterTrace) -> None:
-        for index in range(count):
+        def up_to_anywhere(register: Register) -> Register:
+            trace = RegisterTrace(self._size_mask, register)
+            trace.follow_up_to_anywhere(rows)
+            return trace.register
+
+        self._change(up_to_anywhere)
+
+    def _change(self, change: Callable[[Register], Register]) -> None:
+        while True:
+            before = self._current
+            new = [change(before[0])]
+            if self._current is before:
+                self._current = new
+                return
+
+    def _register_after(self, records: RecordArray, register: Register) -> Register:
+        """Check a program, unless the same one has passed before.
+
+        Args:
+            records: The program.
+            register: The register before it.
+
+        Returns:
+            The register after it.
+        """
+        if not PassedPrograms.accepts(len(records)):
+            return self._examine(_as_words(records), register)
+        content = records.tobytes()
+        after = self._passed.find(content, register)
+        if after is None:
+            words = np.frombuffer(content, dtype=np.uint64).reshape(-1, _WORDS_PER_RECORD)
+            after = self._examine(words, register)
+            self._passed.add(content, register, after)
+        return after
+
+    def _examine(self, words: Words, register: Register) -> Register:
+        trace = RegisterTrace(self._size_mask, register)
+        # The first record is checked without a search: it is mostly a reset, which slows a search.
+        is_short = len(words) <= _SHORT
+        short = len(words) if is_short else 1
+        rows = words.tolist() if is_short else _LazyRows(words)
+        for index in range(short):
             trace.follow(rows[index])
-            self._rules.check(rows, index, trace.limit)
+            self._rules.check(rows, index, trace.limit, register.open_labels)
+        for first in range(short, len(words), _CHUNK):
+            self._check_chunk(words, first, trace, register)
+        return trace.register
 
-    def _check_chunk(self, words: Words, first: int, trace: RegisterTrace) -> None:
+    def _check_chunk(
+        self, words: Words, first: int, trace: RegisterTrace, register: Register
+    ) -> None:
         chunk = words[first : first + _CHUNK]
         combined = _combined(chunk)
         limits = _limits(chunk, trace) if combined[0] & _NO_GATE else _single_limit(trace.limit)
@@ -160,8 +225,8 @@ class ProgramCheck:
             suspects.update(_may_be_inexact(chunk).tolist())
         rows = _LazyRows(words)
         for number in sorted(suspects):
-            limit = limits[number] if len(limits) > 1 else limits[0]
-            self._rules.check(rows, first + number, int(limit))
+            limit = int(limits[number] if len(limits) > 1 else limits[0])
+            self._rules.check(rows, first + number, limit, register.open_labels)
 
 
 class _LazyRows:
@@ -278,5 +343,18 @@ def _any_may_be_inexact(combined: Sequence[int]) -> bool:
 def _may_be_inexact(chunk: Words) -> Positions:
     low = _low_bytes(chunk)
     controls = chunk[:, CONTROLS]
-    negated = (controls & chunk[:, NEGATED]).astype(np.bool_) & _matches(low, _IS_X)
-    return np.flatnonzero(negated | ((controls != 0) & _matches(low, _MAY_BE_Z)))
+    negated = (controls & chunk[:, NEGATED]).astype(np.bool_)
+    may_be_z = (controls != 0) & _matches(low, _MAY_BE_Z)
+    if not chunk[:, TARGETS].all():
+        may_be_z &= negated | ~_is_on_one_qubit(chunk, low)
+    return np.flatnonzero((negated & _matches(low, _IS_X)) | may_be_z)
+
+
+def _is_on_one_qubit(chunk: Words, low: Bytes) -> Choice:
+    """Whether a gate has no target and one control, and no extension can reach it."""
+    controls = chunk[:, CONTROLS]
+    may_follow_extension = np.ones(len(chunk), dtype=np.bool_)
+    extension, jump = _EXTENDS_OR_JUMPS
+    may_follow_extension[1:] = (low[:-1] == extension) | (low[:-1] == jump)
+    on_one: Choice = (chunk[:, TARGETS] == 0) & (controls & (controls - np.uint64(1)) == 0)
+    return on_one & ~may_follow_extension

@@ -5,7 +5,7 @@ Clifford filter, controls that this filter does not carry out exactly are refuse
 """
 
 import struct
-from collections.abc import Sequence
+from collections.abc import Collection, Sequence
 from typing import Final, Protocol, TypeAlias
 
 from nimbrel.masks import WORD_BITS
@@ -57,13 +57,10 @@ MASKS: Final[dict[int, Masks]] = {
 }
 """The masks of each operation that name qubits, by opcode. Both masks of a Pauli product do."""
 
+JUMP_FAMILY_BYTE: Final = int(Opcode.JUMP_FAMILY) & 0xFF
 HALF_TURN: Final = struct.unpack("<Q", struct.pack("<d", 180.0))[0]
 _ALLOWED_BY: Final = "or make the simulator with allow_inexact_controls=True"
-_INSTEAD: Final[dict[int, str]] = {
-    int(Opcode.Z): "write cz(a, b)",
-    int(Opcode.PHASE): "write cz(a, b)",
-    int(Opcode.RZ): "write cz(a, b) and s_inv(a), a being the control",
-}
+_INSTEAD_OF_RZ: Final = "write cz(a, b) and s_inv(a), a being the control"
 
 
 class RecordRules:
@@ -95,13 +92,14 @@ class RecordRules:
             # On a sparse filter, `target_offset` of a write is its first read flag.
             self._masks[int(Opcode.WRITE)] = ((TARGETS, None),)
 
-    def check(self, rows: Rows, index: int, limit: int) -> None:
+    def check(self, rows: Rows, index: int, limit: int, open_labels: Collection[int]) -> None:
         """Check one record of a program.
 
         Args:
             rows: The program.
             index: The index of the record.
             limit: Qubits of the largest possible register at this record, or `UNKNOWN`.
+            open_labels: Labels of the jumps that may be open before the program.
 
         Raises:
             ValueError: If the record is refused.
@@ -109,7 +107,7 @@ class RecordRules:
         if self.qubits and limit != UNKNOWN:
             self._check_qubits(rows, index, limit)
         if self.controls:
-            self._check_controls(rows, index)
+            self._check_controls(rows, index, open_labels)
 
     def _check_qubits(self, rows: Rows, index: int, limit: int) -> None:
         row = rows[index]
@@ -126,7 +124,7 @@ class RecordRules:
                 f"record {index}: qubit {qubit} lies outside the register of {limit} qubits"
             )
 
-    def _check_controls(self, rows: Rows, index: int) -> None:
+    def _check_controls(self, rows: Rows, index: int, open_labels: Collection[int]) -> None:
         row = rows[index]
         opcode, controls = row[0], row[CONTROLS]
         if not controls or not (opcode == Opcode.X or _is_half_turn(row)):
@@ -137,10 +135,15 @@ class RecordRules:
                 "write x(control) before and after the gate and leave the control plain, "
                 f"{_ALLOWED_BY}"
             )
-        if opcode != Opcode.X and _joins_two_qubits(rows, index):
+        if opcode == Opcode.X:
+            return
+        targets, controls = _qubit_counts(rows, index, open_labels)
+        # Without a target, one control is a Z without a control. The engine refuses more controls.
+        if controls == (1 if targets else 2):
+            instead = _INSTEAD_OF_RZ if opcode == Opcode.RZ and targets else "write cz(a, b)"
             raise ValueError(
                 f"record {index}: a controlled Z changes no sign on a Clifford filter; "
-                f"{_INSTEAD[opcode]}, {_ALLOWED_BY}"
+                f"{instead}, {_ALLOWED_BY}"
             )
 
 
@@ -152,10 +155,18 @@ def _is_value(rows: Rows, index: int, mask_word: int) -> bool:
     # An extension record has controls in this word, except before a write, where it has the value.
     if rows[index][0] != Opcode.EXTEND or mask_word != CONTROLS:
         return False
-    following = index + 1
-    while following < len(rows) and rows[following][0] == Opcode.EXTEND:
-        following += 1
-    return following == len(rows) or rows[following][0] in _ONLY_TARGETS
+    for following in range(index + 1, len(rows)):
+        opcode = rows[following][0]
+        if opcode == Opcode.JUMP_FWD:
+            return True  # what takes the extension may be skipped
+        if opcode != Opcode.EXTEND and not _is_jump_family(opcode):
+            return opcode in _ONLY_TARGETS
+    return True
+
+
+def _is_jump_family(opcode: int) -> bool:
+    # The engine looks at this byte only. These records neither take nor end extensions.
+    return opcode & 0xFF == JUMP_FAMILY_BYTE
 
 
 def _is_half_turn(row: Sequence[int]) -> bool:
@@ -163,11 +174,26 @@ def _is_half_turn(row: Sequence[int]) -> bool:
     return turned or row[0] == Opcode.Z
 
 
-def _joins_two_qubits(rows: Rows, index: int) -> bool:
-    # Without a target, one control is a Z without a control. The engine refuses more controls.
+def _qubit_counts(rows: Rows, index: int, open_labels: Collection[int]) -> tuple[int, int]:
+    """Count targets and controls of a record with those extensions that certainly reach it."""
     targets, controls = rows[index][TARGETS].bit_count(), rows[index][CONTROLS].bit_count()
-    while index > 0 and rows[index - 1][0] == Opcode.EXTEND:
-        index -= 1
-        targets += rows[index][TARGETS].bit_count()
-        controls += rows[index][CONTROLS].bit_count()
-    return controls == (1 if targets else 2)
+    for number in range(index - 1, -1, -1):
+        row = rows[number]
+        if row[0] == Opcode.EXTEND:
+            targets += row[TARGETS].bit_count()
+            controls += row[CONTROLS].bit_count()
+        elif not _is_jump_family(row[0]) or _may_end_a_jump(rows, number, open_labels):
+            break
+    return targets, controls
+
+
+def _may_end_a_jump(rows: Rows, index: int, open_labels: Collection[int]) -> bool:
+    """Whether a record is a label, and a jump to it may skip the records before it."""
+    if rows[index][0] != Opcode.LABEL:
+        return False
+    wanted = rows[index][TARGETS]
+    for number in range(index - 1, -1, -1):
+        opcode, operand = rows[number][:2]
+        if operand == wanted and opcode in (Opcode.JUMP_FWD, Opcode.LABEL):
+            return opcode == Opcode.JUMP_FWD
+    return wanted in open_labels

@@ -5,8 +5,8 @@ depends on read flags, which are unknown before the program runs. So a trace kee
 possible register. A trace belongs to one `Simulator`; the caller's thread uses it.
 """
 
-from collections.abc import Sequence
-from typing import Final, TypeAlias
+from collections.abc import Iterable, Sequence
+from typing import Final, NamedTuple, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
@@ -25,6 +25,23 @@ _LABEL: Final = int(Opcode.LABEL)
 _JUMP: Final = int(Opcode.JUMP_FWD)
 
 
+class Register(NamedTuple):
+    """What is known about the register between two programs.
+
+    Attributes:
+        limit: Qubits of the largest possible register, or `UNKNOWN`.
+        open_labels: Labels of the jumps that may be open.
+    """
+
+    limit: int = UNKNOWN
+    open_labels: frozenset[int] = frozenset()
+
+    def joined(self, other: "Register") -> "Register":
+        """What is known if either of the two is the register."""
+        limit = max(self.limit, other.limit)
+        return Register(limit, self.open_labels | other.open_labels)
+
+
 class RegisterTrace:
     """The largest possible register, and the labels of the jumps that may be open.
 
@@ -37,22 +54,21 @@ class RegisterTrace:
 
     __slots__ = ("_size_mask", "limit", "open_labels")
 
-    def __init__(self, size_mask: int) -> None:
-        """Start with an unknown register.
+    def __init__(self, size_mask: int, start: Register) -> None:
+        """Start before the first record of a program.
 
         Args:
             size_mask: The bits of a reset's size that the filter uses.
+            start: The register before the program.
         """
         self._size_mask = size_mask
-        self.limit = UNKNOWN
-        self.open_labels: set[int] = set()
+        self.limit = start.limit
+        self.open_labels = set(start.open_labels)
 
-    def copy(self) -> "RegisterTrace":
-        """Return a trace of the same state that changes independently."""
-        other = RegisterTrace(self._size_mask)
-        other.limit = self.limit
-        other.open_labels = set(self.open_labels)
-        return other
+    @property
+    def register(self) -> Register:
+        """The register after the records that were followed."""
+        return Register(self.limit, frozenset(self.open_labels))
 
     def follow(self, row: Sequence[int]) -> None:
         """Update the trace by one record. Only resets, jumps and labels change it.
@@ -116,7 +132,7 @@ class RegisterTrace:
         self.limit = int(limits[-1])
         return limits
 
-    def follow_up_to_anywhere(self, rows: Sequence[Sequence[int]]) -> None:
+    def follow_up_to_anywhere(self, rows: Iterable[Sequence[int]]) -> None:
         """Update the trace by records of which an unknown number has run.
 
         Args:

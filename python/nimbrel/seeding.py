@@ -37,13 +37,14 @@ class _Lineage:
 
     Any Python thread may seed and fork. The hook before a fork takes the lock and the hook after
     it releases the lock, so two threads that fork at the same time give their children different
-    seeds. The lock is reentrant, because a signal handler may fork while its thread holds it.
+    seeds. The lock is reentrant, because a signal handler or another hook may fork while its thread
+    holds the lock. Such a fork ends before the outer one, so the children's seeds are a stack.
     """
 
     def __init__(self) -> None:
         self._lock = threading.RLock()
         self._own: SeedSequence | None = None
-        self._child: SeedSequence | None = None
+        self._children: list[SeedSequence | None] = []
 
     def seed(self, value: int) -> None:
         """Seed the engine and restart the numbering of the children."""
@@ -54,15 +55,16 @@ class _Lineage:
     def before_fork(self) -> None:
         """Choose the seed of the child. The sequence counts the children that it has spawned."""
         self._lock.acquire()
-        self._child = self._own.spawn(1)[0] if self._own is not None else None
+        self._children.append(self._own.spawn(1)[0] if self._own is not None else None)
 
     def after_fork_in_parent(self) -> None:
         """Let other threads fork."""
+        self._children.pop()
         self._lock.release()
 
     def after_fork_in_child(self) -> None:
         """Seed the child."""
-        self._own = self._child
+        self._own = self._children.pop()
         sequence = self._own if self._own is not None else SeedSequence()
         call(_lib_nb_sim.random_seed, 0, int(sequence.generate_state(1)[0]))
         self._lock.release()

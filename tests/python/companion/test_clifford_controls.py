@@ -109,6 +109,12 @@ def test_a_controlled_half_turn_about_z_needs_a_phase_too(count: int) -> None:
 
 
 @long_or_short
+def test_a_half_turn_on_two_controls_needs_no_phase(count: int) -> None:
+    record = nb.record(Opcode.RZ, angle=180.0, cond_mask=3)
+    refused(controlled_z(count), count, record)
+
+
+@long_or_short
 @pytest.mark.parametrize("build", NEGATED.values(), ids=NEGATED)
 def test_a_negated_control_is_refused(build: Builder, count: int) -> None:
     records = build()

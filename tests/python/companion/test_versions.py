@@ -1,9 +1,12 @@
 """What a front end can ask about the package and the records that it takes."""
 
 import re
+import subprocess
+import sys
 from pathlib import Path
 
 import nimbrel as nb
+import pytest
 
 PYPROJECT = Path(__file__).parents[3] / "pyproject.toml"
 
@@ -26,6 +29,19 @@ WORDS_OF_FORMAT_1 = [
 def test_the_version_is_that_of_the_project() -> None:
     (version,) = re.findall(r'^version = "(.+)"$', PYPROJECT.read_text(encoding="utf-8"), re.M)
     assert nb.__version__ == version
+
+
+def test_an_import_does_not_search_the_installed_packages() -> None:
+    program = "import sys, nimbrel; print('importlib.metadata' in sys.modules, end='')"
+    command = [sys.executable, "-c", program]
+    done = subprocess.run(command, capture_output=True, text=True, check=True)
+    assert done.stdout == "False"
+
+
+def test_other_names_are_missing() -> None:
+    with pytest.raises(AttributeError, match="'nimbrel' has no attribute 'versoin'"):
+        _ = nb.versoin  # type: ignore[attr-defined]
+    assert "__version__" in dir(nb)
 
 
 def test_records_of_this_layout_are_format_1() -> None:

@@ -49,6 +49,12 @@ def test_a_child_can_be_repeated_alone(seeded: list[int]) -> None:
     assert answer_of("draws_by_derivation(5)") == seeded[:-1]
 
 
+def test_forks_within_a_fork_draw_apart() -> None:
+    draws = answer_of("nested_forks(5)")
+    assert len(set(draws)) == 3
+    assert answer_of("nested_forks(5)") == draws
+
+
 def test_workers_of_a_forked_pool_draw_apart() -> None:
     draws = [draw for pool in answer_of("two_pools('fork')") for draw in pool]
     assert len(set(draws)) == 4

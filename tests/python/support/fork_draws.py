@@ -18,12 +18,16 @@ import _lib_nb_sim as engine
 import nimbrel as nb
 import numpy as np
 
+from support.before_forks import before_forks
+
 BITS = 64  # two draws agree by chance once in 2**64
 WAIT_SECONDS = 30.0
 
 COMMAND = (sys.executable, "-W", "ignore::DeprecationWarning", "-c")
+# The hook of `before_forks` is registered before those of the package, so it runs after them.
 PROGRAM = (
-    "import sys; sys.path[:0] = {path!r}; from support import fork_draws as f; f.show(f.{call})"
+    "import sys; sys.path[:0] = {path!r}; from support import before_forks; "
+    "from support import fork_draws as f; f.show(f.{call})"
 )
 
 _workers_meet: Barrier | None = None
@@ -106,6 +110,19 @@ def draws_beside_forks(seed: int) -> list[list[int]]:
         from_child(draw)
         beside.append(draw())
     return [alone, beside]
+
+
+def nested_forks(seed: int) -> list[int]:
+    """Draws of a child, of one whose fork began and ended during that fork, and of a third."""
+    nb.seed(seed)
+    inner: list[int] = []
+
+    def fork_once() -> None:
+        before_forks.clear()
+        inner.append(from_child(draw))
+
+    before_forks.append(fork_once)
+    return [from_child(draw), *inner, from_child(draw)]
 
 
 def draws_by_derivation(seed: int) -> list[int]:
