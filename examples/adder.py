@@ -2,10 +2,14 @@
 
     python examples/adder.py [A B] [--bits N]
 
-The adder has 1024 bits, or N, or as many as the integers need. Without integers it picks
-two random ones of the full width. A negative integer is loaded as its two's complement.
-The sum is compared with Python's own; the exit status is 1 when the two differ and 2 when
-the arguments make no sense.
+The adder has 1024 bits, or N, or as many as the integers need. Without A and B, the example adds
+two random integers of the full width. A negative integer is loaded as its two's complement. The
+result is compared with Python's sum. The exit status is 1 if the two differ, and 2 if an argument
+is wrong.
+
+Each carry is the majority of three qubits, computed by one temporary AND and uncomputed after its
+use, as in C. Gidney, "Halving the cost of quantum addition",
+https://doi.org/10.22331/q-2018-06-18-74.
 """
 
 import argparse
@@ -31,44 +35,44 @@ from nimbrel import (
 )
 
 DEFAULT_BITS = 1024
-MAX_BITS = 500_000  # more than the longest argument of a command line needs; under 1 GB of records
+MAX_BITS = 500_000  # enough for the longest command-line argument; less than 1 GB of records
 FIRST_FLAG = 2  # the flags below are constants
-LONGEST_LINE = 60  # digits of a number that a terminal shows whole
+LONGEST_LINE = 60  # digits of the longest number that is printed whole on a terminal
 
 
 @dataclass(frozen=True)
-class Layout:
-    """Where the adder's numbers lie: a, then b and its carry out, then the carries.
+class AdderQubits:
+    """The qubits of the adder: a, then b with its carry out, then the carries.
 
     Attributes:
-        bits: Width n of the two integers; the register has 3n + 2 qubits.
+        bits: Width n of the two integers. The register has 3n + 2 qubits.
     """
 
     bits: int
 
     @property
     def a(self) -> range:
-        """The first integer, n qubits."""
+        """The first integer, n qubits, the lowest bit first."""
         return range(self.bits)
 
     @property
     def b(self) -> range:
-        """The second integer and later the sum, n + 1 qubits."""
+        """The second integer, and later the sum, n + 1 qubits."""
         return range(self.bits, 2 * self.bits + 1)
 
     @property
     def carries(self) -> range:
-        """The carry into each position and out of the last one, n + 1 qubits."""
+        """The carry into each position, and the carry out of the last one, n + 1 qubits."""
         return range(2 * self.bits + 1, self.num_qubits)
 
     @property
     def num_qubits(self) -> int:
-        """Qubits of the whole register."""
+        """Number of qubits of the register."""
         return 3 * self.bits + 2
 
 
 class Outcome(NamedTuple):
-    """What a run of the adder gave."""
+    """The result of a run of the adder."""
 
     total: int  # the n + 1 bits of the sum, as an unsigned number
     carries_clean: bool
@@ -77,10 +81,11 @@ class Outcome(NamedTuple):
 
 
 def compute_carry(a: int, b: int, carry: int, carry_out: int) -> list[RecordArray]:
-    """The records that make `carry_out` the majority of three qubits.
+    """Make the records that compute the majority of three qubits into `carry_out`, which is 0.
 
-    With the carry added into both, a AND b says whether both differ from the carry. Only
-    then is the majority the opposite of the carry, so adding the carry gives it.
+    After the carry is added to a and b, a AND b tells whether both differ from the carry. Exactly
+    then the majority is the opposite of the carry. So adding the carry to this AND gives the
+    majority.
     """
     return [
         x([a, b], controls=carry),
@@ -90,67 +95,68 @@ def compute_carry(a: int, b: int, carry: int, carry_out: int) -> list[RecordArra
 
 
 def uncompute_carry(a: int, b: int, carry: int, carry_out: int) -> list[RecordArray]:
-    """The records that undo `compute_carry` for the carry out, which is 0 again."""
+    """Make the records that set `carry_out` back to 0 after `compute_carry`."""
     return [x(carry_out, controls=carry), relbow(carry_out, controls=[a, b])]
 
 
 def finish_sum(a: int, b: int, carry: int) -> list[RecordArray]:
-    """The records that restore a and turn b, which holds b XOR carry, into the sum bit."""
+    """Make the records that restore a, and that turn b, which holds b XOR carry, into the sum."""
     return [x(a, controls=carry), x(b, controls=a)]
 
 
-def ripple_carry(layout: Layout) -> RecordArray:
-    """The records that add register a to register b.
+def ripple_carry(qubits: AdderQubits) -> RecordArray:
+    """Make the records that add a to b.
 
-    The carries are computed upward, the last one is swapped to the top of b, and on the
-    way back down each carry is uncomputed before its position's sum is made.
+    The carries are computed from the lowest position up. The last carry is swapped to the top of b.
+    Then, from the highest position down, each carry is uncomputed and the sum bit of its position
+    is computed.
     """
-    carries = layout.carries
-    positions = list(zip(layout.a, layout.b[:-1], carries[:-1], carries[1:], strict=True))
+    carries = qubits.carries
+    positions = list(zip(qubits.a, qubits.b[:-1], carries[:-1], carries[1:], strict=True))
     upward = [program(*compute_carry(*position)) for position in positions]
     downward = []
     for a, b, carry, carry_out in reversed(positions):
-        # The last carry has left for the top of b and is 0 already.
+        # The swap has moved the last carry to the top of b, so its qubit is 0 already.
         undo = uncompute_carry(a, b, carry, carry_out) if carry_out != carries[-1] else []
         downward.append(program(*undo, *finish_sum(a, b, carry)))
-    return program(*upward, swap(carries[-1], layout.b[-1]), *downward)
+    return program(*upward, swap(carries[-1], qubits.b[-1]), *downward)
 
 
-def adder_program(layout: Layout, a: int, b: int) -> RecordArray:
-    """The whole program: load, add, check that the carries are 0, read the sum."""
-    modulus = 1 << layout.bits
+def adder_program(qubits: AdderQubits, a: int, b: int) -> RecordArray:
+    """Make the program: load, add, check that the carries are 0, measure the sum."""
+    modulus = 1 << qubits.bits
     return program(
-        reset(layout.num_qubits),
-        write(layout.a, a % modulus),
-        write(layout.b, b % modulus),
-        ripple_carry(layout),
-        free(layout.carries, check=True),
-        read(layout.b, FIRST_FLAG),
+        reset(qubits.num_qubits),
+        write(qubits.a, a % modulus),
+        write(qubits.b, b % modulus),
+        ripple_carry(qubits),
+        free(qubits.carries, check=True),
+        read(qubits.b, FIRST_FLAG),
     )
 
 
-def run_adder(layout: Layout, a: int, b: int) -> Outcome:
-    """Add two integers on a new simulator and time the run of the records alone."""
-    records = adder_program(layout, a, b)
+def run_adder(qubits: AdderQubits, a: int, b: int) -> Outcome:
+    """Add two integers on a new simulator, and measure the time of `run`."""
+    records = adder_program(qubits, a, b)
     with Simulator("StreamBitQPU") as sim:
         sim.enable_qubit_debugging()
         start = time.perf_counter()
         sim.run(records)
         seconds = time.perf_counter() - start
-        total = sim.flags(FIRST_FLAG, len(layout.b))
+        total = sim.flags(FIRST_FLAG, len(qubits.b))
         return Outcome(total, not sim.events(), len(records), seconds)
 
 
 def bits_needed(a: int, b: int) -> int:
-    """The width that holds both integers, and with a negative one their signed sum too."""
+    """The width of both integers and, if one is negative, of their signed sum."""
     if a >= 0 and b >= 0:
         return max(a.bit_length(), b.bit_length(), 1)
-    # A sign bit, and one for the sum: with signs the carry out of the top means nothing.
+    # A sign bit and a bit for the sum. With signs, the carry out of the top has no meaning.
     return max((~value if value < 0 else value).bit_length() for value in (a, b)) + 2
 
 
 def decode_sum(total: int, bits: int, *, signed: bool) -> int:
-    """The integer that the sum register holds."""
+    """The integer that the sum qubits hold."""
     if not signed:
         return total
     low = total % (1 << bits)
@@ -158,7 +164,7 @@ def decode_sum(total: int, bits: int, *, signed: bool) -> int:
 
 
 def shorten(number: int, *, terminal: bool) -> str:
-    """The number in decimal; a long one is cut in the middle for a terminal."""
+    """The number in decimal. For a terminal, the middle of a long number is replaced by dots."""
     text = str(number)
     if not terminal or len(text) <= LONGEST_LINE:
         return text
@@ -166,15 +172,15 @@ def shorten(number: int, *, terminal: bool) -> str:
 
 
 class OneLineParser(argparse.ArgumentParser):
-    """An argument parser that reports an error in one line."""
+    """An argument parser that reports an error on one line."""
 
     def error(self, message: str) -> NoReturn:
-        """Print the usage and the message in one line and exit with status 2."""
+        """Print the usage and the message on one line and exit with status 2."""
         self.exit(2, f"usage: adder.py [A B] [--bits N]: {' '.join(message.split())}\n")
 
 
 def integer(text: str) -> int:
-    """Read an integer argument; the message of a bad one stays short."""
+    """Read an integer argument. The message about a wrong one is short."""
     try:
         return int(text)
     except ValueError:
@@ -183,7 +189,7 @@ def integer(text: str) -> int:
 
 
 def parse_arguments(argv: Sequence[str]) -> tuple[int, int, int]:
-    """The two integers and the width of the adder; exits on bad arguments."""
+    """Return the two integers and the width of the adder; exits if an argument is wrong."""
     parser = OneLineParser(prog="adder.py", description=__doc__, allow_abbrev=False)
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.add_argument("integers", nargs="*", type=integer, metavar="A B")
@@ -201,25 +207,25 @@ def parse_arguments(argv: Sequence[str]) -> tuple[int, int, int]:
     return a, b, max(bits, bits_needed(a, b))
 
 
-def report(numbers: Mapping[str, int], outcome: Outcome, layout: Layout) -> None:
-    """Print the numbers by their names and the figures of a run whose sum is right."""
+def report(numbers: Mapping[str, int], outcome: Outcome, qubits: AdderQubits) -> None:
+    """Print the numbers with their names, and the figures of a run whose sum is right."""
     for name, number in numbers.items():
         print(f"{name:<18}  {shorten(number, terminal=sys.stdout.isatty())}")
     print("checked             Python's own sum is the same")
-    print(f"qubits              {layout.num_qubits}")
+    print(f"qubits              {qubits.num_qubits}")
     print(f"records             {outcome.records}")
     print(f"records per second  {outcome.records / outcome.seconds:.0f}")
 
 
 def main(argv: Sequence[str]) -> int:
-    """Run the example; returns the exit status."""
-    # Python refuses to convert more than 4300 decimal digits unless it is told otherwise. Python
-    # 3.10.0 to 3.10.6 have neither the limit nor the switch.
+    """Run the example and return the exit status."""
+    # By default, Python refuses to convert more than 4300 decimal digits. Python 3.10.0 to 3.10.6
+    # have neither this limit nor the function that changes it.
     if hasattr(sys, "set_int_max_str_digits"):
         sys.set_int_max_str_digits(0)
     a, b, bits = parse_arguments(argv)
-    layout = Layout(bits)
-    outcome = run_adder(layout, a, b)
+    qubits = AdderQubits(bits)
+    outcome = run_adder(qubits, a, b)
     result = decode_sum(outcome.total, bits, signed=a < 0 or b < 0)
     if result != a + b:
         print("adder.py: the sum differs from Python's own", file=sys.stderr)
@@ -227,7 +233,7 @@ def main(argv: Sequence[str]) -> int:
     if not outcome.carries_clean:
         print("adder.py: a carry was not uncomputed to 0", file=sys.stderr)
         return 1
-    report({"first addend": a, "second addend": b, "result": result}, outcome, layout)
+    report({"first addend": a, "second addend": b, "result": result}, outcome, qubits)
     return 0
 
 

@@ -1,13 +1,13 @@
-"""Multiply all pairs of numbers at once on the sparse simulator, and keep those that give N.
+"""Multiply all pairs of numbers in superposition on the sparse simulator, and factor N.
 
     python examples/factor_pairs.py [N] [--bits K]
 
-Two numbers of K bits (default 9) are put into every pair of values there is, 2**(2 K) of them,
-and multiplied by adders on 6 K qubits, 54 by default, which no dense state vector could hold.
-Every product is compared with Python's own. Projecting the product on N (default 55440) leaves
-the pairs whose product is N; they are compared with those that Python finds by division, and
-one of them is measured. The exit status is 1 when anything differs and 2 when the arguments
-make no sense.
+Two numbers of K bits (default 9) are in a superposition of all 2**(2 K) pairs of values. Adders
+multiply them on 6 K qubits, 54 by default. A dense state vector of 54 qubits does not fit into
+memory. Every product is compared with Python's product. A projection of the product on N (default
+55440) leaves the pairs whose product is N. They are compared with the pairs that Python finds by
+division, and one of them is measured. The exit status is 1 if a result differs, and 2 if an
+argument is wrong. The adders are those of adder.py.
 """
 
 import argparse
@@ -24,27 +24,27 @@ from nimbrel import RecordArray, Simulator, SparseSimulator, h, lelbow, program,
 
 DEFAULT_NUMBER = 55440
 DEFAULT_BITS = 9
-MAX_BITS = 10  # 60 of the 63 qubits of a sparse register, and a million pairs
+MAX_BITS = 10  # 60 qubits, of 63 that a sparse register may have, and a million pairs
 FIRST_FLAG = 2  # the flags below are constants
 SHOWN_PAIRS = 6
-LONGEST_SHOWN = 60  # characters of a bad argument
+LONGEST_SHOWN = 60  # characters of a wrong argument in its message
 
 Numbers: TypeAlias = npt.NDArray[np.uint64]
 Pairs: TypeAlias = set[tuple[int, int]]
 
 
 class ExampleError(Exception):
-    """The simulator's answer is not the one known."""
+    """A result of the simulator differs from the known one."""
 
 
 @dataclass(frozen=True)
-class Layout:
-    """Where the numbers lie.
+class MultiplierQubits:
+    """The qubits of the multiplier.
 
-    The product comes first: the simulator projects on qubits below 32 only.
+    The product has the lowest qubits, because the simulator projects on qubits below 32 only.
 
     Attributes:
-        bits: Width k of the two factors; the register has 6k qubits.
+        bits: Width k of the two factors. The register has 6k qubits.
     """
 
     bits: int
@@ -66,34 +66,35 @@ class Layout:
 
     @property
     def addend(self) -> range:
-        """The first factor where the current bit of the second is 1, else 0; k qubits."""
+        """The first factor if the current bit of the second one is 1, else 0; k qubits."""
         return range(4 * self.bits, 5 * self.bits)
 
     @property
     def carries(self) -> range:
-        """The carry into each position of an adder, k qubits; the lowest is always 0."""
+        """The carry into each position of an adder, k qubits. The lowest one is always 0."""
         return range(5 * self.bits, self.num_qubits)
 
     @property
     def num_qubits(self) -> int:
-        """Qubits of the whole register."""
+        """Number of qubits of the register."""
         return 6 * self.bits
 
 
 class Outcome(NamedTuple):
-    """What a run gave."""
+    """The result of a run."""
 
-    terms: int  # pairs that were multiplied at once
-    pairs: Pairs  # those left after the projection
-    measured: tuple[int, int] | None  # one of them; None when there are none
+    terms: int  # pairs in the superposition
+    pairs: Pairs  # that the projection leaves
+    measured: tuple[int, int] | None  # one of `pairs`; None if there are none
     records: int
     seconds: float  # of the multiplication
 
 
 def add(a: Sequence[int], b: Sequence[int], carries: Sequence[int]) -> list[RecordArray]:
-    """The records that add a to b, whose one further qubit on top is 0 and takes the last carry.
+    """Make the records that add a to b. The top qubit of b is 0 before and holds the last carry.
 
-    The carries are computed upward, and uncomputed downward, each before its sum is made.
+    The carries are computed from the lowest position up. Then, from the highest position down,
+    each carry is uncomputed and the sum bit of its position is computed.
     """
     positions = list(zip(a, b[:-1], carries, [*carries[1:], b[-1]], strict=True))
     parts = [record for position in positions for record in compute_carry(*position)]
@@ -104,20 +105,20 @@ def add(a: Sequence[int], b: Sequence[int], carries: Sequence[int]) -> list[Reco
     return parts
 
 
-def multiply(layout: Layout) -> RecordArray:
+def multiply(qubits: MultiplierQubits) -> RecordArray:
     """The records that add p times q to a product of 0, one bit of q after the other."""
     parts: list[RecordArray] = []
-    for shift, bit in enumerate(layout.q):
-        places = list(zip(layout.addend, layout.p, strict=True))
+    for shift, bit in enumerate(qubits.q):
+        places = list(zip(qubits.addend, qubits.p, strict=True))
         parts += [lelbow(copy, controls=[qubit, bit]) for copy, qubit in places]
-        # The sum so far is below 2**(bits + shift), so the qubit above is 0.
-        parts += add(layout.addend, layout.product[shift : shift + layout.bits + 1], layout.carries)
+        # Before this sum, the product is below 2**(bits + shift): the top qubit of the slice is 0.
+        parts += add(qubits.addend, qubits.product[shift : shift + qubits.bits + 1], qubits.carries)
         parts += [relbow(copy, controls=[qubit, bit]) for copy, qubit in places]
     return program(*parts)
 
 
 def factor_pairs(number: int, bits: int) -> Pairs:
-    """The pairs of numbers of so many bits whose product is `number`, by division."""
+    """Find the pairs of numbers of `bits` bits whose product is `number`, by division."""
     if number == 0:
         return {pair for k in range(1 << bits) for pair in ((0, k), (k, 0))}
     factors = range(1, 1 << bits)
@@ -125,67 +126,67 @@ def factor_pairs(number: int, bits: int) -> Pairs:
 
 
 def values(indices: Numbers, qubits: range) -> Numbers:
-    """The number that some neighbouring qubits hold in every term."""
+    """The number that adjacent qubits hold in every term, shape (n,) for n indices."""
     found: Numbers = indices >> np.uint64(qubits[0]) & np.uint64((1 << len(qubits)) - 1)
     return found
 
 
-def pairs_of(indices: Numbers, layout: Layout) -> Pairs:
-    """The two factors in every term."""
-    ps, qs = values(indices, layout.p), values(indices, layout.q)
+def pairs_of(indices: Numbers, qubits: MultiplierQubits) -> Pairs:
+    """The pairs of factors in all terms."""
+    ps, qs = values(indices, qubits.p), values(indices, qubits.q)
     return set(zip(ps.tolist(), qs.tolist(), strict=True))
 
 
-def check_products(sim: SparseSimulator, layout: Layout) -> int:
-    """Compare all products with Python's; returns how many pairs there are.
+def check_products(sim: SparseSimulator, qubits: MultiplierQubits) -> int:
+    """Compare all products with Python's products, and return the number of pairs.
 
     Raises:
-        ExampleError: If a product is wrong, a helping qubit is not 0 again, or a pair is
-            missing or has not its share of the probability.
+        ExampleError: If a product is wrong, an ancilla qubit is not 0, a pair is missing, or the
+            pairs are not equally probable.
     """
     indices, amplitudes = sim.terms()
-    expected = values(indices, layout.p) * values(indices, layout.q)
-    if not np.array_equal(values(indices, layout.product), expected):
+    expected = values(indices, qubits.p) * values(indices, qubits.q)
+    if not np.array_equal(values(indices, qubits.product), expected):
         raise ExampleError("a product differs from Python's own")
-    if np.any(indices >> np.uint64(layout.addend[0])):
+    if np.any(indices >> np.uint64(qubits.addend[0])):
         raise ExampleError("a helping qubit is not 0 again")
-    if len(pairs_of(indices, layout)) != 4**layout.bits:
+    if len(pairs_of(indices, qubits)) != 4**qubits.bits:
         raise ExampleError("not every pair is there")
-    if not np.allclose(amplitudes, 0.5**layout.bits, rtol=0, atol=1e-12):
+    if not np.allclose(amplitudes, 0.5**qubits.bits, rtol=0, atol=1e-12):
         raise ExampleError("a pair has not its share of the probability")
     return len(indices)
 
 
-def run_search(layout: Layout, number: int) -> Outcome:
-    """Multiply all pairs, keep those that give `number`, and measure one of them.
+def run_search(qubits: MultiplierQubits, number: int) -> Outcome:
+    """Multiply all pairs, project the product on `number`, and measure one of the pairs left.
 
     Raises:
         ExampleError: If a product is wrong.
     """
-    records = program(reset(layout.num_qubits), h([*layout.p, *layout.q]), multiply(layout))
-    mask = (1 << len(layout.product)) - 1
+    records = program(reset(qubits.num_qubits), h([*qubits.p, *qubits.q]), multiply(qubits))
+    mask = (1 << len(qubits.product)) - 1
     with Simulator("StreamSparseQPU") as sim:
         start = time.perf_counter()
         sim.run(records)
         seconds = time.perf_counter() - start
-        terms = check_products(sim, layout)
+        terms = check_products(sim, qubits)
         if sim.peek_probability(number, mask) == 0.0:
             return Outcome(terms, set(), None, len(records), seconds)
         sim.postselect(number, mask)
-        pairs = pairs_of(sim.terms()[0], layout)
-        sim.run(read([*layout.p, *layout.q], FIRST_FLAG))
-        p = sim.flags(FIRST_FLAG, layout.bits)
-        q = sim.flags(FIRST_FLAG + layout.bits, layout.bits)
+        pairs = pairs_of(sim.terms()[0], qubits)
+        sim.run(read([*qubits.p, *qubits.q], FIRST_FLAG))
+        p = sim.flags(FIRST_FLAG, qubits.bits)
+        q = sim.flags(FIRST_FLAG + qubits.bits, qubits.bits)
         return Outcome(terms, pairs, (p, q), len(records), seconds)
 
 
-def check_pairs(outcome: Outcome, number: int, layout: Layout) -> None:
-    """Compare the pairs that are left with those found by division.
+def check_pairs(outcome: Outcome, number: int, qubits: MultiplierQubits) -> None:
+    """Compare the pairs that the projection left with the pairs found by division.
 
     Raises:
-        ExampleError: If they differ, or the one that was measured is not among them.
+        ExampleError: If they differ, or the measured pair is not among them.
     """
-    known = factor_pairs(number, layout.bits)
+    known = factor_pairs(number, qubits.bits)
     if outcome.pairs != known:
         raise ExampleError("the factor pairs differ from those found by division")
     if known and outcome.measured not in known:
@@ -193,15 +194,15 @@ def check_pairs(outcome: Outcome, number: int, layout: Layout) -> None:
 
 
 class OneLineParser(argparse.ArgumentParser):
-    """An argument parser that reports an error in one line."""
+    """An argument parser that reports an error on one line."""
 
     def error(self, message: str) -> NoReturn:
-        """Print the usage and the message in one line and exit with status 2."""
+        """Print the usage and the message on one line and exit with status 2."""
         self.exit(2, f"usage: factor_pairs.py [N] [--bits K]: {' '.join(message.split())}\n")
 
 
 def integer(text: str) -> int:
-    """Read an integer argument of a few digits; the message of a bad one stays short."""
+    """Read an integer argument of a few digits. The message about a wrong one is short."""
     if text.isascii() and text.isdigit() and len(text) <= LONGEST_SHOWN:
         return int(text)
     shown = text if len(text) <= LONGEST_SHOWN else text[:LONGEST_SHOWN] + "..."
@@ -209,7 +210,7 @@ def integer(text: str) -> int:
 
 
 def parse_arguments(argv: Sequence[str]) -> tuple[int, int]:
-    """The product to look for and the width of its factors; exits on bad arguments."""
+    """Return the product and the width of its factors; exits if an argument is wrong."""
     parser = OneLineParser(prog="factor_pairs.py", description=__doc__, allow_abbrev=False)
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.add_argument("number", nargs="?", type=integer, default=DEFAULT_NUMBER, metavar="N")
@@ -225,36 +226,36 @@ def parse_arguments(argv: Sequence[str]) -> tuple[int, int]:
 
 
 def shown_pairs(pairs: Pairs) -> str:
-    """The pairs in order, the first few of many."""
+    """The pairs in ascending order; only the first ones if there are many."""
     listed = [f"{p} x {q}" for p, q in sorted(pairs)]
     dots = ["..."] if len(listed) > SHOWN_PAIRS else []
     return ", ".join([*listed[:SHOWN_PAIRS], *dots])
 
 
-def report(outcome: Outcome, number: int, layout: Layout) -> None:
-    """Print the figures of a run whose answers are right."""
-    print(f"multiplied    {outcome.terms} pairs of {layout.bits}-bit numbers at once")
+def report(outcome: Outcome, number: int, qubits: MultiplierQubits) -> None:
+    """Print the figures of a run whose results are right."""
+    print(f"multiplied    {outcome.terms} pairs of {qubits.bits}-bit numbers at once")
     print("checked       every product is Python's own")
     print(f"with product  {number}: {len(outcome.pairs)} pairs, as division finds them")
     if outcome.measured is not None:
         print(f"pairs         {shown_pairs(outcome.pairs)}")
         print(f"measured      {outcome.measured[0]} x {outcome.measured[1]}")
-    print(f"qubits        {layout.num_qubits}")
+    print(f"qubits        {qubits.num_qubits}")
     print(f"records       {outcome.records}")
     print(f"seconds       {outcome.seconds:.2f}")
 
 
 def main(argv: Sequence[str]) -> int:
-    """Run the example; returns the exit status."""
+    """Run the example and return the exit status."""
     number, bits = parse_arguments(argv)
-    layout = Layout(bits)
+    qubits = MultiplierQubits(bits)
     try:
-        outcome = run_search(layout, number)
-        check_pairs(outcome, number, layout)
+        outcome = run_search(qubits, number)
+        check_pairs(outcome, number, qubits)
     except ExampleError as error:
         print(f"factor_pairs.py: {error}", file=sys.stderr)
         return 1
-    report(outcome, number, layout)
+    report(outcome, number, qubits)
     return 0
 
 

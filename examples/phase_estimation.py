@@ -2,10 +2,13 @@
 
     python examples/phase_estimation.py [PHASE] [--qubits N]
 
-The gate multiplies the state 1 by exp(2 pi i PHASE), PHASE being a fraction of a full turn
-(default 0.3141). Quantum phase estimation writes it into N counting qubits (default 6). The
-distribution of the outcomes is compared with the one known in closed form; the exit status
-is 1 when the two differ and 2 when the arguments make no sense.
+The gate multiplies the state 1 by exp(2 pi i PHASE). PHASE is a fraction of a full turn (default
+0.3141). Quantum phase estimation writes it into N counting qubits (default 6). The distribution of
+the outcomes is compared with its closed form. The exit status is 1 if the two differ, and 2 if an
+argument is wrong.
+
+The algorithm is that of Cleve, Ekert, Macchiavello and Mosca, "Quantum algorithms revisited",
+https://doi.org/10.1098/rspa.1998.0164.
 """
 
 import argparse
@@ -22,21 +25,21 @@ DEFAULT_PHASE = 0.3141
 DEFAULT_QUBITS = 6
 MAX_QUBITS = 20
 SHOWN = 8  # outcomes in the chart
-LEAST_SHOWN = 5e-7  # a lower probability would be printed as 0
+LEAST_SHOWN = 5e-7  # lower probabilities would be printed as 0
 BAR_WIDTH = 40  # characters of a bar for probability 1
 FIRST_FLAG = 2  # the flags below are constants
 TOLERANCE = 1e-9
-LONGEST_SHOWN = 60  # characters of a bad argument
+LONGEST_SHOWN = 60  # characters of a wrong argument in its message
 
 Distribution = npt.NDArray[np.float64]
 
 
 @dataclass(frozen=True)
-class Layout:
-    """Where everything lies: the counting qubits from 0, the gate's own qubit above them.
+class EstimationQubits:
+    """The qubits of the estimation: the counting qubits from 0, and the gate's target above them.
 
     Attributes:
-        bits: Number n of counting qubits; outcome m stands for the phase m / 2**n.
+        bits: Number n of counting qubits. Outcome m means the phase m / 2**n.
     """
 
     bits: int
@@ -48,35 +51,43 @@ class Layout:
 
     @property
     def eigenstate(self) -> int:
-        """The qubit that the phase gate acts on; in state 1 it only gathers the phase."""
+        """The target of the phase gate. It stays in the state 1, an eigenstate of the gate."""
         return self.bits
 
 
 class Estimate(NamedTuple):
-    """What a run gave."""
+    """The result of a run."""
 
     probabilities: Distribution  # of every outcome, shape (2**n,)
     outcome: int  # of one measurement of the counting qubits
 
 
 def degrees(turns: float) -> float:
-    """A fraction of a turn in degrees, whole turns left out."""
+    """Convert turns to degrees, from 0 to below 360."""
     return 360.0 * (turns % 1.0)
 
 
-def powers_of_the_gate(layout: Layout, turns: float) -> list[RecordArray]:
-    """Counting qubit k controls the gate's 2**k-th power, which is one phase gate again."""
+def powers_of_the_gate(qubits: EstimationQubits, turns: float) -> list[RecordArray]:
+    """Make the controlled powers: counting qubit k controls the gate to the power 2**k.
+
+    A power of a phase gate is one phase gate.
+    """
     return [
-        phase(degrees(turns * 2**qubit), layout.eigenstate, controls=qubit)
-        for qubit in layout.counting
+        phase(degrees(turns * 2**qubit), qubits.eigenstate, controls=qubit)
+        for qubit in qubits.counting
     ]
 
 
 def inverse_fourier(qubits: Sequence[int]) -> list[RecordArray]:
-    """The inverse quantum Fourier transform, the least significant qubit first.
+    """Make the inverse quantum Fourier transform.
 
-    The swaps put the bits into the order in which they can be undone from below; each qubit is
-    then rid of what the lower ones add to its phase, and a Hadamard makes a bit of the rest.
+    The swaps reverse the order of the qubits. Then, from the lowest qubit up, controlled phases
+    remove the part of a qubit's phase that comes from the lower bits, and a Hadamard turns the rest
+    into a bit. See Nielsen and Chuang, "Quantum Computation and Quantum Information", section 5.1,
+    https://doi.org/10.1017/CBO9780511976667.
+
+    Args:
+        qubits: The qubits, the least significant first.
     """
     count = len(qubits)
     parts = [swap(qubits[k], qubits[count - 1 - k]) for k in range(count // 2)]
@@ -87,43 +98,44 @@ def inverse_fourier(qubits: Sequence[int]) -> list[RecordArray]:
     return parts
 
 
-def estimation_program(layout: Layout, turns: float) -> RecordArray:
-    """The whole program but for the measurement."""
+def estimation_program(qubits: EstimationQubits, turns: float) -> RecordArray:
+    """Make the program without the measurement."""
     return program(
-        reset(layout.bits + 1),
-        x(layout.eigenstate),
-        h(layout.counting),
-        *powers_of_the_gate(layout, turns),
-        *inverse_fourier(layout.counting),
+        reset(qubits.bits + 1),
+        x(qubits.eigenstate),
+        h(qubits.counting),
+        *powers_of_the_gate(qubits, turns),
+        *inverse_fourier(qubits.counting),
     )
 
 
-def run_estimation(layout: Layout, turns: float) -> Estimate:
-    """Run the program, look at the distribution, then measure once."""
+def run_estimation(qubits: EstimationQubits, turns: float) -> Estimate:
+    """Run the program, copy the distribution, then measure once."""
     with Simulator("StreamQPU") as sim:
-        sim.run(estimation_program(layout, turns))
-        amplitudes = sim.state().reshape(2, -1)  # the gate's qubit is the highest
+        sim.run(estimation_program(qubits, turns))
+        amplitudes = sim.state().reshape(2, -1)  # row k: the gate's target, the top qubit, is k
         probabilities = np.sum(amplitudes.real**2 + amplitudes.imag**2, axis=0)
-        sim.run(read(layout.counting, FIRST_FLAG))
-        return Estimate(probabilities, sim.flags(FIRST_FLAG, layout.bits))
+        sim.run(read(qubits.counting, FIRST_FLAG))
+        return Estimate(probabilities, sim.flags(FIRST_FLAG, qubits.bits))
 
 
 def known_distribution(bits: int, turns: float) -> Distribution:
-    """The probabilities in closed form, shape (2**bits,).
+    """The closed form of the probabilities, shape (2**bits,).
 
-    With d the distance from outcome m to the phase in turns, 2**bits equal steps of d make a
-    geometric sum: (sin(pi 2**bits d) / (2**bits sin(pi d)))**2, and 1 where d is 0.
+    Let d be the distance of outcome m from the phase, in turns. The amplitude of m is a geometric
+    sum of 2**bits terms, so the probability is (sin(pi 2**bits d) / (2**bits sin(pi d)))**2, and 1
+    if d is 0: Nielsen and Chuang, section 5.2.1.
     """
     size = 2**bits
     distance = turns - np.arange(size) / size
     distance -= np.rint(distance)
-    # numpy.sinc is sin(pi x) / (pi x) and takes care of 0.
+    # numpy.sinc(x) is sin(pi x) / (pi x), and 1 at 0.
     known: Distribution = (np.sinc(size * distance) / np.sinc(distance)) ** 2
     return known
 
 
 def disagreement(estimate: Estimate, bits: int, turns: float) -> str | None:
-    """What is wrong with a run; None when it agrees with the known answer."""
+    """Describe what is wrong with a run; None if it agrees with the closed form."""
     known = known_distribution(bits, turns)
     off = float(np.max(np.abs(estimate.probabilities - known)))
     if not off <= TOLERANCE:
@@ -138,12 +150,12 @@ def disagreement(estimate: Estimate, bits: int, turns: float) -> str | None:
 
 
 def phase_places(bits: int) -> int:
-    """Decimal places that tell the outcomes apart."""
+    """Number of decimal places that distinguishes the outcomes."""
     return max(6, bits // 3 + 2)
 
 
 def chart(probabilities: Distribution) -> list[str]:
-    """The likeliest outcomes in falling order, one line and bar each."""
+    """Make a line with a bar for each of the most probable outcomes, in descending order."""
     bits = len(probabilities).bit_length() - 1
     likeliest = np.argsort(-probabilities, kind="stable")[:SHOWN].tolist()
     places = phase_places(bits)
@@ -159,16 +171,16 @@ def chart(probabilities: Distribution) -> list[str]:
 
 
 class OneLineParser(argparse.ArgumentParser):
-    """An argument parser that reports an error in one line."""
+    """An argument parser that reports an error on one line."""
 
     def error(self, message: str) -> NoReturn:
-        """Print the usage and the message in one line and exit with status 2."""
+        """Print the usage and the message on one line and exit with status 2."""
         usage = "usage: phase_estimation.py [PHASE] [--qubits N]"
         self.exit(2, f"{usage}: {' '.join(message.split())}\n")
 
 
 def number(text: str) -> float:
-    """Read the phase; the message of a bad one stays short."""
+    """Read the phase. The message about a wrong one is short."""
     shown = text if len(text) <= LONGEST_SHOWN else text[:LONGEST_SHOWN] + "..."
     try:
         value = float(text)
@@ -187,7 +199,7 @@ def counting_qubits(text: str) -> int:
 
 
 def parse_arguments(argv: Sequence[str]) -> tuple[float, int]:
-    """The phase in turns and the number of counting qubits; exits on bad arguments."""
+    """Return the phase in turns and the number of counting qubits; exits if one is wrong."""
     parser = OneLineParser(prog="phase_estimation.py", description=__doc__, allow_abbrev=False)
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.add_argument("phase", nargs="?", type=number, default=DEFAULT_PHASE, metavar="PHASE")
@@ -196,10 +208,10 @@ def parse_arguments(argv: Sequence[str]) -> tuple[float, int]:
     return arguments.phase, arguments.qubits
 
 
-def report(estimate: Estimate, layout: Layout, turns: float) -> None:
-    """Print the chart and the figures of the run."""
+def report(estimate: Estimate, qubits: EstimationQubits, turns: float) -> None:
+    """Print the chart and the figures of a run."""
     print("\n".join(chart(estimate.probabilities)))
-    size, places = 2**layout.bits, phase_places(layout.bits)
+    size, places = 2**qubits.bits, phase_places(qubits.bits)
     peak = int(np.argmax(estimate.probabilities))
     print(f"phase     {turns:.{places}f}")
     print(f"estimate  {peak / size:.{places}f} +- {0.5 / size:.{places}f}")
@@ -207,15 +219,15 @@ def report(estimate: Estimate, layout: Layout, turns: float) -> None:
 
 
 def main(argv: Sequence[str]) -> int:
-    """Run the example; returns the exit status."""
+    """Run the example and return the exit status."""
     turns, bits = parse_arguments(argv)
-    layout = Layout(bits)
-    estimate = run_estimation(layout, turns)
+    qubits = EstimationQubits(bits)
+    estimate = run_estimation(qubits, turns)
     wrong = disagreement(estimate, bits, turns)
     if wrong is not None:
         print(f"phase_estimation.py: {wrong}", file=sys.stderr)
         return 1
-    report(estimate, layout, turns)
+    report(estimate, qubits, turns)
     return 0
 
 

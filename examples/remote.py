@@ -1,14 +1,16 @@
-"""Run a program at a service, and the same program here: the outcome is the same.
+"""Run a program at a service and in this process, and compare the outcomes.
 
     python examples/remote.py [SECRET] [--filter TYPE] [--service HOST:PORT]
 
-The program finds a secret number (default 48879) that a circuit knows, by asking that circuit
-once: Hadamards on all qubits, a CNOT to the last qubit from each one whose bit of the secret is
-1, and Hadamards again, after which the qubits read the secret. Without --service, service.py
-is started in another process and runs it on a filter of TYPE (default StreamQPU), as this
-process does. With it, the service that listens there runs it. The exit status is 1 when an
-outcome is not the secret or the service cannot be reached, and 2 when the arguments make no
-sense.
+The program finds a secret number (default 48879) by one use of a circuit that contains it, the
+algorithm of Bernstein and Vazirani, https://doi.org/10.1137/S0097539796300921: Hadamards on all
+qubits, a CNOT to the last qubit from each qubit whose bit of the secret is 1, and Hadamards again.
+Then a measurement of the qubits gives the secret.
+
+Without --service, the example starts `python -m nimbrel.service` in another process. Both
+processes run the program on a filter of TYPE (default StreamQPU). With --service, the service that
+listens at HOST:PORT runs it. The exit status is 1 if an outcome is not the secret or the service
+does not answer, and 2 if an argument is wrong.
 """
 
 import argparse
@@ -25,26 +27,26 @@ DEFAULT_SECRET: Final = 0xBEEF
 MAX_BITS: Final = 20
 FIRST_FLAG: Final = 2  # the flags below are constants
 FILTERS: Final = ("StreamQPU", "StreamSparseQPU", "StreamCliffordQPU")
-TIMEOUT: Final = 20.0  # seconds without a reply after which the service is given up
-LONGEST_SHOWN: Final = 60  # characters of a bad argument
+TIMEOUT: Final = 20.0  # seconds without a reply after which the example fails
+LONGEST_SHOWN: Final = 60  # characters of a wrong argument in its message
 
 
 class Address(NamedTuple):
-    """Where a service listens."""
+    """The address on which a service listens."""
 
     host: str
     port: int
 
 
 class Task(NamedTuple):
-    """The program, and the number of bits that it leaves in the read flags."""
+    """The program, and the number of bits that it stores in the read flags."""
 
     records: RecordArray
     bits: int
 
 
 def secret_task(secret: int) -> Task:
-    """The program that finds `secret` by one use of the circuit that knows it."""
+    """Make the program that finds `secret` by one use of the circuit that contains it."""
     bits = max(1, secret.bit_length())
     numbers, last = range(bits), bits
     oracle = [x(last, controls=qubit) for qubit in numbers if secret >> qubit & 1]
@@ -60,17 +62,17 @@ def secret_task(secret: int) -> Task:
 
 
 def run_locally(task: Task, filter_type: str) -> int:
-    """The outcome on a filter of this process."""
+    """Return the outcome on a filter of this process."""
     with Simulator(filter_type) as sim:
         sim.run(task.records)
         return sim.flags(FIRST_FLAG, task.bits)
 
 
 def run_remotely(task: Task, service: Address) -> int:
-    """The outcome at a service.
+    """Return the outcome at a service.
 
     Raises:
-        OSError: If it cannot be reached or does not answer in time.
+        OSError: If the connection fails, or the service does not answer in time.
     """
     with Simulator("StreamConnect") as sim:
         sim.connect(service.host, service.port, TIMEOUT)
@@ -79,7 +81,7 @@ def run_remotely(task: Task, service: Address) -> int:
 
 @contextlib.contextmanager
 def service_at(address: Address | None, filter_type: str) -> Iterator[Address]:
-    """The service that was asked for, or one of this block's own."""
+    """Yield the address of the given service, or of a service that runs during the block."""
     if address is not None:
         yield address
         return
@@ -88,10 +90,10 @@ def service_at(address: Address | None, filter_type: str) -> Iterator[Address]:
 
 
 class OneLineParser(argparse.ArgumentParser):
-    """An argument parser that reports an error in one line."""
+    """An argument parser that reports an error on one line."""
 
     def error(self, message: str) -> NoReturn:
-        """Print the usage and the message in one line and exit with status 2."""
+        """Print the usage and the message on one line and exit with status 2."""
         usage = "usage: remote.py [SECRET] [--filter TYPE] [--service HOST:PORT]"
         self.exit(2, f"{usage}: {' '.join(message.split())}\n")
 
@@ -117,7 +119,7 @@ def service_address(text: str) -> Address:
 
 
 def parse_arguments(argv: Sequence[str]) -> argparse.Namespace:
-    """The secret, the filter and the service; exits on bad arguments."""
+    """Return the secret, the filter and the service; exits if an argument is wrong."""
     parser = OneLineParser(prog="remote.py", description=__doc__, allow_abbrev=False)
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.add_argument("secret", nargs="?", type=secret_number, default=DEFAULT_SECRET)
@@ -127,7 +129,7 @@ def parse_arguments(argv: Sequence[str]) -> argparse.Namespace:
 
 
 def main(argv: Sequence[str]) -> int:
-    """Run the example; returns the exit status."""
+    """Run the example and return the exit status."""
     arguments = parse_arguments(argv)
     task = secret_task(arguments.secret)
     local = run_locally(task, arguments.filter)

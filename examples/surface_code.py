@@ -1,14 +1,17 @@
-"""Keep a bit in a surface code on the Clifford simulator, and find the error that hit it.
+"""Store a bit in a surface code on the Clifford simulator, and find the error that hits it.
 
     python examples/surface_code.py [--distance D] [--rounds R] [--error PAULI QUBIT ROUND]
 
-A patch of D * D data qubits (default 9 * 9) holds one logical bit. In each of R rounds (default
-50) every check, a product of X or of Z on two or four neighbours, is measured through a qubit
-of its own, 161 qubits in all by default, and all outcomes are left in read flags. Between two
-rounds one data qubit is hit by a Pauli error, at random or as asked. The rounds' outcomes alone
-must tell when it happened, which one it was and where, and the bit, read from the data qubits
-at the end and corrected by that, must be the one that was stored. The exit status is 1 when
-anything is not so and 2 when the arguments make no sense.
+A patch of D * D data qubits (default 9 * 9) holds one logical bit. A check is a product of X, or
+of Z, on two or four neighbouring data qubits. Each check has an ancilla qubit, which makes 161
+qubits by default. In each of R rounds (default 50) every check is measured, and its outcome is
+stored in a read flag. Between two rounds a Pauli error hits one data qubit: a random error, or the
+error of --error. From the outcomes alone, the example finds the round, the Pauli matrix and the
+qubit. At the end it measures the data qubits and corrects the logical bit. The exit status is 1 if
+the error or the bit is not found, and 2 if an argument is wrong.
+
+The code is the rotated surface code of Tomita and Svore,
+https://doi.org/10.1103/PhysRevA.90.062320.
 """
 
 import argparse
@@ -28,33 +31,33 @@ DEFAULT_ROUNDS = 50
 MAX_DISTANCE = 25  # 1249 qubits
 MAX_ROUNDS = 500
 FIRST_FLAG = 2  # the flags below are constants
-LONGEST_SHOWN = 60  # characters of a bad argument
+LONGEST_SHOWN = 60  # characters of a wrong argument in its message
 ERRORS: Final = {"X": x, "Y": y, "Z": z}
 
 Syndrome: TypeAlias = frozenset[int]
-"""Numbers of the checks that are 1, or that have changed."""
+"""Numbers of the checks whose outcome is 1, or whose outcome has changed."""
 
 
 class ExampleError(Exception):
-    """The simulator's answer is not the one known."""
+    """A result of the simulator differs from the known one."""
 
 
 class Check(NamedTuple):
-    """A product of the same letter on some data qubits."""
+    """A product of one Pauli matrix, X or Z, on some data qubits."""
 
     letter: str
     data: tuple[int, ...]
 
 
 class PauliError(NamedTuple):
-    """A Pauli matrix that hits one data qubit."""
+    """A Pauli matrix on one data qubit."""
 
     letter: str
     qubit: int
 
 
 class Hit(NamedTuple):
-    """An error and the round before which it happens, counted from 1."""
+    """An error, and the round before which it happens, counted from 1."""
 
     error: PauliError
     round: int
@@ -62,10 +65,10 @@ class Hit(NamedTuple):
 
 @dataclass(frozen=True)
 class Code:
-    """The rotated surface code: data qubits row by row, then a qubit for each check.
+    """The rotated surface code: data qubits row by row, then an ancilla qubit for each check.
 
     Attributes:
-        distance: Width d of the patch, 3 or more; the register has 2 d * d - 1 qubits.
+        distance: Width d of the patch, 3 or more. The register has 2 d * d - 1 qubits.
     """
 
     distance: int
@@ -77,33 +80,37 @@ class Code:
 
     @property
     def ancillas(self) -> range:
-        """The qubits through which the checks are measured, in the order of `checks`."""
+        """The ancilla qubits that measure the checks, in the order of `checks`."""
         return range(self.distance**2, self.num_qubits)
 
     @property
     def num_qubits(self) -> int:
-        """Qubits of the whole register."""
+        """Number of qubits of the register."""
         return 2 * self.distance**2 - 1
 
     @cached_property
     def checks(self) -> list[Check]:
-        """All checks, as on a chessboard; the rim is X above and below and Z at the sides."""
+        """All checks.
+
+        X and Z checks alternate as on a chessboard. The top and bottom edges have X checks, the
+        left and right edges have Z checks.
+        """
         corners = range(self.distance + 1)
         found = [self._check(row, column) for row in corners for column in corners]
         return [check for check in found if check is not None]
 
     @property
     def logical_x(self) -> range:
-        """The qubits whose product of X flips the stored bit: the first column."""
+        """The qubits whose product of X flips the logical bit: the first column."""
         return range(0, self.distance**2, self.distance)
 
     @property
     def logical_z(self) -> range:
-        """The qubits whose product of Z is the stored bit: the first row."""
+        """The qubits whose product of Z is the logical bit: the first row."""
         return range(self.distance)
 
     def signature(self, error: PauliError) -> Syndrome:
-        """The checks that an error changes: those with another letter on its qubit."""
+        """The checks that an error changes: those with another Pauli matrix on its qubit."""
         return frozenset(
             number
             for number, check in enumerate(self.checks)
@@ -111,13 +118,13 @@ class Code:
         )
 
     def explanations(self, changed: Syndrome) -> list[PauliError]:
-        """The errors that change these checks; several of them have the same effect."""
+        """The errors that change exactly these checks. All of them have the same effect."""
         near = sorted({qubit for number in changed for qubit in self.checks[number].data})
         errors = [PauliError(letter, qubit) for letter in ERRORS for qubit in near]
         return [error for error in errors if self.signature(error) == changed]
 
     def _check(self, row: int, column: int) -> Check | None:
-        # The check at a corner of the data qubits' squares, which touches up to four of them.
+        # The check at a corner where up to four data qubits, drawn as squares, meet.
         letter = "XZ"[(row + column) % 2]
         touched = [
             self.distance * r + c
@@ -125,13 +132,13 @@ class Code:
             for c in (column - 1, column)
             if 0 <= r < self.distance and 0 <= c < self.distance
         ]
-        rim = "X" if row in (0, self.distance) else "Z"
-        inside = len(touched) == 4 or (len(touched) == 2 and letter == rim)
-        return Check(letter, tuple(touched)) if inside else None
+        edge_letter = "X" if row in (0, self.distance) else "Z"
+        exists = len(touched) == 4 or (len(touched) == 2 and letter == edge_letter)
+        return Check(letter, tuple(touched)) if exists else None
 
 
 class Outcome(NamedTuple):
-    """What a run gave."""
+    """The outcomes of a run."""
 
     syndromes: list[Syndrome]  # of each round
     data: list[int]  # the data qubits at the end
@@ -140,30 +147,30 @@ class Outcome(NamedTuple):
 
 
 class Diagnosis(NamedTuple):
-    """What the outcomes tell."""
+    """The error and the logical bit that the outcomes give."""
 
-    round: int  # the first one after the error, counted from 1
+    round: int  # the first round after the error, counted from 1
     changed: Syndrome
-    errors: list[PauliError]  # those that explain it, all with the same effect
-    raw_bit: int  # the stored bit as read
-    bit: int  # and corrected
+    errors: list[PauliError]  # that change these checks, all with the same effect
+    raw_bit: int  # the logical bit as measured
+    bit: int  # the logical bit after the correction
 
 
 def gather(check: Check, ancilla: int) -> list[RecordArray]:
-    """The records that leave the outcome of a check in its qubit, which is 0 before."""
+    """Make the records that write the outcome of a check into its ancilla, which is 0 before."""
     if check.letter == "Z":
         return [x(ancilla, controls=qubit) for qubit in check.data]
     return [h(ancilla), x(check.data, controls=ancilla), h(ancilla)]
 
 
 def gather_all(code: Code) -> RecordArray:
-    """The records that leave the outcome of every check in its qubit."""
+    """Make the records that write the outcome of every check into its ancilla."""
     checks = zip(code.checks, code.ancillas, strict=True)
     return program(*[record for check, ancilla in checks for record in gather(check, ancilla)])
 
 
 def memory_program(code: Code, rounds: int, bit: int, hit: Hit | None) -> RecordArray:
-    """The whole experiment: store a bit, all rounds with the error between, read the data."""
+    """Make the program: store a bit, measure all rounds with one error, measure the data."""
     parts = [reset(code.num_qubits)]
     if bit:
         parts.append(x(code.logical_x))
@@ -176,12 +183,12 @@ def memory_program(code: Code, rounds: int, bit: int, hit: Hit | None) -> Record
 
 
 def round_flag(code: Code, number: int) -> int:
-    """The first flag of a round; the data qubits' flags follow the last one's."""
+    """The first flag of a round. The flags of the data qubits follow those of the last round."""
     return FIRST_FLAG + (number - 1) * len(code.checks)
 
 
 def run_memory(code: Code, rounds: int, bit: int, hit: Hit | None) -> Outcome:
-    """Run the experiment and time its records alone."""
+    """Run the program and measure the time of `run`."""
     records = memory_program(code, rounds, bit, hit)
     with Simulator("StreamCliffordQPU") as sim:
         start = time.perf_counter()
@@ -196,15 +203,16 @@ def run_memory(code: Code, rounds: int, bit: int, hit: Hit | None) -> Outcome:
 
 
 def ones(word: int) -> list[int]:
-    """The places of the bits that are 1."""
+    """The positions of the bits that are 1."""
     return [place for place in range(word.bit_length()) if word >> place & 1]
 
 
 def changes(outcome: Outcome, code: Code) -> dict[int, Syndrome]:
-    """The checks that changed, by the round that found them so; rounds without any are left out.
+    """The checks whose outcome changed, by the round that shows the change.
 
-    In the first round the checks of X come out at random, and those of Z as 0. The data qubits
-    give the latter once more at the end, as a further round.
+    Rounds without a change are omitted. In the first round, X checks have random outcomes and Z
+    checks have the outcome 0. The measured data qubits give the Z checks once more, as a round
+    after the last one.
     """
     of_z = frozenset(number for number, check in enumerate(code.checks) if check.letter == "Z")
     last = frozenset(
@@ -222,10 +230,10 @@ def changes(outcome: Outcome, code: Code) -> dict[int, Syndrome]:
 
 
 def diagnose(outcome: Outcome, code: Code) -> Diagnosis | None:
-    """Find the error by the outcomes alone; None when no check has ever changed.
+    """Find the error from the outcomes. None if no check has changed.
 
     Raises:
-        ExampleError: If no single error explains what changed.
+        ExampleError: If no single error changes these checks.
     """
     found = changes(outcome, code)
     raw_bit = sum(outcome.data[qubit] for qubit in code.logical_z) % 2
@@ -242,10 +250,10 @@ def diagnose(outcome: Outcome, code: Code) -> Diagnosis | None:
 
 
 def check_diagnosis(diagnosis: Diagnosis | None, hit: Hit, bit: int) -> Diagnosis:
-    """Compare what was found with what was done.
+    """Compare the diagnosis with the error and the bit of the program.
 
     Raises:
-        ExampleError: If the error, its round or the stored bit is another one.
+        ExampleError: If the error, its round or the logical bit differs.
     """
     if diagnosis is None:
         raise ExampleError("no check has noticed the error")
@@ -259,16 +267,16 @@ def check_diagnosis(diagnosis: Diagnosis | None, hit: Hit, bit: int) -> Diagnosi
 
 
 class OneLineParser(argparse.ArgumentParser):
-    """An argument parser that reports an error in one line."""
+    """An argument parser that reports an error on one line."""
 
     def error(self, message: str) -> NoReturn:
-        """Print the usage and the message in one line and exit with status 2."""
+        """Print the usage and the message on one line and exit with status 2."""
         usage = "surface_code.py [--distance D] [--rounds R] [--error PAULI QUBIT ROUND]"
         self.exit(2, f"usage: {usage}: {' '.join(message.split())}\n")
 
 
 def integer(text: str) -> int:
-    """Read an integer argument of a few digits; the message of a bad one stays short."""
+    """Read an integer argument of a few digits. The message about a wrong one is short."""
     if text.isascii() and text.isdigit() and len(text) <= LONGEST_SHOWN:
         return int(text)
     shown = text if len(text) <= LONGEST_SHOWN else text[:LONGEST_SHOWN] + "..."
@@ -276,16 +284,16 @@ def integer(text: str) -> int:
 
 
 def random_hit(code: Code, rounds: int) -> Hit:
-    """Any error on any data qubit, before any round but the first."""
+    """Draw an error on a data qubit before one of the rounds from the second on."""
     error = PauliError(random.choice(sorted(ERRORS)), random.choice(code.data))
     return Hit(error, random.randint(2, rounds))
 
 
-def asked_hit(words: Sequence[str], code: Code, rounds: int) -> Hit:
-    """The error that the arguments ask for.
+def given_hit(words: Sequence[str], code: Code, rounds: int) -> Hit:
+    """Read the error that the arguments give.
 
     Raises:
-        argparse.ArgumentTypeError: If they make no sense.
+        argparse.ArgumentTypeError: If an argument is wrong.
     """
     letter, qubit, number = words[0].upper(), integer(words[1]), integer(words[2])
     if letter not in ERRORS:
@@ -293,13 +301,13 @@ def asked_hit(words: Sequence[str], code: Code, rounds: int) -> Hit:
     if qubit not in code.data:
         raise argparse.ArgumentTypeError(f"QUBIT must be from 0 to {len(code.data) - 1}")
     if not 2 <= number <= rounds:
-        # What the first round finds is where the checks of X begin.
+        # The X checks have random outcomes in round 1, so it cannot show an error before it.
         raise argparse.ArgumentTypeError(f"ROUND must be from 2 to {rounds}")
     return Hit(PauliError(letter, qubit), number)
 
 
 def parse_arguments(argv: Sequence[str]) -> tuple[Code, int, Hit]:
-    """The code, the number of rounds and the error; exits on bad arguments."""
+    """Return the code, the number of rounds and the error; exits if an argument is wrong."""
     parser = OneLineParser(prog="surface_code.py", description=__doc__, allow_abbrev=False)
     parser.formatter_class = argparse.RawDescriptionHelpFormatter
     parser.add_argument("--distance", type=integer, default=DEFAULT_DISTANCE, metavar="D")
@@ -314,18 +322,18 @@ def parse_arguments(argv: Sequence[str]) -> tuple[Code, int, Hit]:
     if arguments.error is None:
         return code, rounds, random_hit(code, rounds)
     try:
-        return code, rounds, asked_hit(arguments.error, code, rounds)
+        return code, rounds, given_hit(arguments.error, code, rounds)
     except argparse.ArgumentTypeError as error:
         parser.error(f"argument --error: {error}")
 
 
 def shown_errors(errors: Sequence[PauliError]) -> str:
-    """The errors in words."""
+    """Describe the errors in words."""
     return " or ".join(f"{error.letter} on qubit {error.qubit}" for error in errors)
 
 
 def report(found: Diagnosis, outcome: Outcome, code: Code, hit: Hit) -> None:
-    """Print the figures of a run whose answers are right."""
+    """Print the figures of a run whose results are right."""
     checks = ", ".join(str(number) for number in sorted(found.changed))
     print(f"code       {code.distance} x {code.distance} data qubits, {len(code.checks)} checks")
     print(f"qubits     {code.num_qubits}")
@@ -339,7 +347,7 @@ def report(found: Diagnosis, outcome: Outcome, code: Code, hit: Hit) -> None:
 
 
 def main(argv: Sequence[str]) -> int:
-    """Run the example; returns the exit status."""
+    """Run the example and return the exit status."""
     code, rounds, hit = parse_arguments(argv)
     bit = random.getrandbits(1)
     try:

@@ -1,13 +1,8 @@
-/// What the parts of the register share: results of one number a block, and the choice of the
-/// blocks and the pairs of blocks that a gate works on. For cpp/core_register only.
+/// The choice of the blocks and the pairs of blocks that a gate works on. For cpp/core_register
+/// only; all functions run on the submitting thread.
 #pragma once
 
-#include <algorithm>
-#include <array>
 #include <bit>
-#include <memory>
-#include <stdexcept>
-#include <type_traits>
 
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
@@ -15,68 +10,21 @@
 
 namespace Nimbrel {
 
-/// One result a block, zero at first, so that all blocks can work at once and be added in order.
-///
-/// Requires: no task that writes here is left when it goes.
-template <typename Result>
-class EachBlock {
-    static_assert(std::is_trivially_default_constructible_v<Result>, "or all of it is filled");
-
-  public:
-    explicit EachBlock(unsigned long num_blocks) {
-        // The limit of an array with its size in bytes in front, which such a register would need.
-        if (num_blocks >> 60 != 0) {
-            throw std::length_error("cannot create std::vector larger than max_size()");
-        }
-        if (num_blocks > small_.size()) {
-            large_ = std::make_unique<Result[]>(num_blocks);
-            values_ = large_.get();
-        } else {
-            values_ = small_.data();
-            std::fill_n(values_, num_blocks, Result{});
-        }
-    }
-    EachBlock(const EachBlock&) = delete;
-    EachBlock& operator=(const EachBlock&) = delete;
-
-    Result& operator[](unsigned long block) { return values_[block]; }
-    const Result& operator[](unsigned long block) const { return values_[block]; }
-
-  private:
-    // Enough for every automatic layout on up to 64 hardware threads. Filled as far as it is used.
-    std::array<Result, 128> small_;
-    std::unique_ptr<Result[]> large_;
-    Result* values_ = nullptr;
-};
-
-using PerBlock = EachBlock<double>;
-
-/// Waits for the blocks in order and adds what their tasks have left in `results`.
-inline double sum_of_blocks(const QPU& qpu, const PerBlock& results) {
-    double sum = 0.0;
-    for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
-        qpu.blocks[i]->finish();
-        sum += results[i];
-    }
-    return sum;
-}
-
-/// A quantum condition, divided at the block's size: what selects blocks by their number, and what
-/// a kernel tests on its slots.
+/// The controls of a gate, divided at the block size: the bits of the block number select blocks,
+/// the kernels test the slot bits.
 struct GateCondition {
-    /// No condition.
+    /// No controls.
     GateCondition() = default;
 
-    /// `negated` names those of the controls that must be 0. Bits of it outside `controls` go down
-    /// as they are: no block meets one in the number, and the kernels know what to do with a
-    /// slot's.
+    /// `negated` names the controls that must be 0. Bits of it outside `controls` are passed on: no
+    /// block number meets such a bit, and the kernels define what a slot does.
     GateCondition(const QPU& qpu, unsigned long controls, unsigned long negated)
-        : slot_controls(controls & qpu.block_slot_mask),
-          slot_negated(negated & qpu.block_slot_mask),
-          block_controls(controls >> qpu.num_block_qubits),
-          block_pattern((negated >> qpu.num_block_qubits) ^ block_controls) {}
+        : slots{.mask = controls & qpu.block_slot_mask,
+                .pattern = (controls ^ negated) & qpu.block_slot_mask},
+          block_mask(controls >> qpu.num_block_qubits),
+          block_pattern((controls ^ negated) >> qpu.num_block_qubits) {}
 
-    /// The condition of a gate's arguments; controls outside the register are dropped.
+    /// The condition of a gate's arguments. Controls outside the register are dropped.
     static GateCondition of_gate(const QPU& qpu, unsigned long cond_mask,
                                  unsigned long cond_neg_mask) {
         const unsigned long controls = cond_mask & qpu.qubit_mask;
@@ -84,12 +32,11 @@ struct GateCondition {
     }
 
     bool admits_block(unsigned long number) const {
-        return (number & block_controls) == block_pattern;
+        return (number & block_mask) == block_pattern;
     }
 
-    unsigned long slot_controls = 0;
-    unsigned long slot_negated = 0;
-    unsigned long block_controls = 0;
+    SlotCondition slots;
+    unsigned long block_mask = 0;
     unsigned long block_pattern = 0;
 };
 
@@ -103,7 +50,7 @@ void for_each_bit_down(unsigned long mask, Visit&& visit) {
     }
 }
 
-/// Calls `visit(block)` for each block that the condition admits and that holds anything.
+/// Calls `visit(block)` for each block that the condition admits and that is not all zero.
 template <typename Visit>
 void for_each_live_block(QPU& qpu, const GateCondition& condition, Visit&& visit) {
     for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
@@ -112,9 +59,9 @@ void for_each_live_block(QPU& qpu, const GateCondition& condition, Visit&& visit
     }
 }
 
-/// Calls `visit(lower, upper)` for each pair of blocks with numbers that differ in exactly the bits
-/// of `distance`, unless both are all zero. Lower is the one with the lowest of these bits clear,
-/// and only its number is tested. Returns whether there was any.
+/// Calls `visit(lower, upper)` for each pair of blocks whose numbers differ in exactly the bits of
+/// `distance`, except pairs of two all-zero blocks. The lower block has the lowest of these bits
+/// clear, and only its number is tested. Returns whether there was any pair.
 ///
 ///     distance 0b10 of 8 blocks:  0 1 2 3 4 5 6 7
 ///                                 |_|_| | |_|_| |
@@ -135,9 +82,9 @@ bool for_each_live_pair(QPU& qpu, unsigned long distance, const GateCondition& c
     return any;
 }
 
-/// Gives `task(block)` to the blocks of an operation that flips the index bits `flipped`: to each
-/// alone when all of them are slot bits, else to the lower block of each pair.
-/// Requires: `flipped` lies in the register. Leaves: pairs are done, single blocks at work.
+/// Calls `task(block)` for an operation that flips the index bits `flipped`: on each single block
+/// when all of them are slot bits, else on the lower block of each pair.
+/// Requires: `flipped` lies in the register. Leaves: pairs are idle, single blocks may be at work.
 template <typename Task>
 void run_on_blocks(QPU& qpu, unsigned long flipped, const GateCondition& condition, Task&& task) {
     const unsigned long distance = flipped >> qpu.num_block_qubits;
@@ -149,20 +96,23 @@ void run_on_blocks(QPU& qpu, unsigned long flipped, const GateCondition& conditi
         lower.set_op_buddy(&upper);
         task(lower);
     };
-    // A block can be in one pair at a time, and the next operation may pair it differently.
+    // A block is in one pair at a time, and the next operation may pair it with another block.
     if (for_each_live_pair(qpu, distance, condition, run_pair)) qpu.finish();
 }
 
-/// The walk of a gate with targets, each a gate of its own, down from the highest: the targets in
-/// the block's number come before all slot targets, whose tasks nothing waits for in between.
-/// `task(block, target)` gets a target of 0 for a pair.
+/// Runs a gate on each of its targets, from the highest down: targets in the block number come
+/// before slot targets, because no wait follows a slot target. Calls `task(block, target, slots)`
+/// with a target of 0 for a pair. The targets are no longer known to be classical.
 template <typename Task>
-void run_on_targets(QPU& qpu, unsigned long target_mask, const GateCondition& condition,
-                    Task&& task) {
+void run_on_targets(QPU& qpu, unsigned long target_mask, unsigned long cond_mask,
+                    unsigned long cond_neg_mask, Task&& task) {
+    qpu.classical_qubits &= ~target_mask;
+    const auto condition = GateCondition::of_gate(qpu, cond_mask, cond_neg_mask);
     for_each_bit_down(target_mask & qpu.qubit_mask, [&](unsigned long target) {
         ++qpu.op_count;
-        const unsigned long slot_target = target & qpu.block_slot_mask;
-        run_on_blocks(qpu, target, condition, [&](CoreBlock& block) { task(block, slot_target); });
+        run_on_blocks(qpu, target, condition, [&](CoreBlock& block) {
+            task(block, target & qpu.block_slot_mask, condition.slots);
+        });
     });
     qpu.removable_finish();
 }

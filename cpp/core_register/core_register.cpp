@@ -1,11 +1,12 @@
 #include "core_register/core_register.h"
 
+#include "dense/blocks/core_block.h"
 #include "dense/blocks/team.h"
 
 namespace Nimbrel {
 namespace {
 
-// Flag numbers are taken modulo this many, so the table never needs more than 12.5 MB.
+// Flag numbers are reduced modulo this number, which limits the table to 12.5 MB.
 constexpr unsigned long read_flag_table_size = 100'000'000;
 
 }  // namespace

@@ -14,8 +14,8 @@ namespace Nimbrel {
 class BlockTeam;
 class CoreBlock;
 class CoreBlockStore;
-template <typename Result>
-class EachBlock;
+struct ComplexMatrix2x2;
+struct SplitProbability;
 
 /// A filter's register. Filters that simulate no amplitudes have one too: read flags, mask
 /// extensions and simulator parameters live in its base.
@@ -213,8 +213,10 @@ class QPU : public QPU_Base {
         verify_allocated();
         return flag_condition(cond_flag);
     }
-    void root_gate(const complex_t* matrix, unsigned long target_mask, unsigned long cond_mask,
-                   unsigned long cond_neg_mask, long cond_flag);
+    void apply_matrix(const ComplexMatrix2x2& matrix, unsigned long target_mask,
+                      unsigned long cond_mask, unsigned long cond_neg_mask);
+    void root_gate(const ComplexMatrix2x2& matrix, unsigned long target_mask,
+                   unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag);
 
     // The first `size` products that `pcp` collected: pauli_batch.cpp.
     void check_batch(unsigned long size) const;
@@ -228,15 +230,27 @@ class QPU : public QPU_Base {
     /// Draws, collapses and normalises; returns the outcome, bits at their qubits' positions.
     unsigned long measure(unsigned long targets);
     unsigned long measure_slot_bit(unsigned long bit);
-    unsigned long draw_term_index(const EachBlock<double>& totals, double total);
-    /// Scales a state of this squared norm; the blocks are left at work.
+    /// Draws a term from the blocks' sums, which add up to `total`.
+    unsigned long draw_term_index(double total);
+
+    // Sums over the register: state.cpp.
+    /// Sums each whole block into `block_sums` and returns their total.
+    double sum_whole_blocks();
+    /// Waits for the blocks in order and adds the results of their tasks.
+    double add_block_sums();
+    /// Scales a state of this squared norm. Leaves: the blocks may be at work.
     void scale_to_norm_one(double norm);
 
     /// Multiplies `source` into the state as the masked qubits' factor: slices.cpp.
     void push_factor(const complex_t* source, unsigned long mask);
 
     SineCosineMemo angles;            ///< of the last rotation
-    std::unique_ptr<BlockTeam> team;  ///< made before the blocks and gone after them
+    std::unique_ptr<BlockTeam> team;  ///< created before the blocks, destroyed after them
+
+    // Results of the tasks of one sum, one entry a block, zero where a block had no task. Members,
+    // so that a measurement allocates nothing.
+    std::vector<double> block_sums;
+    std::vector<SplitProbability> block_splits;
 };
 
 }  // namespace Nimbrel

@@ -6,15 +6,15 @@
 namespace Nimbrel {
 namespace {
 
-/// Exchanges the memory of the pairs of blocks at `distance`; no amplitude moves and nothing is
-/// left to wait for.
+/// Exchanges the memory of the pairs of blocks at `distance`. No amplitude moves, and the blocks are
+/// idle afterwards.
 void swap_pairs(QPU& qpu, unsigned long distance, const GateCondition& condition) {
     for_each_live_pair(qpu, distance, condition,
                        [](CoreBlock& lower, CoreBlock& upper) { lower.swap_blocks(&upper); });
 }
 
-/// Targets and controls of a diagonal gate inside the register. It has no preferred qubit, so the
-/// lowest control stands in for a target when there is none.
+/// Targets and controls of a diagonal gate inside the register. Target and control are
+/// interchangeable, so the lowest control becomes the target of a gate without one.
 struct DiagonalMasks {
     DiagonalMasks(const QPU& qpu, unsigned long target_mask, unsigned long cond_mask)
         : targets(target_mask & qpu.qubit_mask), controls(cond_mask & qpu.qubit_mask) {
@@ -32,35 +32,38 @@ struct DiagonalMasks {
 void QPU::hadamard(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                    long cond_flag) {
     if (!acts(cond_flag)) return;
-    classical_qubits &= ~target_mask;
-    const auto condition = GateCondition::of_gate(*this, cond_mask, cond_neg_mask);
-    run_on_targets(*this, target_mask, condition, [&](CoreBlock& block, unsigned long target) {
-        block.op_hadamard(target, condition.slot_controls, condition.slot_negated);
-    });
+    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
+                   [](CoreBlock& block, unsigned long target, SlotCondition controls) {
+                       block.op_hadamard(target, controls);
+                   });
 }
 
 void QPU::complex2x2(const complex_t* matrix, unsigned long target_mask, unsigned long cond_mask,
                      unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
-    classical_qubits &= ~target_mask;
-    const auto condition = GateCondition::of_gate(*this, cond_mask, cond_neg_mask);
-    run_on_targets(*this, target_mask, condition, [&](CoreBlock& block, unsigned long target) {
-        block.op_complex2x2(target, condition.slot_controls, matrix, condition.slot_negated);
-    });
+    apply_matrix(ComplexMatrix2x2::of(matrix), target_mask, cond_mask, cond_neg_mask);
 }
 
-void QPU::real2x2(const double* matrix, unsigned long target_mask, unsigned long cond_mask,
+void QPU::apply_matrix(const ComplexMatrix2x2& matrix, unsigned long target_mask,
+                       unsigned long cond_mask, unsigned long cond_neg_mask) {
+    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
+                   [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
+                       block.op_complex2x2(target, controls, matrix);
+                   });
+}
+
+void QPU::real2x2(const double* m, unsigned long target_mask, unsigned long cond_mask,
                   unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
-    classical_qubits &= ~target_mask;
-    const auto condition = GateCondition::of_gate(*this, cond_mask, cond_neg_mask);
-    run_on_targets(*this, target_mask, condition, [&](CoreBlock& block, unsigned long target) {
-        block.op_real2x2(target, condition.slot_controls, matrix, condition.slot_negated);
-    });
+    const RealMatrix2x2 matrix{m[0], m[1], m[2], m[3]};
+    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
+                   [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
+                       block.op_real2x2(target, controls, matrix);
+                   });
 }
 
-// `cnot` without controls and `op_not` with some hand over to one another; controls outside the
-// register only go from there to here and back without them.
+// `cnot` without controls calls `op_not`; `op_not` with controls calls `cnot`. Controls outside the
+// register count for `op_not` and are dropped here, so that `op_not` runs without controls.
 void QPU::cnot(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                long cond_flag) {
     if (!acts(cond_flag)) return;
@@ -73,13 +76,12 @@ void QPU::cnot(unsigned long target_mask, unsigned long cond_mask, unsigned long
     for_each_bit_down(target_mask & qubit_mask, [&](unsigned long target) {
         ++op_count;
         const unsigned long distance = target >> num_block_qubits;
-        if (distance != 0 && condition.slot_controls == 0) {
+        if (distance != 0 && condition.slots.mask == 0) {
             swap_pairs(*this, distance, condition);
             return;
         }
         run_on_blocks(*this, target, condition, [&](CoreBlock& block) {
-            block.op_cnot(target & block_slot_mask, condition.slot_controls,
-                          condition.slot_negated);
+            block.op_cnot(target & block_slot_mask, condition.slots);
         });
     });
     removable_finish();
@@ -105,7 +107,7 @@ void QPU::op_not(unsigned long target_mask, unsigned long cond_mask, unsigned lo
     removable_finish();
 }
 
-// Either elbow is a conditional NOT here: the ancilla that it computes or uncomputes is simulated.
+// Either elbow is a controlled NOT here: the ancilla that it computes or uncomputes is simulated.
 void QPU::lelbow(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                  long cond_flag) {
     if (!acts(cond_flag)) return;
@@ -120,8 +122,8 @@ void QPU::relbow(unsigned long target_mask, unsigned long cond_mask, unsigned lo
     lelbow(target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
-// The target is one more control, so no pairs form. Basis states stay, and with them what is known
-// to be classical; the same holds for `phase`.
+// The target is one more control, so the gate needs no pairs. It maps each basis state to itself, so
+// classical qubits stay classical; the same holds for `phase`.
 void QPU::cz(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
              long cond_flag) {
     if (!acts(cond_flag)) return;
@@ -131,9 +133,8 @@ void QPU::cz(unsigned long target_mask, unsigned long cond_mask, unsigned long c
         ++op_count;
         const auto condition =
             GateCondition::of_gate(*this, target | masks.controls, cond_neg_mask);
-        for_each_live_block(*this, condition, [&](CoreBlock& block) {
-            block.op_cz(condition.slot_controls, condition.slot_negated);
-        });
+        for_each_live_block(*this, condition,
+                            [&](CoreBlock& block) { block.op_cz(condition.slots); });
     });
     removable_finish();
 }
@@ -145,12 +146,12 @@ void QPU::phase(double angle, unsigned long target_mask, unsigned long cond_mask
     ++op_count;
     const DiagonalMasks masks(*this, target_mask, cond_mask);
     const auto [sine, cosine] = angles.of(angle);
-    // Negations of all targets go with each one, in the mask of the current one or not.
+    // Each target gets the negated bits of all targets, also those outside its own controls.
     const unsigned long negated = (masks.controls | masks.targets) & cond_neg_mask;
     for_each_bit(masks.targets, [&](unsigned long target) {
         const GateCondition condition(*this, target | masks.controls, negated);
         for_each_live_block(*this, condition, [&](CoreBlock& block) {
-            block.op_phase(condition.slot_controls, sine, cosine, condition.slot_negated);
+            block.op_phase(condition.slots, sine, cosine);
         });
     });
     removable_finish();
@@ -170,7 +171,7 @@ void QPU::cswap(unsigned long target_mask, unsigned long cond_mask, unsigned lon
     if (cond_mask != 0) {
         classical_qubits &= ~target_mask;
     } else {
-        // What is known about the two qubits goes with them.
+        // Each qubit takes the classical mark of the other.
         classical_qubits &= ~(first | second);
         if ((classical_before & first) != 0) classical_qubits |= second;
         if ((classical_before & second) != 0) classical_qubits |= first;

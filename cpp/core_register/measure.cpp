@@ -12,9 +12,9 @@
 namespace Nimbrel {
 namespace {
 
-/// Stores the masked bits of `outcome` in consecutive flags. Unsigned, because a run may pass the
-/// highest flag number; a run from a negative one counts toward zero and loses what falls on the
-/// constants.
+/// Stores the masked bits of `outcome` in consecutive flags. The number is unsigned, because a run
+/// may wrap past the highest flag. A run from a negative flag counts toward zero; bits that fall on
+/// the constants -1, 0 and 1 are not stored.
 void store_outcome(QPU& qpu, unsigned long outcome, unsigned long mask, unsigned long read_flag) {
     for_each_bit(mask, [&](unsigned long bit) {
         qpu.set_read_flag(static_cast<long>(read_flag), (outcome & bit) != 0 ? 1 : 0);
@@ -30,70 +30,64 @@ std::string assertion_text(unsigned long value, unsigned long mask) {
 
 }  // namespace
 
-// A block whose number differs from `value` in a masked bit has no term to add.
+// A block whose number differs from `value` in a masked bit has no qualifying term.
 double QPU::peek_read_probability_sv(unsigned long value, unsigned long mask, double limit) {
     verify_allocated();
-    PerBlock sums(num_blocks);
+    block_sums.assign(num_blocks, 0.0);
     for_each_live_block(*this, {}, [&](CoreBlock& block) {
         const unsigned long number = block.thread_id;
         const unsigned long difference = (number << num_block_qubits) ^ value;
         if ((difference & block_number_mask & mask) != 0) return;
-        block.peek_read_probability(&sums[number], value & block_slot_mask, mask & block_slot_mask,
-                                    limit);
+        block.peek_read_probability(&block_sums[number], value & block_slot_mask,
+                                    mask & block_slot_mask, limit);
     });
-    const double probability = sum_of_blocks(*this, sums);
+    const double probability = add_block_sums();
     removable_finish();
     return probability;
 }
 
-// One draw for the whole register: the block totals pick the block, and the block walks its own
-// terms with what is left of the draw.
-unsigned long QPU::draw_term_index(const PerBlock& totals, double total) {
+// One draw for the whole register: the block sums select the block, and the block walks its own
+// terms with the remainder of the draw.
+unsigned long QPU::draw_term_index(double total) {
     double rest = random_zero_to_one() * total;
     for (unsigned long i = 0; i < num_blocks; ++i) {
-        if (!(totals[i] > 0.0)) continue;
-        if (totals[i] >= rest) {
+        if (!(block_sums[i] > 0.0)) continue;
+        if (block_sums[i] >= rest) {
             unsigned long slot = 0;
             blocks[i]->get_index_from_probability(rest, &slot);
             blocks[i]->finish();
             return i * terms_per_block + slot;
         }
-        rest -= totals[i];
+        rest -= block_sums[i];
     }
-    // A state of norm zero, or rounding that left the draw above the last total.
+    // The norm is zero, or rounding left the draw above the last sum.
     removable_finish();
     return qubit_mask;
 }
 
 unsigned long QPU::get_random_term_index() {
     verify_allocated();
-    PerBlock totals(num_blocks);
-    for_each_live_block(*this, {}, [&totals](CoreBlock& block) {
-        block.peek_read_probability(&totals[block.thread_id], 0, 0, 0.0);
-    });
-    const double total = sum_of_blocks(*this, totals);
-    return draw_term_index(totals, total);
+    return draw_term_index(sum_whole_blocks());
 }
 
-// The norm after a collapse is a sum over what stays, in the order of the whole sum. For one bit
-// the pass that the draw needs makes the sums for both outcomes, and spares the pass of
-// `normalize`.
+// One pass sums the probabilities for the draw and for both outcomes. The sum for the drawn outcome
+// is the norm after the collapse, so `normalize` need not sum again.
 unsigned long QPU::measure_slot_bit(unsigned long bit) {
-    EachBlock<SplitProbability> splits(num_blocks);
-    for_each_live_block(*this, {}, [&splits, bit](CoreBlock& block) {
-        block.peek_split_probability(&splits[block.thread_id], bit);
+    block_splits.assign(num_blocks, {});
+    for_each_live_block(*this, {}, [this, bit](CoreBlock& block) {
+        block.peek_split_probability(&block_splits[block.thread_id], bit);
     });
-    PerBlock totals(num_blocks);
+    block_sums.assign(num_blocks, 0.0);
     double total = 0.0;
     for (unsigned long i = 0; i < num_blocks; ++i) {
         blocks[i]->finish();
-        total += totals[i] = splits[i].total;
+        total += block_sums[i] = block_splits[i].total;
     }
-    const unsigned long outcome = draw_term_index(totals, total) & bit;
+    const unsigned long outcome = draw_term_index(total) & bit;
     collapse(bit, outcome);
     double norm = 0.0;
-    for (unsigned long i = 0; i < num_blocks; ++i) {
-        norm += outcome != 0 ? splits[i].set : splits[i].clear;
+    for (const SplitProbability& split : block_splits) {
+        norm += outcome != 0 ? split.set : split.clear;
     }
     scale_to_norm_one(norm);
     return outcome;
@@ -103,7 +97,7 @@ unsigned long QPU::measure(unsigned long targets) {
     if (std::has_single_bit(targets) && (targets & block_slot_mask) != 0) {
         return measure_slot_bit(targets);
     }
-    // Drawn also for no target at all, so that a program's draws do not depend on its masks.
+    // An empty mask draws too, so that the number of draws does not depend on the masks.
     const unsigned long outcome = get_random_term_index() & targets;
     collapse(targets, outcome);
     normalize();
@@ -143,7 +137,7 @@ void QPU::write(unsigned long value, unsigned long target_mask, long cond_flag,
     if (!acts(cond_flag)) return;
     const unsigned long targets = target_mask & qubit_mask;
     if (targets == qubit_mask) {
-        // Nothing of the old state stays, so nothing is measured and no flag is stored.
+        // The whole state is replaced, so nothing is measured and no flag is stored.
         if (value > qubit_mask) {
             throw std::runtime_error("Error: qc.write() value " + std::to_string(value) +
                                      " lies outside the register of " + std::to_string(num_qubits) +
@@ -153,7 +147,7 @@ void QPU::write(unsigned long value, unsigned long target_mask, long cond_flag,
         set_zero();
         set_value(value, {1.0, 0.0});
     } else {
-        // The flags get what was measured and not what is written.
+        // The flags get the measured outcome, not the written value.
         const unsigned long wrong = (read(targets, 0, read_flag) ^ value) & targets;
         if (wrong != 0) op_not(wrong, 0, 0, 0);
     }

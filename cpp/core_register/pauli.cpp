@@ -1,5 +1,5 @@
-// Pauli products in one pass over the amplitudes, whatever their weight. A product pairs the block
-// numbers that its X mask flips into one another; one of Z only never pairs.
+// Pauli products in one pass over the amplitudes, for any weight. A product pairs the blocks whose
+// numbers differ in its X mask; a product of Z factors alone pairs no blocks.
 
 #include <bit>
 
@@ -20,25 +20,25 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
     // No half angle: the gate form is a rotation by twice the angle.
     const auto [sine, cosine] = angles.of(angle);
     ++op_count;
-    // Unlike a gate's, controls outside the register are kept, and no block meets one.
+    // Unlike for a gate, controls outside the register are kept: no block meets them.
     const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);
     run_on_blocks(*this, x, condition, [&](CoreBlock& block) {
-        block.op_ppr(x, z, condition.slot_controls, sine, cosine, condition.slot_negated);
+        block.op_ppr(x, z, condition.slots, sine, cosine);
     });
     removable_finish();
 }
 
 double QPU::pps(unsigned long x_mask, unsigned long z_mask) {
     verify_allocated();
-    PerBlock shares(num_blocks);
+    block_sums.assign(num_blocks, 0.0);
     const unsigned long x = x_mask & qubit_mask;
     const unsigned long z = z_mask & qubit_mask;
     if ((x | z) == 0) return 0.0;
     ++op_count;
-    // Of a pair only the lower block reports, for both.
+    // The lower block of a pair reports for both.
     run_on_blocks(*this, x, {},
-                  [&](CoreBlock& block) { block.op_pps(x, z, &shares[block.thread_id]); });
-    const double probability = sum_of_blocks(*this, shares);
+                  [&](CoreBlock& block) { block.op_pps(x, z, &block_sums[block.thread_id]); });
+    const double probability = add_block_sums();
     removable_finish();
     return probability;
 }
@@ -49,14 +49,14 @@ unsigned long QPU::ppm(int sign, unsigned long x_mask, unsigned long z_mask, lon
     const double plus = pps(x_mask, z_mask);
     const unsigned long measured = random_zero_to_one() >= plus ? 1 : 0;
     ++op_count;
-    // The kernels get the masks as they came; only the search for a partner keeps to the register.
+    // The kernels get the unmasked arguments; only the pairing is limited to the register.
     run_on_blocks(*this, x_mask & qubit_mask, {},
                   [=](CoreBlock& block) { block.op_ppm(x_mask, z_mask, measured); });
     removable_finish();
     normalize();
     finish();
 
-    // A sign turns what is reported, and not what the state is projected on.
+    // The sign inverts the reported outcome, not the projection.
     const unsigned long outcome = sign == -1 ? 1 - measured : measured;
     set_read_flag(read_flag, static_cast<long>(outcome));
     const unsigned long used = x_mask | z_mask;

@@ -8,13 +8,26 @@
 
 namespace Nimbrel {
 
+double QPU::add_block_sums() {
+    double sum = 0.0;
+    for (unsigned long i = 0; i < num_blocks; ++i) {
+        blocks[i]->finish();
+        sum += block_sums[i];
+    }
+    return sum;
+}
+
+double QPU::sum_whole_blocks() {
+    block_sums.assign(num_blocks, 0.0);
+    for_each_live_block(*this, {}, [this](CoreBlock& block) {
+        block.peek_read_probability(&block_sums[block.thread_id], 0, 0, 0.0);
+    });
+    return add_block_sums();
+}
+
 double QPU::peek_total_probability() {
     verify_allocated();
-    PerBlock sums(num_blocks);
-    for_each_live_block(*this, {}, [&sums](CoreBlock& block) {
-        block.peek_read_probability(&sums[block.thread_id], 0, 0, 0.0);
-    });
-    const double total = sum_of_blocks(*this, sums);
+    const double total = sum_whole_blocks();
     removable_finish();
     return total;
 }
@@ -28,7 +41,7 @@ double QPU::normalize() {
     return total;
 }
 
-// A norm of 0 is the caller's to judge, and one of exactly 1 saves the pass over the amplitudes.
+// A norm of 0 cannot be scaled and is left to the caller; a norm of exactly 1 needs no scaling.
 void QPU::scale_to_norm_one(double norm) {
     if (norm != 1.0 && norm != 0.0) scale_probability(1.0 / std::sqrt(norm));
 }
@@ -81,7 +94,7 @@ void QPU::set_value(unsigned long index, const complex_t& value) {
     removable_finish();
 }
 
-// Nothing waits here: every operation has returned with all blocks idle.
+// No wait is needed: every operation returns with all blocks idle.
 complex_t QPU::get_value(unsigned long index) const {
     verify_allocated();
     CoreBlock& block = *blocks[index >> num_block_qubits];

@@ -23,20 +23,19 @@ struct Sides {
 constexpr double hadamard_factor = 0x1.6a09e667f3bccp-1;
 
 struct HadamardGate {
-    __m256d factor = in_all_lanes(hadamard_factor);
-    __m256d signs = in_all_lanes(-0.0);
+    OneAmplitude factor = OneAmplitude::broadcast(hadamard_factor);
+    OneAmplitude signs = OneAmplitude::broadcast(-0.0);
 
     Sides pair(OneAmplitude a0, OneAmplitude a1) const {
-        const auto h = OneAmplitude::of(factor);
-        return {(a1 + a0) * h, (a0 - a1) * h};
+        return {(a1 + a0) * factor, (a0 - a1) * factor};
     }
     Sides lone_zero(OneAmplitude a) const {
-        const OneAmplitude half = a * OneAmplitude::of(factor);
+        const OneAmplitude half = a * factor;
         return {half, half};
     }
     Sides lone_one(OneAmplitude a) const {
-        const OneAmplitude half = a * OneAmplitude::of(factor);
-        return {half, half ^ OneAmplitude::of(signs)};
+        const OneAmplitude half = a * factor;
+        return {half, half ^ signs};
     }
 };
 
@@ -57,25 +56,20 @@ struct MatrixGate {
 
 /// A rotation with real coefficients. The second product of each sum is a fused multiply-add.
 struct RealRotation {
-    __m256d cosine;
-    __m256d sine;
-    __m256d minus_sine;
+    OneAmplitude c;
+    OneAmplitude s;
+    OneAmplitude minus_s;
 
     explicit RealRotation(SineCosine turn)
-        : cosine(in_all_lanes(turn.cosine)),
-          sine(in_all_lanes(turn.sine)),
-          minus_sine(in_all_lanes(-turn.sine)) {}
-
-    OneAmplitude c() const { return OneAmplitude::of(cosine); }
-    OneAmplitude s() const { return OneAmplitude::of(sine); }
-    OneAmplitude minus_s() const { return OneAmplitude::of(minus_sine); }
+        : c(OneAmplitude::broadcast(turn.cosine)),
+          s(OneAmplitude::broadcast(turn.sine)),
+          minus_s(OneAmplitude::broadcast(-turn.sine)) {}
 
     Sides pair(OneAmplitude a0, OneAmplitude a1) const {
-        return {OneAmplitude::fused(minus_s(), a1, c() * a0),
-                OneAmplitude::fused(c(), a1, s() * a0)};
+        return {OneAmplitude::fused(minus_s, a1, c * a0), OneAmplitude::fused(c, a1, s * a0)};
     }
-    Sides lone_zero(OneAmplitude a) const { return {c() * a, s() * a}; }
-    Sides lone_one(OneAmplitude a) const { return {minus_s() * a, c() * a}; }
+    Sides lone_zero(OneAmplitude a) const { return {c * a, s * a}; }
+    Sides lone_one(OneAmplitude a) const { return {minus_s * a, c * a}; }
 };
 
 /// Whether the partner of the unmarked term at `i` follows it in the sorted list.

@@ -19,17 +19,15 @@ void flip_keys(TermList& terms, KeyPattern pattern, unsigned long flips) {
 class PatternLanes {
   public:
     explicit PatternLanes(KeyPattern pattern)
-        : mask_(_mm_set1_epi64x(static_cast<long>(pattern.mask))),
-          value_(_mm_set1_epi64x(static_cast<long>(pattern.value))) {}
+        : mask_(WordLanes::broadcast(pattern.mask)), value_(WordLanes::broadcast(pattern.value)) {}
 
-    __m128d of(const term_t& term) const {
-        const __m128i keys = _mm_set1_epi64x(static_cast<long>(term.key));
-        return _mm_castsi128_pd(_mm_cmpeq_epi64(_mm_and_si128(keys, mask_), value_));
+    OneAmplitude of(const term_t& term) const {
+        return WordLanes::equal(WordLanes::broadcast(term.key) & mask_, value_);
     }
 
   private:
-    __m128i mask_;
-    __m128i value_;
+    WordLanes mask_;
+    WordLanes value_;
 };
 
 // The processor cannot predict which terms match. So both loops below do the same work for every
@@ -39,17 +37,15 @@ void multiply_amplitudes(TermList& terms, KeyPattern pattern, const ComplexFacto
     const PatternLanes matching(pattern);
     for (term_t& term : terms) {
         const auto old = OneAmplitude::load(&term.amplitude);
-        const __m128d lanes = matching.of(term);
-        OneAmplitude{_mm_blendv_pd(old.lanes, factor.times(old).lanes, lanes)}.store(
-            &term.amplitude);
+        OneAmplitude::select(matching.of(term), factor.times(old), old).store(&term.amplitude);
     }
 }
 
 void negate_amplitudes(TermList& terms, KeyPattern pattern) {
     const PatternLanes matching(pattern);
-    const __m128d signs = _mm_set1_pd(-0.0);
+    const auto signs = OneAmplitude::broadcast(-0.0);
     for (term_t& term : terms) {
-        const OneAmplitude flips{_mm_and_pd(matching.of(term), signs)};
+        const OneAmplitude flips = matching.of(term) & signs;
         (OneAmplitude::load(&term.amplitude) ^ flips).store(&term.amplitude);
     }
 }

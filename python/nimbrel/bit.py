@@ -1,4 +1,4 @@
-"""The operations of a "StreamBitQPU" filter alone."""
+"""The operations that only a "StreamBitQPU" filter has."""
 
 from nimbrel.simulator import FilterSimulator
 

@@ -1,4 +1,4 @@
-"""The operations of a "StreamCliffordQPU" filter alone: its tableau as readable strings.
+"""The operations that only a "StreamCliffordQPU" filter has: its tableau as strings.
 
 The tableau is the one of Aaronson and Gottesman, https://doi.org/10.1103/PhysRevA.70.052328. The
 engine returns it as text: a line for each destabilizer, a line of dashes, and a line for each

@@ -1,4 +1,4 @@
-"""The operations of a "StreamQPU" filter alone: its state vector.
+"""The operations that only a "StreamQPU" filter has: those of its state vector.
 
 Bit k of a term's index is qubit k. The amplitude of |q2 q1 q0> has the index 4 q2 + 2 q1 + q0.
 The engine takes masks and indices as 32-bit numbers, so operations that name qubits or one term
@@ -13,7 +13,7 @@ import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel._engine import word32
+from nimbrel._engine import call, word32
 from nimbrel.amplitudes import Amplitudes, Indices, as_amplitudes, check_buffer, empty_terms
 from nimbrel.masks import Qubits, qubit_list
 from nimbrel.sampling import check_shots, draw_terms, gather_bits
@@ -60,7 +60,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
             ValueError: If the simulator is closed.
         """
         dest = np.zeros(self._num_terms(), dtype=np.complex128)
-        self._call(_lib_nb_sim.pull_state, dest)
+        call(_lib_nb_sim.pull_state, self._require_open(), dest)
         return dest
 
     def state_of(self, qubits: Qubits) -> tuple[Amplitudes, bool]:
@@ -83,7 +83,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         """
         chosen = self._register_qubits(qubits)
         dest = np.zeros(1 << len(chosen), dtype=np.complex128)
-        text = self._call(_lib_nb_sim.pull_state_specific, dest, _mask(chosen))
+        text = call(_lib_nb_sim.pull_state_specific, self._require_open(), dest, _mask(chosen))
         # The only text that a dense register returns is the one about entanglement.
         return dest, text != ""
 
@@ -108,7 +108,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
             if max(chosen) - min(chosen) >= len(chosen):
                 raise ValueError(f"qubits {sorted(chosen)} do not lie side by side")
             mask, terms = _mask(chosen), 1 << len(chosen)
-        self._call(_lib_nb_sim.push_state, as_amplitudes(state, terms), mask)
+        call(_lib_nb_sim.push_state, self._require_open(), as_amplitudes(state, terms), mask)
 
     def check_state(self, expected: npt.ArrayLike, tolerance: float = 1e-9) -> bool:
         """Compare all amplitudes with expected ones.
@@ -121,7 +121,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
             ValueError: If the shape is wrong, or if the simulator is closed.
         """
         source = as_amplitudes(expected, self._num_terms())
-        return bool(self._call(_lib_nb_sim.check_state, source, tolerance, 0))
+        return bool(call(_lib_nb_sim.check_state, self._require_open(), source, tolerance, 0))
 
     def override_state_buffer(self, buffer: Amplitudes) -> None:
         """Make a register whose amplitudes lie in the caller's memory.
@@ -140,7 +140,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         """
         self._require_open()
         check_buffer(buffer)
-        self._call(_lib_nb_sim.override_state_buffer, buffer)
+        call(_lib_nb_sim.override_state_buffer, self._require_open(), buffer)
         self._check.resize(len(buffer).bit_length() - 1)
 
     def probabilities(self, qubits: Qubits) -> npt.NDArray[np.float64]:
@@ -160,7 +160,13 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         mask = _mask(chosen)
         return np.array(
             [
-                self._call(_lib_nb_sim.peek_read_probability, _spread(value, chosen), mask, 0.0)
+                call(
+                    _lib_nb_sim.peek_read_probability,
+                    self._require_open(),
+                    _spread(value, chosen),
+                    mask,
+                    0.0,
+                )
                 for value in range(1 << len(chosen))
             ]
         )
@@ -184,7 +190,9 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         indices, amplitudes = empty_terms(count)
         if count:  # the engine refuses the stride of an empty array
             number = word32(count, "count")
-            self._call(_lib_nb_sim.peek_n_biggest_terms, number, indices, amplitudes)
+            call(
+                _lib_nb_sim.peek_n_biggest_terms, self._require_open(), number, indices, amplitudes
+            )
         found = zip(indices.tolist(), amplitudes.tolist(), strict=True)
         return [(index, amplitude) for index, amplitude in found if amplitude != 0]
 
@@ -200,7 +208,12 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         """
         self._require_open()
         dest = np.zeros(1, dtype=np.complex128)
-        self._call(_lib_nb_sim.peek_value, word32(operator.index(index), "index"), dest)
+        call(
+            _lib_nb_sim.peek_value,
+            self._require_open(),
+            word32(operator.index(index), "index"),
+            dest,
+        )
         return complex(dest[0])
 
     def normalize(self) -> float:
@@ -214,7 +227,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         Raises:
             ValueError: If the simulator is closed.
         """
-        return self._call(_lib_nb_sim.normalize)
+        return call(_lib_nb_sim.normalize, self._require_open())
 
     def set_random(self) -> None:
         """Replace the state by a random state of total probability 1.
@@ -222,7 +235,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         Raises:
             ValueError: If the simulator is closed.
         """
-        self._call(_lib_nb_sim.set_random)
+        call(_lib_nb_sim.set_random, self._require_open())
 
     def pauli_probability(self, xs: Qubits, zs: Qubits) -> float:
         """The probability that a Pauli product P measures as +1: <(1 + P) / 2>.
@@ -241,7 +254,7 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         self._require_open()
         x_qubits, z_qubits = qubit_list(xs, "X"), qubit_list(zs, "Z")
         self._register_qubits({*x_qubits, *z_qubits})
-        return self._call(_lib_nb_sim.pps, _mask(x_qubits), _mask(z_qubits))
+        return call(_lib_nb_sim.pps, self._require_open(), _mask(x_qubits), _mask(z_qubits))
 
     def sample(
         self, shots: int, qubits: Qubits | None = None, seed: int | None = None
@@ -271,11 +284,11 @@ class DenseSimulator(FilterSimulator, filter_type="StreamQPU"):
         return indices if chosen is None else gather_bits(indices, chosen)
 
     def _num_terms(self) -> int:
-        # A program may change the size in ways that are not known here, such as a reset that a
-        # jump skips. So the engine is asked: it refuses an array that is too short, and its text
-        # gives the size.
+        # A program may change the size in ways that are not known here, for example by a reset that
+        # a jump may skip. The engine refuses an array that is too short, and its text gives the
+        # size.
         try:
-            self._call(_lib_nb_sim.pull_state, np.zeros(1, dtype=np.complex128))
+            call(_lib_nb_sim.pull_state, self._require_open(), np.zeros(1, dtype=np.complex128))
         except RuntimeError as error:
             needed = _TERMS_NEEDED.search(str(error))
             if needed is None:

@@ -5,15 +5,13 @@ import weakref
 from collections.abc import Callable
 from dataclasses import astuple, dataclass
 from types import TracebackType
-from typing import Concatenate, NoReturn, ParamSpec, TypeVar
+from typing import NoReturn, TypeVar
 
 import _lib_nb_sim
 
 from nimbrel._engine import call, word32
 
 Self = TypeVar("Self", bound="FilterHandle")
-P = ParamSpec("P")
-R = TypeVar("R")
 
 
 @dataclass(frozen=True)
@@ -52,7 +50,7 @@ class FilterHandle:
 
     # Class attributes, because `__del__` also runs when `__init__` has failed early.
     _handle: int | None = None
-    _filter_type = ""
+    _filter_type: str = ""
 
     def __init__(self, filter_type: str, params: dict[str, int]) -> None:
         """Create the filter.
@@ -137,17 +135,6 @@ class FilterHandle:
         if self._handle is None:
             raise ValueError("the simulator is closed")
         return self._handle
-
-    def _call(
-        self, function: Callable[Concatenate[int, P], R], *args: P.args, **kwargs: P.kwargs
-    ) -> R:
-        """Call an engine function on this filter.
-
-        Raises:
-            ValueError: If the simulator is closed.
-            RuntimeError: The engine's error, with the engine's text.
-        """
-        return call(function, self._require_open(), *args, **kwargs)
 
 
 def _free(handle: int) -> None:

@@ -123,10 +123,13 @@ class FilterOperations(FilterHandle):
             RuntimeError: The engine's error.
         """
         check_flag_range(first, count)
-        self._require_open()
+        handle = self._require_open()
         words = [
-            self._call(
-                _lib_nb_sim.fetch_read_result, first + done, min(FLAGS_PER_FETCH, count - done)
+            call(
+                _lib_nb_sim.fetch_read_result,
+                handle,
+                first + done,
+                min(FLAGS_PER_FETCH, count - done),
             )
             for done in range(0, count, FLAGS_PER_FETCH)
         ]
@@ -149,8 +152,13 @@ class FilterOperations(FilterHandle):
                 simulator is closed.
             RuntimeError: The engine's error, for example for an empty mask.
         """
-        value, mask = word32(value, "value"), word32(mask, "mask")
-        return self._call(_lib_nb_sim.peek_read_probability, value, mask, limit)
+        return call(
+            _lib_nb_sim.peek_read_probability,
+            self._require_open(),
+            word32(value, "value"),
+            word32(mask, "mask"),
+            limit,
+        )
 
     def postselect(self, value: int, mask: int) -> None:
         """Project some qubits on `value`.
@@ -167,7 +175,12 @@ class FilterOperations(FilterHandle):
                 simulator is closed.
             RuntimeError: The engine's error, for example if `value` has probability 0.
         """
-        self._call(_lib_nb_sim.postselect, word32(value, "value"), word32(mask, "mask"))
+        call(
+            _lib_nb_sim.postselect,
+            self._require_open(),
+            word32(value, "value"),
+            word32(mask, "mask"),
+        )
 
     def next_event(self) -> Event | None:
         """Take the oldest event off the queue. Returns None if the queue is empty.
@@ -175,7 +188,7 @@ class FilterOperations(FilterHandle):
         Raises:
             ValueError: If the simulator is closed.
         """
-        event = self._call(_lib_nb_sim.get_next_event)
+        event = call(_lib_nb_sim.get_next_event, self._require_open())
         return None if event is None else Event(*event)
 
     def events(self) -> list[Event]:
@@ -192,7 +205,7 @@ class FilterOperations(FilterHandle):
         Raises:
             ValueError: If the simulator is closed.
         """
-        self._call(_lib_nb_sim.enable_qubit_debugging, int(on))
+        call(_lib_nb_sim.enable_qubit_debugging, self._require_open(), int(on))
 
     def finish(self) -> None:
         """Wait until the filter has done all its work.
@@ -200,9 +213,9 @@ class FilterOperations(FilterHandle):
         Raises:
             ValueError: If the simulator is closed.
         """
-        self._call(_lib_nb_sim.finish)
+        call(_lib_nb_sim.finish, self._require_open())
 
     def _state_text(self) -> str:
         # Filters that return their state as text do not write to the array.
         unused = np.zeros(1, dtype=np.complex128)
-        return self._call(_lib_nb_sim.pull_state, unused)
+        return call(_lib_nb_sim.pull_state, self._require_open(), unused)

@@ -1,8 +1,8 @@
-"""The operations of a "StreamConnect" filter: the connection to a service that runs programs.
+"""The operations that only a "StreamConnect" filter has: its connection to a service.
 
 The engine passes an array to the socket in one write that does not wait, and it does not report
 the bytes that the socket does not take. Then it waits for a reply to each fetch request of the
-array, but looks only at the first record that has arrived. If no reply comes in time, it prints a
+array, but reads only the first record that has arrived. If no reply comes in time, it prints a
 line and continues with the old flags. Bytes that arrive during the wait restart the timeout, so
 the peer can make a wait as long as it wants: connect only to a service that you trust.
 

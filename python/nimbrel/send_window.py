@@ -1,6 +1,6 @@
 """Splits a program into the arrays that a "StreamConnect" filter sends.
 
-An array contains at most one fetch request, as its last record, because a wait looks only at the
+An array contains at most one fetch request, as its last record, because a wait reads only the
 first record that has arrived. Between two requests at most `window` records are sent, because the
 engine does not notice what the socket does not take. Where the caller's requests are further
 apart, an empty request, which fetches no flags, is inserted:

@@ -9,6 +9,7 @@ Simulator("StreamConnect")      RemoteSimulator    nimbrel.remote
 
 from __future__ import annotations
 
+from inspect import getattr_static
 from typing import TYPE_CHECKING, Any, ClassVar, Final, Literal, NoReturn, TypeVar, overload
 
 from nimbrel.operations import FilterOperations
@@ -59,12 +60,12 @@ class Simulator(FilterOperations):
     """
 
     _instead: ClassVar[dict[str, str]] = {}
-    """What to use instead of an operation of another filter type, by the operation's name."""
+    """What to use instead of an operation that this filter type lacks, by the operation's name."""
 
     if TYPE_CHECKING:
 
         @overload
-        def __new__(
+        def __new__(  # pyright: ignore[reportOverlappingOverload] - the modules import each other
             cls,
             filter_type: Literal["StreamQPU"],
             *,
@@ -125,7 +126,7 @@ class Simulator(FilterOperations):
         check_qubits: bool = True,  # noqa: ARG004 - read by __init__, as all that follow
         allow_inexact_controls: bool = False,  # noqa: ARG004
         **params: int,  # noqa: ARG004
-    ) -> Simulator:
+    ) -> Any:
         """Choose the class by the filter type. A name without a class is left to the engine."""
         if cls is not Simulator:
             raise TypeError(
@@ -135,28 +136,55 @@ class Simulator(FilterOperations):
         # `str`, because the engine reports an argument of another type.
         return object.__new__(_filter_classes.get(str(filter_type), cls))
 
-    if not TYPE_CHECKING:
-        # Hidden from type checkers, which would accept every name otherwise.
-        def __getattr__(self, name: str) -> NoReturn:
-            """Report an operation that only other filter types have.
-
-            Raises:
-                AttributeError: Always: this method is called for missing attributes only.
-            """
-            raise AttributeError(self._missing(name), name=name, obj=self)
-
-        def _missing(self, name: str) -> str:
-            owners = [f'"{key}"' for key, each in _filter_classes.items() if hasattr(each, name)]
-            if name.startswith("_") or not owners:
-                return f"{type(self).__name__!r} object has no attribute {name!r}"
-            advice = self._instead.get(name)
-            return (
-                f'a "{self._filter_type}" filter has no operation {name!r}; '
-                f"only {' and '.join(owners)} filters have it{f'; {advice}' if advice else ''}"
-            )
+    def __dir__(self) -> list[str]:
+        """The names of this filter type's attributes, without the operations of other types."""
+        return [
+            name
+            for name in super().__dir__()
+            if not isinstance(getattr_static(self, name, None), _MissingOperation)
+        ]
 
 
 _filter_classes: dict[str, type[FilterSimulator]] = {}
+
+
+class _MissingOperation:
+    """An operation of some filter types, as an attribute of the classes of the other types.
+
+    `Simulator` has one for each such operation. The class of a filter type that has the operation
+    overrides it. `__getattr__` would do the same, but it slows every attribute access of a
+    simulator in Python 3.10 and 3.11.
+
+    Attributes:
+        owners: The filter types that have the operation.
+    """
+
+    def __init__(self, name: str) -> None:
+        self._name = name
+        self.owners: list[str] = []
+
+    def __get__(self, instance: Simulator | None, owner: type[Simulator]) -> NoReturn:
+        """Report that this filter type lacks the operation.
+
+        Raises:
+            AttributeError: Always.
+        """
+        subject = f'a "{owner._filter_type}" filter' if owner._filter_type else owner.__name__
+        owners = " and ".join(f'"{each}"' for each in self.owners)
+        advice = f"; {owner._instead[self._name]}" if self._name in owner._instead else ""
+        raise AttributeError(
+            f"{subject} has no operation {self._name!r}; only {owners} filters have it{advice}",
+            name=self._name,
+            obj=instance,
+        )
+
+
+def _missing_operation(name: str) -> _MissingOperation:
+    """Return the attribute of `Simulator` for an operation of some filter types."""
+    if name not in vars(Simulator):
+        setattr(Simulator, name, _MissingOperation(name))
+    missing: _MissingOperation = vars(Simulator)[name]
+    return missing
 
 
 class FilterSimulator(Simulator):
@@ -166,14 +194,15 @@ class FilterSimulator(Simulator):
     filter_type="StreamBitQPU")`. A class that derives from such a class keeps its filter type.
     """
 
-    _own_type: ClassVar[str]
-
     def __init_subclass__(cls, *, filter_type: str | None = None, **kwargs: Any) -> None:
         """Enter the class of a filter type, so that `Simulator` finds it."""
         super().__init_subclass__(**kwargs)
         if filter_type is not None:
-            cls._own_type = filter_type
+            cls._filter_type = filter_type
             _filter_classes[filter_type] = cls
+            for name in vars(cls):
+                if not name.startswith("_") and not hasattr(FilterOperations, name):
+                    _missing_operation(name).owners.append(filter_type)
 
     def __new__(cls: type[Self], *_args: object, **_kwargs: object) -> Self:
         """Create an object of the class that is called. `__init__` takes the arguments."""
@@ -199,13 +228,13 @@ class FilterSimulator(Simulator):
             TypeError: As `Simulator`.
             ValueError: As `Simulator`, or if `filter_type` is another filter type.
         """
-        if filter_type not in (None, self._own_type):
+        if filter_type not in (None, self._filter_type):
             raise ValueError(
-                f'{type(self).__name__} is a class of "{self._own_type}" filters, '
+                f'{type(self).__name__} is a class of "{self._filter_type}" filters, '
                 f"not of {filter_type!r} ones"
             )
         super().__init__(
-            self._own_type,
+            self._filter_type,
             check_qubits=check_qubits,
             allow_inexact_controls=allow_inexact_controls,
             **params,

@@ -1,4 +1,4 @@
-"""The operations of a "StreamSparseQPU" filter alone: its list of terms.
+"""The operations that only a "StreamSparseQPU" filter has: those of its list of terms.
 
 Bit k of a term's index is qubit k. The engine returns indices as 64-bit numbers, but takes the
 indices and masks of its calls as 32-bit numbers. Operations that need wider ones are carried out
@@ -12,7 +12,7 @@ import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel._engine import word32
+from nimbrel._engine import call, word32
 from nimbrel.amplitudes import Amplitudes, Indices, as_amplitudes, empty_terms
 from nimbrel.masks import Qubits, qubit_list
 from nimbrel.sampling import check_shots, draw_terms, gather_bits
@@ -60,7 +60,7 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
         Raises:
             ValueError: If the simulator is closed.
         """
-        return self._call(_lib_nb_sim.peek_num_nonzero_terms)
+        return call(_lib_nb_sim.peek_num_nonzero_terms, self._require_open())
 
     def biggest(self, count: int) -> list[tuple[int, complex]]:
         """The terms of highest probability.
@@ -97,7 +97,7 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
             raise ValueError(f"index must be from 0 to 2**{MAX_QUBITS} - 1, not {index}")
         if number < _ENGINE_INDICES:
             dest = np.zeros(1, dtype=np.complex128)
-            self._call(_lib_nb_sim.peek_value, number, dest)
+            call(_lib_nb_sim.peek_value, self._require_open(), number, dest)
             return complex(dest[0])
         indices, amplitudes = self.terms()
         found = amplitudes[indices == np.uint64(number)]
@@ -115,7 +115,7 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
             ValueError: If the shape is wrong, or if the simulator is closed.
         """
         self._require_open()
-        self._call(_lib_nb_sim.push_state, as_amplitudes(state), 0)
+        call(_lib_nb_sim.push_state, self._require_open(), as_amplitudes(state), 0)
 
     def check_state(self, expected: npt.ArrayLike, tolerance: float = 1e-9) -> bool:
         """Compare the terms of the list with expected amplitudes.
@@ -133,7 +133,7 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
         """
         self._require_open()
         source = as_amplitudes(expected)
-        return bool(self._call(_lib_nb_sim.check_state, source, tolerance, 0))
+        return bool(call(_lib_nb_sim.check_state, self._require_open(), source, tolerance, 0))
 
     def normalize(self) -> float:
         """Scale the state to total probability 1.
@@ -146,7 +146,7 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
         Raises:
             ValueError: If the simulator is closed.
         """
-        return self._call(_lib_nb_sim.normalize)
+        return call(_lib_nb_sim.normalize, self._require_open())
 
     def probabilities(self, qubits: Qubits) -> npt.NDArray[np.float64]:
         """The probability of every value of some qubits, without a measurement.
@@ -201,7 +201,9 @@ class SparseSimulator(FilterSimulator, filter_type="StreamSparseQPU"):
         indices, amplitudes = empty_terms(count)
         if count:  # the engine refuses the stride of an empty array
             number = word32(count, "count")
-            self._call(_lib_nb_sim.peek_n_biggest_terms, number, indices, amplitudes)
+            call(
+                _lib_nb_sim.peek_n_biggest_terms, self._require_open(), number, indices, amplitudes
+            )
         # Places without a term are zero and come last.
         found = int(np.count_nonzero(amplitudes))
         return indices[:found], amplitudes[:found]

@@ -117,10 +117,7 @@ bool CoreBlock::self_check(int line) {
                     static_cast<double>(num_terms) * 16.0 * 9.5367431640625e-7);
     }
     unlock(true, nullptr);
-    if (!all_zero) return true;
-    prepare_submission();
-    arguments.line = line;
-    submit(TASK_SELF_CHECK);
+    if (all_zero) submit(TASK_SELF_CHECK, {.line = line});
     return true;
 }
 

@@ -1,4 +1,4 @@
-/// `CoreBlock`, one block of a dense register and, when threads are on, the worker of that block.
+/// `CoreBlock`: one block of a dense register and, when threads are on, that block's worker thread.
 #pragma once
 
 #include <atomic>
@@ -6,15 +6,19 @@
 #include <mutex>
 #include <thread>
 
+#include "dense/blocks/kernels/gates.h"
+#include "dense/blocks/kernels/pauli.h"
+#include "dense/blocks/kernels/probabilities.h"
+#include "dense/blocks/kernels/slot_condition.h"
 #include "support/complex.h"
 
 namespace Nimbrel {
 
 class BlockTeam;
 class CoreBlockStore;
-class CoreBlockOpsOCLContext;  // has no definition: no accelerator exists
+class CoreBlockOpsOCLContext;  // never defined: there is no accelerator back end
 
-/// Number of a task in the hand-over from the submitting thread to a worker.
+/// Number of a task, as the submitter posts it to a worker.
 enum TaskID : int {
     TASK_NONE = 0,
     TASK_EXIT = 1,
@@ -39,22 +43,15 @@ enum TaskID : int {
     TASK_OP_CZ = 20,
 };
 
-/// Sums of probabilities over a block and over its two halves by one bit.
-struct SplitProbability {
-    double total;
-    double clear;
-    double set;
-};
-
 /// One block of 2^b amplitudes and the operations on it.
 ///
-/// The register owns its blocks; a block owns its worker thread and borrows its memory from the
-/// store. Masks are block-local, over the slot index, unless said otherwise.
+/// The register owns its blocks. A block owns its worker thread and borrows its memory from the
+/// store. Masks select bits of the slot index, except where a comment says otherwise.
 ///
-/// The submitting thread calls every method but the `_worker` functions. With threads on, an
-/// operation leaves its task in the block and returns; `finish` waits, and results stand behind
-/// their pointers after it. Fields other than `task_id` are touched only while no task is in the
-/// block, or by the thread that runs the task, which also owns the buddy's fields meanwhile.
+/// The submitting thread calls every method except the `_worker` functions. With threads on, an
+/// operation posts its task and returns. `finish` waits for it; a result is behind its pointer after
+/// that. Fields other than `task_id` are touched only while no task is posted, or by the thread that
+/// runs the task, which then also owns the fields of the buddy.
 class CoreBlock {
   public:
     CoreBlock(unsigned long number, unsigned long block_qubits, CoreBlockStore* store,
@@ -64,14 +61,14 @@ class CoreBlock {
     CoreBlock(const CoreBlock&) = delete;
     CoreBlock& operator=(const CoreBlock&) = delete;
 
-    // The hand-over.
+    // Posting tasks and waiting for them: worker.cpp.
     void start_worker(TaskID task);
     void wait_for_worker(bool wait_until_ready);
 
-    /// Waits until this block and, while a pair is at work, its buddy are idle.
+    /// Waits until this block is idle, and its buddy while they are a pair.
     void finish();
 
-    /// Pairs this block, whose number has the target bit clear, with the one that has it set. The
+    /// Pairs this block, whose number has the target bit clear, with the block that has it set. The
     /// next operation with a target of 0 works on both and ends the pair.
     void set_op_buddy(CoreBlock* buddy);
 
@@ -84,30 +81,27 @@ class CoreBlock {
     /// Prints what is wrong or, when verbose, one line about the block. Always true.
     bool self_check(int line);
 
-    // Tasks: gates. A slot takes part when slot & cond_mask == cond_mask ^ cond_neg_mask.
+    // Gates: tasks.cpp. Arguments are copied, so nothing has to outlive the task but results.
     void op_not(unsigned long target_mask);
-    void op_cnot(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask);
-    void op_hadamard(unsigned long target_mask, unsigned long cond_mask,
-                     unsigned long cond_neg_mask);
-    /// `matrix` is row-major and must outlive the task; the same holds for `op_real2x2`.
-    void op_complex2x2(unsigned long target_mask, unsigned long cond_mask, const complex_t* matrix,
-                       unsigned long cond_neg_mask);
-    void op_real2x2(unsigned long target_mask, unsigned long cond_mask, const double* matrix,
-                    unsigned long cond_neg_mask);
-    void op_phase(unsigned long cond_mask, double im, double re, unsigned long cond_neg_mask);
-    void op_cz(unsigned long cond_mask, unsigned long cond_neg_mask);
-    /// `x_mask` and `z_mask` span the whole register; so they do for `op_ppm` and `op_pps`.
-    void op_ppr(unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask, double sine,
-                double cosine, unsigned long cond_neg_mask);
+    void op_cnot(unsigned long target_mask, SlotCondition condition);
+    void op_hadamard(unsigned long target_mask, SlotCondition condition);
+    void op_complex2x2(unsigned long target_mask, SlotCondition condition,
+                       const ComplexMatrix2x2& matrix);
+    void op_real2x2(unsigned long target_mask, SlotCondition condition,
+                    const RealMatrix2x2& matrix);
+    void op_phase(SlotCondition condition, double im, double re);
+    void op_cz(SlotCondition condition);
+    /// `x_mask` and `z_mask` span the whole register, also for `op_ppm` and `op_pps`.
+    void op_ppr(unsigned long x_mask, unsigned long z_mask, SlotCondition condition, double sine,
+                double cosine);
     void op_ppm(unsigned long x_mask, unsigned long z_mask, unsigned long measured);
     void op_pps(unsigned long x_mask, unsigned long z_mask, double* result);
     void op_x_multi(unsigned long target_bits, unsigned long condition_bits);
 
-    // Tasks: probabilities and contents.
+    // Probabilities and contents: tasks.cpp.
     void peek_read_probability(double* out, unsigned long value, unsigned long mask, double limit);
-    /// The sum over all slots, with the sums over those that have `bit` clear and set beside it:
-    /// what the block's sum will be after a collapse on that bit. Each is the same to the last bit
-    /// as a sum of its own.
+    /// The sum over all slots and, in the same pass, the sums over those with `bit` clear and set,
+    /// which are the block's sums after a collapse on that bit. Each has the bits of a separate sum.
     void peek_split_probability(SplitProbability* out, unsigned long bit);
     void get_index_from_probability(double target, unsigned long* out);
     void scale_probability(double factor);
@@ -116,7 +110,7 @@ class CoreBlock {
     void set_zero_mask(unsigned long mask);
     void set_random();
 
-    // On the calling thread, which has called `finish` before.
+    // On the calling thread: transfer.cpp. Requires: `finish` was called.
     void set_value(unsigned long slot, const complex_t& value);
     complex_t get_value(unsigned long slot);
     void get_all_values(complex_t* out);
@@ -132,50 +126,48 @@ class CoreBlock {
     CoreBlockOpsOCLContext* ocl_context;  ///< always null
     bool use_threads;                     ///< a worker thread exists
     bool verbose;
-    complex_t* block_data = nullptr;  ///< refreshed by every `lock`
+    complex_t* block_data = nullptr;  ///< set by every `lock`
     unsigned long num_terms;
     void* accelerator_handle = nullptr;
     std::thread worker_thread;
-    std::mutex task_mutex;         ///< held by whoever runs the task
-    std::condition_variable wake;  ///< on which the idle worker sleeps
+    std::mutex task_mutex;         ///< held by the thread that runs the task
+    std::condition_variable wake;  ///< the idle worker sleeps on it
     std::atomic<int> task_id{TASK_NONE};
 
-    /// Arguments of the task in the block, each field shared by the tasks named.
+    /// Arguments of the posted task. Each field names the tasks that use it.
     struct TaskArguments {
-        int line = 0;                               ///< self check
-        unsigned long zero_mask = 0;                ///< set_zero_mask
-        unsigned long mask = 0;                     ///< collapse, peek_read_probability
-        unsigned long value = 0;                    ///< collapse, peek_read_probability
-        double* result = nullptr;                   ///< peek_read_probability, pps
-        SplitProbability* split = nullptr;          ///< peek_read_probability, instead of `result`
-        double probability_target = 0.0;            ///< get_index_from_probability
-        unsigned long* result_index = nullptr;      ///< get_index_from_probability
-        double scale = 0.0;                         ///< scale_probability
-        unsigned long target_mask = 0;              ///< gates with a target, x_multi
-        const complex_t* complex_matrix = nullptr;  ///< complex2x2
-        const double* real_matrix = nullptr;        ///< real2x2
-        unsigned long cond_mask = 0;                ///< gates with conditions
-        unsigned long cond_neg_mask = 0;            ///< gates with conditions
-        unsigned long x_mask = 0;                   ///< ppr, ppm, pps
-        unsigned long z_mask = 0;                   ///< ppr, ppm, pps
-        unsigned long measured = 0;                 ///< ppm
-        double first_factor = 0.0;                  ///< imaginary part of a phase, sine of a ppr
-        double second_factor = 0.0;                 ///< real part of a phase, cosine of a ppr
-        double limit = 0.0;                         ///< peek_read_probability
+        int line = 0;                           ///< self check
+        unsigned long zero_mask = 0;            ///< set_zero_mask
+        unsigned long mask = 0;                 ///< collapse, peek_read_probability
+        unsigned long value = 0;                ///< collapse, peek_read_probability
+        double* result = nullptr;               ///< peek_read_probability, pps
+        SplitProbability* split = nullptr;      ///< peek_read_probability, in place of `result`
+        double probability_target = 0.0;        ///< get_index_from_probability
+        unsigned long* result_index = nullptr;  ///< get_index_from_probability
+        double scale = 0.0;                     ///< scale_probability
+        unsigned long target_mask = 0;          ///< gates with a target, x_multi
+        ComplexMatrix2x2 complex_matrix = {};   ///< complex2x2
+        RealMatrix2x2 real_matrix = {};         ///< real2x2
+        SlotCondition condition = {};           ///< gates with controls; x_multi, mask only
+        unsigned long x_mask = 0;               ///< ppr, ppm, pps
+        unsigned long z_mask = 0;               ///< ppr, ppm, pps
+        unsigned long measured = 0;             ///< ppm
+        double first_factor = 0.0;              ///< imaginary part of a phase, sine of a ppr
+        double second_factor = 0.0;             ///< real part of a phase, cosine of a ppr
+        double limit = 0.0;                     ///< peek_read_probability
     };
     TaskArguments arguments;
 
-    std::atomic<bool> worker_ready{false};  ///< the worker has come to its loop once
-    bool all_zero =
-        false;  ///< every amplitude is known to be zero; cleared before any other is written
+    std::atomic<bool> worker_ready{false};  ///< the worker has reached its loop once
+    /// Every amplitude is known to be zero. Cleared before a nonzero amplitude is written.
+    bool all_zero = false;
     int lock_count = 0;  ///< nesting depth of `lock`
 
-    /// The worker's place among the register's workers, null for a block on its own.
-    BlockTeam* team;
-    std::atomic<bool> worker_awake{true};  ///< runs or looks for tasks, as against sleeping
-    bool poked = false;  ///< woken to look for tasks anywhere; guarded by `task_mutex`
+    BlockTeam* team;  ///< the workers of this register; null for a block outside a team
+    std::atomic<bool> worker_awake{true};  ///< false while the worker sleeps
+    bool poked = false;  ///< woken to run tasks of other blocks; guarded by `task_mutex`
 
-    /// Runs the task in the block on the calling thread if nobody has begun it yet.
+    /// Runs the posted task on the calling thread, unless another thread has begun it.
     bool run_if_posted();
 
   private:
@@ -188,13 +180,17 @@ class CoreBlock {
     void run_task(int task);
     void run_gate_task(int task);
 
-    /// Whether a task is long enough for another thread to be worth its notice.
+    /// Whether the block is large enough to gain from a second thread.
     bool worth_handing_over() const;
-    void prepare_submission();
-    void submit(TaskID task);
-    void prepare_pair_submission();
+    void wait_until_idle();
+    /// Posts a task to the worker, or runs it on this thread. Requires: an idle block.
+    void post(TaskID task, const TaskArguments& task_arguments);
+    /// Waits for the last task and posts the next.
+    void submit(TaskID task, const TaskArguments& task_arguments);
+    /// The same for an operation that may work on a pair.
+    void submit_pair(TaskID task, const TaskArguments& task_arguments);
 
-    // What each task does, on whichever thread runs it.
+    // One function a task, on the thread that runs it: task_workers.cpp.
     void self_check_worker(int line);
     void set_zero_worker();
     void set_random_worker();
@@ -207,27 +203,24 @@ class CoreBlock {
     void scale_probability_worker(double factor);
     void op_not_worker(unsigned long target_mask);
     void op_x_multi_worker(unsigned long target_bits, unsigned long condition_bits);
-    void op_had_worker(unsigned long target_mask, unsigned long cond_mask,
-                       unsigned long cond_neg_mask);
-    void op_ppr_worker(unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
-                       double sine, double cosine, unsigned long cond_neg_mask);
+    void op_had_worker(unsigned long target_mask, SlotCondition condition);
+    void op_ppr_worker(unsigned long x_mask, unsigned long z_mask, SlotCondition condition,
+                       double sine, double cosine);
     void op_ppm_worker(unsigned long x_mask, unsigned long z_mask, unsigned long measured);
     void op_pps_worker(unsigned long x_mask, unsigned long z_mask, double* result);
-    void op_complex2x2_worker(unsigned long target_mask, unsigned long cond_mask,
-                              const complex_t* matrix, unsigned long cond_neg_mask);
-    void op_real2x2_worker(unsigned long target_mask, unsigned long cond_mask, const double* matrix,
-                           unsigned long cond_neg_mask);
-    void op_cnot_worker(unsigned long target_mask, unsigned long cond_mask,
-                        unsigned long cond_neg_mask);
-    void op_cphase_worker(unsigned long cond_mask, double im, double re,
-                          unsigned long cond_neg_mask);
-    void op_cz_worker(unsigned long cond_mask, unsigned long cond_neg_mask);
+    void op_complex2x2_worker(unsigned long target_mask, SlotCondition condition,
+                              const ComplexMatrix2x2& matrix);
+    void op_real2x2_worker(unsigned long target_mask, SlotCondition condition,
+                           const RealMatrix2x2& matrix);
+    void op_cnot_worker(unsigned long target_mask, SlotCondition condition);
+    void op_cphase_worker(SlotCondition condition, double im, double re);
+    void op_cz_worker(SlotCondition condition);
 
-    /// The common frame of the gates with a target: locks, walks the pairs of this block or of it
-    /// and its buddy, unlocks, and ends the pair.
-    template <typename PairOp>
-    void run_pair_gate(unsigned long target_mask, unsigned long cond_mask,
-                       unsigned long cond_neg_mask, PairOp& op);
+    /// Locks this block and its buddy, applies a gate with a target, unlocks and ends the pair.
+    void run_pair_gate(const SlotGate& gate);
+    /// The same for a Pauli product on this block, or on this block and its buddy.
+    template <typename Kernel>
+    void run_product(unsigned long x_mask, unsigned long z_mask, bool write_back, Kernel&& kernel);
 };
 
 }  // namespace Nimbrel

@@ -1,172 +1,126 @@
+// The operations as the submitter calls them: each one waits for the last task, copies its arguments
+// into the block and submits a task.
 #include "dense/blocks/core_block.h"
-
-// Every operation hands over its task by the same steps: wait for the last one, put the arguments
-// in place, submit. With a buddy, neither block of the pair counts as zero from then on.
 
 namespace Nimbrel {
 
-void CoreBlock::prepare_pair_submission() {
-    prepare_submission();
-    // Asked only now: the task that ended may have ended a pair as well.
-    if (op_buddy == nullptr) return;
-    all_zero = false;
-    op_buddy->all_zero = false;
+void CoreBlock::post(TaskID task, const TaskArguments& task_arguments) {
+    arguments = task_arguments;
+    if (worth_handing_over()) {
+        start_worker(task);
+    } else {
+        run_task(task);
+    }
+}
+
+void CoreBlock::submit(TaskID task, const TaskArguments& task_arguments) {
+    wait_until_idle();
+    post(task, task_arguments);
+}
+
+void CoreBlock::submit_pair(TaskID task, const TaskArguments& task_arguments) {
+    wait_until_idle();
+    // Tested after the wait: the task that ended may have ended the pair.
+    if (op_buddy != nullptr) {
+        all_zero = false;
+        op_buddy->all_zero = false;
+    }
+    post(task, task_arguments);
 }
 
 void CoreBlock::op_not(unsigned long target_mask) {
-    prepare_submission();
-    arguments.target_mask = target_mask;
-    submit(TASK_OP_NOT);
+    submit(TASK_OP_NOT, {.target_mask = target_mask});
 }
 
-void CoreBlock::op_cnot(unsigned long target_mask, unsigned long cond_mask,
-                        unsigned long cond_neg_mask) {
-    prepare_pair_submission();
-    arguments.target_mask = target_mask;
-    arguments.cond_mask = cond_mask;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_CNOT);
+void CoreBlock::op_cnot(unsigned long target_mask, SlotCondition condition) {
+    submit_pair(TASK_OP_CNOT, {.target_mask = target_mask, .condition = condition});
 }
 
-void CoreBlock::op_hadamard(unsigned long target_mask, unsigned long cond_mask,
-                            unsigned long cond_neg_mask) {
-    prepare_pair_submission();
-    arguments.target_mask = target_mask;
-    arguments.cond_mask = cond_mask;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_HADAMARD);
+void CoreBlock::op_hadamard(unsigned long target_mask, SlotCondition condition) {
+    submit_pair(TASK_OP_HADAMARD, {.target_mask = target_mask, .condition = condition});
 }
 
-void CoreBlock::op_complex2x2(unsigned long target_mask, unsigned long cond_mask,
-                              const complex_t* matrix, unsigned long cond_neg_mask) {
-    prepare_pair_submission();
-    arguments.target_mask = target_mask;
-    arguments.cond_mask = cond_mask;
-    arguments.complex_matrix = matrix;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_COMPLEX2X2);
+void CoreBlock::op_complex2x2(unsigned long target_mask, SlotCondition condition,
+                              const ComplexMatrix2x2& matrix) {
+    submit_pair(TASK_OP_COMPLEX2X2,
+                {.target_mask = target_mask, .complex_matrix = matrix, .condition = condition});
 }
 
-void CoreBlock::op_real2x2(unsigned long target_mask, unsigned long cond_mask, const double* matrix,
-                           unsigned long cond_neg_mask) {
-    prepare_pair_submission();
-    arguments.target_mask = target_mask;
-    arguments.cond_mask = cond_mask;
-    arguments.real_matrix = matrix;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_REAL2X2);
+void CoreBlock::op_real2x2(unsigned long target_mask, SlotCondition condition,
+                           const RealMatrix2x2& matrix) {
+    submit_pair(TASK_OP_REAL2X2,
+                {.target_mask = target_mask, .real_matrix = matrix, .condition = condition});
 }
 
-// The factor has norm 1, so its real part alone tells the two cases that need no product.
-void CoreBlock::op_phase(unsigned long cond_mask, double im, double re,
-                         unsigned long cond_neg_mask) {
+// The factor has norm 1, so its real part is enough to find 1 and -1, which need no product.
+void CoreBlock::op_phase(SlotCondition condition, double im, double re) {
     if (re == 1.0) return;
-    if (re == -1.0) return op_cz(cond_mask, cond_neg_mask);
-    prepare_submission();
-    arguments.cond_mask = cond_mask;
-    arguments.first_factor = im;
-    arguments.second_factor = re;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_CPHASE);
+    if (re == -1.0) return op_cz(condition);
+    submit(TASK_OP_CPHASE, {.condition = condition, .first_factor = im, .second_factor = re});
 }
 
-void CoreBlock::op_cz(unsigned long cond_mask, unsigned long cond_neg_mask) {
-    prepare_submission();
-    arguments.cond_mask = cond_mask;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_CZ);
-}
+void CoreBlock::op_cz(SlotCondition condition) { submit(TASK_OP_CZ, {.condition = condition}); }
 
-void CoreBlock::op_ppr(unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
-                       double sine, double cosine, unsigned long cond_neg_mask) {
-    prepare_pair_submission();
-    arguments.x_mask = x_mask;
-    arguments.z_mask = z_mask;
-    arguments.cond_mask = cond_mask;
-    arguments.first_factor = sine;
-    arguments.second_factor = cosine;
-    arguments.cond_neg_mask = cond_neg_mask;
-    submit(TASK_OP_PPR);
+void CoreBlock::op_ppr(unsigned long x_mask, unsigned long z_mask, SlotCondition condition,
+                       double sine, double cosine) {
+    submit_pair(TASK_OP_PPR, {.condition = condition,
+                              .x_mask = x_mask,
+                              .z_mask = z_mask,
+                              .first_factor = sine,
+                              .second_factor = cosine});
 }
 
 void CoreBlock::op_ppm(unsigned long x_mask, unsigned long z_mask, unsigned long measured) {
-    prepare_pair_submission();
-    arguments.x_mask = x_mask;
-    arguments.z_mask = z_mask;
-    arguments.measured = measured;
-    submit(TASK_OP_PPM);
+    submit_pair(TASK_OP_PPM, {.x_mask = x_mask, .z_mask = z_mask, .measured = measured});
 }
 
 void CoreBlock::op_pps(unsigned long x_mask, unsigned long z_mask, double* result) {
-    prepare_pair_submission();
-    arguments.x_mask = x_mask;
-    arguments.z_mask = z_mask;
-    arguments.result = result;
-    submit(TASK_OP_PPS);
+    submit_pair(TASK_OP_PPS, {.result = result, .x_mask = x_mask, .z_mask = z_mask});
 }
 
 void CoreBlock::op_x_multi(unsigned long target_bits, unsigned long condition_bits) {
-    prepare_pair_submission();
-    arguments.target_mask = target_bits;
-    arguments.cond_mask = condition_bits;
-    submit(TASK_OP_X_MULTI);
+    submit_pair(TASK_OP_X_MULTI,
+                {.target_mask = target_bits, .condition = {.mask = condition_bits}});
 }
 
 void CoreBlock::peek_read_probability(double* out, unsigned long value, unsigned long mask,
                                       double limit) {
-    prepare_submission();
-    arguments.result = out;
-    arguments.split = nullptr;
-    arguments.value = value;
-    arguments.mask = mask;
-    arguments.limit = limit;
-    submit(TASK_PEEK_READ_PROBABILITY);
+    submit(TASK_PEEK_READ_PROBABILITY,
+           {.mask = mask, .value = value, .result = out, .limit = limit});
 }
 
 void CoreBlock::peek_split_probability(SplitProbability* out, unsigned long bit) {
-    prepare_submission();
-    arguments.split = out;
-    arguments.mask = bit;
-    submit(TASK_PEEK_READ_PROBABILITY);
+    submit(TASK_PEEK_READ_PROBABILITY, {.mask = bit, .split = out});
 }
 
 void CoreBlock::get_index_from_probability(double target, unsigned long* out) {
-    prepare_submission();
-    arguments.probability_target = target;
-    arguments.result_index = out;
-    submit(TASK_GET_INDEX_FROM_PROBABILITY);
+    submit(TASK_GET_INDEX_FROM_PROBABILITY, {.probability_target = target, .result_index = out});
 }
 
 void CoreBlock::scale_probability(double factor) {
-    prepare_submission();
-    arguments.scale = factor;
-    submit(TASK_SCALE_PROBABILITY);
+    submit(TASK_SCALE_PROBABILITY, {.scale = factor});
 }
 
 void CoreBlock::collapse(unsigned long mask, unsigned long value) {
-    prepare_submission();
-    arguments.mask = mask;
-    arguments.value = value;
-    submit(TASK_COLLAPSE);
+    submit(TASK_COLLAPSE, {.mask = mask, .value = value});
 }
 
-// Set before the memory is cleared: the clearing comes before any later task of this block.
+// The mark is set before the memory is cleared: any later task of this block runs after the
+// clearing.
 void CoreBlock::set_zero() {
-    prepare_submission();
+    wait_until_idle();
     all_zero = true;
-    submit(TASK_SET_ZERO);
+    post(TASK_SET_ZERO, {});
 }
 
 void CoreBlock::set_zero_mask(unsigned long mask) {
-    prepare_submission();
-    arguments.zero_mask = mask;
-    submit(TASK_SET_ZERO_MASK);
+    submit(TASK_SET_ZERO_MASK, {.zero_mask = mask});
 }
 
 void CoreBlock::set_random() {
-    prepare_submission();
+    wait_until_idle();
     all_zero = false;
-    submit(TASK_SET_RANDOM);
+    post(TASK_SET_RANDOM, {});
 }
 
 }  // namespace Nimbrel

@@ -1,4 +1,4 @@
-#include <immintrin.h>
+// The worker thread: posting a task to it, waiting for it, and the switch over task numbers.
 #include <unistd.h>
 
 #include <chrono>
@@ -6,26 +6,27 @@
 
 #include "dense/blocks/core_block.h"
 #include "dense/blocks/team.h"
+#include "support/processor_pause.h"
 
 namespace Nimbrel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A worker that has just worked stays awake for a moment, since a program's next gate comes within
-// it; the submitter watches a running task for a moment before it sleeps in the mutex.
+// An idle worker polls this long before it sleeps, because the next gate of a program usually comes
+// sooner. The submitter polls a running task this long before it sleeps in the mutex.
 constexpr std::chrono::microseconds worker_patience{100};
 constexpr std::chrono::microseconds submitter_patience{300};
 
-/// Asks `done` again and again until it holds or the time is up; returns whether it held.
+/// Polls `done` until it is true or the time is over. Returns whether it was true.
 template <typename Done>
 bool spin(std::chrono::microseconds patience, Done&& done) {
-    constexpr int rounds_per_look_at_the_clock = 64;
+    constexpr int polls_per_clock_reading = 64;
     const Clock::time_point end = Clock::now() + patience;
     do {
-        for (int round = 0; round < rounds_per_look_at_the_clock; ++round) {
+        for (int poll = 0; poll < polls_per_clock_reading; ++poll) {
             if (done()) return true;
-            _mm_pause();
+            pause_processor();
         }
     } while (Clock::now() < end);
     return false;
@@ -61,7 +62,7 @@ void CoreBlock::wait_for_worker(bool wait_until_ready) {
     if (run_if_posted() || spin_until_idle()) return;
     for (;;) {
         {
-            // Whoever runs the task holds the mutex, so this sleeps until the task is over.
+            // The thread that runs the task holds the mutex, so this sleeps until the task ends.
             const std::lock_guard guard(task_mutex);
             if (task_id.load(std::memory_order_acquire) == TASK_NONE) return;
         }
@@ -89,8 +90,8 @@ bool CoreBlock::run_if_posted() {
     return true;
 }
 
-// Requires: the task's mutex. The release of `task_id` makes the task's work visible to a
-// submitter that never takes the mutex.
+// Requires: `task_mutex` is held. The release store of `task_id` publishes the amplitudes to a
+// submitter that does not take the mutex.
 void CoreBlock::run_posted_task() {
     if (team != nullptr) team->task_taken();
     run_task(task_id.load(std::memory_order_relaxed));
@@ -99,7 +100,7 @@ void CoreBlock::run_posted_task() {
 
 void CoreBlock::worker_loop() {
     if (team != nullptr) team->worker_woke();
-    // `task_id` stays as it is: a block that is destroyed at once already holds the exit.
+    // `task_id` is not cleared: TASK_EXIT is already posted when the block is destroyed at once.
     worker_ready.store(true, std::memory_order_release);
     for (;;) {
         std::unique_lock guard(task_mutex);
@@ -131,26 +132,17 @@ void CoreBlock::sleep_until_called(std::unique_lock<std::mutex>& guard) {
     worker_awake.store(true, std::memory_order_relaxed);
 }
 
-void CoreBlock::prepare_submission() {
+void CoreBlock::wait_until_idle() {
     if (!use_threads) return;
     finish();
     wait_for_worker(true);
 }
 
 bool CoreBlock::worth_handing_over() const {
-    // Below, moving the amplitudes to another processor's cache takes as long as the work on them.
+    // In smaller blocks, moving the amplitudes to another core's cache takes as long as the work.
     constexpr unsigned long smallest_worth_handing_over = 1UL << 13;
     if (!use_threads || num_terms < smallest_worth_handing_over) return false;
     return team == nullptr || team->has_workers();
-}
-
-// Requires: an idle worker, the arguments in place.
-void CoreBlock::submit(TaskID task) {
-    if (worth_handing_over()) {
-        start_worker(task);
-    } else {
-        run_task(task);
-    }
 }
 
 void CoreBlock::run_task(int task) {
@@ -184,27 +176,25 @@ void CoreBlock::run_gate_task(int task) {
         case TASK_OP_NOT:
             return op_not_worker(a.target_mask);
         case TASK_OP_X_MULTI:
-            return op_x_multi_worker(a.target_mask, a.cond_mask);
+            return op_x_multi_worker(a.target_mask, a.condition.mask);
         case TASK_OP_HADAMARD:
-            return op_had_worker(a.target_mask, a.cond_mask, a.cond_neg_mask);
+            return op_had_worker(a.target_mask, a.condition);
         case TASK_OP_PPR:
-            return op_ppr_worker(a.x_mask, a.z_mask, a.cond_mask, a.first_factor, a.second_factor,
-                                 a.cond_neg_mask);
+            return op_ppr_worker(a.x_mask, a.z_mask, a.condition, a.first_factor, a.second_factor);
         case TASK_OP_PPM:
             return op_ppm_worker(a.x_mask, a.z_mask, a.measured);
         case TASK_OP_PPS:
             return op_pps_worker(a.x_mask, a.z_mask, a.result);
         case TASK_OP_COMPLEX2X2:
-            return op_complex2x2_worker(a.target_mask, a.cond_mask, a.complex_matrix,
-                                        a.cond_neg_mask);
+            return op_complex2x2_worker(a.target_mask, a.condition, a.complex_matrix);
         case TASK_OP_REAL2X2:
-            return op_real2x2_worker(a.target_mask, a.cond_mask, a.real_matrix, a.cond_neg_mask);
+            return op_real2x2_worker(a.target_mask, a.condition, a.real_matrix);
         case TASK_OP_CNOT:
-            return op_cnot_worker(a.target_mask, a.cond_mask, a.cond_neg_mask);
+            return op_cnot_worker(a.target_mask, a.condition);
         case TASK_OP_CPHASE:
-            return op_cphase_worker(a.cond_mask, a.first_factor, a.second_factor, a.cond_neg_mask);
+            return op_cphase_worker(a.condition, a.first_factor, a.second_factor);
         case TASK_OP_CZ:
-            return op_cz_worker(a.cond_mask, a.cond_neg_mask);
+            return op_cz_worker(a.condition);
         default:
             std::printf("Thread %d got invalid task ID %d.\n", static_cast<int>(thread_id), task);
     }

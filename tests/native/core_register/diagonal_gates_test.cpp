@@ -15,10 +15,7 @@ class DiagonalGates : public GateLayouts {
     /// The start state with `factor` on every term that meets the condition.
     State times(Complex factor, unsigned long conds, unsigned long negs) const {
         State result = start;
-        for (unsigned long i = 0; i < result.size(); ++i) {
-            if ((i & conds) != (conds ^ negs)) continue;
-            result[i] = term_of(value_of(result[i]) * factor);
-        }
+        scalar_phase(result.data(), result.size(), {conds, negs}, factor.imag(), factor.real());
         return result;
     }
 

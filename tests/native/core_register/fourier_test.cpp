@@ -80,7 +80,7 @@ TEST_P(Fourier, ATransformedBasisStateMeasuresAsItsFrequency) {
         wave[j] = term_of(0.25 * std::polar(1.0, 2.0 * std::numbers::pi * turns));
     }
     load(qpu, wave);
-    set_random_seed(seed_of_this_test());
+    set_random_seed(static_cast<unsigned int>(seed_of_this_test()));
     EXPECT_EQ(qpu.QFT(0b1111, true, true, false), reversed(5, 4));
     EXPECT_EQ(qpu.classical_qubits & 0b1111, 0b1111UL);
     EXPECT_NEAR(std::abs(value_of(qpu.get_value(reversed(5, 4)))), 1.0, 1e-12);

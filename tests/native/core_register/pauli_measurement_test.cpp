@@ -31,9 +31,7 @@ TEST_P(PauliMeasurement, ProjectsOnTheOutcome) {
             const unsigned long expected = draw >= qpu.pps(x, z) ? 1 : 0;
             set_random_seed(seed);
             EXPECT_EQ(qpu.ppm(1, x, z, 0, 0), expected);
-            const double sign = expected == 1 ? -1.0 : 1.0;
-            EXPECT_NEAR_STATE(state_of(qpu),
-                              normalised(combine(1.0, start, sign, apply_pauli(start, x, z))));
+            EXPECT_NEAR_STATE(state_of(qpu), normalised(project(start, x, z, expected)));
             EXPECT_EQ(qpu.ppm(1, x, z, 0, 0), expected) << "a second measurement agrees";
         }
     }

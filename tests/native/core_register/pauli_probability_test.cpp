@@ -12,10 +12,11 @@ INSTANTIATE_TEST_SUITE_P(Layouts, PauliProbability, testing::ValuesIn(all_layout
 
 /// The squared norm of (a + P a) / 2.
 double plus_probability(const State& state, unsigned long x, unsigned long z) {
-    const State projected = combine(0.5, state, 0.5, apply_pauli(state, x, z));
     double sum = 0.0;
-    for (const complex_t& term : projected) sum += term.re * term.re + term.im * term.im;
-    return sum;
+    for (const complex_t& term : project(state, x, z, 0)) {
+        sum += term.re * term.re + term.im * term.im;
+    }
+    return 0.25 * sum;
 }
 
 TEST_P(PauliProbability, IsTheWeightOfTheProjectedState) {

@@ -3,19 +3,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
 #include <ostream>
-#include <string>
 #include <vector>
 
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
+#include "dense/states.h"
 #include "expect_failure.h"
 
 namespace Nimbrel::Testing {
-
-using State = std::vector<complex_t>;
 
 inline constexpr const char* no_register_text =
     "Error: Simulated state vector data is requested, but not present. To fix this:\n"
@@ -26,7 +22,7 @@ inline constexpr const char* no_register_text =
     "                    ...or: QPU(filters=['>>state-vector-sim>>', '>>buffer>>'], "
     "add_default_filters=False)";
 
-/// Index bits in a block, 0 for one block, and whether each block has a thread.
+/// Qubits in a block, 0 for the automatic layout, and whether each block has a thread.
 struct Layout {
     unsigned long block_qubits;
     bool threads;
@@ -59,35 +55,7 @@ inline State state_of(QPU& qpu) {
     return state;
 }
 
-/// The state in which one term is 1.
-inline State basis(unsigned long terms, unsigned long index) {
-    State state(terms, complex_t{0.0, 0.0});
-    state[index].re = 1.0;
-    return state;
-}
-
-inline bool same_bits(const State& a, const State& b) {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(a[0])) == 0;
-}
-
-inline std::string text_of(const State& state) {
-    std::string text;
-    for (const complex_t& term : state) {
-        text += " (" + std::to_string(term.re) + ", " + std::to_string(term.im) + ")";
-    }
-    return text;
-}
-
-/// Compares bit for bit, so the two zeros differ.
-inline testing::AssertionResult states_agree(const State& actual, const State& expected) {
-    if (same_bits(actual, expected)) return testing::AssertionSuccess();
-    return testing::AssertionFailure()
-           << "state is" << text_of(actual) << "\nand should be" << text_of(expected);
-}
-#define EXPECT_STATE(actual, expected) \
-    EXPECT_TRUE(Nimbrel::Testing::states_agree((actual), (expected)))
-
-/// A register of three qubits, once in every layout.
+/// A register of three qubits, once for each layout.
 class RegisterLayouts : public testing::TestWithParam<Layout> {
   protected:
     void SetUp() override { shape(qpu, 3, GetParam()); }

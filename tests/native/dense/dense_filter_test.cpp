@@ -134,7 +134,7 @@ TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
             beside.put_instructions(&op, 1);
         }
         EXPECT_STATE(State(buffer, buffer + 16), state_of(*beside.qpu));
-        EXPECT_FALSE(states_agree(State(buffer, buffer + 16), uneven_state(16)));
+        EXPECT_FALSE(same_bits(State(buffer, buffer + 16), uneven_state(16)));
         filter.qpu->deallocate();
         OpFilter::filter_registry.erase(beside.handle);
     }

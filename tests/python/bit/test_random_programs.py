@@ -1,8 +1,9 @@
 """Thousands of random programs on the bit filter and on a plain model, compared in what shows."""
 
-import random
+import contextlib
 import re
 from collections import Counter
+from collections.abc import Iterator
 from types import ModuleType
 
 import numpy as np
@@ -10,12 +11,16 @@ import pytest
 
 from models.bit import REFUSED, BitModel
 from models.opcodes import FREE, LABEL, READ, RESET
-from models.program import ModelError
 from models.wire import WORD, Record, pack, tagged
-from programs.bit import RecordSource, program_lengths, random_width, wild_record
+from programs.bit import RecordSource, random_width, wild_record
+from programs.drawn import DrawnRandom, check_programs, noting
 from support.driver import BitFilter, failure_of, open_bit_filter
+from support.flag_windows import FlagWindows
 
-PROGRAMS_EACH = 100
+BATCHES = 4
+PROGRAMS_EACH = 500
+MOST_CALLS = 4
+MOST_RECORDS = 24
 MARKER = 0x10000000
 
 
@@ -38,22 +43,29 @@ class Pair:
     def __init__(self, bits: BitFilter, debug: bool) -> None:
         self.bits = bits
         self.model = BitModel(debug)
+        self.history: list[Record] = []
+        self.failures: list[str] = []
+        self.num_events = 0
+        self._flag_windows = FlagWindows(FLAG_WINDOWS)
         bits.debug(int(debug))
 
     def run(self, records: list[Record]) -> None:
         """Runs one call on both sides; compares the failure and all that can be seen afterwards."""
+        self.history += records
         packed = np.frombuffer(pack(records), dtype=np.uint8).reshape(len(records), 88)
         put = self.bits.engine.put_instructions
         answer = failure_of(lambda: put(self.bits.handle, packed, len(records)))
-        assert answer == failure_of(lambda: self.model.run(records))
+        expected = failure_of(lambda: self.model.run(records))
+        assert answer == expected
+        if expected is not None:
+            self.failures.append(expected)
         self.compare()
 
     def compare(self) -> None:
         assert failure_of(self.bits.state) == failure_of(self.model.state)
-        for first in FLAG_WINDOWS:
-            expected = sum(self.model.flags.get(first + bit) << bit for bit in range(32))
-            assert self.bits.flags(first, 32) == expected, f"flags from {first} on"
+        self._flag_windows.compare(self.bits, self.model.flags)
         expected_events, self.model.events = self.model.events, []
+        self.num_events += len(expected_events)
         assert self.bits.events() == expected_events
 
     def compare_peeks(self, value: int, mask: int) -> None:
@@ -66,6 +78,15 @@ class Pair:
         selected = failure_of(lambda: engine.postselect(handle, value, mask))
         no_match = "RuntimeError('qc.postselect() no non-zero terms match the desired value.')"
         assert selected == (None if fits else no_match)
+
+
+@contextlib.contextmanager
+def open_pair(engine: ModuleType, *, debug: bool) -> Iterator[Pair]:
+    """Both sides without a register; freed at the end."""
+    with open_bit_filter(engine) as bits:
+        pair = Pair(bits, debug)
+        with noting(pair.history):
+            yield pair
 
 
 def close_jump(model: BitModel) -> list[Record]:
@@ -90,51 +111,55 @@ def free_all_bits(model: BitModel) -> list[Record]:
     ]
 
 
-def drive(engine: ModuleType, rng: random.Random) -> None:
+def drive(engine: ModuleType, rng: DrawnRandom) -> Pair:
     """One filter's life: a reset as a rule, random calls, and a look at every bit at the end."""
     width = random_width(rng)
     source = RecordSource(rng, width)
-    with open_bit_filter(engine) as bits:
-        pair = Pair(bits, debug=rng.random() < 0.9)
+    with open_pair(engine, debug=rng.random() < 0.9) as pair:
         if rng.random() < 0.98:
             pair.run([tagged(RESET, target_mask=width)])
-        for length in program_lengths(rng):
-            pair.run(source.records(length))
+        for _ in range(1 + rng.length(MOST_CALLS - 1)):
+            pair.run(source.records(rng.length(MOST_RECORDS)))
             pair.compare_peeks(rng.getrandbits(32), 1 << rng.randrange(32))
         pair.run(close_jump(pair.model))
         pair.run(rng.choice((read_all_words, free_all_bits))(pair.model))
+        return pair
 
 
-@pytest.mark.parametrize("batch", range(40))
-def test_random_programs(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
-    for _ in range(PROGRAMS_EACH):
-        drive(engine, rng)
+class Reached:
+    """Counts what a batch of programs comes to. They would test little if they failed at once."""
+
+    def __init__(self) -> None:
+        self.failures: Counter[str] = Counter()
+        self.num_events = 0
+        self.num_programs = 0
+
+    def count(self, pair: Pair) -> None:
+        self.failures.update(re.sub("0x[0-9a-f]+|-?[0-9]+", "#", text) for text in pair.failures)
+        self.num_events += pair.num_events
+        self.num_programs += 1
+
+    def check(self) -> None:
+        assert self.num_programs / 20 < self.failures.total() < self.num_programs
+        assert len(self.failures) == len(set(REFUSED.values())) + 8, self.failures
+        assert self.num_events > self.num_programs / 10
 
 
-@pytest.mark.parametrize("batch", range(10))
-def test_wild_records(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
-    for _ in range(20):
-        with open_bit_filter(engine) as bits:
-            pair = Pair(bits, debug=True)
-            pair.run([tagged(RESET, target_mask=random_width(rng))])
-            for _ in range(30):
-                pair.run([wild_record(rng) for _ in range(rng.randint(1, 3))])
-            pair.run(close_jump(pair.model))
-            pair.run(read_all_words(pair.model))
+@pytest.mark.parametrize("batch", range(BATCHES))
+def test_random_programs(engine: ModuleType, batch: int) -> None:
+    reached = Reached()
+    check_programs(lambda rng: reached.count(drive(engine, rng)), PROGRAMS_EACH, batch)
+    reached.check()
 
 
-def test_the_programs_reach_every_failure(rng: random.Random) -> None:
-    """The random programs would compare little if they failed at once, or never."""
-    failures: Counter[str] = Counter()
-    num_events = 0
-    for _ in range(2000):
-        width = random_width(rng)
-        model = BitModel(debug_qubits=True)
-        try:
-            model.run([tagged(RESET, target_mask=width), *RecordSource(rng, width).records(40)])
-        except ModelError as error:
-            failures[re.sub("0x[0-9a-f]+|-?[0-9]+", "#", str(error))] += 1
-        num_events += len(model.events)
-    assert 100 < failures.total() < 1500
-    assert len(failures) == len(set(REFUSED.values())) + 8
-    assert num_events > 200
+def drive_wildly(engine: ModuleType, rng: DrawnRandom) -> None:
+    with open_pair(engine, debug=True) as pair:
+        pair.run([tagged(RESET, target_mask=random_width(rng))])
+        for _ in range(rng.length(60)):
+            pair.run([wild_record(rng) for _ in range(rng.length(3))])
+        pair.run(close_jump(pair.model))
+        pair.run(read_all_words(pair.model))
+
+
+def test_wild_records(engine: ModuleType) -> None:
+    check_programs(lambda rng: drive_wildly(engine, rng), 200)

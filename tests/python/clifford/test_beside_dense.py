@@ -16,12 +16,13 @@ from models import opcodes
 from models.clifford import NO_MATCH
 from models.wire import Record, tagged
 from programs.dense import random_flag, some_of
-from support.beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
+from programs.drawn import DrawnRandom, begin_record, check_programs, noting
+from support.beside_dense import DenseAnd, classical, draw_kind, top_letter, z_basis
 from support.clifford import CliffordFilter, open_clifford
 from support.dense import open_dense
 
 CLOSE = 1e-9
-PROGRAMS_EACH = 100
+PROGRAMS_EACH = 60
 TURNS = (opcodes.S, opcodes.S_INV, opcodes.Z, opcodes.PHASE, opcodes.RZ)
 GATES = (
     opcodes.H,
@@ -73,11 +74,21 @@ class Both(DenseAnd[CliffordFilter]):
 @contextmanager
 def open_both(engine: ModuleType, num_qubits: int) -> Iterator[Both]:
     with open_dense(engine, num_qubits) as dense, open_clifford(engine, num_qubits) as clifford:
-        yield Both(dense, clifford, num_qubits)
+        both = Both(dense, clifford, num_qubits)
+        with noting(both.history):
+            yield both
 
 
 def gate(rng: random.Random, both: Both) -> None:
     both.run(random_gate(rng, both.num_qubits)._replace(cond_flag=random_flag(rng)))
+
+
+def random_gates(rng: random.Random, num_qubits: int, count: int) -> list[Record]:
+    program = []
+    for _ in range(count):
+        begin_record(rng)
+        program.append(random_gate(rng, num_qubits))
+    return program
 
 
 def random_gate(rng: random.Random, num_qubits: int) -> Record:
@@ -127,32 +138,42 @@ def measure_product(rng: random.Random, both: Both) -> None:
 KINDS = {gate: 30, measure: 2, measure_product: 2, classical: 2}
 
 
-@pytest.mark.parametrize("num_qubits", range(1, 9))
-def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
-    for _ in range(PROGRAMS_EACH):
-        with open_both(engine, num_qubits) as both:
-            for kind in draw_kinds(rng, KINDS, 60):
-                kind(rng, both)
-                both.probability(rng.randrange(num_qubits), rng.getrandbits(1))
-            both.compare(rng)
+def compare_program(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
+    with open_both(engine, num_qubits) as both:
+        for _ in range(rng.length(100)):
+            rng.begin()
+            draw_kind(rng, KINDS)(rng, both)
+            both.probability(rng.randrange(num_qubits), rng.getrandbits(1))
+        both.compare(rng)
 
 
 @pytest.mark.parametrize("num_qubits", range(1, 9))
-def test_runs_of_gates(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
+def test_random_programs(engine: ModuleType, num_qubits: int) -> None:
+    check_programs(lambda rng: compare_program(engine, rng, num_qubits), PROGRAMS_EACH, num_qubits)
+
+
+def compare_run(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
+    with open_both(engine, num_qubits) as both:
+        both.run(*random_gates(rng, num_qubits, rng.length(200)))
+        both.compare(rng)
+
+
+@pytest.mark.parametrize("num_qubits", range(1, 9))
+def test_runs_of_gates(engine: ModuleType, num_qubits: int) -> None:
     """Many gates in one call, with no look between them."""
-    for _ in range(PROGRAMS_EACH):
-        with open_both(engine, num_qubits) as both:
-            both.run(*(random_gate(rng, num_qubits) for _ in range(rng.randint(1, 200))))
-            both.compare(rng)
+    check_programs(lambda rng: compare_run(engine, rng, num_qubits), PROGRAMS_EACH, num_qubits)
 
 
-def test_the_programs_reach_every_probability(engine: ModuleType, rng: random.Random) -> None:
+def test_the_programs_reach_every_probability(engine: ModuleType) -> None:
     """The comparisons would be worth little if most outcomes were certain."""
     found = {0.0: 0, 0.5: 0, 1.0: 0}
-    for _ in range(100):
+
+    def count(rng: DrawnRandom) -> None:
         with open_both(engine, 6) as both:
-            both.run(*(random_gate(rng, 6) for _ in range(40)))
+            both.run(*random_gates(rng, 6, rng.length(80)))
             for qubit in range(6):
                 found[both.probability(qubit, 1)] += 1
                 both.settle(rng, qubit)
+
+    check_programs(count, 100)
     assert min(found.values()) > 40

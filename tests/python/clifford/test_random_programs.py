@@ -12,13 +12,15 @@ from models.opcodes import LABEL, READ, RESET, T, X
 from models.tableau import visible_qubits
 from models.wire import Record, tagged
 from programs.clifford import WIDTHS, CliffordSource, gate_run, random_width
+from programs.drawn import DrawnRandom, check_programs
 from support.clifford_pair import CliffordPair, open_clifford_pair
 
-PROGRAMS_EACH = 75
+BATCHES = 4
+PROGRAMS_EACH = 375
 MAX_EXTRA_ROWS = 40  # beyond the width; a tableau only ever grows
 
 
-def peek_or_project(rng: random.Random, pair: CliffordPair) -> None:
+def peek_or_project(rng: DrawnRandom, pair: CliffordPair) -> None:
     """A call that names one qubit as a rule, and otherwise none, several or one too high."""
     bit = 1 << rng.randrange(min(max(pair.num_qubits, 1), 32))
     mask = rng.choice((*(bit,) * 20, 0, 3, bit | 1, 1 << 31, 1 << rng.randrange(32)))
@@ -41,14 +43,14 @@ def follow(source: CliffordSource, pair: CliffordPair) -> None:
     source.num_qubits = pair.num_qubits
 
 
-def drive(rng: random.Random, pair: CliffordPair) -> None:
+def drive(rng: DrawnRandom, pair: CliffordPair) -> None:
     """One filter's life: a reset as a rule, then records and calls, each looked at."""
     source = CliffordSource(rng, random_width(rng))
     if rng.random() < 0.97:
         pair.run([tagged(RESET, target_mask=source.num_qubits)])
         if source.num_qubits and rng.random() < 0.5:
-            pair.run(gate_run(rng, source.num_qubits, rng.randint(1, 60)))
-    for _ in range(rng.choice((5, 15, 30, 45))):
+            pair.run(gate_run(rng, source.num_qubits, rng.length(60)))
+    for _ in range(rng.length(48)):
         pair.run([source.record()])
         follow(source, pair)
         if rng.random() < 0.1:
@@ -57,44 +59,85 @@ def drive(rng: random.Random, pair: CliffordPair) -> None:
     pair.compare_hidden()
 
 
-@pytest.mark.parametrize("batch", range(40))
-def test_random_programs(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
-    for _ in range(PROGRAMS_EACH):
+class Reached:
+    """Counts what the programs of a batch come to."""
+
+    def __init__(self) -> None:
+        self.failures: Counter[str] = Counter()
+        self.found: Counter[str] = Counter()
+        self.drawn: list[int] = []
+
+    def count(self, pair: CliffordPair) -> None:
+        rows = pair.rows()
+        self.found["negative"] += any(row.phase == 2 for row in rows)
+        self.found["Y"] += any(row.x & row.z for row in rows)
+        self.found["hidden"] += len(visible_qubits(pair.num_qubits)) < pair.num_qubits
+        self.found["flags"] += any(pair.model.flags.ones)
+        self.drawn += pair.drawn
+        self.failures.update(re.sub("0x[0-9a-f]+|-?[0-9]+", "#", text) for text in pair.failures)
+
+    def check(self) -> None:
+        assert len(REFUSED) + 15 <= len(self.failures) <= len(REFUSED) + 18, self.failures
+        assert min(self.found.values()) >= 20, self.found
+        assert len(self.drawn) > 300
+        assert 0.35 < sum(self.drawn) / len(self.drawn) < 0.65
+
+
+@pytest.mark.parametrize("batch", range(BATCHES))
+def test_random_programs(engine: ModuleType, batch: int) -> None:
+    reached = Reached()
+
+    def compare(rng: DrawnRandom) -> None:
         with open_clifford_pair(engine) as pair:
             drive(rng, pair)
+            reached.count(pair)
+
+    check_programs(compare, PROGRAMS_EACH, batch)
+    reached.check()
 
 
-@pytest.mark.parametrize("batch", range(10))
-def test_looks_far_apart(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
+def compare_with_few_looks(engine: ModuleType, rng: DrawnRandom) -> None:
+    width = max(random_width(rng), 1)
+    source = CliffordSource(rng, width, steady=True)
+    with open_clifford_pair(engine, width) as pair:
+        for _ in range(1 + rng.length(2)):
+            pair.run([source.record() for _ in range(rng.length(60))])
+            follow(source, pair)
+        pair.compare_hidden()
+
+
+def test_looks_far_apart(engine: ModuleType) -> None:
     """Measurements between gates of one call: none of them may see gates that still wait."""
-    for _ in range(20):
-        width = max(random_width(rng), 1)
-        source = CliffordSource(rng, width, steady=True)
-        with open_clifford_pair(engine, width) as pair:
-            for length in rng.choices((2, 10, 30, 80), k=4):
-                pair.run([source.record() for _ in range(length)])
-                follow(source, pair)
-            pair.compare_hidden()
+    check_programs(lambda rng: compare_with_few_looks(engine, rng), 250)
 
 
-def test_controls_that_are_their_targets(engine: ModuleType, rng: random.Random) -> None:
+def erase_a_qubit(rng: DrawnRandom, pair: CliffordPair, source: CliffordSource) -> None:
+    """Random gates, an X whose control is its target, then records and calls."""
+    width = pair.num_qubits
+    pair.run(gate_run(rng, width, rng.length(min(4 * width, 100))))
+    erased = rng.randrange(width)
+    both = {"target_offset": erased, "cond_offset": erased}
+    pair.run([tagged(X, target_mask=1, cond_mask=1, **both)])
+    for _ in range(rng.length(10)):
+        pair.run([source.record()])
+        peek_or_project(rng, pair)
+
+
+def test_controls_that_are_their_targets(engine: ModuleType) -> None:
     """Such a gate erases a qubit: generators may then not commute, and measuring adds new ones."""
     found: Counter[str] = Counter()
-    for _ in range(300):
+
+    def compare(rng: DrawnRandom) -> None:
         width = rng.choice((*range(1, 9), *range(1, 9), 64, 65))
         source = CliffordSource(rng, width, steady=True)
         with open_clifford_pair(engine, width) as pair:
-            for _ in range(rng.randint(1, 3)):
-                pair.run(gate_run(rng, width, 3 * width))
-                erased = rng.randrange(width)
-                both = {"target_offset": erased, "cond_offset": erased}
-                pair.run([tagged(X, target_mask=1, cond_mask=1, **both)])
-                for _ in range(5):
-                    pair.run([source.record()])
-                    peek_or_project(rng, pair)
+            for _ in range(1 + rng.length(2)):
+                erase_a_qubit(rng, pair, source)
             pair.compare_hidden()
             found["more rows than qubits"] += pair.num_rows > width
             found["odd phase"] += any(row.phase % 2 for row in pair.rows())
+
+    check_programs(compare, 300)
     assert min(found.values()) >= 20, found
 
 
@@ -135,24 +178,3 @@ def test_a_reset_forgets_the_gates_before_it(engine: ModuleType, rng: random.Ran
             for length in (1, 40, 400):
                 old, new = gate_run(rng, pair.num_qubits, length), gate_run(rng, width, 3)
                 pair.run([*old, tagged(RESET, target_mask=width), *new])
-
-
-def test_the_programs_reach_what_they_are_for(engine: ModuleType, rng: random.Random) -> None:
-    """The random programs would compare little if they failed at once or met nothing odd."""
-    failures: Counter[str] = Counter()
-    found: Counter[str] = Counter()
-    drawn: list[int] = []
-    for _ in range(300):
-        with open_clifford_pair(engine) as pair:
-            drive(rng, pair)
-            rows = pair.rows()
-            found["negative"] += any(row.phase == 2 for row in rows)
-            found["Y"] += any(row.x & row.z for row in rows)
-            found["hidden"] += len(visible_qubits(pair.num_qubits)) < pair.num_qubits
-            found["flags"] += any(pair.model.flags.ones)
-            drawn += pair.drawn
-            failures.update(re.sub("0x[0-9a-f]+|-?[0-9]+", "#", text) for text in pair.failures)
-    assert len(REFUSED) + 15 <= len(failures) <= len(REFUSED) + 18, failures
-    assert min(found.values()) >= 20, found
-    assert len(drawn) > 300
-    assert 0.35 < sum(drawn) / len(drawn) < 0.65

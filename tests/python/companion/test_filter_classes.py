@@ -72,6 +72,7 @@ def test_a_class_refuses_the_name_of_another() -> None:
 @pytest.mark.parametrize("filter_type", CLASSES)
 def test_a_filter_has_its_own_operations_alone(filter_type: str, name: str) -> None:
     with Simulator(filter_type) as sim:
+        assert (name in dir(sim)) is (filter_type in OWNERS[name])
         if filter_type in OWNERS[name]:
             assert hasattr(sim, name)
             return
@@ -81,6 +82,12 @@ def test_a_filter_has_its_own_operations_alone(filter_type: str, name: str) -> N
         )
         with pytest.raises(AttributeError, match=text):
             getattr(sim, name)
+
+
+def test_the_door_itself_has_no_such_operation() -> None:
+    text = "^Simulator has no operation 'bits'; only \"StreamBitQPU\" filters have it$"
+    with pytest.raises(AttributeError, match=text):
+        getattr(Simulator, "bits")  # noqa: B009
 
 
 @pytest.mark.parametrize("name", ["rnu", "_call_engine", "__array__"])

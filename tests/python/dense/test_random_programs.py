@@ -8,18 +8,22 @@ import random
 from types import ModuleType
 from typing import NamedTuple
 
+import hypothesis
 import numpy as np
-import pytest
+from hypothesis import given, note
+from hypothesis import strategies as st
 
 from models.arithmetic import Generator
 from models.dense import DenseModel
-from models.wire import Record
-from programs.dense import GATES, ProgramSource, gate_program, wild_gate
+from models.wire import Record, described
+from programs.dense import ProgramSource, gate_program, wild_program
+from programs.drawn import DrawnRandom, drawn_randoms
 from support.dense import (
     Setting,
     Vector,
     amplitudes,
     assert_same_bits,
+    basis,
     holed_state,
     open_dense,
     reset_record,
@@ -41,7 +45,14 @@ class Outcome(NamedTuple):
     events: list[tuple[str, str, int, list[int]]]
 
 
+def initial_state(rng: DrawnRandom, num_qubits: int) -> Vector:
+    """A random state from a drawn seed; the seed 0 gives the simplest state."""
+    seed = rng.getrandbits(16)
+    return holed_state(random.Random(seed), num_qubits) if seed else basis(num_qubits, 0)
+
+
 def outcome(engine: ModuleType, setting: Setting, state: Vector, program: list[Record]) -> Outcome:
+    note(f"{setting}\n" + "\n".join(map(described, program)))
     num_qubits = len(state).bit_length() - 1
     with open_dense(engine, num_qubits, setting) as filter_:
         filter_.call("enable_qubit_debugging", 1)
@@ -78,83 +89,88 @@ def by_block_size(
     return outcomes
 
 
-@pytest.mark.parametrize("number", range(8))
-def test_gates_agree_at_all_settings(engine: ModuleType, rng: random.Random, number: int) -> None:
-    state = holed_state(rng, QUBITS)
-    program = gate_program(rng, QUBITS, 60)
+@hypothesis.settings(max_examples=25)
+@given(rng=drawn_randoms())
+def test_gates_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom) -> None:
+    state = initial_state(rng, QUBITS)
+    program = gate_program(rng, QUBITS, rng.length(100))
     expected = modelled(state, program)
     outcomes = by_block_size(engine, state, program)
     assert_identical(outcomes[QUBITS], expected)
     for size, got in outcomes.items():
         # By value: a zero of either sign is a zero.
-        np.testing.assert_array_equal(
-            got.state, expected.state, err_msg=f"program {number}, block size {size}"
-        )
+        np.testing.assert_array_equal(got.state, expected.state, err_msg=f"block size {size}")
 
 
-@pytest.mark.parametrize("number", range(8))
-def test_measurements_agree_at_all_settings(
-    engine: ModuleType, rng: random.Random, number: int
-) -> None:
-    state = holed_state(rng, QUBITS)
-    program = ProgramSource(rng, QUBITS).program(60)
+@hypothesis.settings(max_examples=25)
+@given(rng=drawn_randoms())
+def test_measurements_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom) -> None:
+    state = initial_state(rng, QUBITS)
+    program = ProgramSource(rng, QUBITS).program(rng.length(100))
     expected = modelled(state, program)
     outcomes = by_block_size(engine, state, program)
     assert_identical(outcomes[QUBITS], expected)
     for size, got in outcomes.items():
-        assert got[1:] == expected[1:], f"program {number}, block size {size}"
+        assert got[1:] == expected[1:], f"block size {size}"
         np.testing.assert_allclose(got.state, expected.state, rtol=0, atol=1e-9, err_msg=str(size))
 
 
 # Blocks large enough that their work is handed to threads, and the choice that users get.
 LARGE = 15
-LARGE_SETTINGS = [*settings([12, 14, LARGE]), Setting(0, 0, 1), Setting(0, 0, 0), Setting(6, 1, 1)]
+LARGE_SETTINGS = [
+    *settings([12, 14, LARGE]),
+    Setting(0, 0, 1),
+    Setting(0, 0, 0),
+    Setting(6, 1, 1),
+]
 
 
-@pytest.mark.parametrize("number", range(4))
-def test_gates_on_a_large_register(engine: ModuleType, rng: random.Random, number: int) -> None:
-    state = holed_state(rng, LARGE)
-    program = gate_program(rng, LARGE, 60 + number)
+@hypothesis.settings(max_examples=5)
+@given(rng=drawn_randoms())
+def test_gates_on_a_large_register(engine: ModuleType, rng: DrawnRandom) -> None:
+    program = gate_program(rng, LARGE, rng.length(120))
+    state = initial_state(rng, LARGE)
     outcomes = by_block_size(engine, state, program, LARGE_SETTINGS)
     for size, got in outcomes.items():
         np.testing.assert_array_equal(got.state, outcomes[LARGE].state, err_msg=str(size))
 
 
-@pytest.mark.parametrize("number", range(4))
-def test_measurements_on_a_large_register(
-    engine: ModuleType, rng: random.Random, number: int
-) -> None:
-    state = holed_state(rng, LARGE)
-    program = ProgramSource(rng, LARGE).program(60 + number)
+@hypothesis.settings(max_examples=5)
+@given(rng=drawn_randoms())
+def test_measurements_on_a_large_register(engine: ModuleType, rng: DrawnRandom) -> None:
+    program = ProgramSource(rng, LARGE).program(rng.length(120))
+    state = initial_state(rng, LARGE)
     outcomes = by_block_size(engine, state, program, LARGE_SETTINGS)
     for size, got in outcomes.items():
         assert got[1:] == outcomes[LARGE][1:], f"block size {size}"
         np.testing.assert_allclose(got.state, outcomes[LARGE].state, rtol=0, atol=1e-9)
 
 
-@pytest.mark.parametrize("number", range(4))
-def test_wild_masks_agree_with_and_without_threads(
-    engine: ModuleType, rng: random.Random, number: int
-) -> None:
-    # Some of these mean something else at each block size, but threads are no part of it.
-    program = [wild_gate(rng, rng.choice(GATES), QUBITS) for _ in range(80 + number)]
-    by_block_size(engine, holed_state(rng, QUBITS), program)
+@hypothesis.settings(max_examples=15)
+@given(rng=drawn_randoms())
+def test_wild_masks_agree_with_and_without_threads(engine: ModuleType, rng: DrawnRandom) -> None:
+    # Some of these gates differ between block sizes, but none between thread settings.
+    program = wild_program(rng, QUBITS, rng.length(120))
+    by_block_size(engine, initial_state(rng, QUBITS), program)
 
 
-@pytest.mark.parametrize("number", range(40))
+@hypothesis.settings(max_examples=100)
+@given(rng=drawn_randoms(), is_async=st.sampled_from((0, 1)))
 def test_one_block_is_the_model_bit_for_bit(
-    engine: ModuleType, rng: random.Random, number: int
+    engine: ModuleType, rng: DrawnRandom, is_async: int
 ) -> None:
-    state = holed_state(rng, QUBITS)
-    program = ProgramSource(rng, QUBITS).program(80)
-    got = outcome(engine, Setting(QUBITS, 0, number % 2), state, program)
+    state = initial_state(rng, QUBITS)
+    program = ProgramSource(rng, QUBITS).program(rng.length(100))
+    got = outcome(engine, Setting(QUBITS, 0, is_async), state, program)
     assert_identical(got, modelled(state, program))
 
 
+@hypothesis.settings(max_examples=25)
+@given(rng=drawn_randoms())
 def test_a_program_split_over_calls_is_the_same_program(
-    engine: ModuleType, rng: random.Random
+    engine: ModuleType, rng: DrawnRandom
 ) -> None:
-    program = ProgramSource(rng, QUBITS).program(120)
+    program = ProgramSource(rng, QUBITS).program(rng.length(120))
     whole = outcome(engine, Setting(2), holed_state(random.Random(1), QUBITS), program)
     with open_dense(engine, QUBITS, Setting(2)) as filter_:
         filter_.call("enable_qubit_debugging", 1)

@@ -109,30 +109,30 @@ def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
 
 @pytest.mark.parametrize("bits", [1, 2, 3])
 def test_every_pair_of_small_integers(adder: ModuleType, bits: int) -> None:
-    layout = adder.Layout(bits)
+    qubits = adder.AdderQubits(bits)
     for a in range(2**bits):
         for b in range(2**bits):
-            outcome = adder.run_adder(layout, a, b)
+            outcome = adder.run_adder(qubits, a, b)
             assert (outcome.total, outcome.carries_clean) == (a + b, True)
 
 
 @given(a=st.integers(-(2**70), 2**70), b=st.integers(-(2**70), 2**70))
 def test_the_adder_leaves_a_and_the_carries_as_they_were(adder: ModuleType, a: int, b: int) -> None:
-    layout = adder.Layout(adder.bits_needed(a, b))
+    qubits = adder.AdderQubits(adder.bits_needed(a, b))
     with nb.Simulator() as sim:
-        sim.run(adder.adder_program(layout, a, b))
+        sim.run(adder.adder_program(qubits, a, b))
         state = int(sim.bits()[::-1], 2)
-    low = (1 << layout.bits) - 1
-    total = state >> layout.b[0] & (low << 1 | 1)
+    low = (1 << qubits.bits) - 1
+    total = state >> qubits.b[0] & (low << 1 | 1)
     assert state & low == a & low
-    assert state >> layout.carries[0] == 0
-    assert adder.decode_sum(total, layout.bits, signed=a < 0 or b < 0) == a + b
+    assert state >> qubits.carries[0] == 0
+    assert adder.decode_sum(total, qubits.bits, signed=a < 0 or b < 0) == a + b
 
 
 def test_the_register_is_a_then_b_then_the_carries(adder: ModuleType) -> None:
-    layout = adder.Layout(10)
-    assert [*layout.a, *layout.b, *layout.carries] == list(range(layout.num_qubits))
-    assert [len(layout.a), len(layout.b), len(layout.carries)] == [10, 11, 11]
+    qubits = adder.AdderQubits(10)
+    assert [*qubits.a, *qubits.b, *qubits.carries] == list(range(qubits.num_qubits))
+    assert [len(qubits.a), len(qubits.b), len(qubits.carries)] == [10, 11, 11]
 
 
 def test_a_wrong_sum_is_an_error(

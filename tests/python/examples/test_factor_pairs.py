@@ -80,20 +80,20 @@ def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
 
 @pytest.mark.parametrize("bits", [1, 2, 3, 4])
 def test_all_products_of_small_numbers(example: ModuleType, bits: int) -> None:
-    layout = example.Layout(bits)
+    qubits = example.MultiplierQubits(bits)
     with nb.Simulator("StreamBitQPU") as sim:
         for p in range(1 << bits):
             for q in range(1 << bits):
-                load = [nb.write(layout.p, p), nb.write(layout.q, q)]
-                sim.run(nb.reset(layout.num_qubits), *load, example.multiply(layout))
+                load = [nb.write(qubits.p, p), nb.write(qubits.q, q)]
+                sim.run(nb.reset(qubits.num_qubits), *load, example.multiply(qubits))
                 state = int(sim.bits()[::-1], 2)
-                assert state == p * q | p << layout.p[0] | q << layout.q[0]
+                assert state == p * q | p << qubits.p[0] | q << qubits.q[0]
 
 
 def test_the_registers_follow_each_other(example: ModuleType) -> None:
-    layout = example.Layout(7)
-    parts = [layout.product, layout.p, layout.q, layout.addend, layout.carries]
-    assert [qubit for part in parts for qubit in part] == list(range(layout.num_qubits))
+    qubits = example.MultiplierQubits(7)
+    parts = [qubits.product, qubits.p, qubits.q, qubits.addend, qubits.carries]
+    assert [qubit for part in parts for qubit in part] == list(range(qubits.num_qubits))
     assert [len(part) for part in parts] == [14, 7, 7, 7, 7]
 
 
@@ -124,7 +124,7 @@ def test_a_carry_left_behind_is_an_error(
 ) -> None:
     multiply = example.multiply
     monkeypatch.setattr(
-        example, "multiply", lambda layout: nb.program(multiply(layout), nb.x(layout.carries[0]))
+        example, "multiply", lambda qubits: nb.program(multiply(qubits), nb.x(qubits.carries[0]))
     )
     assert example.main(["12", "--bits", "3"]) == 1
     assert capsys.readouterr() == ("", "factor_pairs.py: a helping qubit is not 0 again\n")
@@ -133,4 +133,4 @@ def test_a_carry_left_behind_is_an_error(
 def test_a_measurement_of_something_else_is_an_error(example: ModuleType) -> None:
     outcome = example.Outcome(64, example.factor_pairs(12, 3), (3, 5), 0, 0.0)
     with pytest.raises(example.ExampleError, match=r"^\(3, 5\) was measured and cannot be$"):
-        example.check_pairs(outcome, 12, example.Layout(3))
+        example.check_pairs(outcome, 12, example.MultiplierQubits(3))

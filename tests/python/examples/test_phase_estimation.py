@@ -72,7 +72,7 @@ def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
 def test_any_phase_gives_the_known_distribution(
     example: ModuleType, turns: float, bits: int
 ) -> None:
-    estimate = example.run_estimation(example.Layout(bits), turns)
+    estimate = example.run_estimation(example.EstimationQubits(bits), turns)
     assert example.disagreement(estimate, bits, turns) is None
 
 

@@ -13,6 +13,7 @@ class FlagTable:
 
     def __init__(self) -> None:
         self.num_words = 0
+        self.num_stores = 0
         self.ones: set[int] = set()
 
     def is_stored(self, flag: int) -> bool:
@@ -32,11 +33,16 @@ class FlagTable:
         if flag in (-1, 0, 1):
             return
         position = abs(flag) % CAPACITY
+        self.num_stores += 1
         self.num_words = max(self.num_words, position // 64 + 1)
         if bool(value) != (flag < 0):
             self.ones.add(position)
         else:
             self.ones.discard(position)
+
+    def word(self, first: int) -> int:
+        """The values of the 32 flags from `first` on, the first in bit 0."""
+        return sum(1 << flag - first for flag in range(first, first + 32) if self.get(flag))
 
     def holds(self, cond_flag: int) -> bool:
         """Whether a record with this classical condition acts."""

@@ -118,8 +118,10 @@ class Tableau:
     def cnot(self, control: int, target: int) -> None:
         for row in self._rows():
             x, z = row.x >> control & 1, row.z >> target & 1
-            row.x ^= x << target
-            row.z ^= z << control
+            if x:
+                row.x ^= 1 << target
+            if z:
+                row.z ^= 1 << control
             if x and z and row.x >> target & 1 == row.z >> control & 1:
                 row.phase ^= 2
 
@@ -222,8 +224,9 @@ class Tableau:
     def settle(self, ones: int) -> None:
         """Makes the signs plain again: `ones` are the draws that gave a 1."""
         for row in self._rows():
-            row.phase ^= 2 * parity(row.draws & ones)
-            row.draws = 0
+            if row.draws:
+                row.phase ^= 2 * parity(row.draws & ones)
+                row.draws = 0
         self.num_draws = 0
 
     def text(self) -> str:
@@ -233,13 +236,16 @@ class Tableau:
         )
 
     def _lines(self, rows: Iterable[Row]) -> Iterator[str]:
+        n = self.num_qubits
+        if 0 < n <= 64:
+            return (f"{row.phase} {row.x:0{n}b}|{row.z:0{n}b}" for row in rows)
         return (f"{row.phase} {self._bits(row.x)}|{self._bits(row.z)}" for row in rows)
 
     def _bits(self, bits: int) -> str:
         """The low word first, cut to as many bits as the last has; qubit 0 at the right of each."""
         n = self.num_qubits
-        if n <= 64:
-            return format(bits, f"0{n}b") if n else ""
+        if n == 0:
+            return ""
         first = format(bits % 2**64, "064b")[-(n % 64) :]  # all of it where nothing is left over
         rest = (format(bits >> start & 2**64 - 1, "064b") for start in range(64, n, 64))
         return first + "".join(rest)

@@ -28,6 +28,15 @@ class Record(NamedTuple):
     reserved_b: int = 0
 
 
+def described(record: Record) -> str:
+    """The words of the record that are not 0, the opcode and the masks in hexadecimal."""
+    in_hex = ("opcode", "target_mask", "cond_mask", "cond_neg_mask")
+    words = {name: word for name, word in record._asdict().items() if word}
+    return " ".join(
+        f"{name}={word:{'#x' if name in in_hex else ''}}" for name, word in words.items()
+    )
+
+
 def tagged(low: int, *words: int | float, **named_words: int | float) -> Record:
     """A record of the engine's tag, its other words in their order or by name."""
     return Record(TAG << 32 | low, *words, **named_words)  # type: ignore[arg-type]

@@ -7,6 +7,7 @@ from collections.abc import Callable
 
 from models import bit, opcodes
 from models.wire import TAG, WORD, Record, tagged
+from programs.drawn import begin_record
 
 ODD_FLAGS = [
     100_000_000,
@@ -33,11 +34,6 @@ ODD_OPCODES = [
 JUMP_FAMILY = [TAG << 32 | 0x10000416, 0x16, 0x10000216, (TAG ^ 1) << 32 | 0x10000316]
 
 
-def program_lengths(rng: random.Random) -> list[int]:
-    """How many records each call of one filter's life gets."""
-    return [rng.choice((0, 1, 2, 10, 25, 40)) for _ in range(rng.randint(2, 5))]
-
-
 def random_width(rng: random.Random) -> int:
     """Qubits of a register, word edges often among them."""
     return rng.choice((1, 2, 8, 63, 64, 65, 127, 128, 129, 192, 300, *(rng.randint(1, 300),) * 8))
@@ -48,6 +44,7 @@ def wild_record(rng: random.Random) -> Record:
 
     Resets are left out: what a vast one does is the machine's memory to say.
     """
+    begin_record(rng)
     low = rng.choice(
         (
             opcodes.X,
@@ -77,6 +74,9 @@ def wild_record(rng: random.Random) -> Record:
     )
 
 
+NOISE = 0x9E3779B97F4A7C15 >> 8  # spreads a byte over the bits of a word
+
+
 class RecordSource:
     """Draws records for a register of some width; of what they do it keeps no account."""
 
@@ -97,18 +97,28 @@ class RecordSource:
             self._label: 6,
             self._ignored: 4,
             self._reset: 1,
-            self._failing: 1,
+            self._failing: 2,
         }
 
     def records(self, count: int) -> list[Record]:
         """About `count` records: most are drawn one by one, whole swaps in twos or threes."""
-        kinds = self.rng.choices(list(self._kinds), weights=list(self._kinds.values()), k=count)
-        drawn = ([kind()] if self.rng.random() < 0.9 else self._whole_swap() for kind in kinds)
-        return [record for records in drawn for record in records]
+        return [record for _ in range(count) for record in self._one_or_whole_swap()]
+
+    def record(self) -> Record:
+        begin_record(self.rng)
+        return self._any_kind()
+
+    def _any_kind(self) -> Record:
+        kinds = self._kinds
+        return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
+
+    def _one_or_whole_swap(self) -> list[Record]:
+        begin_record(self.rng)
+        return [self._any_kind()] if self.rng.random() < 0.9 else self._whole_swap()
 
     def _record(self, low: int, **words: int | float) -> Record:
         """A record of the engine's tag; reserved words hold whatever they like."""
-        noise = self.rng.getrandbits(64)
+        noise = self.rng.getrandbits(8) * NOISE
         return tagged(low, **words, reserved_a=noise, reserved_b=noise ^ WORD)
 
     def _mask(self, bits_wanted: int | None = None) -> int:

@@ -11,6 +11,7 @@ from models.clifford import IGNORED, REFUSED, qubits_of
 from models.program import Pair
 from models.wire import WORD, Record, tagged
 from programs.bit import ODD_OPCODES, RecordSource
+from programs.drawn import begin_record
 
 WIDTHS = (1, 2, 3, 63, 64, 65, 66, 127, 128, 129, 130)
 FREE_GATES = (*(opcodes.H,) * 3, opcodes.S, opcodes.S, opcodes.S_INV, opcodes.Y)
@@ -230,6 +231,7 @@ def gate_run(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
 
 
 def one_gate(rng: random.Random, num_qubits: int) -> list[Record]:
+    begin_record(rng)
     low = rng.choice(
         (
             *FREE_GATES,

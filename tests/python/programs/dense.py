@@ -6,6 +6,7 @@ import random
 
 from models import opcodes
 from models.wire import WORD, Record, signed, tagged
+from programs.drawn import begin_record
 
 NOT_GATES = (opcodes.X, opcodes.LELBOW, opcodes.RELBOW)
 ROOTS = (opcodes.ROOTX, opcodes.ROOTX_INV, opcodes.ROOTY, opcodes.ROOTY_INV)
@@ -98,7 +99,20 @@ def random_flag(rng: random.Random) -> int:
 
 def gate_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
     """Gates only, all of them possible at every block size."""
-    return [loose_gate(rng, rng.choice(GATES), num_qubits) for _ in range(length)]
+    program = []
+    for _ in range(length):
+        begin_record(rng)
+        program.append(loose_gate(rng, rng.choice(GATES), num_qubits))
+    return program
+
+
+def wild_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
+    """Gates with anything at all in their masks."""
+    program = []
+    for _ in range(length):
+        begin_record(rng)
+        program.append(wild_gate(rng, rng.choice(GATES), num_qubits))
+    return program
 
 
 class ProgramSource:
@@ -119,9 +133,12 @@ class ProgramSource:
         }
 
     def program(self, length: int) -> list[Record]:
-        weights = list(self._kinds.values())
-        kinds = self.rng.choices(list(self._kinds), weights=weights, k=length)
-        return [record for kind in kinds for record in kind()]
+        return [record for _ in range(length) for record in self._step()]
+
+    def _step(self) -> list[Record]:
+        begin_record(self.rng)
+        kinds = self._kinds
+        return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 
     def _record(self, low: int, **words: int | float) -> list[Record]:
         return [tagged(low, **words, cond_flag=random_flag(self.rng))]

@@ -11,8 +11,9 @@ import numpy as np
 from models import opcodes
 from models.sparse import IGNORED, MAX_QUBITS
 from models.wire import WORD, Record, set_bits, signed, tagged
-from programs.bit import JUMP_FAMILY, ODD_FLAGS, ODD_OPCODES
+from programs.bit import JUMP_FAMILY, NOISE, ODD_FLAGS, ODD_OPCODES
 from programs.dense import ROOTS, angle, random_flag, some_of
+from programs.drawn import begin_record
 from support.dense import Vector
 
 # Qubits of the register that may come into superposition: this bounds the length of the list.
@@ -85,6 +86,7 @@ class SparseSource:
         self.mixed = sum(1 << qubit for qubit in qubits)
 
     def record(self) -> Record:
+        begin_record(self.rng)
         kinds = self._kinds
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 
@@ -96,7 +98,7 @@ class SparseSource:
 
     def _record(self, low: int, **words: int | float) -> Record:
         """A record of the engine's tag; words that nothing reads hold whatever they like."""
-        noise = self.rng.getrandbits(64)
+        noise = self.rng.getrandbits(8) * NOISE
         unread = {"target_offset": noise >> 32, "cond_offset": noise, "reserved_a": noise}
         return tagged(low, **(unread | words))
 

@@ -16,7 +16,8 @@ import pytest
 from models import opcodes
 from models.wire import TAG, WORD, Record, tagged
 from programs.dense import GATES, random_flag, some_of, tidy_gate
-from support.beside_dense import DenseAnd, classical, draw_kinds, top_letter, z_basis
+from programs.drawn import DrawnRandom, check_programs, noting
+from support.beside_dense import DenseAnd, classical, draw_kind, top_letter, z_basis
 from support.dense import open_dense, random_state
 from support.sparse import SparseFilter, open_sparse
 
@@ -62,7 +63,9 @@ class Both(DenseAnd[SparseFilter]):
 @contextmanager
 def open_both(engine: ModuleType, num_qubits: int) -> Iterator[Both]:
     with open_dense(engine, num_qubits) as dense, open_sparse(engine, num_qubits) as sparse:
-        yield Both(dense, sparse, num_qubits)
+        both = Both(dense, sparse, num_qubits)
+        with noting(both.history):
+            yield both
 
 
 def gate(rng: random.Random, both: Both) -> None:
@@ -114,13 +117,17 @@ def measure_product(rng: random.Random, both: Both) -> None:
 KINDS = {gate: 30, measure: 4, measure_product: 3, classical: 2}
 
 
+def compare_program(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
+    with open_both(engine, num_qubits) as both:
+        for _ in range(rng.length(100)):
+            rng.begin()
+            draw_kind(rng, KINDS)(rng, both)
+        both.compare_read_outs(rng)
+
+
 @pytest.mark.parametrize("num_qubits", range(1, 9))
-def test_random_programs(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
-    for _ in range(PROGRAMS_EACH):
-        with open_both(engine, num_qubits) as both:
-            for kind in draw_kinds(rng, KINDS, 50):
-                kind(rng, both)
-            both.compare_read_outs(rng)
+def test_random_programs(engine: ModuleType, num_qubits: int) -> None:
+    check_programs(lambda rng: compare_program(engine, rng, num_qubits), PROGRAMS_EACH, num_qubits)
 
 
 @pytest.mark.parametrize("num_qubits", range(1, 9))

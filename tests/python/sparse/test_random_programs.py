@@ -9,17 +9,17 @@ import numpy as np
 import pytest
 
 from models import opcodes
-from models.arithmetic import Generator
 from models.opcodes import LABEL, X
-from models.program import ModelError
 from models.sparse import SparseModel
 from models.wire import Record, tagged
 from programs.dense import angle
+from programs.drawn import DrawnRandom, check_programs
 from programs.sparse import LIMITS, MAX_TERMS, SparseSource, random_state, random_width
-from support.dense import amplitudes, reset_record, vector
+from support.dense import reset_record, vector
 from support.sparse_pair import SparsePair, blank, open_sparse_pair
 
-PROGRAMS_EACH = 100
+BATCHES = 4
+PROGRAMS_EACH = 500
 PART = 0xFFFFFFFF  # what a call takes of a mask
 
 
@@ -88,13 +88,15 @@ def keep_width(source: SparseSource, model: SparseModel) -> None:
         source.resize(model.num_qubits)
 
 
-def drive(engine: ModuleType, rng: random.Random) -> None:
+def drive(engine: ModuleType, rng: DrawnRandom) -> SparsePair:
     """One filter's life: a reset as a rule, then records and calls, and a look at the order."""
     source = SparseSource(rng, random_width(rng))
     with open_sparse_pair(engine, rng.getrandbits(32)) as pair:
         if rng.random() < 0.97:
             pair.reset(source.num_qubits)
-        for _ in range(rng.choice((5, 15, 30, 45))):
+            if rng.random() < 0.3:
+                pair.load(random_state(rng, source.num_qubits))
+        for _ in range(rng.length(48)):
             pair.run([source.record()])
             keep_width(source, pair.model)
             if len(pair.model.terms) > MAX_TERMS:
@@ -105,6 +107,7 @@ def drive(engine: ModuleType, rng: random.Random) -> None:
                 peek(rng, pair)
         pair.run([close_jump(pair)])
         pair.compare_order()
+        return pair
 
 
 def close_jump(pair: SparsePair) -> Record:
@@ -112,10 +115,40 @@ def close_jump(pair: SparsePair) -> Record:
     return tagged(LABEL, target_mask=pair.model.open_label)
 
 
-@pytest.mark.parametrize("batch", range(40))
-def test_random_programs(engine: ModuleType, rng: random.Random, batch: int) -> None:  # noqa: ARG001
-    for _ in range(PROGRAMS_EACH):
-        drive(engine, rng)
+class Reached:
+    """Counts what a batch of programs comes to.
+
+    They would test little if their states were plain or their lists short.
+    """
+
+    def __init__(self) -> None:
+        self.failures: Counter[str] = Counter()
+        self.found: Counter[str] = Counter()
+
+    def count(self, pair: SparsePair) -> None:
+        terms = pair.model.terms
+        keys = [term.key for term in terms]
+        self.found["long"] += len(keys) > 16
+        self.found["unsorted"] += keys != sorted(keys)
+        self.found["repeated"] += len(set(keys)) < len(keys)
+        self.found["wide"] += max(keys, default=0) > 1 << 33
+        self.found["stored zero"] += any(term.amplitude == (0.0, 0.0) for term in terms)
+        self.found["not a number"] += any(part != part for t in terms for part in t.amplitude)
+        self.found["flags"] += any(pair.model.flags.get(flag) for flag in range(2, 40))
+        self.failures.update(re.sub("0x[0-9a-f]+|-?[0-9]+", "#", text) for text in pair.failures)
+
+    def check(self) -> None:
+        assert len(self.failures) == 7, self.failures
+        assert min(self.found.values()) >= 5, self.found
+        assert self.found["unsorted"] > PROGRAMS_EACH // 4, self.found
+        assert self.found["not a number"] < PROGRAMS_EACH // 6, self.found
+
+
+@pytest.mark.parametrize("batch", range(BATCHES))
+def test_random_programs(engine: ModuleType, batch: int) -> None:
+    reached = Reached()
+    check_programs(lambda rng: reached.count(drive(engine, rng)), PROGRAMS_EACH, batch)
+    reached.check()
 
 
 @pytest.mark.parametrize("number", range(10))
@@ -161,42 +194,3 @@ def test_long_lists(engine: ModuleType, rng: random.Random, num_qubits: int) -> 
         pair.compare_pull(1 << num_qubits)
         steps = rng.sample(range(len(pair.model.terms) - 1), 200)
         assert pair.compare_order(steps, num_qubits)
-
-
-def modelled(rng: random.Random, failures: Counter[str]) -> SparseModel:
-    """A model at the end of a program that goes on after failures, which are counted."""
-    source = SparseSource(rng, random_width(rng))
-    model = SparseModel(Generator(1))
-    model.run([reset_record(source.num_qubits)])
-    if rng.random() < 0.3:
-        model.push(amplitudes(random_state(rng, source.num_qubits)), 0)
-    for _ in range(30):
-        try:
-            model.run([source.record()])
-        except ModelError as error:
-            failures[re.sub("0x[0-9a-f]+|-?[0-9]+", "#", str(error))] += 1
-        keep_width(source, model)
-        if len(model.terms) > MAX_TERMS:
-            break
-    return model
-
-
-def test_the_programs_reach_what_they_are_for(rng: random.Random) -> None:
-    """The random programs would compare little if their states were plain or their lists short."""
-    failures: Counter[str] = Counter()
-    found: Counter[str] = Counter()
-    for _ in range(1000):
-        model = modelled(rng, failures)
-        keys = [term.key for term in model.terms]
-        found["long"] += len(keys) > 16
-        found["unsorted"] += keys != sorted(keys)
-        found["repeated"] += len(set(keys)) < len(keys)
-        found["wide"] += max(keys, default=0) > 1 << 33
-        found["stored zero"] += any(term.amplitude == (0.0, 0.0) for term in model.terms)
-        found["not a number"] += any(part != part for t in model.terms for part in t.amplitude)
-        found["flags"] += any(model.flags.get(flag) for flag in range(2, 40))
-        found["skipping"] += model.open_label != 0
-    assert len(failures) == 7, failures
-    assert min(found.values()) >= 10, found
-    assert found["unsorted"] > 250, found
-    assert found["not a number"] < 150, found

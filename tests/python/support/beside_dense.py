@@ -21,8 +21,10 @@ class DenseAnd(Generic[Other]):
         self.num_qubits = num_qubits
         self.dense = dense
         self.other = other
+        self.history: list[Record] = []
 
     def run(self, *records: Record) -> None:
+        self.history += records
         self.dense.run_records(records)
         self.other.run_records(records)
 
@@ -31,9 +33,9 @@ class DenseAnd(Generic[Other]):
             assert self.other.flags(first, 32) == self.dense.flags(first, 32)
 
 
-def draw_kinds(rng: random.Random, weights: dict[Kind, int], count: int) -> list[Kind]:
-    """Kinds of steps of a program, drawn by their weights."""
-    return rng.choices(list(weights), weights=list(weights.values()), k=count)
+def draw_kind(rng: random.Random, weights: dict[Kind, int]) -> Kind:
+    """The kind of a program's next step, drawn by the weights."""
+    return rng.choices(list(weights), weights=list(weights.values()))[0]
 
 
 def top_letter(product: Record) -> int:

@@ -12,10 +12,12 @@ from models.flags import CAPACITY
 from models.opcodes import EXTEND, RESET, SWAP
 from models.tableau import Row, Tableau, visible_qubits
 from models.wire import Record, tagged
+from programs.drawn import noting
 from support.clifford import CliffordFilter
 from support.driver import failure_of
+from support.flag_windows import FlagWindows
 
-# Where flag numbers are compared, 32 at a time.
+# The first flags of the windows that are compared.
 FLAG_WINDOWS = (*range(-32, 224, 32), 99_999_980, 47_483_640, 54_775_790)
 
 
@@ -82,8 +84,8 @@ class CliffordPair:
         self.model = CliffordModel()
         self.drawn: list[int] = []  # every drawn outcome that has shown
         self.failures: list[str] = []
-        self._seen_flags: tuple[int, frozenset[int]] | None = None
-        self._words: dict[int, int] = {}
+        self.history: list[Record] = []
+        self._flag_windows = FlagWindows(FLAG_WINDOWS)
 
     def rows(self) -> list[Row]:
         """All rows of the model, none without a register."""
@@ -92,13 +94,11 @@ class CliffordPair:
     def run(self, records: list[Record]) -> str | None:
         """Runs one call on both sides and compares; answers the failure if it was one."""
         __tracebackhide__ = True
+        self.history += records
         answer = failure_of(lambda: self.filter.run_records(records))
         expected = failure_of(lambda: self.model.run(records))
-        assert answer == expected, f"{answer} instead of {expected} after {records}"
-        try:
-            self.compare()
-        except AssertionError as error:
-            raise AssertionError(f"after {records}: {error}") from None
+        assert answer == expected, f"{answer} instead of {expected}"
+        self.compare()
         if not isinstance(expected, str):
             return None
         self.failures.append(expected)
@@ -121,20 +121,7 @@ class CliffordPair:
         self.model.settle(0)
         expected = failure_of(self.model.text)
         assert text == expected, difference(text, expected)
-        for first, word in self._flag_words().items():
-            assert self.filter.flags(first, 32) == word, f"flags from {first} on"
-
-    def _flag_words(self) -> dict[int, int]:
-        """What the windows hold, worked out anew only when a flag has been stored."""
-        flags = self.model.flags
-        stored = flags.num_words, frozenset(flags.ones)
-        if self._seen_flags != stored:
-            self._seen_flags = stored
-            self._words = {
-                first: sum(flags.get(first + bit) << bit for bit in range(32))
-                for first in FLAG_WINDOWS
-            }
-        return self._words
+        self._flag_windows.compare(self.filter, self.model.flags)
 
     def _settle(self, tableau: Tableau, text: str) -> None:
         """Tells the model what the engine drew, as far as its signs and flags show that."""
@@ -179,6 +166,7 @@ def open_clifford_pair(engine: ModuleType, num_qubits: int | None = None) -> Ite
         if num_qubits is not None:
             pair.filter.reset(num_qubits)
             pair.model.run([tagged(RESET, target_mask=num_qubits)])
-        yield pair
+        with noting(pair.history):
+            yield pair
     finally:
         pair.filter.close()

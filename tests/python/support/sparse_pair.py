@@ -15,15 +15,17 @@ from models.arithmetic import Amplitude, Generator, probability
 from models.opcodes import SWAP
 from models.sparse import SparseModel
 from models.wire import Record, set_bits, tagged
+from programs.drawn import noting
 from support.dense import Vector, amplitudes, reset_record, to_array, vector
 from support.driver import failure_of
+from support.flag_windows import FlagWindows
 from support.sparse import SparseFilter, assert_same_amplitudes, flip_records
 
 # Up to this index a whole state is pulled at every comparison.
 NARROW = 256
 # Up to so many qubits in which the terms differ the order of the whole list is compared.
 ORDER_QUBITS = 12
-# Where flag numbers are compared, 32 at a time.
+# The first flags of the windows that are compared.
 FLAG_WINDOWS = (-64, -32, 0, 32, 99_999_990, -100_000_010)
 
 
@@ -78,6 +80,9 @@ class SparsePair:
     def __init__(self, engine: ModuleType, seed: int) -> None:
         self.filter = SparseFilter(engine)
         self.model = SparseModel(Generator(seed))
+        self.history: list[Record] = []
+        self.failures: list[str] = []
+        self._flag_windows = FlagWindows(FLAG_WINDOWS)
         engine.random_seed(0, seed)
 
     def run(self, records: Iterable[Record]) -> None:
@@ -86,18 +91,24 @@ class SparsePair:
             self._run_one(record)
 
     def _run_one(self, record: Record) -> None:
+        self.history.append(record)
         packed = to_array([record])
-        self._both(
+        answer = self._both(
             lambda: self.filter.call("put_instructions", packed, 1),
             lambda: self.model.run([record]),
         )
+        if answer is not None:
+            self.failures.append(answer)
 
     def reset(self, num_qubits: int) -> None:
         self.run([reset_record(num_qubits)])
 
-    def _both(self, real: Callable[[], Any], modelled: Callable[[], Any]) -> None:
-        same("answer", failure_of(real), failure_of(modelled))
+    def _both(self, real: Callable[[], Any], modelled: Callable[[], Any]) -> Any:
+        """Makes a call on both sides and compares; returns the answer or the failure."""
+        answer = failure_of(modelled)
+        same("answer", failure_of(real), answer)
         self.compare()
+        return answer
 
     # Calls that change the state.
 
@@ -170,9 +181,7 @@ class SparsePair:
             self.compare_pull(max(indices, default=0) + 1)
         elif not self.model.open_label:
             self._compare_unranked()
-        for first in FLAG_WINDOWS:
-            expected = sum(self.model.flags.get(first + bit) << bit for bit in range(32))
-            same(f"flags from {first} on", self.filter.flags(first, 32), expected)
+        self._flag_windows.compare(self.filter, self.model.flags)
 
     def _indices(self) -> list[int]:
         return [term.key >> 1 for term in self.model.terms]
@@ -240,6 +249,7 @@ def open_sparse_pair(engine: ModuleType, seed: int) -> Iterator[SparsePair]:
     """A sparse filter beside its model, both without a register; freed at the end."""
     pair = SparsePair(engine, seed)
     try:
-        yield pair
+        with noting(pair.history):
+            yield pair
     finally:
         pair.filter.close()

@@ -1,7 +1,9 @@
-/// The gates with a target bit: NOT, CNOT, Hadamard and the two kinds of 2x2 matrix.
-#include "dense/blocks/core_block.h"
+#include "dense/blocks/kernels/gates.h"
+
+#include <cstring>
+
+#include "dense/blocks/kernels/phases.h"
 #include "dense/blocks/kernels/slot_walk.h"
-#include "dense/blocks/store.h"
 
 namespace Nimbrel {
 namespace {
@@ -10,13 +12,8 @@ namespace {
 constexpr double one_over_root_two = 0x1.6a09e667f3bccp-1;
 static_assert(std::bit_cast<unsigned long>(one_over_root_two) == 0x3FE6A09E667F3BCCUL);
 
-// A pair operation takes x and y in registers and tells whether they changed. `changed` collects
-// that over the whole walk.
-
-/// NOT and CNOT. Equal amplitudes are exchanged like any: to compare them costs more than to store.
+/// NOT and CNOT. Equal amplitudes are exchanged too: comparing them costs more than the store.
 struct ExchangeOp {
-    static constexpr bool changed = true;
-
     template <typename Amplitudes>
     bool operator()(Amplitudes& x, Amplitudes& y) const {
         std::swap(x, y);
@@ -24,21 +21,8 @@ struct ExchangeOp {
     }
 };
 
-/// NOT where it matters whether a block has changed.
-struct WatchedExchangeOp {
-    bool changed = false;
-
-    template <typename Amplitudes>
-    bool operator()(Amplitudes& x, Amplitudes& y) {
-        if ((x ^ y).is_zero_bits()) return false;
-        std::swap(x, y);
-        return changed = true;
-    }
-};
-
 struct HadamardOp {
-    static constexpr bool changed = true;
-    __m256d root = in_all_lanes(one_over_root_two);
+    WidestAmplitudes root = WidestAmplitudes::broadcast(one_over_root_two);
 
     template <typename Amplitudes>
     bool operator()(Amplitudes& x, Amplitudes& y) const {
@@ -51,10 +35,11 @@ struct HadamardOp {
     }
 };
 
-struct ComplexMatrix2x2 {
+struct ComplexFactors {
     ComplexFactor m00, m01, m10, m11;
 
-    explicit ComplexMatrix2x2(const complex_t* m) : m00(m[0]), m01(m[1]), m10(m[2]), m11(m[3]) {}
+    explicit ComplexFactors(const std::array<complex_t, 4>& m)
+        : m00(m[0]), m01(m[1]), m10(m[2]), m11(m[3]) {}
 
     template <typename Amplitudes>
     void apply(Amplitudes& x, Amplitudes& y) const {
@@ -64,42 +49,38 @@ struct ComplexMatrix2x2 {
     }
 };
 
-struct RealMatrix2x2 {
-    __m256d m0, m1, m2, m3;
+struct RealFactors {
+    WidestAmplitudes m00, m01, m10, m11;
 
-    explicit RealMatrix2x2(const double* m)
-        : m0(in_all_lanes(m[0])),
-          m1(in_all_lanes(m[1])),
-          m2(in_all_lanes(m[2])),
-          m3(in_all_lanes(m[3])) {}
+    explicit RealFactors(const std::array<complex_t, 4>& m)
+        : m00(WidestAmplitudes::broadcast(m[0].re)),
+          m01(WidestAmplitudes::broadcast(m[1].re)),
+          m10(WidestAmplitudes::broadcast(m[2].re)),
+          m11(WidestAmplitudes::broadcast(m[3].re)) {}
 
     template <typename Amplitudes>
     void apply(Amplitudes& x, Amplitudes& y) const {
         const Amplitudes old_x = x;
-        x = Amplitudes::fused(Amplitudes::of(m0), old_x, Amplitudes::of(m1) * y);
-        y = Amplitudes::fused(old_x, Amplitudes::of(m2), Amplitudes::of(m3) * y);
+        x = Amplitudes::fused(Amplitudes::of(m00), old_x, Amplitudes::of(m01) * y);
+        y = Amplitudes::fused(old_x, Amplitudes::of(m10), Amplitudes::of(m11) * y);
     }
 };
 
-/// x and y of a pair after an operation, and whether they are to be stored.
+/// A pair after an operation, and whether it has to be stored.
 template <typename Amplitudes>
 struct Applied {
     Amplitudes x;
     Amplitudes y;
     bool changed;
+
+    [[gnu::always_inline]] bool store_in(Amplitudes& to_x, Amplitudes& to_y) const {
+        to_x = x;
+        to_y = y;
+        return changed;
+    }
 };
 
-/// Puts a result into the registers of a walk and into its note of changes.
-template <typename Amplitudes>
-[[gnu::always_inline]] inline bool take(const Applied<Amplitudes>& applied, Amplitudes& x,
-                                        Amplitudes& y, bool& changed) {
-    x = applied.x;
-    y = applied.y;
-    changed = changed || applied.changed;
-    return applied.changed;
-}
-
-/// A pair that is zero in all bits stays as it is: a product could turn it into a negative zero.
+/// A pair that is zero in all bits stays as it is: a product could make it a negative zero.
 template <typename Matrix>
 Applied<OneAmplitude> apply_to_one(const Matrix& matrix, OneAmplitude x, OneAmplitude y) {
     if ((x | y).is_zero_bits()) return {x, y, false};
@@ -107,8 +88,8 @@ Applied<OneAmplitude> apply_to_one(const Matrix& matrix, OneAmplitude x, OneAmpl
     return {x, y, true};
 }
 
-/// Two pairs of which any amplitude may be special. Out of line, and given the matrix in memory:
-/// walks keep their own copy of it in registers.
+/// Two pairs in which any amplitude may be zero. Out of line, with the matrix in memory: the walk
+/// keeps its own copy of the matrix in registers.
 template <typename Matrix>
 [[gnu::noinline]] Applied<TwoAmplitudes> apply_with_care(const Matrix& matrix, TwoAmplitudes x,
                                                          TwoAmplitudes y) {
@@ -127,59 +108,51 @@ template <typename Matrix>
 template <typename Matrix>
 struct MatrixOp {
     Matrix matrix;
-    const Matrix* kept;
-    bool changed = false;
+    const Matrix* in_memory;
 
-    bool operator()(OneAmplitude& x, OneAmplitude& y) {
-        return take(apply_to_one(matrix, x, y), x, y, changed);
+    bool operator()(OneAmplitude& x, OneAmplitude& y) const {
+        return apply_to_one(matrix, x, y).store_in(x, y);
     }
 
-    [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) {
+    [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) const {
         if ((x | y).may_have_zero_bits()) [[unlikely]] {
-            return take(apply_with_care(*kept, x, y), x, y, changed);
+            return apply_with_care(*in_memory, x, y).store_in(x, y);
         }
         matrix.apply(x, y);
-        return changed = true;
+        return true;
     }
 };
 
 /// A complex matrix with zeros in it, as a pair operation. `Shape` leaves out the products by these
-/// zeros. They would add a zero to each lane, which matters to a lane that is zero itself, for its
-/// sign, and in the presence of infinities; where the short result may be either, `kept` gives the
-/// full one.
+/// zeros. Such a product adds a zero to each lane, which matters for the sign of a lane that is
+/// zero and for infinities. Where the short result may differ, `full` gives the whole one.
 template <typename Shape>
 struct SparseMatrixOp {
     Shape shape;
-    const ComplexMatrix2x2* kept;
-    bool changed = false;
+    const ComplexFactors* full;
 
-    bool operator()(OneAmplitude& x, OneAmplitude& y) {
-        return take(apply_to_one(*kept, x, y), x, y, changed);
+    bool operator()(OneAmplitude& x, OneAmplitude& y) const {
+        return apply_to_one(*full, x, y).store_in(x, y);
     }
 
-    [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) {
+    [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) const {
         TwoAmplitudes new_x = x;
         TwoAmplitudes new_y = y;
         shape.apply(new_x, new_y);
-        // One look at both: a zero or an infinity in either shows in the product.
+        // One test for both: a zero or an infinity in either shows in the product.
         if (!(new_x * new_y).has_plain_lanes()) [[unlikely]] {
-            return take(apply_with_care(*kept, x, y), x, y, changed);
+            return apply_with_care(*full, x, y).store_in(x, y);
         }
         x = new_x;
         y = new_y;
-        return changed = true;
+        return true;
     }
 };
 
-/// Zeros beside the diagonal: rotations about Z.
 struct DiagonalShape {
     ComplexFactor m00, m11;
 
-    explicit DiagonalShape(const complex_t* m) : m00(m[0]), m11(m[3]) {}
-
-    static bool fits(const complex_t* m) {
-        return m[1].re == 0.0 && m[1].im == 0.0 && m[2].re == 0.0 && m[2].im == 0.0;
-    }
+    explicit DiagonalShape(const std::array<complex_t, 4>& m) : m00(m[0]), m11(m[3]) {}
 
     void apply(TwoAmplitudes& x, TwoAmplitudes& y) const {
         x = m00.times(x);
@@ -187,19 +160,15 @@ struct DiagonalShape {
     }
 };
 
-/// Real numbers on the diagonal and imaginary ones beside it: rotations about X, and Y.
 struct CrossedShape {
-    __m256d m00, m01, m10, m11;  ///< m01 and m10 as what they multiply the exchanged lanes by
+    WidestAmplitudes m00, m11;
+    WidestAmplitudes m01, m10;  ///< factors of the swapped lanes
 
-    explicit CrossedShape(const complex_t* m)
-        : m00(in_all_lanes(m[0].re)),
-          m01(in_both(-m[1].im, m[1].im)),
-          m10(in_both(-m[2].im, m[2].im)),
-          m11(in_all_lanes(m[3].re)) {}
-
-    static bool fits(const complex_t* m) {
-        return m[0].im == 0.0 && m[1].re == 0.0 && m[2].re == 0.0 && m[3].im == 0.0;
-    }
+    explicit CrossedShape(const std::array<complex_t, 4>& m)
+        : m00(WidestAmplitudes::broadcast(m[0].re)),
+          m11(WidestAmplitudes::broadcast(m[3].re)),
+          m01(WidestAmplitudes::broadcast(-m[1].im, m[1].im)),
+          m10(WidestAmplitudes::broadcast(-m[2].im, m[2].im)) {}
 
     void apply(TwoAmplitudes& x, TwoAmplitudes& y) const {
         const TwoAmplitudes turned_x = x.swapped() * TwoAmplitudes::of(m10);
@@ -209,60 +178,76 @@ struct CrossedShape {
     }
 };
 
+template <typename PairOp>
+bool walk_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n,
+               const PairOp& op) {
+    if (gate.target != 0) return walk_target(lower, n, gate.target, gate.controls, op);
+    return upper != nullptr && walk_two_blocks(lower, upper, n, gate.controls, op);
+}
+
+/// Whether the two amplitudes of any pair differ in any bit.
+bool any_pair_differs(unsigned long target, const complex_t* lower, const complex_t* upper,
+                      unsigned long n) {
+    if (target == 0) return upper != nullptr && std::memcmp(lower, upper, n * sizeof *lower) != 0;
+    for (unsigned long x = 0; x < n && target < n; x += 2 * target) {
+        const unsigned long y = x + target;
+        const unsigned long length = y < n ? std::min(target, n - y) : 0;
+        if (std::memcmp(lower + x, lower + y, length * sizeof *lower) != 0) return true;
+    }
+    return false;
+}
+
+bool is_zero(complex_t entry) { return entry.re == 0.0 && entry.im == 0.0; }
+
 }  // namespace
 
-template <typename PairOp>
-void CoreBlock::run_pair_gate(unsigned long target_mask, unsigned long cond_mask,
-                              unsigned long cond_neg_mask, PairOp& op) {
-    const SlotCondition cond(cond_mask, cond_neg_mask);
-    CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
-    if (target_mask != 0) {
-        walk_target(block_data, num_terms, target_mask, cond, op);
-        return unlock(op.changed, buddy);
+ComplexMatrix2x2 ComplexMatrix2x2::of(const complex_t* m) {
+    const bool diagonal = is_zero(m[1]) && is_zero(m[2]);
+    const bool crossed = m[0].im == 0.0 && m[1].re == 0.0 && m[2].re == 0.0 && m[3].im == 0.0;
+    return {.kind = diagonal  ? GateKind::diagonal_matrix
+                    : crossed ? GateKind::crossed_matrix
+                              : GateKind::complex_matrix,
+            .entries = {m[0], m[1], m[2], m[3]}};
+}
+
+bool apply_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n) {
+    switch (gate.kind) {
+        case GateKind::exchange:
+            walk_gate(gate, lower, upper, n, ExchangeOp{});
+            return true;
+        case GateKind::compared_exchange:
+            if (!any_pair_differs(gate.target, lower, upper, n)) return false;
+            walk_gate(gate, lower, upper, n, ExchangeOp{});
+            return true;
+        case GateKind::hadamard:
+            walk_gate(gate, lower, upper, n, HadamardOp{});
+            return true;
+        case GateKind::complex_matrix: {
+            const ComplexFactors factors(gate.matrix);
+            return walk_gate(gate, lower, upper, n, MatrixOp<ComplexFactors>{factors, &factors});
+        }
+        case GateKind::diagonal_matrix: {
+            const ComplexFactors factors(gate.matrix);
+            const SparseMatrixOp<DiagonalShape> op{DiagonalShape(gate.matrix), &factors};
+            return walk_gate(gate, lower, upper, n, op);
+        }
+        case GateKind::crossed_matrix: {
+            const ComplexFactors factors(gate.matrix);
+            const SparseMatrixOp<CrossedShape> op{CrossedShape(gate.matrix), &factors};
+            return walk_gate(gate, lower, upper, n, op);
+        }
+        case GateKind::real_matrix: {
+            const RealFactors factors(gate.matrix);
+            return walk_gate(gate, lower, upper, n, MatrixOp<RealFactors>{factors, &factors});
+        }
+        case GateKind::phase:
+            multiply_slots(lower, n, gate.controls, gate.matrix[3]);
+            return true;
+        case GateKind::sign_flip:
+            flip_slot_signs(lower, n, gate.controls);
+            return true;
     }
-    if (buddy != nullptr) walk_two_blocks(block_data, buddy->block_data, num_terms, cond, op);
-    unlock(op.changed, buddy);
-    set_op_buddy(nullptr);
-}
-
-// A change matters to blocks on disk alone, which have to be written back for it.
-void CoreBlock::op_not_worker(unsigned long target_mask) {
-    if (block_store->all_in_ram()) {
-        ExchangeOp op;
-        run_pair_gate(target_mask, 0, 0, op);
-    } else {
-        WatchedExchangeOp op;
-        run_pair_gate(target_mask, 0, 0, op);
-    }
-}
-
-void CoreBlock::op_cnot_worker(unsigned long target_mask, unsigned long cond_mask,
-                               unsigned long cond_neg_mask) {
-    ExchangeOp op;
-    run_pair_gate(target_mask, cond_mask, cond_neg_mask, op);
-}
-
-void CoreBlock::op_had_worker(unsigned long target_mask, unsigned long cond_mask,
-                              unsigned long cond_neg_mask) {
-    HadamardOp op;
-    run_pair_gate(target_mask, cond_mask, cond_neg_mask, op);
-}
-
-void CoreBlock::op_complex2x2_worker(unsigned long target_mask, unsigned long cond_mask,
-                                     const complex_t* matrix, unsigned long cond_neg_mask) {
-    const ComplexMatrix2x2 factors(matrix);
-    const auto run = [&](auto op) { run_pair_gate(target_mask, cond_mask, cond_neg_mask, op); };
-    if (DiagonalShape::fits(matrix)) return run(SparseMatrixOp{DiagonalShape(matrix), &factors});
-    if (CrossedShape::fits(matrix)) return run(SparseMatrixOp{CrossedShape(matrix), &factors});
-    run(MatrixOp{factors, &factors});
-}
-
-void CoreBlock::op_real2x2_worker(unsigned long target_mask, unsigned long cond_mask,
-                                  const double* matrix, unsigned long cond_neg_mask) {
-    const RealMatrix2x2 factors(matrix);
-    MatrixOp<RealMatrix2x2> op{factors, &factors};
-    run_pair_gate(target_mask, cond_mask, cond_neg_mask, op);
+    return false;
 }
 
 }  // namespace Nimbrel

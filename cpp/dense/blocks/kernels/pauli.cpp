@@ -1,24 +1,24 @@
-/// The Pauli products on a block or a pair of blocks: rotation, measurement and its probability.
-///
-/// P takes the amplitude of slot j = i ^ x_mask to slot i, with a sign from the parity of i &
-/// z_mask and a power of i from the number of Y factors. Three kinds of walk:
-///
-///     no X inside the block      j = i               each slot by itself
-///     X inside the block         j = i ^ xl          each pair once, from the slot with w clear,
-///                                                    w the lowest bit of xl
-///     X among the block number   j = i ^ xl in the buddy, each slot of this block
-#include <bit>
+// Three walks, chosen by the X mask:
+//
+//     no X inside the block      j = i               each slot with itself
+//     X inside the block         j = i ^ xl          each pair once, from the slot with w clear,
+//                                                    w the lowest bit of xl
+//     X among the block number   j = i ^ xl in the other block, for each slot of this block
+#include "dense/blocks/kernels/pauli.h"
 
-#include "dense/blocks/core_block.h"
-#include "dense/blocks/kernels/slot_walk.h"
+#include <bit>
+#include <utility>
+
+#include "support/amplitudes.h"
+#include "support/bits.h"
 
 namespace Nimbrel {
 namespace {
 
-/// factor(v) = v * straight + swapped(v) * crossed: a product by 1, -i, -1 or i.
+/// Multiplies by 1, -i, -1 or i: v * straight + swapped(v) * crossed.
 struct PauliPhase {
-    __m256d straight;
-    __m256d crossed;
+    WidestAmplitudes straight;
+    WidestAmplitudes crossed;
 
     template <typename Amplitudes>
     Amplitudes times(Amplitudes v) const {
@@ -27,35 +27,38 @@ struct PauliPhase {
     }
 };
 
-/// The powers of -i, from the zeroth.
 PauliPhase power_of_minus_i(unsigned exponent) {
+    const auto lanes = [](double lane0, double lane1) {
+        return WidestAmplitudes::broadcast(lane0, lane1);
+    };
     switch (exponent % 4) {
         case 0:
-            return {in_both(1, 1), in_both(0, 0)};
+            return {lanes(1, 1), lanes(0, 0)};
         case 1:
-            return {in_both(0, 0), in_both(1, -1)};
+            return {lanes(0, 0), lanes(1, -1)};
         case 2:
-            return {in_both(-1, -1), in_both(0, 0)};
+            return {lanes(-1, -1), lanes(0, 0)};
         default:
-            return {in_both(0, 0), in_both(-1, 1)};
+            return {lanes(0, 0), lanes(-1, 1)};
     }
 }
 
 bool odd_parity(unsigned long bits) { return (std::popcount(bits) & 1) != 0; }
 
-/// The signs of a block's slots, by the parity of their term index under the Z mask.
+/// The signs of a block's slots: the parity of the term index under the Z mask.
 class SlotSigns {
   public:
-    /// `exchanged` is what j differs from i in, for the signs of slots j by their i.
-    SlotSigns(const CoreBlock& block, unsigned long z_mask, unsigned long exchanged)
+    /// `exchanged` is i ^ j, so that the signs of slots j can be asked by their i.
+    SlotSigns(unsigned long block_number, unsigned long num_block_qubits, unsigned long z_mask,
+              unsigned long exchanged)
         : z_mask_(z_mask) {
-        const unsigned long first = (block.thread_id << block.num_block_qubits) | exchanged;
+        const unsigned long first = (block_number << num_block_qubits) | exchanged;
         const double even = odd_parity(first & z_mask) ? -0.0 : 0.0;
         const double odd = -even;
-        // Of two neighbours the upper one has bit 0 set.
+        // Of two adjacent slots the upper one has bit 0 set.
         const bool differ = (z_mask & 1) != 0;
-        by_parity_[0] = _mm256_setr_pd(even, even, differ ? odd : even, differ ? odd : even);
-        by_parity_[1] = _mm256_setr_pd(odd, odd, differ ? even : odd, differ ? even : odd);
+        by_parity_[0] = adjacent(even, differ ? odd : even);
+        by_parity_[1] = adjacent(odd, differ ? even : odd);
     }
 
     template <typename Amplitudes>
@@ -64,57 +67,53 @@ class SlotSigns {
     }
 
   private:
+    static WidestAmplitudes adjacent(double lower, double upper) {
+        return TwoAmplitudes::join(OneAmplitude::broadcast(lower), OneAmplitude::broadcast(upper));
+    }
+
     unsigned long z_mask_;
-    __m256d by_parity_[2];
+    WidestAmplitudes by_parity_[2];
 };
 
-/// Where one product works: the block's slots i and the slots j that they exchange with.
-struct ProductPlace {
+/// The slots i of a product and the slots j that they exchange with.
+struct ProductSlots {
     complex_t* here;
     complex_t* there;  ///< the block of slot j
-    bool across;       ///< `there` is the buddy
+    bool across;       ///< `there` is another block
     unsigned long n;
     unsigned long xl;       ///< the X mask inside the block
     SlotSigns signs_here;   ///< of slots i, by i
     SlotSigns signs_there;  ///< of slots j, by i
 
-    ProductPlace(const CoreBlock& block, const CoreBlock* buddy, unsigned long x_mask,
-                 unsigned long z_mask)
-        : here(block.block_data),
-          there(buddy != nullptr ? buddy->block_data : block.block_data),
-          across(buddy != nullptr),
-          n(block.num_terms),
-          xl(x_mask & slot_mask(block.num_block_qubits)),
-          signs_here(block, z_mask, 0),
-          signs_there(buddy != nullptr ? *buddy : block, z_mask, xl) {}
+    explicit ProductSlots(const PauliProduct& p)
+        : here(p.here),
+          there(p.there != nullptr ? p.there : p.here),
+          across(p.there != nullptr),
+          n(p.n),
+          xl(p.x_mask & product_slot_mask(p.num_block_qubits)),
+          signs_here(p.here_number, p.num_block_qubits, p.z_mask, 0),
+          signs_there(across ? p.there_number : p.here_number, p.num_block_qubits, p.z_mask, xl) {}
 
-    /// The mask of the slot bits, with the block's qubits taken modulo 32: these kernels serve
-    /// blocks of fewer than 2^31 terms.
-    static unsigned long slot_mask(unsigned long block_qubits) {
-        const auto mask = static_cast<int>((1U << (block_qubits % 32)) - 1U);
-        return static_cast<unsigned long>(static_cast<long>(mask));
-    }
-
-    /// Whether two neighbouring slots exchange with two neighbours in the same order.
+    /// Whether two adjacent slots exchange with two adjacent slots in the same order.
     bool takes_two() const { return n >= 2 && (xl & 1) == 0; }
 };
 
-/// Visits all slots or pairs of a product in ascending order of i: `op.alone<A>(i)` where j is i,
-/// `op.pair<A>(i, j)` else. Where two are taken at a time they are i and i + 1.
+/// Visits all slots or pairs of a product in ascending order of i: `op.single<A>(i)` where j is i,
+/// else `op.pair<A>(i, j)`. With two amplitudes a call stands for i and i + 1.
 template <typename Amplitudes, typename Op>
-void visit_product(const ProductPlace& place, Op& op) {
+void visit_product(const ProductSlots& slots, Op& op) {
     constexpr unsigned long step = Amplitudes::count;
-    if (place.across) {
-        for (unsigned long i = 0; i < place.n; i += step) {
-            op.template pair<Amplitudes>(i, i ^ place.xl);
+    if (slots.across) {
+        for (unsigned long i = 0; i < slots.n; i += step) {
+            op.template pair<Amplitudes>(i, i ^ slots.xl);
         }
-    } else if (place.xl == 0) {
-        for (unsigned long i = 0; i < place.n; i += step) op.template alone<Amplitudes>(i);
+    } else if (slots.xl == 0) {
+        for (unsigned long i = 0; i < slots.n; i += step) op.template single<Amplitudes>(i);
     } else {
-        const unsigned long w = lowest_bit(place.xl);
-        for (unsigned long base = 0; base < place.n; base += 2 * w) {
+        const unsigned long w = lowest_bit(slots.xl);
+        for (unsigned long base = 0; base < slots.n; base += 2 * w) {
             for (unsigned long i = base; i < base + w; i += step) {
-                op.template pair<Amplitudes>(i, i ^ place.xl);
+                op.template pair<Amplitudes>(i, i ^ slots.xl);
             }
         }
     }
@@ -122,30 +121,30 @@ void visit_product(const ProductPlace& place, Op& op) {
 
 /// cos(t) - i sin(t) P.
 struct ProductRotation {
-    const ProductPlace& place;
-    SlotCondition cond;
+    const ProductSlots& slots;
+    SlotCondition controls;
     PauliPhase phase;
-    __m256d sine;
-    __m256d cosine;
+    WidestAmplitudes sine;
+    WidestAmplitudes cosine;
 
     template <typename Amplitudes>
-    void alone(unsigned long i) const {
-        if (!cond.holds(i)) return;
-        const auto u = Amplitudes::load(place.here + i);
-        turned(u, u, place.signs_here, i).store(place.here + i);
+    void single(unsigned long i) const {
+        if (!controls.holds(i)) return;
+        const auto u = Amplitudes::load(slots.here + i);
+        turned(u, u, slots.signs_here, i).store(slots.here + i);
     }
 
     template <typename Amplitudes>
     void pair(unsigned long i, unsigned long j) const {
-        if (!cond.holds(i)) return;
-        const auto u = Amplitudes::load(place.here + i);
-        const auto w = Amplitudes::load(place.there + j);
-        turned(u, w, place.signs_here, i).store(place.here + i);
-        turned(w, u, place.signs_there, i).store(place.there + j);
+        if (!controls.holds(i)) return;
+        const auto u = Amplitudes::load(slots.here + i);
+        const auto w = Amplitudes::load(slots.there + j);
+        turned(u, w, slots.signs_here, i).store(slots.here + i);
+        turned(w, u, slots.signs_there, i).store(slots.there + j);
     }
 
   private:
-    /// The sign comes after the product by the sine, and nothing here is fused but the phase.
+    /// The sign is applied after the product by the sine. Only the phase is fused.
     template <typename Amplitudes>
     Amplitudes turned(Amplitudes own, Amplitudes other, const SlotSigns& signs,
                       unsigned long slot) const {
@@ -154,24 +153,24 @@ struct ProductRotation {
     }
 };
 
-/// 1 + P or 1 - P, not scaled.
+/// 1 + P or 1 - P, not normalised.
 struct ProductProjection {
-    const ProductPlace& place;
+    const ProductSlots& slots;
     PauliPhase phase;
-    __m256d outcome;
+    WidestAmplitudes outcome;
 
     template <typename Amplitudes>
-    void alone(unsigned long i) const {
-        const auto u = Amplitudes::load(place.here + i);
-        projected(u, u, place.signs_here, i).store(place.here + i);
+    void single(unsigned long i) const {
+        const auto u = Amplitudes::load(slots.here + i);
+        projected(u, u, slots.signs_here, i).store(slots.here + i);
     }
 
     template <typename Amplitudes>
     void pair(unsigned long i, unsigned long j) const {
-        const auto u = Amplitudes::load(place.here + i);
-        const auto w = Amplitudes::load(place.there + j);
-        projected(u, w, place.signs_here, i).store(place.here + i);
-        projected(w, u, place.signs_there, i).store(place.there + j);
+        const auto u = Amplitudes::load(slots.here + i);
+        const auto w = Amplitudes::load(slots.there + j);
+        projected(u, w, slots.signs_here, i).store(slots.here + i);
+        projected(w, u, slots.signs_there, i).store(slots.there + j);
     }
 
   private:
@@ -183,31 +182,28 @@ struct ProductProjection {
     }
 };
 
-/// The squared norm of (1 + P) on the state. One slot at a time: the order of the sum is part of
-/// the result.
+/// The squared norm of (1 + P) applied to the state. One slot at a time: the order of the sum is
+/// part of the result.
 struct ProductNorm {
     PauliPhase phase;
-    const ProductPlace& place;
-    OneAmplitude sum{_mm_setzero_pd()};
+    const ProductSlots& slots;
+    OneAmplitude sum = OneAmplitude::zero();
 
     template <typename Amplitudes>
-    void alone(unsigned long i) {
-        const auto u = Amplitudes::load(place.here + i);
-        add(u, u, place.signs_here, i);
+    void single(unsigned long i) {
+        const auto u = Amplitudes::load(slots.here + i);
+        add(u, u, slots.signs_here, i);
     }
 
     template <typename Amplitudes>
     void pair(unsigned long i, unsigned long j) {
-        const auto u = Amplitudes::load(place.here + i);
-        const auto w = Amplitudes::load(place.there + j);
-        add(u, w, place.signs_here, i);
-        add(w, u, place.signs_there, i);
+        const auto u = Amplitudes::load(slots.here + i);
+        const auto w = Amplitudes::load(slots.there + j);
+        add(u, w, slots.signs_here, i);
+        add(w, u, slots.signs_there, i);
     }
 
-    double quarter() const {
-        const OneAmplitude part = sum * OneAmplitude::of(in_all_lanes(0.25));
-        return _mm_cvtsd_f64(_mm_add_sd(part.lanes, part.swapped().lanes));
-    }
+    double quarter() const { return (sum * OneAmplitude::broadcast(0.25)).lane_sum(); }
 
   private:
     void add(OneAmplitude own, OneAmplitude other, const SlotSigns& signs, unsigned long slot) {
@@ -216,70 +212,58 @@ struct ProductNorm {
     }
 };
 
-unsigned count_y_factors(unsigned long x_mask, unsigned long z_mask) {
-    return static_cast<unsigned>(std::popcount(x_mask & z_mask));
+unsigned count_y_factors(const PauliProduct& product) {
+    return static_cast<unsigned>(std::popcount(product.x_mask & product.z_mask));
 }
 
 }  // namespace
 
-void CoreBlock::op_ppr_worker(unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
-                              double sine, double cosine, unsigned long cond_neg_mask) {
-    CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
-    const ProductPlace place(*this, buddy, x_mask, z_mask);
-    // The rotation's own factor -i is one more power beside those of the Y factors.
-    const ProductRotation rotation{place, SlotCondition(cond_mask, cond_neg_mask),
-                                   power_of_minus_i(count_y_factors(x_mask, z_mask) + 1),
-                                   in_all_lanes(sine), in_all_lanes(cosine)};
-    if (place.takes_two() && ((cond_mask | cond_neg_mask) & 1) == 0) {
-        visit_product<TwoAmplitudes>(place, rotation);
+unsigned long product_slot_mask(unsigned long num_block_qubits) {
+    const auto mask = static_cast<int>((1U << (num_block_qubits % 32)) - 1U);
+    return static_cast<unsigned long>(static_cast<long>(mask));
+}
+
+void rotate_product(const PauliProduct& product, SlotCondition controls, double sine,
+                    double cosine) {
+    const ProductSlots slots(product);
+    // One more power of -i than the Y factors give: the rotation has a factor -i itself.
+    const ProductRotation rotation{slots, controls, power_of_minus_i(count_y_factors(product) + 1),
+                                   WidestAmplitudes::broadcast(sine),
+                                   WidestAmplitudes::broadcast(cosine)};
+    if (slots.takes_two() && ((controls.mask | controls.pattern) & 1) == 0) {
+        visit_product<TwoAmplitudes>(slots, rotation);
     } else {
-        visit_product<OneAmplitude>(place, rotation);
+        visit_product<OneAmplitude>(slots, rotation);
     }
-    unlock(true, buddy);
-    if (buddy != nullptr) set_op_buddy(nullptr);
 }
 
-void CoreBlock::op_ppm_worker(unsigned long x_mask, unsigned long z_mask, unsigned long measured) {
-    CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
-    const ProductPlace place(*this, buddy, x_mask, z_mask);
-    const ProductProjection projection{place, power_of_minus_i(count_y_factors(x_mask, z_mask)),
-                                       in_all_lanes(measured != 0 ? -1.0 : 1.0)};
-    if (place.takes_two()) {
-        visit_product<TwoAmplitudes>(place, projection);
+void project_product(const PauliProduct& product, unsigned long measured) {
+    const ProductSlots slots(product);
+    const ProductProjection projection{slots, power_of_minus_i(count_y_factors(product)),
+                                       WidestAmplitudes::broadcast(measured != 0 ? -1.0 : 1.0)};
+    if (slots.takes_two()) {
+        visit_product<TwoAmplitudes>(slots, projection);
     } else {
-        visit_product<OneAmplitude>(place, projection);
+        visit_product<OneAmplitude>(slots, projection);
     }
-    unlock(true, buddy);
-    if (buddy != nullptr) set_op_buddy(nullptr);
 }
 
-void CoreBlock::op_pps_worker(unsigned long x_mask, unsigned long z_mask, double* result) {
-    CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
-    const ProductPlace place(*this, buddy, x_mask, z_mask);
-    ProductNorm norm{power_of_minus_i(count_y_factors(x_mask, z_mask)), place};
-    visit_product<OneAmplitude>(place, norm);
-    unlock(false, buddy);
-    if (buddy != nullptr) set_op_buddy(nullptr);
-    *result = norm.quarter();
+double product_probability(const PauliProduct& product) {
+    const ProductSlots slots(product);
+    ProductNorm norm{power_of_minus_i(count_y_factors(product)), slots};
+    visit_product<OneAmplitude>(slots, norm);
+    return norm.quarter();
 }
 
-// The early way out leaves the lock counted, which no reader of the count minds.
-void CoreBlock::op_x_multi_worker(unsigned long target_bits, unsigned long condition_bits) {
-    CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
-    const unsigned long tl = target_bits & ProductPlace::slot_mask(num_block_qubits);
-    if (tl == 0) return;
-    complex_t* there = buddy != nullptr ? buddy->block_data : block_data;
-    const unsigned long once = buddy != nullptr ? 0 : lowest_bit(tl);
-    for (unsigned long i = 0; i < num_terms; ++i) {
-        if ((i & once) != 0 || (i & condition_bits) != condition_bits) continue;
-        std::swap(block_data[i], there[i ^ tl]);
+void exchange_slots(complex_t* here, complex_t* there, unsigned long n, unsigned long flips,
+                    unsigned long controls) {
+    // Inside one block each pair is exchanged from one of its slots only.
+    const unsigned long skipped = there == nullptr ? lowest_bit(flips) : 0;
+    complex_t* partner = there == nullptr ? here : there;
+    for (unsigned long i = 0; i < n; ++i) {
+        if ((i & skipped) != 0 || (i & controls) != controls) continue;
+        std::swap(here[i], partner[i ^ flips]);
     }
-    unlock(true, buddy);
-    if (buddy != nullptr) set_op_buddy(nullptr);
 }
 
 }  // namespace Nimbrel

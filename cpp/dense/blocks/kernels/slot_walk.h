@@ -1,45 +1,36 @@
-/// The order in which kernels visit the slots of a block.
+/// The order in which kernels visit the slots of a block. For the kernels and their tests only.
 ///
-/// A gate's slots come in runs: slots that differ only below the lowest bit that the gate fixes
-/// (its target and its conditions) have the same fate. The walks go from run to run without testing
-/// slot by slot, in ascending order, and take two amplitudes at a time wherever a run has two.
+/// A run is a range of slots that differ only below the lowest bit that the gate fixes, which is
+/// its target or a control. The condition holds for all slots of a run or for none. The walks go
+/// from run to run in ascending order, and load two amplitudes at a time where a run has two.
 ///
-/// Eight slots, target bit 1 (t = 2), no condition. Pairs (x, y):
+/// Eight slots, target bit 1 (t = 2), no controls. Pairs (x, y):
 ///
 ///     slot   0  1  2  3  4  5  6  7
 ///            x--|--y        x--|--y        (0,2) (1,3) (4,6) (5,7)
 ///               x-----y        x-----y
 ///
-/// The same with a condition on bit 0: only (1,3) and (5,7) take part, in runs of one.
+/// With a control on bit 0 the walk visits only (1,3) and (5,7), in runs of one slot.
+///
+/// A pair operation takes x and y in registers and returns whether they have to be stored. Each
+/// walk returns whether any pair was stored. A walk copies its operation into a local variable:
+/// the stores might alias the caller's, and its matrix would be loaded again for each pair.
 #pragma once
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <type_traits>
 #include <utility>
 
+#include "dense/blocks/kernels/slot_condition.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
 
-/// A quantum condition on slots: slot & mask == pattern.
-struct SlotCondition {
-    unsigned long mask;
-    unsigned long pattern;
-
-    SlotCondition(unsigned long cond_mask, unsigned long cond_neg_mask)
-        : mask(cond_mask), pattern(cond_mask ^ cond_neg_mask) {}
-
-    bool holds(unsigned long slot) const { return (slot & mask) == pattern; }
-
-    /// Whether any slot below `n` can have the pattern: not with a negation outside the mask, nor
-    /// with a control that no slot has.
-    bool can_hold(unsigned long n) const { return (pattern & ~(mask & (n - 1))) == 0; }
-};
-
 /// Calls `visit(first)` for each run of slots below `n`, ascending, in which the bits of `fixed`
-/// have the values of `pattern`. A run has `lowest_bit(fixed)` slots, all `n` without fixed bits.
+/// have the values of `pattern`. A run has `lowest_bit(fixed)` slots, or `n` when `fixed` is 0.
 /// Requires: `n` a power of two above `fixed`, `pattern` inside `fixed`.
 template <typename Visit>
 inline void for_each_run(unsigned long n, unsigned long fixed, unsigned long pattern,
@@ -48,8 +39,8 @@ inline void for_each_run(unsigned long n, unsigned long fixed, unsigned long pat
     const unsigned long lowest = lowest_bit(fixed);
     const unsigned long others = fixed ^ lowest;
     const unsigned long stretch = others == 0 ? n : lowest_bit(others);
-    // Between the second lowest fixed bit and the lowest the runs lie at equal distances. Above,
-    // counting with the held bits set carries over them, so only the free bits count.
+    // Below the second lowest fixed bit the runs lie at equal distances. Above it the outer loop
+    // counts through the free bits: the set bits of `held` carry the addition over the fixed bits.
     const unsigned long held = others | (stretch - 1);
     for (unsigned long free_bits = 0; free_bits < n; free_bits = ((free_bits | held) + 1) & ~held) {
         const unsigned long first = free_bits | pattern;
@@ -57,122 +48,167 @@ inline void for_each_run(unsigned long n, unsigned long fixed, unsigned long pat
     }
 }
 
-// The walks below stand or fall with their innermost steps being inlined, which the compiler does
-// not always choose for the larger operations.
+// The innermost steps are inlined by attribute: the compiler would leave the larger operations as
+// calls, which makes a real matrix 2.5 times slower.
 
 template <typename Amplitudes, typename PairOp>
-[[gnu::always_inline]] inline void apply_to_pair(complex_t* at_x, complex_t* at_y, PairOp& op) {
+[[gnu::always_inline]] inline bool apply_to_pair(complex_t* at_x, complex_t* at_y,
+                                                 const PairOp& op) {
     Amplitudes x = Amplitudes::load(at_x);
     Amplitudes y = Amplitudes::load(at_y);
-    if (!op(x, y)) return;
+    if (!op(x, y)) return false;
     x.store(at_x);
     y.store(at_y);
+    return true;
 }
 
-/// Two pairs of direct neighbours, four slots: sorted into a register of x and one of y and back.
+/// Two pairs of adjacent slots: the four amplitudes are sorted into one register of x and one of
+/// y, and back.
 template <typename PairOp>
-[[gnu::always_inline]] inline void apply_to_neighbours(complex_t* first, PairOp& op) {
-    const __m256d pair0 = TwoAmplitudes::load(first).lanes;
-    const __m256d pair1 = TwoAmplitudes::load(first + 2).lanes;
-    TwoAmplitudes x{_mm256_permute2f128_pd(pair0, pair1, 0x20)};
-    TwoAmplitudes y{_mm256_permute2f128_pd(pair0, pair1, 0x31)};
-    if (!op(x, y)) return;
-    TwoAmplitudes{_mm256_permute2f128_pd(x.lanes, y.lanes, 0x20)}.store(first);
-    TwoAmplitudes{_mm256_permute2f128_pd(x.lanes, y.lanes, 0x31)}.store(first + 2);
+[[gnu::always_inline]] inline bool apply_to_neighbours(complex_t* first, const PairOp& op) {
+    const TwoAmplitudes pair0 = TwoAmplitudes::load(first);
+    const TwoAmplitudes pair1 = TwoAmplitudes::load(first + 2);
+    TwoAmplitudes x = TwoAmplitudes::join_low(pair0, pair1);
+    TwoAmplitudes y = TwoAmplitudes::join_high(pair0, pair1);
+    if (!op(x, y)) return false;
+    TwoAmplitudes::join_low(x, y).store(first);
+    TwoAmplitudes::join_high(x, y).store(first + 2);
+    return true;
 }
 
-/// `length` pairs, x from `at_x` on and y from `at_y` on.
+/// `length` pairs, an even number: x from `at_x` on and y from `at_y` on.
 template <typename PairOp>
-[[gnu::always_inline]] inline void walk_pair_run(complex_t* at_x, complex_t* at_y,
-                                                 unsigned long length, PairOp& op) {
-    if (length == 1) return apply_to_pair<OneAmplitude>(at_x, at_y, op);
+[[gnu::always_inline]] inline bool walk_even_run(complex_t* at_x, complex_t* at_y,
+                                                 unsigned long length, const PairOp& op) {
+    bool changed = false;
 #pragma GCC unroll 4
     for (unsigned long i = 0; i < length; i += 2) {
-        apply_to_pair<TwoAmplitudes>(at_x + i, at_y + i, op);
+        changed |= apply_to_pair<TwoAmplitudes>(at_x + i, at_y + i, op);
     }
+    return changed;
 }
 
-/// The pairs at `distance` from each other whose x meets `cond`, in runs between the bits of
-/// `fixed`. With bit 0 fixed every other slot takes part, and one walk goes over all of them up to
-/// the next fixed bit.
+/// The same for a power of two, which may be 1.
 template <typename PairOp>
-inline void walk_fixed(complex_t* at_x, complex_t* at_y, unsigned long n, unsigned long fixed,
-                       unsigned long pattern, PairOp& op) {
+[[gnu::always_inline]] inline bool walk_pair_run(complex_t* at_x, complex_t* at_y,
+                                                 unsigned long length, const PairOp& op) {
+    if (length == 1) return apply_to_pair<OneAmplitude>(at_x, at_y, op);
+    return walk_even_run(at_x, at_y, length, op);
+}
+
+/// The pairs at a fixed distance whose x meets a condition, in runs between the bits of `fixed`.
+/// When bit 0 is fixed every second slot qualifies, and one loop visits all of them up to the next
+/// fixed bit.
+template <typename PairOp>
+inline bool walk_fixed(complex_t* at_x, complex_t* at_y, unsigned long n, unsigned long fixed,
+                       unsigned long pattern, const PairOp& op) {
     const unsigned long every_other = fixed & 1;
     const unsigned long rest = fixed & ~1UL;
     const unsigned long length = rest == 0 ? n : lowest_bit(rest);
+    const PairOp local_op = op;
+    bool changed = false;
     for_each_run(n, rest, pattern & ~1UL, [&](unsigned long first) {
-        if (every_other == 0) return walk_pair_run(at_x + first, at_y + first, length, op);
+        if (every_other == 0) {
+            changed |= walk_pair_run(at_x + first, at_y + first, length, local_op);
+            return;
+        }
 #pragma GCC unroll 2
         for (unsigned long i = first + (pattern & 1); i < first + length; i += 2) {
-            apply_to_pair<OneAmplitude>(at_x + i, at_y + i, op);
+            changed |= apply_to_pair<OneAmplitude>(at_x + i, at_y + i, local_op);
         }
     });
+    return changed;
 }
 
-/// Pairs of direct neighbours, t = 1. `cond` has bit 0 clear.
+/// Pairs of adjacent slots, t = 1. Requires: no control on bit 0.
 template <typename PairOp>
-void walk_neighbours(complex_t* data, unsigned long n, SlotCondition cond, PairOp& op) {
-    const unsigned long length = cond.mask == 0 ? n : lowest_bit(cond.mask);
-    for_each_run(n, cond.mask, cond.pattern, [&](unsigned long first) {
-        if (length == 2) return apply_to_pair<OneAmplitude>(data + first, data + first + 1, op);
+bool walk_neighbours(complex_t* data, unsigned long n, SlotCondition controls, const PairOp& op) {
+    const unsigned long length = controls.mask == 0 ? n : lowest_bit(controls.mask);
+    const PairOp local_op = op;
+    bool changed = false;
+    for_each_run(n, controls.mask, controls.pattern, [&](unsigned long first) {
+        if (length == 2) {
+            changed |= apply_to_pair<OneAmplitude>(data + first, data + first + 1, local_op);
+            return;
+        }
 #pragma GCC unroll 2
-        for (unsigned long i = 0; i < length; i += 4) apply_to_neighbours(data + first + i, op);
-    });
-}
-
-/// All pairs of a target bit without a condition. `Stride` is `unsigned long` or a constant of it.
-template <typename Stride, typename PairOp>
-void walk_all_pairs(complex_t* data, unsigned long n, Stride stride, PairOp& op) {
-    const unsigned long t = stride;
-    for (unsigned long base = 0; base < n; base += 2 * t) {
-#pragma GCC unroll 4
-        for (unsigned long i = base; i < base + t; i += 2) {
-            apply_to_pair<TwoAmplitudes>(data + i, data + i + t, op);
+        for (unsigned long i = 0; i < length; i += 4) {
+            changed |= apply_to_neighbours(data + first + i, local_op);
         }
-    }
+    });
+    return changed;
 }
 
-/// A stride that is no single bit, walked as the loops of a stride stand: the condition is tested
-/// at the first slot of each run, and a pair that would leave the block is left out.
+/// Strides from this one on share the code of their runs: a call is short beside a run, and
+/// another copy of the loop for every stride and gate took two thirds of the kernels' compile time.
+inline constexpr unsigned long shared_run_stride = 64;
+
 template <typename PairOp>
-void walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCondition cond,
-                     PairOp& op) {
-    const unsigned long run = cond.mask == 0 ? 1 : std::min(lowest_bit(cond.mask), t);
+[[gnu::noinline]] bool walk_shared_run(complex_t* at_x, complex_t* at_y, unsigned long length,
+                                       const PairOp& op) {
+    const PairOp local_op = op;
+    return walk_even_run(at_x, at_y, length, local_op);
+}
+
+/// All pairs of a target bit above bit 0, without controls. `Stride` is `unsigned long` or a
+/// `std::integral_constant` of it.
+template <typename Stride, typename PairOp>
+bool walk_all_pairs(complex_t* data, unsigned long n, Stride stride, const PairOp& op) {
+    const unsigned long t = stride;
+    bool changed = false;
+    if (t >= shared_run_stride) {
+        for (unsigned long base = 0; base < n; base += 2 * t) {
+            changed |= walk_shared_run(data + base, data + base + t, t, op);
+        }
+        return changed;
+    }
+    const PairOp local_op = op;
+    for (unsigned long base = 0; base < n; base += 2 * t) {
+        changed |= walk_even_run(data + base, data + base + t, t, local_op);
+    }
+    return changed;
+}
+
+/// A stride that is not a power of two. The condition is tested at the first slot of each run; a
+/// pair that would reach past the block is left out.
+template <typename PairOp>
+bool walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
+                     const PairOp& op) {
+    const unsigned long run = controls.mask == 0 ? 1 : std::min(lowest_bit(controls.mask), t);
+    bool changed = false;
     for (unsigned long base = 0; base < n && t < n; base += 2 * t) {
         for (unsigned long first = base; first < base + t; first += run) {
-            if (!cond.holds(first)) continue;
+            if (!controls.holds(first)) continue;
             for (unsigned long i = first; i < first + run && i + t < n; ++i) {
-                apply_to_pair<OneAmplitude>(data + i, data + i + t, op);
+                changed |= apply_to_pair<OneAmplitude>(data + i, data + i + t, op);
             }
         }
     }
+    return changed;
 }
 
-/// The pairs of a target bit under a condition, which is tested on x.
+/// The pairs of a target bit under controls, which are tested on x.
 template <typename PairOp>
-void walk_some_pairs(complex_t* data, unsigned long n, unsigned long t, SlotCondition cond,
-                     PairOp& op) {
-    if (t == 1 && (cond.mask & 1) == 0) return walk_neighbours(data, n, cond, op);
-    walk_fixed(data, data + t, n, cond.mask | t, cond.pattern, op);
+bool walk_some_pairs(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
+                     const PairOp& op) {
+    if (t == 1 && (controls.mask & 1) == 0) return walk_neighbours(data, n, controls, op);
+    return walk_fixed(data, data + t, n, controls.mask | t, controls.pattern, op);
 }
 
-/// The pairs of two blocks, slot by slot.
+/// Slot i of `lower` with slot i of `upper`.
 template <typename PairOp>
-void walk_two_blocks(complex_t* lower, complex_t* upper, unsigned long n, SlotCondition cond,
-                     PairOp& op) {
-    if (!cond.can_hold(n)) return;
-    PairOp in_registers = op;
-    walk_fixed(lower, upper, n, cond.mask & (n - 1), cond.pattern, in_registers);
-    op = in_registers;
+bool walk_two_blocks(complex_t* lower, complex_t* upper, unsigned long n, SlotCondition controls,
+                     const PairOp& op) {
+    if (!controls.can_hold(n)) return false;
+    return walk_fixed(lower, upper, n, controls.mask & (n - 1), controls.pattern, op);
 }
 
-/// Arms of compiled code with a constant stride: one for each single bit below this one.
+/// Number of single-bit strides that are constants of compiled code, from 2^0 up.
 inline constexpr std::size_t constant_strides = 31;
 
 template <typename Body, unsigned long Stride>
-void constant_arm(Body& body) {
-    body(std::integral_constant<unsigned long, Stride>{});
+auto constant_arm(Body& body) {
+    return body(std::integral_constant<unsigned long, Stride>{});
 }
 
 template <typename Body, std::size_t... Bits>
@@ -180,40 +216,31 @@ constexpr auto make_arms(std::index_sequence<Bits...> /*bits*/) {
     return std::array{&constant_arm<Body, 1UL << Bits>...};
 }
 
-/// Calls `body(stride)` with the stride as a constant of the compiled code, so that the addresses
-/// fold and the loops unroll, or as a run-time value from 2^31 up. Requires: a single bit.
+/// Returns `body(stride)` with the stride as a compile-time constant, so that addresses fold and
+/// loops unroll, or as a run-time value from 2^31 up. Requires: a power of two.
 template <typename Body>
-void with_constant_stride(unsigned long stride, Body&& body) {
+auto with_constant_stride(unsigned long stride, Body&& body) {
     using Arms = std::remove_reference_t<Body>;
     static constexpr auto arms = make_arms<Arms>(std::make_index_sequence<constant_strides>{});
     const auto bit = static_cast<std::size_t>(std::countr_zero(stride));
     if (bit < constant_strides) return arms[bit](body);
-    body(stride);
+    return body(stride);
 }
 
-/// The pairs of a target inside the block, x with its bit clear and y with it set. Without a
-/// condition, the gates that programs are made of, the stride is a constant; with one the runs
-/// between the fixed bits are what matters.
+/// The pairs of a target inside the block: x has the target bit clear and y has it set. Without
+/// controls the stride is a compile-time constant. With controls it is not, because the lengths of
+/// the runs decide the speed.
 template <typename PairOp>
-void walk_target(complex_t* data, unsigned long n, unsigned long t, SlotCondition cond,
-                 PairOp& op) {
-    if (!std::has_single_bit(t)) return walk_odd_stride(data, n, t, cond, op);
-    // A control on the target itself asks for its value in x, which is 0.
-    if (!cond.can_hold(n) || (cond.pattern & t) != 0 || t >= n) return;
-    cond.mask &= ~t & (n - 1);
-    PairOp in_registers = op;  // a copy that no pointer knows
-    if (cond.mask != 0) {
-        walk_some_pairs(data, n, t, cond, in_registers);
-    } else if (t == 1) {
-        walk_neighbours(data, n, cond, in_registers);
-    } else {
-        with_constant_stride(t, [&](auto stride) {
-            PairOp in_arm = in_registers;
-            walk_all_pairs(data, n, stride, in_arm);
-            in_registers = in_arm;
-        });
-    }
-    op = in_registers;
+bool walk_target(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
+                 const PairOp& op) {
+    if (!std::has_single_bit(t)) return walk_odd_stride(data, n, t, controls, op);
+    // A control on the target itself is tested on x, where the target bit is 0.
+    if (!controls.can_hold(n) || (controls.pattern & t) != 0 || t >= n) return false;
+    controls.mask &= ~t & (n - 1);
+    if (controls.mask != 0) return walk_some_pairs(data, n, t, controls, op);
+    if (t == 1) return walk_neighbours(data, n, controls, op);
+    return with_constant_stride(
+        t, [=, &op](auto stride) { return walk_all_pairs(data, n, stride, op); });
 }
 
 }  // namespace Nimbrel

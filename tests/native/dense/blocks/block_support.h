@@ -14,13 +14,12 @@
 #include <vector>
 
 #include "dense/blocks/core_block.h"
-#include "dense/blocks/kernels/scalar_kernels.h"
 #include "dense/blocks/store.h"
 #include "dense/blocks/team.h"
+#include "dense/scalar_gates.h"
+#include "dense/states.h"
 
 namespace Nimbrel::Testing {
-
-using State = std::vector<complex_t>;
 
 /// Who runs the tasks of a block: the caller, for want of threads, the block's own worker, or any
 /// worker of a team.
@@ -87,17 +86,6 @@ class Draws {
 
     std::mt19937_64 generator_;
 };
-
-/// A seed from the running test's own name.
-inline std::uint64_t seed_of_this_test() {
-    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-    const std::string name = std::string(info->test_suite_name()) + "." + info->name();
-    std::uint64_t hash = 14695981039346656037U;
-    for (const char letter : name) {
-        hash = (hash ^ static_cast<unsigned char>(letter)) * 1099511628211U;
-    }
-    return hash;
-}
 
 /// A test that draws, and tells its seed with every failure.
 class DrawingTest : public testing::Test {
@@ -181,24 +169,8 @@ class Blocks {
     std::array<std::unique_ptr<CoreBlock>, count> blocks_;
 };
 
-inline testing::AssertionResult same_bits(double actual, double expected) {
-    if (std::bit_cast<std::uint64_t>(actual) == std::bit_cast<std::uint64_t>(expected)) {
-        return testing::AssertionSuccess();
-    }
-    return testing::AssertionFailure() << std::hexfloat << actual << " is not " << expected;
-}
-
-/// Compares bit for bit, so the two zeros differ.
-inline testing::AssertionResult same_bits(const State& actual, const State& expected) {
-    if (actual.size() != expected.size()) return testing::AssertionFailure() << "sizes differ";
-    for (std::size_t i = 0; i < actual.size(); ++i) {
-        if (std::memcmp(&actual[i], &expected[i], sizeof(complex_t)) == 0) continue;
-        return testing::AssertionFailure()
-               << std::hexfloat << "amplitude " << i << " is (" << actual[i].re << ", "
-               << actual[i].im << ") and not (" << expected[i].re << ", " << expected[i].im << ")";
-    }
-    return testing::AssertionSuccess();
-}
+/// The same controls as the kernels take them.
+inline SlotCondition slots_of(Condition cond) { return {cond.mask, cond.pattern()}; }
 
 inline std::ostream& operator<<(std::ostream& out, const Condition& cond) {
     return out << " condition " << cond.mask << " negated " << cond.negation;

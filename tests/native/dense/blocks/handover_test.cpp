@@ -21,7 +21,7 @@ TEST_P(HandOver, TellsOfAnUnknownTaskAndServesTheNext) {
         EXPECT_EQ(printed, "Thread 3 got invalid task ID " + std::to_string(number) + ".\n");
         EXPECT_EQ(blocks[3].task_id, TASK_NONE);
         scalar_cz(blocks.slots(expected, 3), blocks.num_terms, {2, 0});
-        blocks[3].op_cz(2, 0);
+        blocks[3].op_cz({2, 2});
         EXPECT_TRUE(same_bits(blocks.contents(), expected));
     }
 }
@@ -29,10 +29,10 @@ TEST_P(HandOver, TellsOfAnUnknownTaskAndServesTheNext) {
 TEST_P(HandOver, WaitsInEitherWay) {
     Blocks blocks(handed_over_qubits, GetParam());
     State expected = blocks.fill(draws);
-    blocks[1].op_cz(0, 0);
+    blocks[1].op_cz({});
     blocks[1].wait_for_worker(false);
     EXPECT_EQ(blocks[1].task_id, TASK_NONE);
-    blocks[1].op_cz(1, 0);
+    blocks[1].op_cz({1, 1});
     blocks[1].wait_for_worker(true);
     EXPECT_EQ(blocks[1].task_id, TASK_NONE);
     scalar_cz(blocks.slots(expected, 1), blocks.num_terms, {});
@@ -44,7 +44,7 @@ TEST_P(HandOver, WaitsInEitherWay) {
 TEST_P(HandOver, HasRoomForOneTask) {
     Blocks blocks(handed_over_qubits, GetParam());
     State expected = blocks.fill(draws);
-    blocks[2].op_cz(4, 0);
+    blocks[2].op_cz({4, 4});
     for (int i = 0; i < 8; ++i) blocks[2].start_worker(TASK_OP_CZ);
     for (int i = 0; i < 9; ++i) {
         scalar_cz(blocks.slots(expected, 2), blocks.num_terms, {4, 0});
@@ -71,7 +71,7 @@ TEST_P(HandOver, WaitsForTheUpperBlockOfAPairToo) {
     for (int round = 0; round < 20; ++round) {
         State expected = blocks.fill(draws);
         blocks[1].set_op_buddy(&blocks[3]);
-        blocks[3].op_cz(0, 0);
+        blocks[3].op_cz({});
         blocks[1].finish();
         ASSERT_EQ(blocks[3].task_id, TASK_NONE);
         scalar_cz(blocks.slots(expected, 3), blocks.num_terms, {});
@@ -85,9 +85,9 @@ TEST_P(HandOver, WaitsForBothEndsBeforeAPairWorks) {
     Blocks blocks(handed_over_qubits, GetParam());
     for (int round = 0; round < 20; ++round) {
         State expected = blocks.fill(draws);
-        blocks[0].op_cz(1, 0);
-        blocks[2].op_cz(2, 0);
-        blocks.paired(0, 2).op_cnot(0, 0, 0);
+        blocks[0].op_cz({1, 1});
+        blocks[2].op_cz({2, 2});
+        blocks.paired(0, 2).op_cnot(0, {});
         blocks[0].finish();
         ASSERT_EQ(blocks[0].op_buddy, nullptr);
         scalar_cz(blocks.slots(expected, 0), blocks.num_terms, {1, 0});
@@ -103,8 +103,8 @@ TEST_P(HandOver, TakesTheNextTaskOfAPairsLowerBlock) {
     Blocks blocks(handed_over_qubits, GetParam());
     for (int round = 0; round < 20; ++round) {
         State expected = blocks.fill(draws);
-        blocks.paired(0, 2).op_cnot(0, 0, 0);
-        blocks[0].op_hadamard(1, 0, 0);
+        blocks.paired(0, 2).op_cnot(0, {});
+        blocks[0].op_hadamard(1, {});
         scalar_pairs(blocks.slots(expected, 0), blocks.slots(expected, 2), blocks.num_terms, {},
                      scalar_cnot);
         scalar_pairs(blocks.slots(expected, 0), blocks.num_terms, 1, {}, scalar_hadamard);
@@ -136,16 +136,17 @@ struct BuddyOperation {
 
 void PrintTo(const BuddyOperation& operation, std::ostream* out) { *out << operation.name; }
 
-constexpr complex_t complex_identity[] = {{1, 0}, {0, 0}, {0, 0}, {1, 0}};
-constexpr double real_identity[] = {1, 0, 0, 1};
+constexpr ComplexMatrix2x2 complex_identity{GateKind::diagonal_matrix,
+                                            {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
+constexpr RealMatrix2x2 real_identity{1, 0, 0, 1};
 double ignored_result;
 
 const BuddyOperation buddy_operations[] = {
-    {"op_cnot", [](CoreBlock& block) { block.op_cnot(0, 0, 0); }},
-    {"op_hadamard", [](CoreBlock& block) { block.op_hadamard(0, 0, 0); }},
-    {"op_complex2x2", [](CoreBlock& block) { block.op_complex2x2(0, 0, complex_identity, 0); }},
-    {"op_real2x2", [](CoreBlock& block) { block.op_real2x2(0, 0, real_identity, 0); }},
-    {"op_ppr", [](CoreBlock& block) { block.op_ppr(4, 0, 0, 0.0, 1.0, 0); }},
+    {"op_cnot", [](CoreBlock& block) { block.op_cnot(0, {}); }},
+    {"op_hadamard", [](CoreBlock& block) { block.op_hadamard(0, {}); }},
+    {"op_complex2x2", [](CoreBlock& block) { block.op_complex2x2(0, {}, complex_identity); }},
+    {"op_real2x2", [](CoreBlock& block) { block.op_real2x2(0, {}, real_identity); }},
+    {"op_ppr", [](CoreBlock& block) { block.op_ppr(4, 0, {}, 0.0, 1.0); }},
     {"op_ppm", [](CoreBlock& block) { block.op_ppm(4, 0, 0); }},
     {"op_pps", [](CoreBlock& block) { block.op_pps(4, 0, &ignored_result); }},
     {"op_x_multi", [](CoreBlock& block) { block.op_x_multi(1, 0); }},
@@ -177,7 +178,7 @@ TEST(BuddyMarks, StayInAnExchangeByNotAndWithoutABuddy) {
     EXPECT_TRUE(blocks[0].all_zero);
     EXPECT_TRUE(blocks[1].all_zero);
     EXPECT_EQ(blocks[0].op_buddy, nullptr);
-    blocks[0].op_hadamard(1, 0, 0);
+    blocks[0].op_hadamard(1, {});
     blocks[0].op_ppm(1, 0, 0);
     EXPECT_TRUE(blocks[0].all_zero);
 }

@@ -62,7 +62,7 @@ TEST_P(Lifecycle, EndsWithTasksStillWaiting) {
         Blocks blocks(handed_over_qubits, GetParam());
         for (unsigned long number = 0; number < Blocks::count; ++number) {
             blocks[number].set_zero();
-            blocks[number].op_hadamard(1, 0, 0);
+            blocks[number].op_hadamard(1, {});
         }
     }
 }
@@ -72,7 +72,7 @@ TEST_P(Lifecycle, ServesATaskThatComesBeforeItsWorker) {
     for (int i = 0; i < 50; ++i) {
         Blocks blocks(handed_over_qubits, GetParam());
         blocks[1].set_zero();
-        blocks[1].op_cz(0, 0);
+        blocks[1].op_cz({});
         blocks.finish();
         ASSERT_TRUE(same_bits(blocks[1].get_value(3).re, -0.0));
     }

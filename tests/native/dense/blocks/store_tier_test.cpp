@@ -155,7 +155,7 @@ TEST(StoreTier, BringsTwoBlocksInAndWritesOnlyWhatChanged) {
     lower.unlock(false, &upper);
     EXPECT_EQ(upper.block_data, nullptr);
 
-    lower.op_hadamard(1, 0, 0);  // through the task's own lock
+    lower.op_hadamard(1, {});  // through the task's own lock
     complex_t now[2] = {};
     store.read_block(6, now);
     EXPECT_EQ(now[0].re, 1.0);

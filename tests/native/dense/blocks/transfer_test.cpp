@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "dense/blocks/block_support.h"
-#include "dense/blocks/kernels/scalar_probabilities.h"
+#include "dense/scalar_sums.h"
 
 namespace {
 

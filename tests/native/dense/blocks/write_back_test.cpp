@@ -26,30 +26,31 @@ struct Operation {
     friend void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 };
 
-constexpr complex_t complex_matrix[] = {{1, 0}, {0, 0}, {0, 0}, {1, 0}};
-constexpr double real_matrix[] = {1, 0, 0, 1};
+constexpr ComplexMatrix2x2 complex_matrix{GateKind::diagonal_matrix,
+                                          {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
+constexpr RealMatrix2x2 real_matrix{1, 0, 0, 1};
 double sum;
 unsigned long slot;
 
 constexpr Operation operations[] = {
     {"not_of_different_terms", true, some, zero, [](CoreBlock& b) { b.op_not(1); }},
     {"not_of_equal_terms", false, some, some, [](CoreBlock& b) { b.op_not(1); }},
-    {"cnot_of_equal_terms", true, some, some, [](CoreBlock& b) { b.op_cnot(1, 0, 0); }},
-    {"cnot_of_no_slot", true, some, zero, [](CoreBlock& b) { b.op_cnot(1, 4, 0); }},
-    {"hadamard_of_zeros", true, zero, zero, [](CoreBlock& b) { b.op_hadamard(1, 0, 0); }},
+    {"cnot_of_equal_terms", true, some, some, [](CoreBlock& b) { b.op_cnot(1, {}); }},
+    {"cnot_of_no_slot", true, some, zero, [](CoreBlock& b) { b.op_cnot(1, {4, 4}); }},
+    {"hadamard_of_zeros", true, zero, zero, [](CoreBlock& b) { b.op_hadamard(1, {}); }},
     {"complex_matrix", true, zero, some,
-     [](CoreBlock& b) { b.op_complex2x2(1, 0, complex_matrix, 0); }},
+     [](CoreBlock& b) { b.op_complex2x2(1, {}, complex_matrix); }},
     {"complex_matrix_of_zeros", false, zero, zero,
-     [](CoreBlock& b) { b.op_complex2x2(1, 0, complex_matrix, 0); }},
+     [](CoreBlock& b) { b.op_complex2x2(1, {}, complex_matrix); }},
     {"complex_matrix_of_no_slot", false, some, some,
-     [](CoreBlock& b) { b.op_complex2x2(1, 4, complex_matrix, 0); }},
-    {"real_matrix", true, some, zero, [](CoreBlock& b) { b.op_real2x2(1, 0, real_matrix, 0); }},
+     [](CoreBlock& b) { b.op_complex2x2(1, {4, 4}, complex_matrix); }},
+    {"real_matrix", true, some, zero, [](CoreBlock& b) { b.op_real2x2(1, {}, real_matrix); }},
     {"real_matrix_of_zeros", false, zero, zero,
-     [](CoreBlock& b) { b.op_real2x2(1, 0, real_matrix, 0); }},
-    {"phase_of_no_slot", true, some, some, [](CoreBlock& b) { b.op_phase(4, 0.6, 0.8, 0); }},
-    {"phase_of_one", false, some, some, [](CoreBlock& b) { b.op_phase(1, 0.0, 1.0, 0); }},
-    {"cz_of_no_slot", true, some, some, [](CoreBlock& b) { b.op_cz(4, 0); }},
-    {"ppr", true, some, some, [](CoreBlock& b) { b.op_ppr(1, 1, 0, 0.0, 1.0, 0); }},
+     [](CoreBlock& b) { b.op_real2x2(1, {}, real_matrix); }},
+    {"phase_of_no_slot", true, some, some, [](CoreBlock& b) { b.op_phase({4, 4}, 0.6, 0.8); }},
+    {"phase_of_one", false, some, some, [](CoreBlock& b) { b.op_phase({1, 1}, 0.0, 1.0); }},
+    {"cz_of_no_slot", true, some, some, [](CoreBlock& b) { b.op_cz({4, 4}); }},
+    {"ppr", true, some, some, [](CoreBlock& b) { b.op_ppr(1, 1, {}, 0.0, 1.0); }},
     {"ppm", true, some, some, [](CoreBlock& b) { b.op_ppm(0, 1, 0); }},
     {"pps", false, some, some, [](CoreBlock& b) { b.op_pps(1, 1, &sum); }},
     {"x_multi", true, some, some, [](CoreBlock& b) { b.op_x_multi(1, 0); }},

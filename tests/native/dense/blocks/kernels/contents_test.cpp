@@ -1,5 +1,5 @@
 #include "dense/blocks/block_support.h"
-#include "dense/blocks/kernels/scalar_probabilities.h"
+#include "dense/scalar_sums.h"
 #include "support/random.h"
 
 namespace {

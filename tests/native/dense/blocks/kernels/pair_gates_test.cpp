@@ -6,7 +6,9 @@ namespace {
 
 using namespace Nimbrel::Testing;
 using Nimbrel::complex_t;
+using Nimbrel::ComplexMatrix2x2;
 using Nimbrel::CoreBlock;
+using Nimbrel::RealMatrix2x2;
 
 class PairGates : public HandedTest {
   protected:
@@ -170,14 +172,14 @@ TEST_P(PairGates, KeepAZeroPairUnderAMatrixAndMayNegateItElsewhere) {
     Blocks blocks(1, GetParam());
     CoreBlock& block = blocks[1];
     const complex_t complex_entries[] = {{-1, -1}, {-1, -1}, {-1, -1}, {-1, -1}};
-    const double real_entries[] = {-1, -1, -1, -1};
+    constexpr RealMatrix2x2 real_entries{-1, -1, -1, -1};
     blocks.fill(State(Blocks::count * 2, complex_t{0.0, 0.0}));
-    block.op_complex2x2(1, 0, complex_entries, 0);
-    block.op_real2x2(1, 0, real_entries, 0);
+    block.op_complex2x2(1, {}, ComplexMatrix2x2::of(complex_entries));
+    block.op_real2x2(1, {}, real_entries);
     EXPECT_TRUE(same_bits(blocks.contents(), State(Blocks::count * 2, complex_t{0.0, 0.0})));
 
     block.set_value(1, {-0.0, 0.0});  // not zero in all bits, so the pair counts
-    block.op_real2x2(1, 0, real_entries, 0);
+    block.op_real2x2(1, {}, real_entries);
     blocks.finish();
     EXPECT_TRUE(same_bits(block.get_value(0).re, 0.0));
     EXPECT_TRUE(same_bits(block.get_value(0).im, -0.0));
@@ -204,7 +206,7 @@ TEST_P(PairGates, OfTheHadamardUseTheLowerNeighbourOfOneOverRootTwo) {
     Blocks blocks(1, GetParam());
     blocks[2].set_value(0, {1.0, 0.0});
     blocks[2].set_value(1, {0.0, 0.0});
-    blocks[2].op_hadamard(1, 0, 0);
+    blocks[2].op_hadamard(1, {});
     blocks.finish();
     const auto root = std::bit_cast<double>(0x3FE6A09E667F3BCCUL);
     EXPECT_TRUE(same_bits(blocks[2].get_value(0).re, root));

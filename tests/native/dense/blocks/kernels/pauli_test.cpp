@@ -1,5 +1,5 @@
 #include "dense/blocks/block_support.h"
-#include "dense/blocks/kernels/scalar_pauli.h"
+#include "dense/scalar_pauli.h"
 
 namespace {
 
@@ -83,7 +83,7 @@ TEST_P(PauliProducts, Rotate) {
         State expected = blocks.fill(draws);
         scalar_ppr(scalar(blocks, expected, b, round), round.cond, sine, cosine);
         block_of(blocks, round)
-            .op_ppr(round.x_mask, round.z_mask, round.cond.mask, sine, cosine, round.cond.negation);
+            .op_ppr(round.x_mask, round.z_mask, slots_of(round.cond), sine, cosine);
         ASSERT_TRUE(same_bits(blocks.contents(), expected));
     });
 }

@@ -13,7 +13,7 @@ class Phases : public HandedTest {
         const double re = draws.number();
         State expected = blocks.fill(draws);
         scalar_phase(blocks.slots(expected, number), blocks.num_terms, cond, im, re);
-        blocks[number].op_phase(cond.mask, im, re, cond.negation);
+        blocks[number].op_phase(slots_of(cond), im, re);
         ASSERT_TRUE(same_bits(blocks.contents(), expected))
             << "phase in a block of " << blocks.num_terms << cond;
         ASSERT_EQ(blocks[number].lock_count, 0);
@@ -23,7 +23,7 @@ class Phases : public HandedTest {
         const unsigned long number = draws.below(Blocks::count);
         State expected = blocks.fill(draws);
         scalar_cz(blocks.slots(expected, number), blocks.num_terms, cond);
-        blocks[number].op_cz(cond.mask, cond.negation);
+        blocks[number].op_cz(slots_of(cond));
         ASSERT_TRUE(same_bits(blocks.contents(), expected))
             << "cz in a block of " << blocks.num_terms << cond;
         ASSERT_EQ(blocks[number].lock_count, 0);
@@ -91,7 +91,7 @@ TEST_P(Phases, OfOneTouchNoMemoryAndStartNoTask) {
     Nimbrel::CoreBlockStore store(handed_over_qubits, 1, 0, nullptr, true, false);
     Nimbrel::CoreBlock block(0, handed_over_qubits, &store, nullptr, GetParam() != Hands::caller,
                              false);
-    for (const double im : {0.0, 0.5, -1.0}) block.op_phase(0, im, 1.0, 0);
+    for (const double im : {0.0, 0.5, -1.0}) block.op_phase({}, im, 1.0);
     EXPECT_EQ(block.task_id, Nimbrel::TASK_NONE);
     block.finish();
     EXPECT_EQ(block.block_data, nullptr);  // every task would have asked for the memory
@@ -102,7 +102,7 @@ TEST_P(Phases, OfMinusOneFlipSignsExactly) {
         Blocks blocks(b, GetParam());
         State expected = blocks.fill(draws);
         scalar_cz(blocks.slots(expected, 2), blocks.num_terms, {2, 0});
-        blocks[2].op_phase(2, 0.25, -1.0, 0);
+        blocks[2].op_phase({2, 2}, 0.25, -1.0);
         ASSERT_TRUE(same_bits(blocks.contents(), expected));
     }
 }
@@ -110,7 +110,7 @@ TEST_P(Phases, OfMinusOneFlipSignsExactly) {
 TEST_P(Phases, OfMinusOneMakeZerosNegative) {
     Blocks blocks(0, GetParam());
     blocks.fill(State(Blocks::count, complex_t{0.0, 0.0}));
-    blocks[1].op_cz(0, 0);
+    blocks[1].op_cz({});
     blocks.finish();
     EXPECT_TRUE(same_bits(blocks[1].get_value(0).re, -0.0));
     EXPECT_TRUE(same_bits(blocks[1].get_value(0).im, -0.0));

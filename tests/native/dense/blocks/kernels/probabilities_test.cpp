@@ -1,7 +1,7 @@
 #include <limits>
 
 #include "dense/blocks/block_support.h"
-#include "dense/blocks/kernels/scalar_probabilities.h"
+#include "dense/scalar_sums.h"
 
 namespace {
 

@@ -31,11 +31,10 @@ class StrideArms : public DrawingTest {
   protected:
     /// The walk of a gate's choice against the scalar one.
     void expect_walk(const State& start, unsigned long t, Condition cond) {
-        SumAndDifference op;
         State expected = start;
         scalar_pairs(expected.data(), start.size(), t, cond, scalar_sum_and_difference);
         State walked = start;
-        walk_target(walked.data(), start.size(), t, {cond.mask, cond.negation}, op);
+        walk_target(walked.data(), start.size(), t, slots_of(cond), SumAndDifference{});
         ASSERT_TRUE(same_bits(walked, expected))
             << "stride " << t << " of " << start.size() << cond;
     }
@@ -57,13 +56,13 @@ TEST_F(StrideArms, AreConstantsUpToTwoToThe30) {
 
 TEST_F(StrideArms, AgreeWithTheRunTimeStride) {
     const State start = draws.state(1UL << 16);
-    SumAndDifference op;
+    const SumAndDifference op;
     for (unsigned long t = 2; t < start.size(); t *= 2) {
         State run_time = start;
         walk_all_pairs(run_time.data(), start.size(), t, op);
         State constant = start;
         with_constant_stride(
-            t, [&](auto stride) { walk_all_pairs(constant.data(), start.size(), stride, op); });
+            t, [&](auto stride) { return walk_all_pairs(constant.data(), start.size(), stride, op); });
         ASSERT_TRUE(same_bits(constant, run_time)) << "stride " << t;
         ASSERT_NO_FATAL_FAILURE(expect_walk(start, t, {}));
     }
@@ -86,11 +85,10 @@ TEST_F(StrideArms, AgreeWithTheWalkOfAnyStride) {
     const State start = draws.state(1UL << 8);
     for (unsigned long t = 1; t < start.size(); t *= 2) {
         const Condition cond = draws.condition(8);
-        SumAndDifference op;
         State arm = start;
-        walk_target(arm.data(), arm.size(), t, {cond.mask, cond.negation}, op);
+        walk_target(arm.data(), arm.size(), t, slots_of(cond), SumAndDifference{});
         State any = start;
-        walk_odd_stride(any.data(), any.size(), t, {cond.mask, cond.negation}, op);
+        walk_odd_stride(any.data(), any.size(), t, slots_of(cond), SumAndDifference{});
         ASSERT_TRUE(same_bits(arm, any)) << "stride " << t << cond;
     }
 }
@@ -122,7 +120,7 @@ TEST_F(StrideArms, OfThePhaseServeWideStrides) {
         State expected = start;
         scalar_phase(blocks.slots(expected, 2), blocks.num_terms, {bit, 0}, 0.6, 0.8);
         blocks.fill(start);
-        blocks[2].op_phase(bit, 0.6, 0.8, 0);
+        blocks[2].op_phase({bit, bit}, 0.6, 0.8);
         ASSERT_TRUE(same_bits(blocks.contents(), expected)) << bit;
     }
 }

@@ -1,5 +1,6 @@
-/// The gates of a block in plain doubles, one slot at a time: what the vector kernels are compared
-/// with, bit for bit. A fused multiply-add stands only where the kernel's result needs one.
+/// The native truth of the dense gates: plain doubles, one slot at a time. The vector kernels are
+/// compared with it bit for bit, the register's gates within rounding. `std::fma` is used exactly
+/// where the engine's result is defined by a fused operation.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +13,8 @@
 
 namespace Nimbrel::Testing {
 
-/// A slot takes part when its bits of the mask are set, those also negated clear.
+/// Controls: a slot qualifies when its bits of `mask` are set, except those in `negation`, which must
+/// be clear.
 struct Condition {
     unsigned long mask = 0;
     unsigned long negation = 0;
@@ -32,7 +34,7 @@ inline bool equal_in_all_bits(const complex_t& x, const complex_t& y) {
            std::bit_cast<std::uint64_t>(x.im) == std::bit_cast<std::uint64_t>(y.im);
 }
 
-/// x m: four products, a difference and a sum, each rounded.
+/// x m: four products, one difference and one sum, each rounded.
 inline complex_t scalar_product(const complex_t& x, const complex_t& m) {
     return {x.re * m.re - x.im * m.im, x.re * m.im + x.im * m.re};
 }
@@ -72,8 +74,8 @@ inline void scalar_real2x2(complex_t& x, complex_t& y, const double* m) {
     y = new_y;
 }
 
-/// The pairs (j, j + t) of one block of n slots, in runs that share the fate of their first slot. A
-/// pair that would leave the block is left out.
+/// The pairs (j, j + t) of one block of n slots. The condition is tested at the first slot of each
+/// run. A pair that would reach past the block is left out.
 template <typename Gate>
 void scalar_pairs(complex_t* data, unsigned long n, unsigned long t, Condition cond, Gate&& gate) {
     const unsigned long run = cond.mask == 0 ? 1 : std::min(lowest_bit_of(cond.mask), t);
@@ -94,8 +96,8 @@ void scalar_pairs(complex_t* lower, complex_t* upper, unsigned long n, Condition
     }
 }
 
-/// The slots of a diagonal gate. A single condition bit is walked by steps alone, without a test;
-/// a negation outside it shifts the walk, which ends with the block.
+/// The slots of a diagonal gate. With a single control the walk makes steps of fixed length and tests
+/// nothing; a negation outside the mask shifts its start, and it ends with the block.
 template <typename Gate>
 void scalar_slots(complex_t* data, unsigned long n, Condition cond, Gate&& gate) {
     if (cond.mask == 0) {

@@ -1,10 +1,10 @@
-/// Sums, draws and lists over the slots of a block, in plain doubles and one slot at a time.
+/// The native truth of sums, draws and lists over amplitudes: plain doubles, one slot at a time.
 #pragma once
 
 #include <cmath>
 #include <vector>
 
-#include "dense/blocks/kernels/scalar_kernels.h"
+#include "dense/scalar_gates.h"
 
 namespace Nimbrel::Testing {
 

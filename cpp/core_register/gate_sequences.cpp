@@ -1,5 +1,4 @@
-// Pauli products spelled as ordinary gates: every letter is turned into a Z, the parity is gathered
-// on one qubit, and after the work there all of it is undone.
+// Operations that are sequences of other gates: Pauli products and the Fourier transform.
 
 #include <bit>
 
@@ -10,6 +9,8 @@
 namespace Nimbrel {
 namespace {
 
+/// The basis change of a Pauli product: `enter` turns each factor into a Z and computes the parity
+/// of the product on its highest qubit, `leave` undoes it.
 class ParityFrame {
   public:
     ParityFrame(QPU& qpu, unsigned long x, unsigned long z)
@@ -70,6 +71,31 @@ unsigned long QPU::ppm_as_gates(int sign, unsigned long x_mask, unsigned long z_
     if (sign == -1) op_not(pivot, 0, 0, 0);
     frame.leave();
     if (std::has_single_bit(used)) classical_qubits |= used;
+    return outcome;
+}
+
+// `top_down` reverses the order of the qubits; the angles are positive in both orders.
+unsigned long QPU::QFT(unsigned long mask, bool measure, bool top_down, bool /*unused*/) {
+    verify_allocated();
+    unsigned long to_come = mask & qubit_mask;
+    classical_qubits &= ~to_come;
+    const auto take_next = [top_down](unsigned long& qubits) {
+        const unsigned long qubit = top_down ? std::bit_floor(qubits) : lowest_bit(qubits);
+        qubits ^= qubit;
+        return qubit;
+    };
+
+    unsigned long outcome = 0;
+    while (to_come != 0) {
+        const unsigned long qubit = take_next(to_come);
+        hadamard(qubit, 0, 0, 0);
+        double angle = 90.0;
+        for (unsigned long later = to_come; later != 0; angle *= 0.5) {
+            phase(angle, 0, qubit | take_next(later), 0, 0);
+        }
+        if (measure) outcome |= read(qubit, 0, 0);
+    }
+    removable_finish();
     return outcome;
 }
 

@@ -1,4 +1,4 @@
-/// Pauli products on one block or two, in plain doubles and one slot at a time.
+/// The native truth of the Pauli products, on one block or on two: plain doubles, one slot at a time.
 #pragma once
 
 #include <array>
@@ -6,11 +6,11 @@
 #include <cmath>
 #include <utility>
 
-#include "dense/blocks/kernels/scalar_kernels.h"
+#include "dense/scalar_gates.h"
 
 namespace Nimbrel::Testing {
 
-/// The memory of a block with its number in the register.
+/// The amplitudes of a block and its number in the register.
 struct ScalarBlock {
     complex_t* data;
     unsigned long number;
@@ -34,7 +34,7 @@ struct ScalarProduct {
         return negative ? complex_t{-v.re, -v.im} : v;
     }
 
-    /// v times the power of -i that belongs to the Y factors and `more` of it.
+    /// v times -i to the power of the number of Y factors plus `more`.
     complex_t with_phase(complex_t v, int more) const {
         struct Constants {
             complex_t straight, crossed;
@@ -46,7 +46,7 @@ struct ScalarProduct {
         return {std::fma(v.re, a.re, v.im * b.re), std::fma(v.im, a.im, v.re * b.im)};
     }
 
-    /// Calls visit(i, j) for each slot or pair, with j the slot that i exchanges with.
+    /// Calls visit(i, j) for each slot or pair; slot i exchanges with slot j.
     template <typename Visit>
     void for_each_pair(Visit&& visit) const {
         const unsigned long once = there.data == nullptr ? lowest_bit_of(low_x()) : 0;

@@ -1,0 +1,10 @@
+/// The pause instruction for loops that poll another thread.
+#pragma once
+
+namespace Nimbrel {
+
+/// Tells the processor that this is a polling loop: it saves power and gives its pipeline to the
+/// other hardware thread.
+inline void pause_processor() { __builtin_ia32_pause(); }
+
+}  // namespace Nimbrel
