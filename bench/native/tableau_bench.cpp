@@ -1,7 +1,7 @@
-// The tableau by itself: a row product beside a plain exclusive-or of the same words, and one gate
-// at a time, without the batch that a filter collects gates in.
+// Times the tableau without a filter: a row product beside an exclusive-or of the same words, and
+// single gates without a batch.
 //
-// Prints nanoseconds and ratios; the products are checked before they are timed.
+// Prints nanoseconds and ratios. Checks the products before it times them.
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr int rounds = 15;
 
-/// Nanoseconds of one call of `work`, the best of some rounds of `calls` calls.
+/// Nanoseconds of one call of `work`: the best round of `rounds`, each of `calls` calls.
 template <typename Work>
 double best_ns(int calls, Work&& work) {
     double best = 1e300;
@@ -39,7 +39,7 @@ Stabilizer random_row(unsigned qubits, std::mt19937_64& rng) {
     return row;
 }
 
-/// The phase of a product by the letters' count, as a check on the one that is timed.
+/// The phase of a product by population counts, to check the phase of `multiply`.
 unsigned product_phase(const Stabilizer& left, const Stabilizer& right) {
     unsigned sum = 0U + left.phase + right.phase;
     for (std::size_t i = 0; i < left.x.words.size(); ++i) {

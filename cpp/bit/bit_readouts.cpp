@@ -1,20 +1,10 @@
 #include <stdexcept>
 
 #include "bit/bit_filter.h"
+#include "filter/shared_records.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
-namespace {
-
-// postselect() has the same text, with the name of the other operation.
-void require_mask(unsigned long mask) {
-    if (mask == 0) {
-        throw std::runtime_error(
-            "qc.peek_read_probability() must specify at least one qubit to measure.");
-    }
-}
-
-}  // namespace
 
 void OpFilter_BitQPUSim::pull_state(complex_t* /*buffer*/, std::string& text,
                                     unsigned long /*count*/) {
@@ -34,13 +24,13 @@ void OpFilter_BitQPUSim::push_state(const complex_t* /*src*/, unsigned long /*se
 double OpFilter_BitQPUSim::peek_read_probability(unsigned long value, unsigned long mask,
                                                  double /*limit*/) {
     require_register();
-    require_mask(mask);
+    require_peek_mask(mask);
     return ((value ^ bit_values[0]) & mask) == 0 ? 1.0 : 0.0;
 }
 
 void OpFilter_BitQPUSim::postselect(unsigned long value, unsigned long mask) {
     require_register();
-    require_mask(mask);
+    require_peek_mask(mask);  // the text names the other operation
     if (((value ^ bit_values[0]) & mask) != 0) {
         throw std::runtime_error("qc.postselect() no non-zero terms match the desired value.");
     }

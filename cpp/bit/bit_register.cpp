@@ -6,6 +6,7 @@
 
 #include "bit/bit_filter.h"
 #include "filter/mask_pairs.h"
+#include "filter/shared_records.h"
 #include "support/available_memory.h"
 
 namespace Nimbrel {
@@ -68,9 +69,7 @@ void OpFilter_BitQPUSim::reset(unsigned long qubits) {
 }
 
 void OpFilter_BitQPUSim::require_register() const {
-    if (bit_values.empty()) {
-        throw std::runtime_error("qc.reset() has not been called or did not succeed.");
-    }
+    if (bit_values.empty()) refuse_before_reset();
 }
 
 void OpFilter_BitQPUSim::require_inside(const std::vector<unsigned long>& list) const {

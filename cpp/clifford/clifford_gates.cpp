@@ -4,13 +4,12 @@
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
+#include "filter/shared_records.h"
 
 namespace Nimbrel {
 
 void OpFilter_CliffordQPUSim::require_state() const {
-    if (state == nullptr) {
-        throw std::runtime_error("qc.reset() has not been called or did not succeed.");
-    }
+    if (state == nullptr) refuse_before_reset();
 }
 
 void OpFilter_CliffordQPUSim::require_inside(unsigned long qubit) const {

@@ -4,6 +4,7 @@
 
 #include "clifford/clifford_filter.h"
 #include "clifford/qubit_list.h"
+#include "filter/shared_records.h"
 
 namespace Nimbrel {
 namespace {
@@ -69,10 +70,7 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
 double OpFilter_CliffordQPUSim::peek_read_probability(unsigned long value, unsigned long mask,
                                                       double /*limit*/) {
     require_state();
-    if (mask == 0) {
-        throw std::runtime_error(
-            "qc.peek_read_probability() must specify at least one qubit to measure.");
-    }
+    require_peek_mask(mask);
     if (!std::has_single_bit(mask)) {
         throw std::runtime_error(
             "qc.peek_read_probability() in Clifford sim must specify exactly one qubit to "

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "core_register/core_register.h"
+#include "filter/shared_records.h"
 
 namespace Nimbrel {
 namespace {
@@ -82,10 +83,7 @@ void OpFilter_QPUSim::override_state_buffer(complex_t* buffer, unsigned long num
 
 double OpFilter_QPUSim::peek_read_probability(unsigned long value, unsigned long mask,
                                               double limit) {
-    if (mask == 0) {
-        throw std::runtime_error(
-            "qc.peek_read_probability() must specify at least one qubit to measure.");
-    }
+    require_peek_mask(mask);
     return qpu->peek_read_probability_sv(value, mask, limit);
 }
 

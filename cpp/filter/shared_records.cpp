@@ -87,4 +87,15 @@ void extend_next_operation(OpFilter& filter, const QPUOp& op) {
                      op.cond_offset);
 }
 
+void require_peek_mask(unsigned long mask) {
+    if (mask == 0) {
+        throw std::runtime_error(
+            "qc.peek_read_probability() must specify at least one qubit to measure.");
+    }
+}
+
+void refuse_before_reset() {
+    throw std::runtime_error("qc.reset() has not been called or did not succeed.");
+}
+
 }  // namespace Nimbrel

@@ -1,4 +1,4 @@
-/// Records that have the same effect on every simulating filter, and the refusals of the others.
+/// Records that have the same effect on every simulating filter, and refusals that filters share.
 ///
 /// Called by a filter's dispatch, on the thread that called `put_instructions`.
 #pragma once
@@ -33,5 +33,11 @@ void dispatch_shared_record(OpFilter& filter, const QPUOp& op, const Refusals& r
 /// Handles a mask extension, for the filters that support them: if its classical condition holds,
 /// adds its masks to those of the next operation.
 void extend_next_operation(OpFilter& filter, const QPUOp& op);
+
+/// Throws the error of `peek_read_probability` for an empty mask.
+void require_peek_mask(unsigned long mask);
+
+/// Throws the error of the bit and Clifford filters for an operation before the first reset.
+[[noreturn]] void refuse_before_reset();
 
 }  // namespace Nimbrel

@@ -1,7 +1,7 @@
 // Queries that do not change the state: probabilities, single amplitudes and the largest terms.
 #include <algorithm>
-#include <stdexcept>
 
+#include "filter/shared_records.h"
 #include "sparse/sparse_filter.h"
 #include "support/largest_terms.h"
 
@@ -64,10 +64,7 @@ void OpFilter_SparseSVSim::peek_n_biggest_terms(unsigned long count, unsigned lo
 
 double OpFilter_SparseSVSim::peek_read_probability(unsigned long value, unsigned long mask,
                                                    double limit) {
-    if (mask == 0) {
-        throw std::runtime_error(
-            "qc.peek_read_probability() must specify at least one qubit to measure.");
-    }
+    require_peek_mask(mask);
     const KeyPattern wanted{key_bits(mask), key_bits(value)};
     const bool limited = limit != 0.0;  // a NaN is a limit that no sum reaches
     double sum = 0.0;

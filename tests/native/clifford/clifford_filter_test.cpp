@@ -1,5 +1,5 @@
-// The filter's operations with all 64 bits of their masks (Python's arguments end at qubit 31), and
-// what a postselection makes of another class's probability.
+// Operations with 64-bit masks (masks from Python have 32 bits), and postselection in a derived
+// class that returns probabilities of its own.
 #include "clifford/clifford_filter.h"
 
 #include "clifford/tableau/clifford_support.h"
@@ -16,7 +16,7 @@ using namespace Nimbrel::Testing;
 constexpr unsigned long top_qubit = 1UL << 63;
 constexpr const char* no_register = "qc.reset() has not been called or did not succeed.";
 
-/// A filter that answers every peek with one number, if it has been given one.
+/// Returns `answer` as the probability of every peek, unless it is negative.
 class AnsweringFilter : public OpFilter_CliffordQPUSim {
   public:
     double peek_read_probability(unsigned long value, unsigned long mask, double limit) override {
@@ -46,7 +46,7 @@ class CliffordFilter : public FilterFixture<AnsweringFilter> {
     }
 };
 
-TEST_F(CliffordFilter, ATableauThatIsTooLargeLeavesNone) {
+TEST_F(CliffordFilter, AResetThatNeedsTooMuchMemoryLeavesNoTableau) {
     run(OP_RESET, 2);
     for (const auto& [qubits, size] :
          std::vector<std::pair<unsigned, std::string>>{{20000, "195."}, {~0U, "8.3886"}}) {
@@ -106,7 +106,7 @@ TEST_F(CliffordFilter, APostselectionReachesTheTopQubitOfAMask) {
                    "qc.postselect() no non-zero terms have the desired value.");
 }
 
-TEST_F(CliffordFilter, ThePrintIsAppended) {
+TEST_F(CliffordFilter, PullStateAppendsItsText) {
     run(OP_RESET, 1);
     std::string text = "before\n";
     complex_t untouched{3.0, 4.0};
@@ -135,7 +135,7 @@ TEST_F(CliffordFilter, EveryOperationNeedsARegister) {
     EXPECT_FAILURE(filter.postselect(0, 1), no_register);
 }
 
-/// Operands of the member functions, which stand in another order than a record's words.
+/// The arguments of the member functions are in another order than the words of a record.
 TEST_F(CliffordFilter, MemberFunctionsTakeTheirOperandsInOrder) {
     run(OP_RESET, 4);
     filter.x(0b1, 0, 0, 0, 1, 0);         // qubit 1
@@ -157,7 +157,7 @@ TEST_F(CliffordFilter, MemberGatesOnTwoQubits) {
     EXPECT_EQ(tableau(), "0 00|01\n0 00|10\n-------\n0 01|01\n2 10|10\n");
     filter.z(0, 0b11, 0, 0, 0, 0);
     EXPECT_EQ(tableau(), "0 00|01\n0 00|10\n-------\n0 01|11\n2 10|11\n");
-    filter.ppr(45.0, 0, 0b1, 0, 0, 0, 1);  // Z on qubit 1, folded onto qubit 0 all the same
+    filter.ppr(45.0, 0, 0b1, 0, 0, 0, 1);  // Z on qubit 1, folded onto qubit 0
     EXPECT_EQ(tableau(), "0 00|01\n0 00|10\n-------\n2 01|00\n0 10|00\n");
 }
 
@@ -194,8 +194,8 @@ TEST_F(CliffordFilter, APostselectionWalksAllBitsOfItsMask) {
     EXPECT_EQ(tableau(), "0 01|00\n0 10|00\n-------\n0 00|01\n2 00|10\n");
 }
 
-/// The row of a fixed outcome is the identity. Its product with the generator is that generator
-/// again, which then gets in a second time and is cleared by the first.
+/// The row of a fixed outcome is the identity. Its product with the generator is the generator,
+/// which is added a second time and cleared by the elimination.
 TEST_F(CliffordFilter, APostselectionOfAFixedOutcomeProjectsOnWhatIsLeft) {
     run(OP_RESET, 1);
     filter.answer = 0.25;
@@ -208,8 +208,8 @@ TEST_F(CliffordFilter, APostselectionOfAFixedOutcomeProjectsOnWhatIsLeft) {
     EXPECT_EQ(tableau(), "0 1|0\n0 0|0\n-----\n2 0|1\n2 0|0\n");
 }
 
-/// More gates than one batch holds, on a register whose tableau is far from fresh.
-TEST_F(CliffordFilter, TakesAnyNumberOfGatesBetweenTwoLooks) {
+/// More gates than fit into one batch.
+TEST_F(CliffordFilter, RunsMoreGatesThanOneBatchHolds) {
     run(OP_RESET, 3);
     std::vector<QPUOp> ops(100001);
     for (std::size_t i = 0; i < ops.size(); ++i) {
@@ -217,8 +217,9 @@ TEST_F(CliffordFilter, TakesAnyNumberOfGatesBetweenTwoLooks) {
         ops[i].target_mask = 0b010;
     }
     filter.put_instructions(ops.data(), ops.size());
-    // S after H goes round in three: X to Z, Z to Y, Y to X. 50000 of them are two, then H.
-    // Generator: Z to Y to X, then Z. Partner: X to Z to Y, then -Y.
+    // H then S maps X to Z, Z to Y and Y to X, so three of these pairs are the identity. 50000
+    // pairs act like two; then one H follows. Generator: Z to Y to X to Z. Destabilizer: X to Z to
+    // Y to -Y.
     EXPECT_EQ(tableau(),
               "0 001|000\n2 010|010\n0 100|000\n---------\n0 000|001\n0 000|010\n0 000|100\n");
 }

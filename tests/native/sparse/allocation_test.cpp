@@ -1,5 +1,5 @@
-// Memory that runs out inside a pair walk. Every `new` of this program goes through the operators
-// below, so that a test can make the large ones fail.
+// Allocations that fail inside a gate. The operators below replace `new` in this program, so that a
+// test can make large allocations fail.
 #include <cstdlib>
 #include <limits>
 #include <map>
@@ -11,7 +11,7 @@ namespace {
 
 std::size_t refused_from = std::numeric_limits<std::size_t>::max();
 
-/// Refuses allocations of this size and above while it lives.
+/// While it exists, allocations of this size and above fail.
 class Shortage {
   public:
     explicit Shortage(std::size_t bytes) { refused_from = bytes; }
@@ -26,7 +26,7 @@ void* allocate(std::size_t bytes) {
 
 }  // namespace
 
-// Not inlined, as GCC would warn wherever it sees one half of a pair and not the other.
+// Not inlined: where GCC inlines only one of new and delete, it warns of a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t bytes) {
     if (void* memory = allocate(bytes)) return memory;
     throw std::bad_alloc();
@@ -50,13 +50,13 @@ using namespace Nimbrel::Testing;
 constexpr unsigned long count = 4096;
 constexpr std::size_t half_of_the_list = count / 2 * sizeof(term_t);
 
-/// How the indices of the list lie before the gate.
+/// Order of the indices in the list before the gate.
 enum class Shape { ordered, two_runs, scattered };
 
 class OutOfMemory : public SparseFilter, public testing::WithParamInterface<Shape> {
   protected:
-    /// A list of every second index and without room to spare: on qubit 0 no term has a partner,
-    /// on qubit 12 each has.
+    /// Loads every second index, with no spare capacity. On qubit 0 no term has a partner; on qubit
+    /// 12 every term has one.
     void fill(Shape shape) {
         Terms terms;
         for (unsigned long i = 0; i < count; ++i) {
@@ -85,7 +85,7 @@ TEST_P(OutOfMemory, LeavesEveryTermWithoutItsMark) {
     } gates[] = {{1, 2 * count}, {1UL << 12, count}};
     for (const auto& [target, terms_after] : gates) {
         fill(GetParam());
-        run(OP_X, {.target_mask = target});  // so that the targets have to be marked
+        run(OP_X, {.target_mask = target});  // sets the targets, so that the gates mark terms
         const auto before = parts_by_key();
         ASSERT_EQ(before.size(), count);
         for (const unsigned long opcode : {OP_H, OP_RX, OP_RY}) {
@@ -110,7 +110,7 @@ TEST_P(OutOfMemory, AFailedPushKeepsTheState) {
     EXPECT_EQ(parts_by_key(), before);
 }
 
-/// Walks over keys and amplitudes ask for no memory at all.
+/// Gates that do not pair terms, reads and writes allocate nothing.
 TEST_P(OutOfMemory, OtherWalksNeedNone) {
     reset(20);
     fill(GetParam());

@@ -1,5 +1,5 @@
-// A list that would grow past the memory that is left: what is refused, in which words, and what
-// stays.
+// Refusals of lists that are larger than the available memory: the texts, and the state that is
+// left.
 #include <cstring>
 
 #include "expect_failure.h"
@@ -37,7 +37,7 @@ TEST_F(MemoryLimit, EarlierTargetsStayDone) {
     run(OP_H, {.target_mask = low_20_qubits});
     filter.terms.shrink_to_fit();
     {
-        // The first target needs 48 MB, the second 96.
+        // The first target needs 48 MB, the second one 96 MB.
         const FixedMemory memory(50 * mega);
         EXPECT_FAILURE(run(OP_H, {.target_mask = 3UL << 20}),
                        refusal("a gate could not allocate a list", 4 * mega, "96 MB", "50 MB"));
@@ -72,7 +72,7 @@ TEST_F(MemoryLimit, APushThatDoesNotFitLeavesTheList) {
             refusal("push_state() could not allocate a list", 2 * mega, "48 MB", "1 MB"));
     }
     EXPECT_TERMS({5, {1.0, 0.0}});
-    // Terms of amplitude 0 are not stored and take nothing.
+    // Amplitudes of 0 are not stored and need no memory.
     const FixedMemory none(0);
     State sparse(2 * mega);
     sparse[7] = {0.0, 1.0};
@@ -84,7 +84,7 @@ TEST_F(MemoryLimit, WalksInTheMemoryThatIsThereAreNotRefused) {
     reset(24);
     const unsigned long targets = low_20_qubits | 1UL << 20;
     run(OP_H, {.target_mask = targets});
-    run(OP_H, {.target_mask = targets});  // the scratch is there from now on
+    run(OP_H, {.target_mask = targets});  // allocates the scratch list
     const FixedMemory none(0);
     run(OP_H, {.target_mask = targets});
     EXPECT_EQ(filter.terms.size(), 2 * mega);

@@ -105,7 +105,7 @@ TEST_F(Push, LeavesTheRegisterAsItIs) {
     EXPECT_TRUE(filter.terms.empty());
 }
 
-/// What the operations write to an array and what they need of it.
+/// What the operations write to an array, and the array that they need.
 class Arrays : public SparseFilter {
   protected:
     void SetUp() override {

@@ -1,4 +1,4 @@
-/// A sparse filter, records for it, and its list of terms written by index.
+/// A fixture with a sparse filter, and comparison of its term list with terms given by index.
 #pragma once
 
 #include "dense/dense_fixture.h"
@@ -6,7 +6,7 @@
 
 namespace Nimbrel::Testing {
 
-/// A term by its index, as it is meant to stand in the list.
+/// An expected term, by index instead of key.
 struct Term {
     unsigned long index;
     complex_t amplitude;
@@ -14,7 +14,8 @@ struct Term {
 
 using Terms = std::vector<Term>;
 
-/// Compares places, keys and the bits of the amplitudes. A key with its marker left is no index.
+/// Compares the two lists in order: keys, and amplitudes bit for bit. A marker that a gate has left
+/// in a key is a difference.
 inline testing::AssertionResult lists_agree(const TermList& actual, const Terms& expected) {
     if (actual.size() != expected.size()) {
         return testing::AssertionFailure()
@@ -25,7 +26,7 @@ inline testing::AssertionResult lists_agree(const TermList& actual, const Terms&
         const State wanted{expected[i].amplitude};
         if (actual[i].key == expected[i].index * 2 && same_bits(found, wanted)) continue;
         return testing::AssertionFailure()
-               << "place " << i << ": key " << actual[i].key << text_of(found)
+               << "term " << i << ": key " << actual[i].key << text_of(found)
                << " and should be key " << expected[i].index * 2 << text_of(wanted);
     }
     return testing::AssertionSuccess();
@@ -43,7 +44,7 @@ class SparseFilter : public testing::Test {
 
     void reset(unsigned long qubits) { run(OP_RESET, {.target_mask = qubits}); }
 
-    /// Puts these terms in the place of the list, in this order.
+    /// Replaces the list by these terms, in this order.
     void load(const Terms& terms) {
         filter.terms.clear();
         for (const Term& term : terms) filter.terms.push_back({term.index * 2, term.amplitude});

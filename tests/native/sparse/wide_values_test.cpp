@@ -9,7 +9,7 @@ using namespace Nimbrel::Testing;
 constexpr unsigned long top = 1UL << 62;
 constexpr unsigned long high = 1UL << 40;
 
-/// Values, masks and indices with all their 64 bits: Python's arguments end at bit 31.
+/// Values, masks and indices of 64 bits. Arguments from Python have only 32.
 class WideValues : public SparseFilter {
   protected:
     void SetUp() override {
@@ -29,7 +29,7 @@ TEST_F(WideValues, ABitOutsideTheMaskFailsEveryTerm) {
     EXPECT_TERMS({top | 1, {0.0, 0.0}}, {high, {0.0, 0.0}}, {0, {0.0, 0.0}});
 }
 
-TEST_F(WideValues, TheBitThatNoRegisterHasDoesNotCount) {
+TEST_F(WideValues, Bit63IsIgnored) {
     constexpr unsigned long no_qubit = 1UL << 63;
     EXPECT_EQ(filter.peek_read_probability(no_qubit | top, no_qubit | top, 0.0), 1.0);
     EXPECT_EQ(filter.peek_read_probability(no_qubit, no_qubit, 0.0), 1.5);
@@ -59,7 +59,7 @@ TEST_F(WideValues, ASliceIsPackedFromThem) {
     State dest(8, complex_t{7.0, 7.0});
     std::string info = "as it was";
     filter.pull_state_specific(info, dest.data(), 4, top | 1);
-    // Among the terms in which qubit 40 is 0: index 0 goes to place 0, top | 1 to place 3.
+    // Of the terms in which qubit 40 is 0, index 0 is packed to 0 and top | 1 to 3.
     EXPECT_STATE(State(dest.begin(), dest.begin() + 4),
                  (State{{-0.5, 0.0}, {0.0, 0.0}, {0.0, 0.0}, {0.0, 1.0}}));
     EXPECT_EQ(dest[4].re, 7.0);

@@ -1,6 +1,6 @@
-// Projection on an operator that is independent of all generators: one more row, and the
-// elimination that puts the tables in order. A register starts with as many rows as qubits, so
-// these tableaus are made by hand with fewer.
+// Projection on an operator that is independent of all generators: it adds a row, and an
+// elimination restores the tables. A reset creates as many rows as qubits, so these tests set
+// tables of fewer rows.
 #include "clifford/tableau/clifford_support.h"
 
 namespace {
@@ -9,8 +9,7 @@ using namespace Nimbrel::Testing;
 
 constexpr const char* orthogonal = "Cannot project onto orthogonal state";
 
-/// Puts the tables in and projects on a signed Z; the rows must then be one more and look like
-/// this.
+/// Sets the tables, projects on a signed Z and expects these tables with one row more.
 void expect_added(const Tables& before, unsigned long qubit, bool minus, const Tables& after) {
     const auto qubits = static_cast<unsigned>(after.stabilizers.back().size() - 1);
     StabilizerState state(qubits);
@@ -37,11 +36,11 @@ TEST(AddGenerator, ComesFirstIfItsColumnDoes) {
     expect_added({{"+IZ"}, {"-IX"}}, 0, true, {{"-ZI", "+IZ"}, {"-XI", "+IX"}});
 }
 
-/// The new row is the target times the generators whose partners anticommute with it, IXZ here.
+/// The new row is the target times the generators whose destabilizers anticommute with it: IXZ.
 TEST(AddGenerator, TakesTheProductAndNotTheTarget) {
     expect_added({{"+XII", "-IXI"}, {"+ZII", "+IZX"}}, 2, false,
                  {{"+XII", "-IXI", "+IIZ"}, {"+ZII", "+IZI", "+IIX"}});
-    // -ZZ, which the pivot of column 0 then makes +IZ.
+    // The new row is -ZZ. The pivot of column 0 makes it +IZ.
     expect_added({{"-ZI", "+ZI"}, {"+XX", "+XI"}}, 1, false,
                  {{"-ZI", "+IZ", "-II"}, {"+XI", "+IX", "+II"}});
 }
@@ -49,25 +48,25 @@ TEST(AddGenerator, TakesTheProductAndNotTheTarget) {
 TEST(AddGenerator, PrefersAnXPivotAndLeavesThatColumnsZ) {
     expect_added({{"+XXI", "+ZZI"}, {"+ZII", "+IXI"}}, 2, false,
                  {{"+XXI", "+ZZI", "+IIZ"}, {"+ZII", "+IXI", "+IIX"}});
-    // The X stands behind the Z: -ZZI and +XXI change places.
+    // The pivot of column 0 is the row with an X, so -ZZI and +XXI are exchanged.
     expect_added({{"-ZZI", "+XXI"}, {"+XII", "+IZI"}}, 2, true,
                  {{"+XXI", "-ZZI", "-IIZ"}, {"+ZII", "+IXI", "+IIX"}});
 }
 
-/// Generators change places with their phases. Partners stay, lose their letters, keep their
-/// phases.
+/// Exchanged generators keep their phases. Destabilizers are not exchanged; their letters are
+/// replaced and their phases kept.
 TEST(AddGenerator, ExchangesGeneratorsAndKeepsThePhasesOfPartners) {
     expect_added({{"-IZI", "+XIZ"}, {"-IXI", "+iZYI"}}, 2, true,
                  {{"-XII", "-IZI", "-IIZ"}, {"-ZII", "+iIXI", "+IIX"}});
 }
 
-/// Row 1 loses its X on qubit 0 to row 0. The new row is IXZ, and loses its X to row 1.
+/// Row 0 clears the X of row 1 on qubit 0. The new row is IXZ, and row 1 clears its X.
 TEST(AddGenerator, ClearsAnXColumnInEveryOtherRow) {
     expect_added({{"+XII", "+XXI"}, {"+ZZX", "+IZX"}}, 2, false,
                  {{"+XII", "+IXI", "+IIZ"}, {"+ZII", "+IZI", "+IIX"}});
 }
 
-/// The X pivot of column 1 is also cleared from row 0, above it.
+/// The X pivot of column 1 also clears column 1 of row 0, above it.
 TEST(AddGenerator, ClearsAnXColumnAboveThePivotToo) {
     expect_added({{"+XXI", "-IXI"}, {"+ZII", "+IZI"}}, 2, false,
                  {{"-XII", "-IXI", "+IIZ"}, {"+ZII", "+IZI", "+IIX"}});
@@ -85,13 +84,14 @@ TEST(AddGenerator, MultipliesFromTheRight) {
                  {{"+XII", "-iZZI", "+IIZ"}, {"+ZII", "+IXI", "+IIX"}});
 }
 
-/// Column 1 has no letter. The second -ZII becomes -III, gets no pivot and the new row's partner.
+/// Column 1 has no letter. The second -ZII becomes -III, has no pivot and moves to the last row,
+/// whose destabilizer is the new one.
 TEST(AddGenerator, PassesOverAColumnWithoutAPivot) {
     expect_added({{"+ZII", "-ZII"}, {"+XZI", "-iYII"}}, 2, false,
                  {{"+ZII", "+IIZ", "-III"}, {"+XII", "-iIIX", "+III"}});
 }
 
-/// Both rows have their pivots after column 1: row 0 keeps its Z on qubit 2.
+/// Both rows have pivots after column 1, so row 0 keeps its Z on qubit 2.
 TEST(AddGenerator, StopsWhenEveryRowHasItsPivot) {
     expect_added({{"+XIZ"}, {"+ZII"}}, 1, false, {{"+XIZ", "+IZI"}, {"+ZII", "+IXI"}});
 }
@@ -109,7 +109,8 @@ TEST(AddGenerator, SettlesTheOperator) {
     measure(state, 2, 1);
 }
 
-/// The partners tell which generators make the operator up. These do not, so +Z is taken for new.
+/// The destabilizers select the generators that make up the operator. These select none, so +Z
+/// counts as independent.
 TEST(AddGenerator, AddsWhatAWrongPartnerHides) {
     expect_added({{"+Z"}, {"+Z"}}, 0, false, {{"+Z", "+I"}, {"+X", "+I"}});
 }
@@ -135,7 +136,7 @@ TEST(AddGenerator, InTheMiddleOfAWideTableau) {
     EXPECT_EQ(tables_of(state), tables_of(expected));
 }
 
-/// Rows that come in one at a time, and in any order, make the tableau of a fresh register.
+/// Generators added one by one, in any order, give the tableau of a fresh register.
 TEST(AddGenerator, BuildsATableauFromNothing) {
     constexpr unsigned qubits = 70;
     StabilizerState state(qubits);

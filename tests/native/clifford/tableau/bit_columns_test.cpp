@@ -1,4 +1,4 @@
-// Blocks of rows turned into columns and back.
+// Transposition of blocks of rows into columns and back.
 #include "clifford/tableau/bit_columns.h"
 
 #include <numeric>
@@ -13,7 +13,7 @@ using Words = std::pmr::vector<unsigned long>;
 
 class BitColumnsTest : public DrawingTest {
   protected:
-    /// Fills `rows` with so many rows of 320 qubits, five words with no bit unused.
+    /// Fills `rows` with random rows of 320 qubits, which use all bits of five words.
     void draw_rows(std::size_t count) {
         rows.assign(count, Stabilizer(320));
         for (Stabilizer& row : rows) {
@@ -67,7 +67,7 @@ TEST_F(BitColumnsTest, AColumnIsAQubitAndABitOfItIsARow) {
     }
 }
 
-TEST_F(BitColumnsTest, TakeEveryBitOfTheirWords) {
+TEST_F(BitColumnsTest, ReadEveryBitOfTheirWords) {
     const std::vector<unsigned> words{0, 2, 3};
     for (const std::size_t count : counts) {
         draw_rows(count);
@@ -76,7 +76,7 @@ TEST_F(BitColumnsTest, TakeEveryBitOfTheirWords) {
     }
 }
 
-/// Rows that are missing in a group of 64 are 0, whatever an earlier block left there.
+/// Bits of missing rows in a group of 64 are 0, also after a larger block.
 TEST_F(BitColumnsTest, HaveZerosForTheRowsThatAGroupLacks) {
     const std::vector<unsigned> words{1};
     draw_rows(256);
@@ -89,7 +89,7 @@ TEST_F(BitColumnsTest, HaveZerosForTheRowsThatAGroupLacks) {
     }
 }
 
-TEST_F(BitColumnsTest, GiveBackWhatTheyTook) {
+TEST_F(BitColumnsTest, WriteBackWhatTheyRead) {
     const std::vector<unsigned> words{1, 4};
     for (const std::size_t count : counts) {
         draw_rows(count);
@@ -106,7 +106,7 @@ TEST_F(BitColumnsTest, GiveBackWhatTheyTook) {
     }
 }
 
-TEST_F(BitColumnsTest, LeaveOtherWordsAndThePhasesAlone) {
+TEST_F(BitColumnsTest, DoNotChangeOtherWordsOrPhases) {
     const std::vector<unsigned> words{1, 4};
     draw_rows(100);
     columns.read_from_rows(pointers, words);
@@ -124,7 +124,7 @@ TEST_F(BitColumnsTest, LeaveOtherWordsAndThePhasesAlone) {
     }
 }
 
-TEST_F(BitColumnsTest, GiveBackWhatWasChangedInThem) {
+TEST_F(BitColumnsTest, WriteChangesBack) {
     draw_rows(130);
     const std::vector<Stabilizer> before = rows;
     const std::array words{3U};
@@ -138,7 +138,7 @@ TEST_F(BitColumnsTest, GiveBackWhatWasChangedInThem) {
     }
 }
 
-TEST_F(BitColumnsTest, OfNoRowsAreNothing) {
+TEST_F(BitColumnsTest, AcceptNoRowsAndNoWords) {
     const std::array words{0U};
     columns.read_from_rows({}, words);
     columns.write_to_rows();
@@ -147,7 +147,7 @@ TEST_F(BitColumnsTest, OfNoRowsAreNothing) {
     columns.write_to_rows();
 }
 
-/// The operations on a register of row bits, on bits that tell their place.
+/// Vector operations on words that all differ.
 TEST(RowBits, AreCombinedBitByBit) {
     alignas(64) const RowBits::Words a{0b0011, 1UL << 63, 0, ~0UL};
     alignas(64) const RowBits::Words b{0b0101, 0, 1UL << 63, ~0UL};

@@ -1,4 +1,4 @@
-/// Rows and tableaus written as letters, qubit 0 first, and rows that a seeded generator draws.
+/// Rows and tableaus as text, qubit 0 first, and random rows from a seeded generator.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,10 +15,10 @@
 
 namespace Nimbrel::Testing {
 
-/// Place p is the sign of phase p.
+/// Signs of the phases 0 to 3.
 inline constexpr std::array<std::string_view, 4> signs{"+", "+i", "-", "-i"};
 
-/// Place x + 2 z is the letter of those two bits.
+/// The letter of the bits x and z is at x + 2 z.
 inline constexpr std::string_view letters = "IXZY";
 
 inline std::string text_of(const Stabilizer& row) {
@@ -43,14 +43,15 @@ inline Stabilizer row_of(std::string_view text) {
     return row;
 }
 
-/// The text of a row of one letter throughout. (GCC 12 warns falsely of "+" before a long string.)
+/// The text of a row with the same letter on every qubit. (GCC 12 has a false warning for "+"
+/// before a long string.)
 inline std::string uniform_row(unsigned long length, char letter, char sign = '+') {
     std::string text(length + 1, letter);
     text[0] = sign;
     return text;
 }
 
-/// The text of a row with a letter on one qubit.
+/// The text of a row with a letter on one qubit and I on all others.
 inline std::string one_letter_row(unsigned long length, unsigned long qubit, char letter) {
     std::string text = uniform_row(length, 'I');
     text[1 + qubit] = letter;
@@ -74,7 +75,7 @@ struct Tables {
 };
 
 inline void PrintTo(const Tables& tables, std::ostream* out) {
-    *out << "generators " << testing::PrintToString(tables.stabilizers) << ", partners "
+    *out << "generators " << testing::PrintToString(tables.stabilizers) << ", destabilizers "
          << testing::PrintToString(tables.destabilizers);
 }
 
@@ -82,7 +83,7 @@ inline Tables tables_of(const StabilizerState& state) {
     return {texts_of(state.stabilizers), texts_of(state.destabilizers)};
 }
 
-/// Puts these rows, as many in each table, in the place of all rows.
+/// Replaces all rows by these. Requires: both tables have the same number of rows.
 inline void set_tables(StabilizerState& state, const Tables& tables) {
     state.stabilizers.clear();
     state.destabilizers.clear();
@@ -107,7 +108,8 @@ inline Stabilizer signed_z(unsigned length, unsigned long qubit, bool minus) {
     return row;
 }
 
-/// A test that draws, seeded from its own name, and tells its seed with every failure.
+/// A test with a random generator, which is seeded from the name of the test. Failures print the
+/// seed.
 class DrawingTest : public testing::Test {
   protected:
     unsigned long below(unsigned long limit) { return draws() % limit; }

@@ -1,4 +1,4 @@
-// What each gate makes of each letter of its qubits.
+// The image of each letter, or pair of letters, under each gate.
 #include "clifford/tableau/clifford_support.h"
 
 namespace {
@@ -15,7 +15,7 @@ void inverse_s(StabilizerState& state, unsigned long qubit) {
 struct OneQubitRules {
     const char* name;
     OneQubitGate gate;
-    std::array<std::string_view, 4> images;  ///< of I, X, Y and Z
+    std::array<std::string_view, 4> images;  ///< images of I, X, Y and Z
 
     friend void PrintTo(const OneQubitRules& rules, std::ostream* out) { *out << rules.name; }
 };
@@ -31,7 +31,7 @@ const OneQubitRules one_qubit_rules[] = {
     {"inverse s", inverse_s, {"+I", "-Y", "+X", "+Z"}},
 };
 
-/// The image with the row's own phase added to its sign.
+/// The image with the phase of the row added to its sign.
 std::string with_phase(std::string_view image, unsigned phase) {
     const unsigned sum = phase + (image[0] == '-' ? 2 : 0);
     return std::string(signs[sum % 4]) + std::string(image.substr(1));
@@ -55,7 +55,7 @@ TEST_P(OneQubitGates, MapEveryLetterUnderEveryPhase) {
     }
 }
 
-/// Rows of 130 qubits with a letter under test at one place and Y everywhere else.
+/// Rows of 130 qubits with the letter under test at one qubit and Y at all others.
 TEST_P(OneQubitGates, ActOnTheirQubitInEveryRowAndOnNoOther) {
     for (const unsigned long qubit : {0UL, 63UL, 64UL, 129UL}) {
         Tables before;
@@ -93,14 +93,14 @@ struct TwoQubitRule {
     std::string_view image;
 };
 
-/// The letters of the control and the target.
+/// Letters of the control and of the target.
 constexpr TwoQubitRule cnot_rules[] = {
     {"II", "+II"}, {"IX", "+IX"}, {"IY", "+ZY"}, {"IZ", "+ZZ"}, {"XI", "+XX"}, {"XX", "+XI"},
     {"XY", "+YZ"}, {"XZ", "-YY"}, {"YI", "+YX"}, {"YX", "+YI"}, {"YY", "-XZ"}, {"YZ", "+XY"},
     {"ZI", "+ZI"}, {"ZX", "+ZX"}, {"ZY", "+IY"}, {"ZZ", "+IZ"},
 };
 
-/// No sign ever changes: not in XY and YX either, where a full conjugation would change it.
+/// No sign changes. A full conjugation would change the sign of XY and YX.
 constexpr TwoQubitRule cz_rules[] = {
     {"II", "+II"}, {"IX", "+ZX"}, {"IY", "+ZY"}, {"IZ", "+IZ"}, {"XI", "+XZ"}, {"XX", "+YY"},
     {"XY", "+YX"}, {"XZ", "+XI"}, {"YI", "+YZ"}, {"YX", "+XY"}, {"YY", "+XX"}, {"YZ", "+YI"},
@@ -109,7 +109,7 @@ constexpr TwoQubitRule cz_rules[] = {
 
 using TwoQubitGate = void (StabilizerState::*)(unsigned long, unsigned long);
 
-/// Puts the two letters at two places of a row of Y and compares it with its image.
+/// Applies the gate to rows of Y with the two letters at two qubits and compares the images.
 void expect_rule(TwoQubitGate gate, const TwoQubitRule& rule, unsigned long first,
                  unsigned long second) {
     const auto row = [&](char sign, std::string_view pair) {
@@ -129,7 +129,7 @@ void expect_rule(TwoQubitGate gate, const TwoQubitRule& rule, unsigned long firs
         << rule.before << " on " << first << " and " << second;
 }
 
-/// In one word both ways round, in two words, and at the ends of a word.
+/// Two qubits of one word in both orders, of two words, and at the ends of a word.
 const std::pair<unsigned long, unsigned long> places[] = {{0, 1},   {1, 0},   {3, 62}, {63, 64},
                                                           {64, 63}, {129, 0}, {0, 128}};
 
@@ -166,7 +166,7 @@ TEST(ControlledGates, TakeTheWordFromTheLowHalfOfTheNumber) {
     }
 }
 
-/// A record may name its condition as its target too. The letter is read before it is toggled.
+/// A record may have the same qubit as control and target. The letter is read before it is toggled.
 TEST(ControlledGates, OnOneQubitTwice) {
     StabilizerState state(4);
     const Tables before{{"+IXZY", "-YYYY", "+iYXII", "+ZZZZ"},

@@ -1,4 +1,4 @@
-// Gates that were queued and applied together, beside the same gates applied one at a time.
+// Gates that a batch applies together, compared with the same gates applied one by one.
 #include "clifford/tableau/gate_batch.h"
 
 #include <memory>
@@ -41,7 +41,7 @@ void expect_same(const StabilizerState& actual, const StabilizerState& expected)
 
 class Batches : public DrawingTest {
   protected:
-    /// Two tableaus of the same random rows, whose phases are odd as well as even.
+    /// Sets both tableaus to the same random rows with phases 0 to 3.
     void draw_states(unsigned qubits, unsigned rows) {
         together = std::make_unique<StabilizerState>(qubits);
         one_by_one = std::make_unique<StabilizerState>(qubits);
@@ -87,7 +87,7 @@ class Batches : public DrawingTest {
     }
 };
 
-/// Counts from which few gates become many: six for each word of a row that they touch.
+/// The batch transposes rows from six gates for each word that they use; tests both sides of that.
 TEST_F(Batches, OfAnyNumberOnRegistersOfAnyWidth) {
     for (const unsigned qubits : {1U, 2U, 3U, 63U, 64U, 65U, 128U, 129U, 600U}) {
         const std::size_t words = (qubits + 63) / 64;
@@ -109,7 +109,7 @@ TEST_F(Batches, OfEachKindAlone) {
     }
 }
 
-/// Blocks hold 256 rows, half of each table.
+/// A block has 256 rows, 128 of each table.
 TEST_F(Batches, OnAnyNumberOfRows) {
     for (const unsigned rows : {0U, 1U, 31U, 32U, 33U, 127U, 128U, 129U, 255U, 256U, 257U, 300U}) {
         draw_states(4, rows);
@@ -125,7 +125,8 @@ TEST_F(Batches, OnPairsInOneWordAndAcrossWords) {
     for (const Kind kind : {Kind::cnot, Kind::cz}) {
         Gates gates;
         for (const auto& [a, b] : pairs) gates.push_back({kind, a, b});
-        for (int repeat = 0; repeat < 2; ++repeat) {  // 12 gates on four words are few, 36 many
+        for (int repeat = 0; repeat < 2;
+             ++repeat) {  // 12 gates on four words run on rows, 36 on columns
             draw_states(200, 60);
             expect_agreement(gates);
             const Gates once = gates;
@@ -150,7 +151,7 @@ TEST_F(Batches, OfControlledGatesOnOneQubitTwice) {
     }
 }
 
-/// Gates on words 3 and 7 of ten.
+/// The gates use words 3 and 7 of ten.
 TEST_F(Batches, LeaveTheWordsThatNoGateTouches) {
     draw_states(600, 140);
     const std::vector<Stabilizer> before = together->stabilizers;
@@ -170,7 +171,7 @@ TEST_F(Batches, LeaveTheWordsThatNoGateTouches) {
     }
 }
 
-/// The unused second qubit of such a gate names no word.
+/// The unused second qubit of a single-qubit gate must not select a word.
 TEST_F(Batches, OfOneQubitGatesOnALastWord) {
     for (const std::size_t count : {3UL, 6UL, 7UL, 100UL}) {
         draw_states(150, 150);
@@ -192,7 +193,7 @@ TEST_F(Batches, KeepTheBitsAboveTheLastQubitZero) {
     }
 }
 
-/// A row that a projection added has words of its own, away from the others.
+/// The words of a row that a projection added are not in the arena of the other rows.
 TEST_F(Batches, ReachARowThatWasAdded) {
     draw_states(3, 0);
     for (StabilizerState* state : {together.get(), one_by_one.get()}) {

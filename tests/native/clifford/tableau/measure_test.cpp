@@ -1,4 +1,4 @@
-// Measuring: fixed and drawn outcomes, what is drawn, and what is left of the tableau.
+// Measurement: fixed and drawn outcomes, the bit that is drawn, and the tableau afterwards.
 #include <memory_resource>
 
 #include "clifford/tableau/clifford_support.h"
@@ -7,13 +7,13 @@ namespace {
 
 using namespace Nimbrel::Testing;
 
-/// The outcome that the next draw will give, as the result of a measurement.
+/// The result of the next measurement with a drawn outcome.
 unsigned next_drawn(const StabilizerState& state) {
     std::mt19937_64 copy = state.rng;
     return 2 + static_cast<unsigned>(copy() >> 1 & 1);
 }
 
-/// Puts the generator where its next draw gives this outcome.
+/// Seeds the generator so that the next draw gives this outcome.
 void seed_for_outcome(StabilizerState& state, unsigned outcome) {
     unsigned long seed = 0;
     do {
@@ -56,7 +56,7 @@ TEST(Measurement, AfterHadamardIsDrawnAndThenFixed) {
     }
 }
 
-/// Bit 1 of each output in turn, and no other bit of it.
+/// Each drawn outcome is bit 1 of one output.
 TEST(Measurement, TakesBitOneOfOneOutput) {
     StabilizerState state(1);
     state.rng.seed(99);
@@ -72,7 +72,7 @@ TEST(Measurement, TakesBitOneOfOneOutput) {
     EXPECT_EQ(state.rng, expected);
 }
 
-/// Generators XX and ZZ, partners ZI and IX.
+/// Generators XX and ZZ, destabilizers ZI and IX.
 TEST(Measurement, OfABellPairFixesTheOtherQubit) {
     for (const unsigned outcome : {0U, 1U}) {
         for (const unsigned long first : {0UL, 1UL}) {
@@ -90,12 +90,12 @@ TEST(Measurement, OfABellPairFixesTheOtherQubit) {
     }
 }
 
-TEST(Measurement, MakesTheOldGeneratorThePartner) {
+TEST(Measurement, MakesTheOldGeneratorTheDestabilizer) {
     StabilizerState state(2);
     set_tables(state, {{"+XX", "+ZZ"}, {"+ZI", "+IX"}});
     seed_for_outcome(state, 1);
     measure(state, 1, 3);
-    // Row 1's partner had X on the measured qubit: IX times XX.
+    // The destabilizer of row 1 has X on the measured qubit: IX times XX.
     EXPECT_EQ(tables_of(state), (Tables{{"-IZ", "+ZZ"}, {"+XX", "+XI"}}));
 }
 
@@ -104,13 +104,13 @@ TEST(Measurement, MultipliesEveryRowThatAnticommutes) {
     set_tables(state, {{"+XXX", "+XZI", "-YIZ"}, {"+ZII", "-YXI", "+IIX"}});
     seed_for_outcome(state, 0);
     measure(state, 0, 2);
-    // Row by row from the right with the old +XXX: partner -YXI, then +XZI, then -YIZ.
+    // Each row is multiplied from the right by the old +XXX: destabilizer -YXI, then +XZI and -YIZ.
     EXPECT_EQ(tables_of(state), (Tables{{"+ZII", "+iIYX", "-ZXY"}, {"+XXX", "+iZIX", "+IIX"}}));
 }
 
 TEST(Measurement, OfAFixedProductTakesItsSign) {
     StabilizerState state(2);
-    // The signs of both generators enter: Z on qubit 1 is -ZI times +ZZ.
+    // Z on qubit 1 is -ZI times +ZZ, so both signs count.
     set_tables(state, {{"-ZI", "+ZZ"}, {"+XX", "+IX"}});
     measure(state, 0, 1);
     measure(state, 1, 1);
@@ -119,8 +119,8 @@ TEST(Measurement, OfAFixedProductTakesItsSign) {
     measure(state, 1, 0);
 }
 
-/// A measurement looks at all generators there are for an X, also behind the rows in use.
-TEST(Measurement, LooksForAnXBehindTheRowsInUse) {
+/// A measurement tests all generators for an X, also those past `num_rows`.
+TEST(Measurement, TestsRowsPastNumRowsForAnX) {
     StabilizerState state(2);
     state.had(1);
     state.num_rows = 1;
@@ -128,7 +128,8 @@ TEST(Measurement, LooksForAnXBehindTheRowsInUse) {
     measure(state, 1, 3);
 }
 
-/// With its destabilizers wrong, a row can be left over whose phase is odd: then it is drawn.
+/// With wrong destabilizers the product can be the identity with an odd phase. Then the outcome is
+/// drawn.
 TEST(Measurement, OfARowThatIsLeftWithAnOddPhaseIsDrawn) {
     StabilizerState state(1);
     set_tables(state, {{"+iZ"}, {"+X"}});
@@ -137,7 +138,8 @@ TEST(Measurement, OfARowThatIsLeftWithAnOddPhaseIsDrawn) {
     drawn_once();
     measure(state, 0, 3);
     EXPECT_EQ(state.rng, drawn_once);
-    // What was left, now -I, times +iZ is one more generator, and that times +iZ is +I.
+    // The row, now -I, times +iZ is added as a generator; the elimination multiplies it by +iZ to
+    // +I.
     EXPECT_EQ(tables_of(state), (Tables{{"+iZ", "+I"}, {"+X", "+I"}}));
 }
 
@@ -186,8 +188,8 @@ TEST(Measurement, InATableauOfNoRows) {
     measure(state, 0, 1);
 }
 
-/// What is left of the row after its products is projected on with the drawn sign. The generator
-/// that gets in then has that sign times the signs of the products: here the outcome's opposite.
+/// The projection uses the row after its products, with the drawn sign. The generator that is added
+/// then has that sign times the signs of the products: here the opposite of the outcome.
 TEST(Measurement, KeepsTheRowThatItsProductsLeft) {
     StabilizerState state(2);
     set_tables(state, {{"-ZI"}, {"+XX"}});
@@ -197,7 +199,7 @@ TEST(Measurement, KeepsTheRowThatItsProductsLeft) {
     measure(state, 1, 1);
 }
 
-/// Counts the requests to the memory that copies of rows and local rows come from.
+/// Counts the allocations of copied rows and local rows.
 class CountingMemory : public std::pmr::memory_resource {
   public:
     CountingMemory() : before_(std::pmr::set_default_resource(this)) {}
@@ -222,7 +224,7 @@ class CountingMemory : public std::pmr::memory_resource {
     std::pmr::memory_resource* before_;
 };
 
-/// The two parts of one local row, drawn or not.
+/// One local row has two parts, x and z.
 TEST(Measurement, AsksForTheMemoryOfOneRow) {
     StabilizerState state(100);
     for (unsigned long qubit = 1; qubit < 100; ++qubit) {

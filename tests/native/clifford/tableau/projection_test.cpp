@@ -1,4 +1,4 @@
-// Projection on a signed Z that some generator anticommutes with, or that the state settles.
+// Projection on a signed Z that anticommutes with a generator, or whose outcome is fixed.
 #include "clifford/tableau/clifford_support.h"
 
 namespace {
@@ -41,7 +41,7 @@ TEST(Projection, OnTheOppositeValueOfAProductIsRefused) {
     EXPECT_EQ(tables_of(state), before);
 }
 
-/// Only the phase of a minus sign contradicts the state.
+/// Only phase 2 contradicts the state.
 TEST(Projection, WithAnOddPhaseLeftChangesNothing) {
     for (const char* generator : {"+iZ", "-iZ"}) {
         StabilizerState state(1);
@@ -67,20 +67,21 @@ TEST(Projection, TakesTheFirstOfSeveralRows) {
     StabilizerState state(3);
     set_tables(state, {{"+IZZ", "-XXI", "+XIX"}, {"+IXI", "+ZII", "+XZZ"}});
     project(state, signed_z(3, 0, false), 0);
-    // From the right with the old -XXI: partner +XZZ gives -iIYZ, generator +XIX gives -IXX.
+    // Multiplied from the right by the old -XXI, destabilizer +XZZ is -iIYZ and generator +XIX is
+    // -IXX.
     EXPECT_EQ(tables_of(state), (Tables{{"+IZZ", "+ZII", "-IXX"}, {"+IXI", "-XXI", "-iIYZ"}}));
 }
 
-/// The walk starts at row 0, before the replaced row.
-TEST(Projection, MultipliesPartnersBeforeTheReplacedRow) {
+/// Rows before the replaced row are multiplied too.
+TEST(Projection, MultipliesDestabilizersBeforeTheReplacedRow) {
     StabilizerState state(2);
     set_tables(state, {{"+ZZ", "+XI"}, {"-YX", "+ZI"}});
     project(state, signed_z(2, 0, true), 0);
-    // Partner -YX from the right with +XI: YX is -iZ.
+    // Destabilizer -YX is multiplied from the right by +XI; Y times X is -iZ.
     EXPECT_EQ(tables_of(state), (Tables{{"+ZZ", "-ZI"}, {"+iZX", "+XI"}}));
 }
 
-/// Whatever the target is, the rows are found by the qubit's X alone.
+/// The rows are selected by the X bit of the qubit, whatever the target is.
 TEST(Projection, FindsItsRowsByTheQubitAlone) {
     StabilizerState state(2);
     set_tables(state, {{"+XI", "+IX"}, {"+ZI", "+IZ"}});
@@ -95,7 +96,7 @@ TEST(Projection, WithATargetOfAnotherLengthFailsInTheProduct) {
     EXPECT_EQ(tables_of(state), before);
 }
 
-/// Rows changed before a row of another length is met stay changed.
+/// Rows that were changed before the product that fails stay changed.
 TEST(Projection, KeepsWhatAFailedProductLeft) {
     StabilizerState state(2);
     set_tables(state, {{"+XI", "+XZ", "+XII"}, {"+ZI", "+IX", "+IIX"}});

@@ -1,4 +1,4 @@
-// The product of two rows: every pair of letters, every phase, and rows of every number of words.
+// The product of two rows: all pairs of letters, all phases, and rows of one to nine words.
 #include "clifford/tableau/clifford_support.h"
 
 namespace {
@@ -108,7 +108,7 @@ std::string product_by_letters(const std::string& left, const std::string& right
             word += a[i] == 'I' ? b[i] : b[i] == 'I' ? a[i] : 'I';
             continue;
         }
-        // X times Y is iZ, and so on in a circle; the other way round it is -i.
+        // XY = iZ, YZ = iX and ZX = iY; the reversed products have -i.
         const std::size_t from = cycle.find(a[i]);
         const bool forward = cycle[(from + 1) % 3] == b[i];
         word += cycle[(from + (forward ? 2 : 1)) % 3];
@@ -119,7 +119,7 @@ std::string product_by_letters(const std::string& left, const std::string& right
 
 class RowProducts : public DrawingTest {};
 
-/// Rows of one to nine words, so that whole groups of four are taken with each remainder.
+/// One to nine words: groups of four words with every possible remainder.
 TEST_F(RowProducts, OfEveryWidth) {
     for (unsigned words = 1; words <= 9; ++words) {
         for (const unsigned length : {64 * words - 63, 64 * words - 1, 64 * words}) {
@@ -133,7 +133,7 @@ TEST_F(RowProducts, OfEveryWidth) {
     }
 }
 
-/// One pair of letters at one place alone: no place is left out and none is taken twice.
+/// A pair of letters at a single qubit, for every qubit.
 TEST_F(RowProducts, SeeEveryPlace) {
     constexpr unsigned length = 64 * 9;
     for (unsigned place = 0; place < length; ++place) {
@@ -143,7 +143,8 @@ TEST_F(RowProducts, SeeEveryPlace) {
     }
 }
 
-/// Places of equal position in different words, whose phases are added up before they are counted.
+/// Qubits with the same bit position in different words, whose phases are summed in one bit
+/// position.
 TEST_F(RowProducts, AddUpPlacesThatShareABitPosition) {
     for (unsigned words = 1; words <= 9; ++words) {
         for (unsigned mask = 1; mask < 1U << words; ++mask) {

@@ -1,4 +1,4 @@
-// The two parts of a row and how rows are made and copied.
+// The bit vectors of a row; creation and copies of rows.
 #include "clifford/tableau/stabilizer_row.h"
 
 #include "clifford/tableau/clifford_support.h"
@@ -45,7 +45,7 @@ TEST(PauliBits, AQubitIsABitOfAWord) {
     EXPECT_EQ(bits.words[1], 1UL);
 }
 
-TEST(PauliBits, AnyLooksAtEveryWord) {
+TEST(PauliBits, AnyTestsEveryWord) {
     for (const unsigned long qubit : {0UL, 63UL, 64UL, 127UL, 128UL, 199UL}) {
         PauliBits bits = bits_of(200);
         bits.set(qubit);
@@ -56,7 +56,7 @@ TEST(PauliBits, AnyLooksAtEveryWord) {
     }
 }
 
-TEST(Stabilizer, IsBornAsTheIdentity) {
+TEST(Stabilizer, StartsAsTheIdentity) {
     for (const unsigned length : {1U, 64U, 65U, 1000U}) {
         const Stabilizer row(length);
         EXPECT_EQ(row.length, length);

@@ -1,4 +1,4 @@
-// A tableau as it is born, its generator of random numbers, and a tableau of no rows.
+// The tableau after construction, the seed of its random generator, and a tableau without rows.
 #include <chrono>
 
 #include "clifford/tableau/clifford_support.h"
@@ -8,7 +8,7 @@ namespace {
 
 using namespace Nimbrel::Testing;
 
-TEST(Tableau, IsBornWithEveryQubitZero) {
+TEST(Tableau, StartsWithEveryQubitZero) {
     const StabilizerState state(3);
     EXPECT_EQ(state.num_qubits, 3U);
     EXPECT_EQ(state.num_rows, 3U);
@@ -36,7 +36,7 @@ TEST(Tableau, OfNoQubitsHasNoRows) {
     EXPECT_EQ(state.scratch.length, 0U);
 }
 
-/// Whether the generator is new and was seeded with one of these numbers.
+/// Whether the generator was seeded with one of these numbers and has drawn nothing.
 bool seeded_between(const std::mt19937_64& generator, unsigned long first, unsigned long last) {
     for (unsigned long seed = first; seed <= last; ++seed) {
         if (generator == std::mt19937_64(seed)) return true;
@@ -49,20 +49,20 @@ unsigned long clock_ticks() {
     return static_cast<unsigned long>(now.count());
 }
 
-/// The process-wide seed has no say in it.
+/// The seed of the process-wide generator has no effect.
 TEST(Tableau, SeedsItsGeneratorFromTheClock) {
     for (;;) {
         set_random_seed(5);
         const unsigned long before = clock_ticks();
         const StabilizerState state(1);
         const unsigned long after = clock_ticks();
-        if (after - before > 100000) continue;  // was interrupted: too many seeds to try
+        if (after - before > 100000) continue;  // the thread was interrupted: too many seeds to try
         EXPECT_TRUE(seeded_between(state.rng, before, after));
         return;
     }
 }
 
-/// Rows without a tableau's promises, so that any operation on them would show.
+/// Rows that every gate would change.
 TEST(Tableau, OfNoRowsIsLeftAloneByEveryGate) {
     StabilizerState state(2);
     state.num_rows = 0;
@@ -83,7 +83,7 @@ TEST(Tableau, OfNoRowsIsLeftAloneByEveryGate) {
     EXPECT_EQ(tables_of(state), Tables{});
 }
 
-TEST(Tableau, GatesWalkTheRowsInUse) {
+TEST(Tableau, GatesChangeTheFirstNumRowsRows) {
     StabilizerState state(2);
     state.num_rows = 1;
     state.had(0);

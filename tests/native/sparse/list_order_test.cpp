@@ -14,7 +14,7 @@ constexpr complex_t zero{0.0, 0.0};
 
 using Pairs = SparseFilter;
 
-TEST_F(Pairs, ThePartnerOfALoneTermStandsAtTheEnd) {
+TEST_F(Pairs, ThePartnerOfALoneTermIsAppended) {
     reset(2);
     run(OP_H, {.target_mask = 0b10});
     EXPECT_TERMS({0, {h, 0.0}}, {2, {h, 0.0}});
@@ -24,7 +24,7 @@ TEST_F(Pairs, ThePartnerOfALoneTermStandsAtTheEnd) {
     EXPECT_TERMS({2, {-h, -0.0}}, {0, {h, 0.0}});
 }
 
-TEST_F(Pairs, WhatCancelsStays) {
+TEST_F(Pairs, TermsThatCancelStayInTheList) {
     reset(1);
     run(OP_H, {.target_mask = 1});
     run(OP_H, {.target_mask = 1});
@@ -50,17 +50,17 @@ TEST_F(Pairs, AppendedTermsAreNotVisitedAgain) {
     EXPECT_TERMS({0, {2.0 * h, 0.0}}, {3, {-h, -0.0}}, {1, {2.0 * h, 0.0}}, {2, {h, 0.0}});
 }
 
-/// Without the target bit the indices are 5, 4, 4 with a mark, and 0.
+/// With the target bit cleared the indices are 5, 4, 4 (marked) and 0.
 TEST_F(Pairs, TheListIsInOrderOfItsMarkedKeys) {
     reset(3);
     load({{5, {1.0, 0.0}}, {4, {3.0, 0.0}}, {6, {5.0, 0.0}}, {0, {7.0, 0.0}}});
     run(OP_H, {.target_mask = 0b010, .cond_mask = 0b001, .cond_neg_mask = 0b001});
-    // 5 fails the condition; 4 and 6 are a pair, and 0 stands alone.
+    // 5 does not meet the controls; 4 and 6 are a pair; 0 has no partner.
     EXPECT_TERMS({0, {7.0 * h, 0.0}}, {4, {8.0 * h, 0.0}}, {6, {-2.0 * h, 0.0}}, {5, {1.0, 0.0}},
                  {2, {7.0 * h, 0.0}});
 }
 
-TEST_F(Pairs, AFailedConditionTakesTheMarksOffAndLeavesTheOrderOfTheSort) {
+TEST_F(Pairs, WithoutATermThatMeetsTheControlsTheListIsSortedAndUnmarked) {
     reset(3);
     load({{7, {1.0, 0.0}}, {1, {2.0, 0.0}}, {2, {3.0, 0.0}}, {0, {4.0, 0.0}}});
     for (const unsigned long opcode : {OP_H, OP_RY, OP_RX, OP_Y, OP_ROOTY}) {
@@ -115,7 +115,7 @@ TEST_F(Walks, KeepTheOrderOfTheList) {
     EXPECT_TERMS({5, {-1.0, 0.0}}, {2, {2.0, 2.0 * 6.123233995736766e-17}}, {1, {3.0, -0.0}});
 }
 
-TEST_F(Walks, ZTurnsOverTheSignOfWhatIsNoNumber) {
+TEST_F(Walks, ZNegatesANaN) {
     reset(1);
     load({{1, {std::nan(""), -std::nan("")}}});
     run(OP_Z, {.target_mask = 1});
