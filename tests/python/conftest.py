@@ -15,7 +15,9 @@ from support.driver import BitFilter, open_bit_filter
 
 # A slow machine is no failure. Every run has the same examples, but for those that ask for
 # others: pytest --hypothesis-profile=thorough
-ON_ANY_MACHINE = settings(deadline=None, suppress_health_check=[HealthCheck.too_slow])
+ON_ANY_MACHINE = settings(
+    deadline=None, suppress_health_check=[HealthCheck.too_slow], report_multiple_bugs=False
+)
 settings.register_profile("repeatable", ON_ANY_MACHINE, derandomize=True)
 settings.register_profile("thorough", ON_ANY_MACHINE, max_examples=1000)
 settings.load_profile("repeatable")

@@ -19,8 +19,8 @@ from support.flag_windows import FlagWindows
 
 BATCHES = 4
 PROGRAMS_EACH = 500
-MOST_CALLS = 4
-MOST_RECORDS = 24
+CALLS = 3  # on average
+RECORDS = 12  # of a call, on average
 MARKER = 0x10000000
 
 
@@ -118,8 +118,8 @@ def drive(engine: ModuleType, rng: DrawnRandom) -> Pair:
     with open_pair(engine, debug=rng.random() < 0.9) as pair:
         if rng.random() < 0.98:
             pair.run([tagged(RESET, target_mask=width)])
-        for _ in range(1 + rng.length(MOST_CALLS - 1)):
-            pair.run(source.records(rng.length(MOST_RECORDS)))
+        for _ in rng.steps(CALLS):
+            pair.run(source.records(RECORDS))
             pair.compare_peeks(rng.getrandbits(32), 1 << rng.randrange(32))
         pair.run(close_jump(pair.model))
         pair.run(rng.choice((read_all_words, free_all_bits))(pair.model))
@@ -155,8 +155,8 @@ def test_random_programs(engine: ModuleType, batch: int) -> None:
 def drive_wildly(engine: ModuleType, rng: DrawnRandom) -> None:
     with open_pair(engine, debug=True) as pair:
         pair.run([tagged(RESET, target_mask=random_width(rng))])
-        for _ in range(rng.length(60)):
-            pair.run([wild_record(rng) for _ in range(rng.length(3))])
+        for _ in rng.steps(30):
+            pair.run([wild_record(rng) for _ in rng.steps(2)])
         pair.run(close_jump(pair.model))
         pair.run(read_all_words(pair.model))
 

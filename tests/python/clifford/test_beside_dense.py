@@ -16,7 +16,7 @@ from models import opcodes
 from models.clifford import NO_MATCH
 from models.wire import Record, tagged
 from programs.dense import random_flag, some_of
-from programs.drawn import DrawnRandom, begin_record, check_programs, noting
+from programs.drawn import DrawnRandom, check_programs, noting, steps
 from support.beside_dense import DenseAnd, classical, draw_kind, top_letter, z_basis
 from support.clifford import CliffordFilter, open_clifford
 from support.dense import open_dense
@@ -84,11 +84,7 @@ def gate(rng: random.Random, both: Both) -> None:
 
 
 def random_gates(rng: random.Random, num_qubits: int, count: int) -> list[Record]:
-    program = []
-    for _ in range(count):
-        begin_record(rng)
-        program.append(random_gate(rng, num_qubits))
-    return program
+    return [random_gate(rng, num_qubits) for _ in steps(rng, count)]
 
 
 def random_gate(rng: random.Random, num_qubits: int) -> Record:
@@ -140,8 +136,7 @@ KINDS = {gate: 30, measure: 2, measure_product: 2, classical: 2}
 
 def compare_program(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
     with open_both(engine, num_qubits) as both:
-        for _ in range(rng.length(100)):
-            rng.begin()
+        for _ in rng.steps(50):
             draw_kind(rng, KINDS)(rng, both)
             both.probability(rng.randrange(num_qubits), rng.getrandbits(1))
         both.compare(rng)
@@ -154,7 +149,7 @@ def test_random_programs(engine: ModuleType, num_qubits: int) -> None:
 
 def compare_run(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
     with open_both(engine, num_qubits) as both:
-        both.run(*random_gates(rng, num_qubits, rng.length(200)))
+        both.run(*random_gates(rng, num_qubits, 80))
         both.compare(rng)
 
 
@@ -170,7 +165,7 @@ def test_the_programs_reach_every_probability(engine: ModuleType) -> None:
 
     def count(rng: DrawnRandom) -> None:
         with open_both(engine, 6) as both:
-            both.run(*random_gates(rng, 6, rng.length(80)))
+            both.run(*random_gates(rng, 6, 40))
             for qubit in range(6):
                 found[both.probability(qubit, 1)] += 1
                 both.settle(rng, qubit)

@@ -49,8 +49,8 @@ def drive(rng: DrawnRandom, pair: CliffordPair) -> None:
     if rng.random() < 0.97:
         pair.run([tagged(RESET, target_mask=source.num_qubits)])
         if source.num_qubits and rng.random() < 0.5:
-            pair.run(gate_run(rng, source.num_qubits, rng.length(60)))
-    for _ in range(rng.length(48)):
+            pair.run(gate_run(rng, source.num_qubits, 30))
+    for _ in rng.steps(24):
         pair.run([source.record()])
         follow(source, pair)
         if rng.random() < 0.1:
@@ -100,8 +100,8 @@ def compare_with_few_looks(engine: ModuleType, rng: DrawnRandom) -> None:
     width = max(random_width(rng), 1)
     source = CliffordSource(rng, width, steady=True)
     with open_clifford_pair(engine, width) as pair:
-        for _ in range(1 + rng.length(2)):
-            pair.run([source.record() for _ in range(rng.length(60))])
+        for _ in rng.steps(2):
+            pair.run([source.record() for _ in rng.steps(30)])
             follow(source, pair)
         pair.compare_hidden()
 
@@ -114,11 +114,11 @@ def test_looks_far_apart(engine: ModuleType) -> None:
 def erase_a_qubit(rng: DrawnRandom, pair: CliffordPair, source: CliffordSource) -> None:
     """Random gates, an X whose control is its target, then records and calls."""
     width = pair.num_qubits
-    pair.run(gate_run(rng, width, rng.length(min(4 * width, 100))))
+    pair.run(gate_run(rng, width, min(2 * width, 50)))
     erased = rng.randrange(width)
     both = {"target_offset": erased, "cond_offset": erased}
     pair.run([tagged(X, target_mask=1, cond_mask=1, **both)])
-    for _ in range(rng.length(10)):
+    for _ in rng.steps(5):
         pair.run([source.record()])
         peek_or_project(rng, pair)
 
@@ -131,7 +131,7 @@ def test_controls_that_are_their_targets(engine: ModuleType) -> None:
         width = rng.choice((*range(1, 9), *range(1, 9), 64, 65))
         source = CliffordSource(rng, width, steady=True)
         with open_clifford_pair(engine, width) as pair:
-            for _ in range(1 + rng.length(2)):
+            for _ in rng.steps(2):
                 erase_a_qubit(rng, pair, source)
             pair.compare_hidden()
             found["more rows than qubits"] += pair.num_rows > width

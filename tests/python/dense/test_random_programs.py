@@ -93,7 +93,7 @@ def by_block_size(
 @given(rng=drawn_randoms())
 def test_gates_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom) -> None:
     state = initial_state(rng, QUBITS)
-    program = gate_program(rng, QUBITS, rng.length(100))
+    program = gate_program(rng, QUBITS, 50)
     expected = modelled(state, program)
     outcomes = by_block_size(engine, state, program)
     assert_identical(outcomes[QUBITS], expected)
@@ -106,7 +106,7 @@ def test_gates_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom) -> No
 @given(rng=drawn_randoms())
 def test_measurements_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom) -> None:
     state = initial_state(rng, QUBITS)
-    program = ProgramSource(rng, QUBITS).program(rng.length(100))
+    program = ProgramSource(rng, QUBITS).program(50)
     expected = modelled(state, program)
     outcomes = by_block_size(engine, state, program)
     assert_identical(outcomes[QUBITS], expected)
@@ -128,7 +128,7 @@ LARGE_SETTINGS = [
 @hypothesis.settings(max_examples=5)
 @given(rng=drawn_randoms())
 def test_gates_on_a_large_register(engine: ModuleType, rng: DrawnRandom) -> None:
-    program = gate_program(rng, LARGE, rng.length(120))
+    program = gate_program(rng, LARGE, 60)
     state = initial_state(rng, LARGE)
     outcomes = by_block_size(engine, state, program, LARGE_SETTINGS)
     for size, got in outcomes.items():
@@ -138,7 +138,7 @@ def test_gates_on_a_large_register(engine: ModuleType, rng: DrawnRandom) -> None
 @hypothesis.settings(max_examples=5)
 @given(rng=drawn_randoms())
 def test_measurements_on_a_large_register(engine: ModuleType, rng: DrawnRandom) -> None:
-    program = ProgramSource(rng, LARGE).program(rng.length(120))
+    program = ProgramSource(rng, LARGE).program(60)
     state = initial_state(rng, LARGE)
     outcomes = by_block_size(engine, state, program, LARGE_SETTINGS)
     for size, got in outcomes.items():
@@ -150,7 +150,7 @@ def test_measurements_on_a_large_register(engine: ModuleType, rng: DrawnRandom) 
 @given(rng=drawn_randoms())
 def test_wild_masks_agree_with_and_without_threads(engine: ModuleType, rng: DrawnRandom) -> None:
     # Some of these gates differ between block sizes, but none between thread settings.
-    program = wild_program(rng, QUBITS, rng.length(120))
+    program = wild_program(rng, QUBITS, 60)
     by_block_size(engine, initial_state(rng, QUBITS), program)
 
 
@@ -160,7 +160,7 @@ def test_one_block_is_the_model_bit_for_bit(
     engine: ModuleType, rng: DrawnRandom, is_async: int
 ) -> None:
     state = initial_state(rng, QUBITS)
-    program = ProgramSource(rng, QUBITS).program(rng.length(100))
+    program = ProgramSource(rng, QUBITS).program(50)
     got = outcome(engine, Setting(QUBITS, 0, is_async), state, program)
     assert_identical(got, modelled(state, program))
 
@@ -170,7 +170,7 @@ def test_one_block_is_the_model_bit_for_bit(
 def test_a_program_split_over_calls_is_the_same_program(
     engine: ModuleType, rng: DrawnRandom
 ) -> None:
-    program = ProgramSource(rng, QUBITS).program(rng.length(120))
+    program = ProgramSource(rng, QUBITS).program(60)
     whole = outcome(engine, Setting(2), holed_state(random.Random(1), QUBITS), program)
     with open_dense(engine, QUBITS, Setting(2)) as filter_:
         filter_.call("enable_qubit_debugging", 1)

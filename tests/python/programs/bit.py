@@ -7,7 +7,7 @@ from collections.abc import Callable
 
 from models import bit, opcodes
 from models.wire import TAG, WORD, Record, tagged
-from programs.drawn import begin_record
+from programs.drawn import steps
 
 ODD_FLAGS = [
     100_000_000,
@@ -44,7 +44,6 @@ def wild_record(rng: random.Random) -> Record:
 
     Resets are left out: what a vast one does is the machine's memory to say.
     """
-    begin_record(rng)
     low = rng.choice(
         (
             opcodes.X,
@@ -102,10 +101,9 @@ class RecordSource:
 
     def records(self, count: int) -> list[Record]:
         """About `count` records: most are drawn one by one, whole swaps in twos or threes."""
-        return [record for _ in range(count) for record in self._one_or_whole_swap()]
+        return [record for _ in steps(self.rng, count) for record in self._one_or_whole_swap()]
 
     def record(self) -> Record:
-        begin_record(self.rng)
         return self._any_kind()
 
     def _any_kind(self) -> Record:
@@ -113,7 +111,6 @@ class RecordSource:
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 
     def _one_or_whole_swap(self) -> list[Record]:
-        begin_record(self.rng)
         return [self._any_kind()] if self.rng.random() < 0.9 else self._whole_swap()
 
     def _record(self, low: int, **words: int | float) -> Record:

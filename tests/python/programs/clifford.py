@@ -11,7 +11,7 @@ from models.clifford import IGNORED, REFUSED, qubits_of
 from models.program import Pair
 from models.wire import WORD, Record, tagged
 from programs.bit import ODD_OPCODES, RecordSource
-from programs.drawn import begin_record
+from programs.drawn import steps
 
 WIDTHS = (1, 2, 3, 63, 64, 65, 66, 127, 128, 129, 130)
 FREE_GATES = (*(opcodes.H,) * 3, opcodes.S, opcodes.S, opcodes.S_INV, opcodes.Y)
@@ -227,11 +227,10 @@ class CliffordSource(RecordSource):
 
 def gate_run(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
     """About `length` records of gates that every register of this width takes."""
-    return [record for _ in range(length) for record in one_gate(rng, num_qubits)]
+    return [record for _ in steps(rng, length) for record in one_gate(rng, num_qubits)]
 
 
 def one_gate(rng: random.Random, num_qubits: int) -> list[Record]:
-    begin_record(rng)
     low = rng.choice(
         (
             *FREE_GATES,

@@ -6,7 +6,7 @@ import random
 
 from models import opcodes
 from models.wire import WORD, Record, signed, tagged
-from programs.drawn import begin_record
+from programs.drawn import steps
 
 NOT_GATES = (opcodes.X, opcodes.LELBOW, opcodes.RELBOW)
 ROOTS = (opcodes.ROOTX, opcodes.ROOTX_INV, opcodes.ROOTY, opcodes.ROOTY_INV)
@@ -99,20 +99,12 @@ def random_flag(rng: random.Random) -> int:
 
 def gate_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
     """Gates only, all of them possible at every block size."""
-    program = []
-    for _ in range(length):
-        begin_record(rng)
-        program.append(loose_gate(rng, rng.choice(GATES), num_qubits))
-    return program
+    return [loose_gate(rng, rng.choice(GATES), num_qubits) for _ in steps(rng, length)]
 
 
 def wild_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
     """Gates with anything at all in their masks."""
-    program = []
-    for _ in range(length):
-        begin_record(rng)
-        program.append(wild_gate(rng, rng.choice(GATES), num_qubits))
-    return program
+    return [wild_gate(rng, rng.choice(GATES), num_qubits) for _ in steps(rng, length)]
 
 
 class ProgramSource:
@@ -133,10 +125,9 @@ class ProgramSource:
         }
 
     def program(self, length: int) -> list[Record]:
-        return [record for _ in range(length) for record in self._step()]
+        return [record for _ in steps(self.rng, length) for record in self._step()]
 
     def _step(self) -> list[Record]:
-        begin_record(self.rng)
         kinds = self._kinds
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 

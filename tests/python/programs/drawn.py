@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import random
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 
 from hypothesis import currently_in_test_context, given, note, seed, settings
 from hypothesis import strategies as st
@@ -27,16 +27,17 @@ class DrawnRandom(random.Random):
         self._block = b""
         self._place = 0
 
-    def begin(self) -> None:
-        """Starts a new block.
+    def steps(self, average: int) -> Iterator[None]:
+        """The steps of a program, `average` of them on average and 3 * `average` at most.
 
-        Called before each record, so that one record can go without changing those after it.
+        Each step begins with a new block, and the first byte of that tells whether the program
+        goes on: so hypothesis can leave out a step and change none of those after it.
         """
-        self._place = len(self._block)
-
-    def length(self, most: int) -> int:
-        """How many records to draw; an integer choice, which shrinks together with the records."""
-        return self._source.randint(0, most)
+        for _ in range(3 * average):
+            self._place = len(self._block)
+            if self._take(1) * average < 256:
+                return
+            yield
 
     def seed(self, *_: object) -> None:
         """Does nothing: the numbers are drawn."""
@@ -65,10 +66,9 @@ class DrawnRandom(random.Random):
         return self._take(count) * n >> 8 * count
 
 
-def begin_record(rng: random.Random) -> None:
-    """Starts a new block if the numbers are drawn by hypothesis."""
-    if isinstance(rng, DrawnRandom):
-        rng.begin()
+def steps(rng: random.Random, count: int) -> Iterable[object]:
+    """So many steps of a program; as many on average if hypothesis draws the numbers."""
+    return rng.steps(count) if isinstance(rng, DrawnRandom) else range(count)
 
 
 def drawn_randoms() -> st.SearchStrategy[DrawnRandom]:

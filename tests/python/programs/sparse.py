@@ -13,7 +13,6 @@ from models.sparse import IGNORED, MAX_QUBITS
 from models.wire import WORD, Record, set_bits, signed, tagged
 from programs.bit import JUMP_FAMILY, NOISE, ODD_FLAGS, ODD_OPCODES
 from programs.dense import ROOTS, angle, random_flag, some_of
-from programs.drawn import begin_record
 from support.dense import Vector
 
 # Qubits of the register that may come into superposition: this bounds the length of the list.
@@ -86,7 +85,6 @@ class SparseSource:
         self.mixed = sum(1 << qubit for qubit in qubits)
 
     def record(self) -> Record:
-        begin_record(self.rng)
         kinds = self._kinds
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 

@@ -13,6 +13,7 @@ from models.flags import CAPACITY
 from models.opcodes import FETCH_REPLY
 from models.remote import ClientModel
 from models.wire import RECORD_BYTES
+from programs.drawn import DrawnRandom, check_programs, steps
 from support.driver import rec
 from support.remote import LONG, ONE_POLL, POLL_SECONDS, TIMED_OUT, Remote, open_remote, reply
 
@@ -48,7 +49,7 @@ def random_piece(rng: random.Random) -> bytes:
 
 
 def random_stream(rng: random.Random, pieces: int) -> bytes:
-    stream = b"".join(random_piece(rng) for _ in range(pieces))
+    stream = b"".join(random_piece(rng) for _ in steps(rng, pieces)) or random_piece(rng)
     if rng.random() < 0.5:
         stream = random_reply(rng) + stream
     return stream[: rng.choice((rng.randint(1, 100), len(stream), len(stream)))]
@@ -104,45 +105,74 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
         yield pair
 
 
-@pytest.mark.parametrize("cuts", [0, 1, 2, 3, 4, 6, 8, 12, 30])
-def test_streams_in_chunks(remote: Remote, rng: random.Random, cuts: int) -> None:
+def compare_chunks(remote: Remote, chunks: list[bytes], requests: int, model: ClientModel) -> None:
+    """Plays the chunks over a new connection."""
+    stream = b"".join(chunks)
+    # An ample stream of empty polls tells whether the head is a reply.
+    completes = ClientModel().wait([stream, *[b""] * requests], requests) is not None
+    remote.join(LONG if completes else SHORT)
+    check_wait(remote, model, chunks, requests, completes)
+    assert_same_flags(remote, model, touched_flags(stream))
+
+
+def test_streams_in_chunks(remote: Remote) -> None:
+    def compare(rng: DrawnRandom) -> None:
+        remote.renew_filter()
+        model = ClientModel()
+        for _ in rng.steps(3):
+            chunks = random_chunks(rng, random_stream(rng, 5), rng.randint(0, 12))
+            compare_chunks(remote, chunks, rng.choice((1, 2, 3, 5, 20)), model)
+
+    check_programs(compare, 60)
+
+
+@pytest.mark.parametrize("cuts", [0, 1, 3, 8, 30])
+def test_long_streams_in_chunks(remote: Remote, rng: random.Random, cuts: int) -> None:
     model = ClientModel()
-    for pieces in (1, 2, 3, 5, 10, 30, 120):
-        stream = random_stream(rng, pieces)
-        chunks = random_chunks(rng, stream, cuts)
-        stream = b"".join(chunks)
-        requests = rng.choice((1, 2, 3, 5, 20))
-        # An ample stream of empty polls tells whether the head is a reply.
-        completes = ClientModel().wait([stream, *[b""] * requests], requests) is not None
-        remote.join(LONG if completes else SHORT)
-        check_wait(remote, model, chunks, requests, completes)
-        assert_same_flags(remote, model, touched_flags(stream))
+    for pieces in (30, 120):
+        chunks = random_chunks(rng, random_stream(rng, pieces), cuts)
+        compare_chunks(remote, chunks, rng.choice((1, 2, 3, 5, 20)), model)
 
 
-@pytest.mark.parametrize("pieces", [1, 2, 10, 120])
-def test_streams_that_are_there_before_the_wait(
-    remote: Remote, rng: random.Random, pieces: int
-) -> None:
-    """One poll reads it all and must count enough: the timeout is over before another one."""
+def compare_one_poll(remote: Remote, stream: bytes, model: ClientModel) -> None:
+    """Sends the stream before the wait, whose timeout is over before a second poll."""
+    requests = len(stream) // RECORD_BYTES or 1
+    completes = model.wait([stream], requests) is not None
+    remote.join(ONE_POLL)
+    remote.peer.ask("send", stream)
+    assert remote.fetch(requests).printed == ("" if completes else TIMED_OUT)
+    assert remote.bytes_read() == len(stream)
+    assert_same_flags(remote, model, touched_flags(stream))
+
+
+def test_streams_that_are_there_before_the_wait(remote: Remote) -> None:
+    def compare(rng: DrawnRandom) -> None:
+        remote.renew_filter()
+        model = ClientModel()
+        for _ in rng.steps(3):
+            compare_one_poll(remote, random_stream(rng, 3), model)
+
+    check_programs(compare, 30)
+
+
+def test_long_streams_that_are_there_before_the_wait(remote: Remote, rng: random.Random) -> None:
     model = ClientModel()
     for _ in range(8):
-        stream = random_stream(rng, pieces)
-        records = len(stream) // RECORD_BYTES
-        requests = records or 1
-        completes = model.wait([stream], requests) is not None
-        remote.join(ONE_POLL)
-        remote.peer.ask("send", stream)
-        assert remote.fetch(requests).printed == ("" if completes else TIMED_OUT)
-        assert remote.bytes_read() == len(stream)
-        assert_same_flags(remote, model, touched_flags(stream))
+        compare_one_poll(remote, random_stream(rng, 120), model)
 
 
-@pytest.mark.parametrize("requests", [1, 2, 3, 5])
-def test_waits_one_after_the_other(remote: Remote, rng: random.Random, requests: int) -> None:
+def test_waits_one_after_the_other(remote: Remote) -> None:
     """Each wait begins where the last stopped reading, be it inside a record or not."""
-    model = ClientModel()
-    remote.join(LONG)
-    for _ in range(10):
-        stream = random_reply(rng) + b"".join(random_piece(rng) for _ in range(rng.choice((0, 2))))
-        check_wait(remote, model, [stream], requests, completes=True)
-        assert_same_flags(remote, model, touched_flags(stream))
+
+    def compare(rng: DrawnRandom) -> None:
+        remote.renew_filter()
+        model = ClientModel()
+        remote.join(LONG)
+        for _ in rng.steps(5):
+            stream = random_reply(rng) + b"".join(
+                random_piece(rng) for _ in range(rng.choice((0, 2)))
+            )
+            check_wait(remote, model, [stream], rng.choice((1, 2, 3, 5)), completes=True)
+            assert_same_flags(remote, model, touched_flags(stream))
+
+    check_programs(compare, 20)

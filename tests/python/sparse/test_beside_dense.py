@@ -119,8 +119,7 @@ KINDS = {gate: 30, measure: 4, measure_product: 3, classical: 2}
 
 def compare_program(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
     with open_both(engine, num_qubits) as both:
-        for _ in range(rng.length(100)):
-            rng.begin()
+        for _ in rng.steps(50):
             draw_kind(rng, KINDS)(rng, both)
         both.compare_read_outs(rng)
 

@@ -96,7 +96,7 @@ def drive(engine: ModuleType, rng: DrawnRandom) -> SparsePair:
             pair.reset(source.num_qubits)
             if rng.random() < 0.3:
                 pair.load(random_state(rng, source.num_qubits))
-        for _ in range(rng.length(48)):
+        for _ in rng.steps(24):
             pair.run([source.record()])
             keep_width(source, pair.model)
             if len(pair.model.terms) > MAX_TERMS:

@@ -113,6 +113,11 @@ class Remote:
         self.peer = Peer(receive_buffer)
         self.filter = ConnectFilter(engine)
 
+    def renew_filter(self) -> None:
+        """Replaces the filter by a new one, which has stored no flags."""
+        self.filter.close()
+        self.filter = ConnectFilter(self.filter.engine)
+
     def join(self, timeout: float = LONG) -> None:
         """Connects the two; `timeout` holds for all waits of this connection."""
         assert self.filter.connect(self.peer.port, timeout) == ""
