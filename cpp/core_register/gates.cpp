@@ -6,8 +6,8 @@
 namespace Nimbrel {
 namespace {
 
-/// Exchanges the memory of the pairs of blocks at `distance`. No amplitude moves, and the blocks are
-/// idle afterwards.
+/// Exchanges the memory of the pairs of blocks at `distance`. No amplitude moves, and the blocks
+/// are idle afterwards.
 void swap_pairs(QPU& qpu, unsigned long distance, const GateCondition& condition) {
     for_each_live_pair(qpu, distance, condition,
                        [](CoreBlock& lower, CoreBlock& upper) { lower.swap_blocks(&upper); });
@@ -122,8 +122,8 @@ void QPU::relbow(unsigned long target_mask, unsigned long cond_mask, unsigned lo
     lelbow(target_mask, cond_mask, cond_neg_mask, cond_flag);
 }
 
-// The target is one more control, so the gate needs no pairs. It maps each basis state to itself, so
-// classical qubits stay classical; the same holds for `phase`.
+// The target is one more control, so the gate needs no pairs. It maps each basis state to itself,
+// so classical qubits stay classical; the same holds for `phase`.
 void QPU::cz(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
              long cond_flag) {
     if (!acts(cond_flag)) return;

@@ -49,9 +49,9 @@ enum TaskID : int {
 /// store. Masks select bits of the slot index, except where a comment says otherwise.
 ///
 /// The submitting thread calls every method except the `_worker` functions. With threads on, an
-/// operation posts its task and returns. `finish` waits for it; a result is behind its pointer after
-/// that. Fields other than `task_id` are touched only while no task is posted, or by the thread that
-/// runs the task, which then also owns the fields of the buddy.
+/// operation posts its task and returns. `finish` waits for it; a result is behind its pointer
+/// after that. Fields other than `task_id` are touched only while no task is posted, or by the
+/// thread that runs the task, which then also owns the fields of the buddy.
 class CoreBlock {
   public:
     CoreBlock(unsigned long number, unsigned long block_qubits, CoreBlockStore* store,
@@ -101,7 +101,8 @@ class CoreBlock {
     // Probabilities and contents: tasks.cpp.
     void peek_read_probability(double* out, unsigned long value, unsigned long mask, double limit);
     /// The sum over all slots and, in the same pass, the sums over those with `bit` clear and set,
-    /// which are the block's sums after a collapse on that bit. Each has the bits of a separate sum.
+    /// which are the block's sums after a collapse on that bit. Each has the bits of a separate
+    /// sum.
     void peek_split_probability(SplitProbability* out, unsigned long bit);
     void get_index_from_probability(double target, unsigned long* out);
     void scale_probability(double factor);

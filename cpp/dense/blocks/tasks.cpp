@@ -1,5 +1,5 @@
-// The operations as the submitter calls them: each one waits for the last task, copies its arguments
-// into the block and submits a task.
+// The operations as the submitter calls them: each one waits for the last task, copies its
+// arguments into the block and submits a task.
 #include "dense/blocks/core_block.h"
 
 namespace Nimbrel {

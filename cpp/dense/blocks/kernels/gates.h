@@ -45,12 +45,12 @@ struct SlotGate {
     std::array<complex_t, 4> matrix = {};  ///< real matrices use the real parts
 };
 
-/// Applies a gate to `n` slots, `n` a power of two. With a target it pairs slots of `lower` and does
-/// not use `upper`. Without one it pairs slot i of `lower` with slot i of `upper`, and does nothing
-/// when `upper` is null. A phase and a sign flip have no target and change `lower` only.
+/// Applies a gate to `n` slots, `n` a power of two. With a target it pairs slots of `lower` and
+/// does not use `upper`. Without one it pairs slot i of `lower` with slot i of `upper`, and does
+/// nothing when `upper` is null. A phase and a sign flip have no target and change `lower` only.
 ///
-/// Returns whether the amplitudes may have changed: for matrices whether any pair was not zero in all
-/// bits, for a compared exchange whether any pair differed, for all other kinds true.
+/// Returns whether the amplitudes may have changed: for matrices whether any pair was not zero in
+/// all bits, for a compared exchange whether any pair differed, for all other kinds true.
 bool apply_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n);
 
 }  // namespace Nimbrel

@@ -61,8 +61,9 @@ TEST_F(StrideArms, AgreeWithTheRunTimeStride) {
         State run_time = start;
         walk_all_pairs(run_time.data(), start.size(), t, op);
         State constant = start;
-        with_constant_stride(
-            t, [&](auto stride) { return walk_all_pairs(constant.data(), start.size(), stride, op); });
+        with_constant_stride(t, [&](auto stride) {
+            return walk_all_pairs(constant.data(), start.size(), stride, op);
+        });
         ASSERT_TRUE(same_bits(constant, run_time)) << "stride " << t;
         ASSERT_NO_FATAL_FAILURE(expect_walk(start, t, {}));
     }
