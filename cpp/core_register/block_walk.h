@@ -31,9 +31,7 @@ struct GateCondition {
         return {qpu, controls, controls & cond_neg_mask};
     }
 
-    bool admits_block(unsigned long number) const {
-        return (number & block_mask) == block_pattern;
-    }
+    bool admits_block(unsigned long number) const { return (number & block_mask) == block_pattern; }
 
     SlotCondition slots;
     unsigned long block_mask = 0;

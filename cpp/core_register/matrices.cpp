@@ -7,21 +7,18 @@ namespace Nimbrel {
 namespace {
 
 // Row-major: m00, m01, m10, m11.
-constexpr ComplexMatrix2x2 root_x_matrix{
-    .kind = GateKind::complex_matrix,
-    .entries = {{{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}}}};
-constexpr ComplexMatrix2x2 root_x_inverse{
+constexpr GateMatrix root_x_matrix{.kind = GateKind::complex_matrix,
+                                   .entries = {{{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}}}};
+constexpr GateMatrix root_x_inverse{
     .kind = GateKind::complex_matrix,
     .entries = {{{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}}}};
-constexpr ComplexMatrix2x2 root_y_matrix{
-    .kind = GateKind::complex_matrix,
-    .entries = {{{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}}}};
-constexpr ComplexMatrix2x2 root_y_inverse{
+constexpr GateMatrix root_y_matrix{.kind = GateKind::complex_matrix,
+                                   .entries = {{{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}}}};
+constexpr GateMatrix root_y_inverse{
     .kind = GateKind::complex_matrix,
     .entries = {{{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}}}};
-constexpr ComplexMatrix2x2 y_matrix{
-    .kind = GateKind::crossed_matrix,
-    .entries = {{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}}}};
+constexpr GateMatrix y_matrix{.kind = GateKind::crossed_matrix,
+                              .entries = {{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}}}};
 
 }  // namespace
 
@@ -57,9 +54,9 @@ void QPU::rx(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
     const auto [s, c] = angles.of_half(angle);
-    apply_matrix({.kind = GateKind::crossed_matrix,
-                  .entries = {{{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}}}},
-                 target_mask & qubit_mask, cond_mask, cond_neg_mask);
+    apply_matrix(
+        {.kind = GateKind::crossed_matrix, .entries = {{{c, 0.0}, {0.0, -s}, {0.0, -s}, {c, 0.0}}}},
+        target_mask & qubit_mask, cond_mask, cond_neg_mask);
 }
 
 void QPU::ry(double angle, unsigned long target_mask, unsigned long cond_mask,
@@ -74,9 +71,9 @@ void QPU::rz(double angle, unsigned long target_mask, unsigned long cond_mask,
              unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag) || angle == 0.0) return;
     const auto [s, c] = angles.of_half(angle);
-    apply_matrix({.kind = GateKind::diagonal_matrix,
-                  .entries = {{{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}}},
-                 target_mask & qubit_mask, cond_mask, cond_neg_mask);
+    apply_matrix(
+        {.kind = GateKind::diagonal_matrix, .entries = {{{c, -s}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}}},
+        target_mask & qubit_mask, cond_mask, cond_neg_mask);
 }
 
 void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
@@ -88,8 +85,8 @@ void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
     complex2x2(matrix, target_mask, cond_mask, cond_neg_mask, 0);
 }
 
-void QPU::root_gate(const ComplexMatrix2x2& matrix, unsigned long target_mask,
-                    unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag) {
+void QPU::root_gate(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
+                    unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
     apply_matrix(matrix, target_mask, cond_mask, cond_neg_mask);
     removable_finish();

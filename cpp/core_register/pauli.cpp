@@ -22,9 +22,8 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
     ++op_count;
     // Unlike for a gate, controls outside the register are kept: no block meets them.
     const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);
-    run_on_blocks(*this, x, condition, [&](CoreBlock& block) {
-        block.op_ppr(x, z, condition.slots, sine, cosine);
-    });
+    run_on_blocks(*this, x, condition,
+                  [&](CoreBlock& block) { block.op_ppr(x, z, condition.slots, sine, cosine); });
     removable_finish();
 }
 

@@ -25,8 +25,8 @@ inline State apply_matrix(State state, const Complex (&matrix)[4], unsigned long
     return state;
 }
 
-/// A Pauli product on the whole state: X where only `x` has a bit, Z where only `z` has one, Y where
-/// both have one.
+/// A Pauli product on the whole state: X where only `x` has a bit, Z where only `z` has one, Y
+/// where both have one.
 inline ScalarProduct product_on(State& state, unsigned long x, unsigned long z) {
     const auto qubits = static_cast<unsigned long>(std::countr_zero(state.size()));
     return {{state.data(), 0}, {nullptr, 0}, qubits, x, z};

@@ -13,8 +13,8 @@
 
 namespace Nimbrel::Testing {
 
-/// Controls: a slot qualifies when its bits of `mask` are set, except those in `negation`, which must
-/// be clear.
+/// Controls: a slot qualifies when its bits of `mask` are set, except those in `negation`, which
+/// must be clear.
 struct Condition {
     unsigned long mask = 0;
     unsigned long negation = 0;
@@ -96,8 +96,8 @@ void scalar_pairs(complex_t* lower, complex_t* upper, unsigned long n, Condition
     }
 }
 
-/// The slots of a diagonal gate. With a single control the walk makes steps of fixed length and tests
-/// nothing; a negation outside the mask shifts its start, and it ends with the block.
+/// The slots of a diagonal gate. With a single control the walk makes steps of fixed length and
+/// tests nothing; a negation outside the mask shifts its start, and it ends with the block.
 template <typename Gate>
 void scalar_slots(complex_t* data, unsigned long n, Condition cond, Gate&& gate) {
     if (cond.mask == 0) {

@@ -1,4 +1,5 @@
-/// The native truth of the Pauli products, on one block or on two: plain doubles, one slot at a time.
+/// The native truth of the Pauli products, on one block or on two: plain doubles, one slot at a
+/// time.
 #pragma once
 
 #include <array>

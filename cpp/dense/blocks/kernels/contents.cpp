@@ -9,8 +9,8 @@
 namespace Nimbrel {
 namespace {
 
-/// Clears the slots for which `keeps(slot & mask)` is false. Slots that differ only below the lowest
-/// bit of the mask are tested and cleared together.
+/// Clears the slots for which `keeps(slot & mask)` is false. Slots that differ only below the
+/// lowest bit of the mask are tested and cleared together.
 template <typename Keeps>
 bool clear_unless(complex_t* data, unsigned long n, unsigned long mask, Keeps&& keeps) {
     const unsigned long run = mask == 0 || lowest_bit(mask) >= n ? n : lowest_bit(mask);

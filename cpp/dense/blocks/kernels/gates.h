@@ -19,22 +19,23 @@ enum class GateKind {
     diagonal_matrix,  ///< complex, zeros off the diagonal: rotations about Z
     crossed_matrix,   ///< complex, real diagonal, imaginary off the diagonal: rotations about X, Y
     real_matrix,      ///< any real 2x2 matrix
-    phase,            ///< multiplies the amplitudes that meet the controls by matrix[3]
+    phase,            ///< multiplies the amplitudes that meet the controls by entry 3 of the matrix
     sign_flip,        ///< Z: flips the signs of the amplitudes that meet the controls
 };
 
-/// A complex 2x2 matrix, row-major, with the kind that its kernel is chosen by. The three complex
-/// kinds give the same bits wherever more than one fits; the special ones are faster.
-struct ComplexMatrix2x2 {
+/// Row-major entries of a 2x2 matrix; a real matrix uses the real parts.
+using MatrixEntries = std::array<complex_t, 4>;
+
+/// A 2x2 matrix with the kind that selects its kernel. The three complex kinds give the same bits
+/// wherever more than one fits; the special ones are faster.
+struct GateMatrix {
     GateKind kind;
-    std::array<complex_t, 4> entries;
+    MatrixEntries entries;
 
-    /// Chooses the kind by the zeros in the matrix.
-    static ComplexMatrix2x2 of(const complex_t* entries);
+    /// Selects the kind by the zeros in the matrix.
+    static GateMatrix complex(const complex_t* entries);
+    static GateMatrix real(const double* entries);
 };
-
-/// A real 2x2 matrix, row-major.
-using RealMatrix2x2 = std::array<double, 4>;
 
 /// One gate on a piece of the state: plain data, so that a list of gates can be kept and applied
 /// later.
@@ -42,15 +43,15 @@ struct SlotGate {
     GateKind kind;
     unsigned long target = 0;  ///< one bit of the slot index; 0 pairs two pieces slot by slot
     SlotCondition controls = {};
-    std::array<complex_t, 4> matrix = {};  ///< real matrices use the real parts
+    const MatrixEntries* matrix = nullptr;  ///< borrowed; null for a kind without a matrix
 };
 
-/// Applies a gate to `n` slots, `n` a power of two. With a target it pairs slots of `lower` and does
-/// not use `upper`. Without one it pairs slot i of `lower` with slot i of `upper`, and does nothing
-/// when `upper` is null. A phase and a sign flip have no target and change `lower` only.
+/// Applies a gate to `n` slots, `n` a power of two. With a target it pairs slots of `lower` and
+/// does not use `upper`. Without one it pairs slot i of `lower` with slot i of `upper`, and does
+/// nothing when `upper` is null. A phase and a sign flip have no target and change `lower` only.
 ///
-/// Returns whether the amplitudes may have changed: for matrices whether any pair was not zero in all
-/// bits, for a compared exchange whether any pair differed, for all other kinds true.
+/// Returns whether the amplitudes may have changed: for matrices whether any pair was not zero in
+/// all bits, for a compared exchange whether any pair differed, for all other kinds true.
 bool apply_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n);
 
 }  // namespace Nimbrel

@@ -15,8 +15,8 @@ struct SplitProbability {
     double set;
 };
 
-/// The sum over the slots that agree with `value` on `mask`. A positive `limit` ends the sum as soon
-/// as it is reached. Squares are fused into the sum when there is a mask.
+/// The sum over the slots that agree with `value` on `mask`. A positive `limit` ends the sum as
+/// soon as it is reached. Squares are fused into the sum when there is a mask.
 double sum_probabilities(const complex_t* data, unsigned long n, unsigned long mask,
                          unsigned long value, double limit);
 

@@ -12,6 +12,8 @@ using namespace Nimbrel::Testing;
 
 /// A pair operation of the test's own: both members change, and each in another way.
 struct SumAndDifference {
+    static SumAndDifference operation() { return {}; }
+
     template <typename Amplitudes>
     bool operator()(Amplitudes& x, Amplitudes& y) const {
         const Amplitudes sum = x + y;
@@ -61,8 +63,9 @@ TEST_F(StrideArms, AgreeWithTheRunTimeStride) {
         State run_time = start;
         walk_all_pairs(run_time.data(), start.size(), t, op);
         State constant = start;
-        with_constant_stride(
-            t, [&](auto stride) { return walk_all_pairs(constant.data(), start.size(), stride, op); });
+        with_constant_stride(t, [&](auto stride) {
+            return walk_all_pairs(constant.data(), start.size(), stride, op);
+        });
         ASSERT_TRUE(same_bits(constant, run_time)) << "stride " << t;
         ASSERT_NO_FATAL_FAILURE(expect_walk(start, t, {}));
     }
