@@ -14,7 +14,7 @@ namespace Nimbrel {
 class BlockTeam;
 class CoreBlock;
 class CoreBlockStore;
-struct ComplexMatrix2x2;
+struct GateMatrix;
 struct SplitProbability;
 
 /// A filter's register. Filters that simulate no amplitudes have one too: read flags, mask
@@ -213,10 +213,10 @@ class QPU : public QPU_Base {
         verify_allocated();
         return flag_condition(cond_flag);
     }
-    void apply_matrix(const ComplexMatrix2x2& matrix, unsigned long target_mask,
-                      unsigned long cond_mask, unsigned long cond_neg_mask);
-    void root_gate(const ComplexMatrix2x2& matrix, unsigned long target_mask,
-                   unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag);
+    void apply_matrix(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
+                      unsigned long cond_neg_mask);
+    void root_gate(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
+                   unsigned long cond_neg_mask, long cond_flag);
 
     // The first `size` products that `pcp` collected: pauli_batch.cpp.
     void check_batch(unsigned long size) const;

@@ -41,11 +41,11 @@ void QPU::hadamard(unsigned long target_mask, unsigned long cond_mask, unsigned 
 void QPU::complex2x2(const complex_t* matrix, unsigned long target_mask, unsigned long cond_mask,
                      unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
-    apply_matrix(ComplexMatrix2x2::of(matrix), target_mask, cond_mask, cond_neg_mask);
+    apply_matrix(GateMatrix::complex(matrix), target_mask, cond_mask, cond_neg_mask);
 }
 
-void QPU::apply_matrix(const ComplexMatrix2x2& matrix, unsigned long target_mask,
-                       unsigned long cond_mask, unsigned long cond_neg_mask) {
+void QPU::apply_matrix(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
+                       unsigned long cond_neg_mask) {
     run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
                    [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
                        block.op_complex2x2(target, controls, matrix);
@@ -55,7 +55,7 @@ void QPU::apply_matrix(const ComplexMatrix2x2& matrix, unsigned long target_mask
 void QPU::real2x2(const double* m, unsigned long target_mask, unsigned long cond_mask,
                   unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
-    const RealMatrix2x2 matrix{m[0], m[1], m[2], m[3]};
+    const GateMatrix matrix = GateMatrix::real(m);
     run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
                    [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
                        block.op_real2x2(target, controls, matrix);

@@ -7,7 +7,7 @@
 namespace Nimbrel {
 namespace {
 
-constexpr ComplexMatrix2x2 general(const GateMatrix& entries) {
+constexpr GateMatrix general(const MatrixEntries& entries) {
     return {.kind = GateKind::complex_matrix, .entries = entries};
 }
 
@@ -73,8 +73,8 @@ void QPU::rxz(double x_angle, double phase_angle, unsigned long target_mask,
     complex2x2(matrix, target_mask, cond_mask, cond_neg_mask, 0);
 }
 
-void QPU::root_gate(const ComplexMatrix2x2& matrix, unsigned long target_mask,
-                    unsigned long cond_mask, unsigned long cond_neg_mask, long cond_flag) {
+void QPU::root_gate(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
+                    unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
     apply_matrix(matrix, target_mask, cond_mask, cond_neg_mask);
     removable_finish();

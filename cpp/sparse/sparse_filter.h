@@ -122,7 +122,7 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     template <typename Gate>
     void mix_pairs(const Gate& gate, unsigned long target_mask, unsigned long cond_mask,
                    unsigned long cond_neg_mask);
-    void apply_matrix(const GateMatrix& m, const QPUOp& op);
+    void apply_matrix(const MatrixEntries& m, const QPUOp& op);
     void rotate_x(const QPUOp& op);
     void rotate_y(const QPUOp& op);
     void rotate_z(const QPUOp& op);

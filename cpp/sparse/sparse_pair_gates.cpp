@@ -192,7 +192,7 @@ void OpFilter_SparseSVSim::apply_matrix(const complex_t m[4], unsigned long targ
     mix_pairs(MatrixGate(m), target_mask, cond_mask, cond_neg_mask);
 }
 
-void OpFilter_SparseSVSim::apply_matrix(const GateMatrix& m, const QPUOp& op) {
+void OpFilter_SparseSVSim::apply_matrix(const MatrixEntries& m, const QPUOp& op) {
     apply_matrix(m.data(), op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
 }
 

@@ -12,22 +12,23 @@
 
 namespace Nimbrel {
 
-/// Row-major: m00, m01, m10, m11.
-using GateMatrix = std::array<complex_t, 4>;
+/// Row-major entries of a 2x2 matrix: m00, m01, m10, m11. A real matrix uses the real parts.
+using MatrixEntries = std::array<complex_t, 4>;
 
-inline constexpr GateMatrix y_matrix{{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}}};
-inline constexpr GateMatrix rootx_matrix{{{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}}};
-inline constexpr GateMatrix rootx_inv_matrix{{{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}}};
-inline constexpr GateMatrix rooty_matrix{{{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}}};
-inline constexpr GateMatrix rooty_inv_matrix{{{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}}};
+inline constexpr MatrixEntries y_matrix{{{0.0, 0.0}, {0.0, -1.0}, {0.0, 1.0}, {0.0, 0.0}}};
+inline constexpr MatrixEntries rootx_matrix{{{0.5, 0.5}, {0.5, -0.5}, {0.5, -0.5}, {0.5, 0.5}}};
+inline constexpr MatrixEntries rootx_inv_matrix{{{0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}}};
+inline constexpr MatrixEntries rooty_matrix{{{0.5, 0.5}, {-0.5, -0.5}, {0.5, 0.5}, {0.5, 0.5}}};
+inline constexpr MatrixEntries rooty_inv_matrix{
+    {{0.5, -0.5}, {0.5, -0.5}, {-0.5, 0.5}, {0.5, -0.5}}};
 
 /// Rotation about X, from sine and cosine of half its angle.
-constexpr GateMatrix rx_matrix(SineCosine half) {
+constexpr MatrixEntries rx_matrix(SineCosine half) {
     return {{{half.cosine, 0.0}, {0.0, -half.sine}, {0.0, -half.sine}, {half.cosine, 0.0}}};
 }
 
 /// Rotation about Z, from sine and cosine of half its angle.
-constexpr GateMatrix rz_matrix(SineCosine half) {
+constexpr MatrixEntries rz_matrix(SineCosine half) {
     return {{{half.cosine, -half.sine}, {0.0, 0.0}, {0.0, 0.0}, {half.cosine, half.sine}}};
 }
 

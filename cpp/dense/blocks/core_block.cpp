@@ -49,11 +49,12 @@ void CoreBlock::swap_blocks(CoreBlock* other) {
 
 namespace {
 
-// Two mutexes on purpose: neither is ever held while the other is taken.
+// Two mutexes, so that a block that is paged out does not wait for one that is paged in. Neither is
+// taken while the other is held.
 std::mutex paging_in;
 std::mutex paging_out;
 
-/// Reads two blocks of the inactive disk tier into the memory that they are given.
+/// Requests memory for a block and its buddy and, with `read`, reads them from the disk tier.
 void page_in(CoreBlock& block, CoreBlock* buddy, bool read) {
     const auto request = [](CoreBlock& one) {
         one.block_data = one.block_store->request_block(one.store_slot);
@@ -88,20 +89,13 @@ void page_out(CoreBlock& block, CoreBlock* buddy, bool write_back) {
 
 }  // namespace
 
-void CoreBlock::lock(bool read, CoreBlock* buddy) {
-    if (block_store->all_in_ram()) {
-        block_data = block_store->request_block(store_slot);
-        if (buddy != nullptr) buddy->block_data = block_store->request_block(buddy->store_slot);
-    } else if (ocl_context == nullptr && lock_count == 0) {
-        page_in(*this, buddy, read);
-    }
+void CoreBlock::lock_paged(bool read, CoreBlock* buddy) {
+    if (ocl_context == nullptr && lock_count == 0) page_in(*this, buddy, read);
     ++lock_count;
 }
 
-void CoreBlock::unlock(bool write_back, CoreBlock* buddy) {
-    --lock_count;
-    if (block_store->all_in_ram() || lock_count != 0 || ocl_context != nullptr) return;
-    page_out(*this, buddy, write_back);
+void CoreBlock::unlock_paged(bool write_back, CoreBlock* buddy) {
+    if (lock_count == 0 && ocl_context == nullptr) page_out(*this, buddy, write_back);
 }
 
 bool CoreBlock::self_check(int line) {
@@ -117,7 +111,7 @@ bool CoreBlock::self_check(int line) {
                     static_cast<double>(num_terms) * 16.0 * 9.5367431640625e-7);
     }
     unlock(true, nullptr);
-    if (all_zero) submit(TASK_SELF_CHECK, {.line = line});
+    if (all_zero) submit(TASK_SELF_CHECK, LineArguments{.line = line});
     return true;
 }
 

@@ -10,12 +10,12 @@
 #include "dense/blocks/kernels/pauli.h"
 #include "dense/blocks/kernels/probabilities.h"
 #include "dense/blocks/kernels/slot_condition.h"
+#include "dense/blocks/store.h"
 #include "support/complex.h"
 
 namespace Nimbrel {
 
 class BlockTeam;
-class CoreBlockStore;
 class CoreBlockOpsOCLContext;  // never defined: there is no accelerator back end
 
 /// Number of a task, as the submitter posts it to a worker.
@@ -75,20 +75,28 @@ class CoreBlock {
     /// Exchanges the memory of two blocks without moving an amplitude.
     void swap_blocks(CoreBlock* other);
 
-    void lock(bool read, CoreBlock* buddy);
-    void unlock(bool write_back, CoreBlock* buddy);
+    /// Points `block_data` of this block and its buddy to their amplitudes for one task.
+    void lock(bool read, CoreBlock* buddy) {
+        if (!block_store->all_in_ram()) return lock_paged(read, buddy);
+        block_data = block_store->request_block(store_slot);
+        if (buddy != nullptr) buddy->block_data = block_store->request_block(buddy->store_slot);
+        ++lock_count;
+    }
+    void unlock(bool write_back, CoreBlock* buddy) {
+        --lock_count;
+        if (!block_store->all_in_ram()) unlock_paged(write_back, buddy);
+    }
 
     /// Prints what is wrong or, when verbose, one line about the block. Always true.
     bool self_check(int line);
 
-    // Gates: tasks.cpp. Arguments are copied, so nothing has to outlive the task but results.
+    // Gates: tasks.cpp. Arguments are copied, matrices too; only results must outlive the task.
     void op_not(unsigned long target_mask);
     void op_cnot(unsigned long target_mask, SlotCondition condition);
     void op_hadamard(unsigned long target_mask, SlotCondition condition);
     void op_complex2x2(unsigned long target_mask, SlotCondition condition,
-                       const ComplexMatrix2x2& matrix);
-    void op_real2x2(unsigned long target_mask, SlotCondition condition,
-                    const RealMatrix2x2& matrix);
+                       const GateMatrix& matrix);
+    void op_real2x2(unsigned long target_mask, SlotCondition condition, const GateMatrix& matrix);
     void op_phase(SlotCondition condition, double im, double re);
     void op_cz(SlotCondition condition);
     /// `x_mask` and `z_mask` span the whole register, also for `op_ppm` and `op_pps`.
@@ -135,29 +143,78 @@ class CoreBlock {
     std::condition_variable wake;  ///< the idle worker sleeps on it
     std::atomic<int> task_id{TASK_NONE};
 
-    /// Arguments of the posted task. Each field names the tasks that use it.
-    struct TaskArguments {
-        int line = 0;                           ///< self check
-        unsigned long zero_mask = 0;            ///< set_zero_mask
-        unsigned long mask = 0;                 ///< collapse, peek_read_probability
-        unsigned long value = 0;                ///< collapse, peek_read_probability
-        double* result = nullptr;               ///< peek_read_probability, pps
-        SplitProbability* split = nullptr;      ///< peek_read_probability, in place of `result`
-        double probability_target = 0.0;        ///< get_index_from_probability
-        unsigned long* result_index = nullptr;  ///< get_index_from_probability
-        double scale = 0.0;                     ///< scale_probability
-        unsigned long target_mask = 0;          ///< gates with a target, x_multi
-        ComplexMatrix2x2 complex_matrix = {};   ///< complex2x2
-        RealMatrix2x2 real_matrix = {};         ///< real2x2
-        SlotCondition condition = {};           ///< gates with controls; x_multi, mask only
-        unsigned long x_mask = 0;               ///< ppr, ppm, pps
-        unsigned long z_mask = 0;               ///< ppr, ppm, pps
-        unsigned long measured = 0;             ///< ppm
-        double first_factor = 0.0;              ///< imaginary part of a phase, sine of a ppr
-        double second_factor = 0.0;             ///< real part of a phase, cosine of a ppr
-        double limit = 0.0;                     ///< peek_read_probability
+    // Arguments of the tasks, one struct for each group of tasks, in a union: clearing the fields
+    // of all tasks would take as long as a gate on four qubits.
+    struct MaskArguments {
+        unsigned long mask;
+        unsigned long value = 0;
     };
-    TaskArguments arguments;
+    struct ReadArguments {
+        double* result = nullptr;
+        SplitProbability* split = nullptr;  ///< used in place of `result` when not null
+        unsigned long value = 0;
+        unsigned long mask;
+        double limit = 0.0;
+    };
+    struct IndexArguments {
+        double target;
+        unsigned long* result;
+    };
+    struct GateArguments {
+        unsigned long target_mask;
+        SlotCondition condition = {};
+    };
+    struct MatrixArguments {
+        unsigned long target_mask;
+        SlotCondition condition;
+        const GateMatrix* matrix;  ///< the caller's, or `posted_matrix` for a posted task
+    };
+    struct PhaseArguments {
+        SlotCondition condition;
+        double im;
+        double re;
+    };
+    struct ProductArguments {
+        unsigned long x_mask;
+        unsigned long z_mask;
+        SlotCondition condition = {};  ///< ppr
+        double sine = 0.0;             ///< ppr
+        double cosine = 0.0;           ///< ppr
+        unsigned long measured = 0;    ///< ppm
+        double* result = nullptr;      ///< pps
+    };
+    struct LineArguments {
+        int line;
+    };
+    struct ScaleArguments {
+        double factor;
+    };
+    union TaskArguments {
+        TaskArguments() : none() {}
+        // Constructors, because a designated initialiser of a union clears all of its bytes.
+        TaskArguments(const LineArguments& a) : self_check(a) {}  // NOLINT
+        TaskArguments(const MaskArguments& a) : mask(a) {}        // NOLINT
+        TaskArguments(const ReadArguments& a) : read(a) {}        // NOLINT
+        TaskArguments(const IndexArguments& a) : index(a) {}      // NOLINT
+        TaskArguments(const ScaleArguments& a) : scale(a) {}      // NOLINT
+        TaskArguments(const GateArguments& a) : gate(a) {}        // NOLINT
+        TaskArguments(const MatrixArguments& a) : matrix(a) {}    // NOLINT
+        TaskArguments(const PhaseArguments& a) : phase(a) {}      // NOLINT
+        TaskArguments(const ProductArguments& a) : product(a) {}  // NOLINT
+
+        char none;  ///< set_zero, set_random
+        LineArguments self_check;
+        MaskArguments mask;        ///< set_zero_mask, collapse
+        ReadArguments read;        ///< peek_read_probability
+        IndexArguments index;      ///< get_index_from_probability
+        ScaleArguments scale;      ///< scale_probability
+        GateArguments gate;        ///< not, cnot, hadamard, cz, x_multi
+        MatrixArguments matrix;    ///< complex2x2, real2x2
+        PhaseArguments phase;      ///< cphase
+        ProductArguments product;  ///< ppr, ppm, pps
+    };
+    TaskArguments arguments;   ///< of the posted task
+    GateMatrix posted_matrix;  ///< of the posted task
 
     std::atomic<bool> worker_ready{false};  ///< the worker has reached its loop once
     /// Every amplitude is known to be zero. Cleared before a nonzero amplitude is written.
@@ -172,18 +229,25 @@ class CoreBlock {
     bool run_if_posted();
 
   private:
+    // The inactive disk tier's part of `lock` and `unlock`: core_block.cpp.
+    void lock_paged(bool read, CoreBlock* buddy);
+    void unlock_paged(bool write_back, CoreBlock* buddy);
+
     void worker_loop();
     void look_for_tasks();
     void sleep_until_called(std::unique_lock<std::mutex>& guard);
     void run_posted_task();
     bool spin_until_idle() const;
 
-    void run_task(int task);
-    void run_gate_task(int task);
+    void run_task(int task, const TaskArguments& a);
+    void run_gate_task(int task, const TaskArguments& a);
 
     /// Whether the block is large enough to gain from a second thread.
     bool worth_handing_over() const;
     void wait_until_idle();
+    void wait_until_pair_idle();
+    void submit_matrix(TaskID task, unsigned long target_mask, SlotCondition condition,
+                       const GateMatrix& matrix);
     /// Posts a task to the worker, or runs it on this thread. Requires: an idle block.
     void post(TaskID task, const TaskArguments& task_arguments);
     /// Waits for the last task and posts the next.
@@ -210,9 +274,9 @@ class CoreBlock {
     void op_ppm_worker(unsigned long x_mask, unsigned long z_mask, unsigned long measured);
     void op_pps_worker(unsigned long x_mask, unsigned long z_mask, double* result);
     void op_complex2x2_worker(unsigned long target_mask, SlotCondition condition,
-                              const ComplexMatrix2x2& matrix);
+                              const GateMatrix& matrix);
     void op_real2x2_worker(unsigned long target_mask, SlotCondition condition,
-                           const RealMatrix2x2& matrix);
+                           const GateMatrix& matrix);
     void op_cnot_worker(unsigned long target_mask, SlotCondition condition);
     void op_cphase_worker(SlotCondition condition, double im, double re);
     void op_cz_worker(SlotCondition condition);

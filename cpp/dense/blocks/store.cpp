@@ -109,11 +109,7 @@ void CoreBlockStore::deallocate_disk() {
     }
 }
 
-complex_t* CoreBlockStore::get_ram_block_ptr(unsigned long i) const {
-    return block_data + i * terms_per_block;
-}
-
-complex_t* CoreBlockStore::request_block(unsigned long i) {
+complex_t* CoreBlockStore::find_block(unsigned long i) {
     self_check(0);
     if (all_in_ram()) return get_ram_block_ptr(i);
     while (ram_block_in_use[next_ram_block]) {

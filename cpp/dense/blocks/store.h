@@ -39,10 +39,12 @@ class CoreBlockStore {
     void deallocate_disk();
 
     /// First amplitude of slot `i`.
-    complex_t* get_ram_block_ptr(unsigned long i) const;
+    complex_t* get_ram_block_ptr(unsigned long i) const { return block_data + i * terms_per_block; }
 
     /// Memory of slot `i` for the time of one task.
-    complex_t* request_block(unsigned long i);
+    complex_t* request_block(unsigned long i) {
+        return all_in_ram() && block_data != nullptr ? get_ram_block_ptr(i) : find_block(i);
+    }
 
     /// Gives a slot back; has nothing to do while all blocks are in memory.
     void release_block(unsigned long i, const complex_t* ptr) const;
@@ -70,6 +72,11 @@ class CoreBlockStore {
     bool* ram_block_in_use = nullptr;  ///< one flag a slot, owned
     unsigned long next_ram_block = 0;  ///< cursor of the free-slot search
     bool external_buffer = false;      ///< `block_data` is the caller's and not freed here
+
+  private:
+    /// `request_block` without its fast path: reports a missing buffer, or takes a free slot of the
+    /// disk tier.
+    complex_t* find_block(unsigned long i);
 };
 
 }  // namespace Nimbrel

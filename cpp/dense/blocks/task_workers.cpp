@@ -77,7 +77,7 @@ void CoreBlock::scale_probability_worker(double factor) {
     unlock(true, nullptr);
 }
 
-void CoreBlock::run_pair_gate(const SlotGate& gate) {
+[[gnu::always_inline]] inline void CoreBlock::run_pair_gate(const SlotGate& gate) {
     CoreBlock* buddy = op_buddy;
     lock(true, buddy);
     complex_t* upper = buddy != nullptr ? buddy->block_data : nullptr;
@@ -101,19 +101,19 @@ void CoreBlock::op_had_worker(unsigned long target_mask, SlotCondition condition
 }
 
 void CoreBlock::op_complex2x2_worker(unsigned long target_mask, SlotCondition condition,
-                                     const ComplexMatrix2x2& matrix) {
+                                     const GateMatrix& matrix) {
     run_pair_gate({.kind = matrix.kind,
                    .target = target_mask,
                    .controls = condition,
-                   .matrix = matrix.entries});
+                   .matrix = &matrix.entries});
 }
 
 void CoreBlock::op_real2x2_worker(unsigned long target_mask, SlotCondition condition,
-                                  const RealMatrix2x2& m) {
-    run_pair_gate({.kind = GateKind::real_matrix,
+                                  const GateMatrix& matrix) {
+    run_pair_gate({.kind = matrix.kind,
                    .target = target_mask,
                    .controls = condition,
-                   .matrix = {{{m[0], 0.0}, {m[1], 0.0}, {m[2], 0.0}, {m[3], 0.0}}}});
+                   .matrix = &matrix.entries});
 }
 
 void CoreBlock::op_cphase_worker(SlotCondition condition, double im, double re) {

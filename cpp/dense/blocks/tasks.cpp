@@ -4,105 +4,84 @@
 
 namespace Nimbrel {
 
-void CoreBlock::post(TaskID task, const TaskArguments& task_arguments) {
-    arguments = task_arguments;
-    if (worth_handing_over()) {
-        start_worker(task);
-    } else {
-        run_task(task);
-    }
-}
-
-void CoreBlock::submit(TaskID task, const TaskArguments& task_arguments) {
-    wait_until_idle();
-    post(task, task_arguments);
-}
-
-void CoreBlock::submit_pair(TaskID task, const TaskArguments& task_arguments) {
-    wait_until_idle();
-    // Tested after the wait: the task that ended may have ended the pair.
-    if (op_buddy != nullptr) {
-        all_zero = false;
-        op_buddy->all_zero = false;
-    }
-    post(task, task_arguments);
-}
-
 void CoreBlock::op_not(unsigned long target_mask) {
-    submit(TASK_OP_NOT, {.target_mask = target_mask});
+    submit(TASK_OP_NOT, GateArguments{.target_mask = target_mask});
 }
 
 void CoreBlock::op_cnot(unsigned long target_mask, SlotCondition condition) {
-    submit_pair(TASK_OP_CNOT, {.target_mask = target_mask, .condition = condition});
+    submit_pair(TASK_OP_CNOT, GateArguments{.target_mask = target_mask, .condition = condition});
 }
 
 void CoreBlock::op_hadamard(unsigned long target_mask, SlotCondition condition) {
-    submit_pair(TASK_OP_HADAMARD, {.target_mask = target_mask, .condition = condition});
+    submit_pair(TASK_OP_HADAMARD,
+                GateArguments{.target_mask = target_mask, .condition = condition});
 }
 
 void CoreBlock::op_complex2x2(unsigned long target_mask, SlotCondition condition,
-                              const ComplexMatrix2x2& matrix) {
-    submit_pair(TASK_OP_COMPLEX2X2,
-                {.target_mask = target_mask, .complex_matrix = matrix, .condition = condition});
+                              const GateMatrix& matrix) {
+    submit_matrix(TASK_OP_COMPLEX2X2, target_mask, condition, matrix);
 }
 
 void CoreBlock::op_real2x2(unsigned long target_mask, SlotCondition condition,
-                           const RealMatrix2x2& matrix) {
-    submit_pair(TASK_OP_REAL2X2,
-                {.target_mask = target_mask, .real_matrix = matrix, .condition = condition});
+                           const GateMatrix& matrix) {
+    submit_matrix(TASK_OP_REAL2X2, target_mask, condition, matrix);
 }
 
 // The factor has norm 1, so its real part is enough to find 1 and -1, which need no product.
 void CoreBlock::op_phase(SlotCondition condition, double im, double re) {
     if (re == 1.0) return;
     if (re == -1.0) return op_cz(condition);
-    submit(TASK_OP_CPHASE, {.condition = condition, .first_factor = im, .second_factor = re});
+    submit(TASK_OP_CPHASE, PhaseArguments{.condition = condition, .im = im, .re = re});
 }
 
-void CoreBlock::op_cz(SlotCondition condition) { submit(TASK_OP_CZ, {.condition = condition}); }
+void CoreBlock::op_cz(SlotCondition condition) {
+    submit(TASK_OP_CZ, GateArguments{.target_mask = 0, .condition = condition});
+}
 
 void CoreBlock::op_ppr(unsigned long x_mask, unsigned long z_mask, SlotCondition condition,
                        double sine, double cosine) {
-    submit_pair(TASK_OP_PPR, {.condition = condition,
-                              .x_mask = x_mask,
-                              .z_mask = z_mask,
-                              .first_factor = sine,
-                              .second_factor = cosine});
+    submit_pair(TASK_OP_PPR, ProductArguments{.x_mask = x_mask,
+                                              .z_mask = z_mask,
+                                              .condition = condition,
+                                              .sine = sine,
+                                              .cosine = cosine});
 }
 
 void CoreBlock::op_ppm(unsigned long x_mask, unsigned long z_mask, unsigned long measured) {
-    submit_pair(TASK_OP_PPM, {.x_mask = x_mask, .z_mask = z_mask, .measured = measured});
+    submit_pair(TASK_OP_PPM,
+                ProductArguments{.x_mask = x_mask, .z_mask = z_mask, .measured = measured});
 }
 
 void CoreBlock::op_pps(unsigned long x_mask, unsigned long z_mask, double* result) {
-    submit_pair(TASK_OP_PPS, {.result = result, .x_mask = x_mask, .z_mask = z_mask});
+    submit_pair(TASK_OP_PPS,
+                ProductArguments{.x_mask = x_mask, .z_mask = z_mask, .result = result});
 }
 
 void CoreBlock::op_x_multi(unsigned long target_bits, unsigned long condition_bits) {
     submit_pair(TASK_OP_X_MULTI,
-                {.target_mask = target_bits, .condition = {.mask = condition_bits}});
+                GateArguments{.target_mask = target_bits, .condition = {.mask = condition_bits}});
 }
 
 void CoreBlock::peek_read_probability(double* out, unsigned long value, unsigned long mask,
                                       double limit) {
     submit(TASK_PEEK_READ_PROBABILITY,
-           {.mask = mask, .value = value, .result = out, .limit = limit});
+           ReadArguments{.result = out, .value = value, .mask = mask, .limit = limit});
 }
 
 void CoreBlock::peek_split_probability(SplitProbability* out, unsigned long bit) {
-    submit(TASK_PEEK_READ_PROBABILITY, {.mask = bit, .split = out});
+    submit(TASK_PEEK_READ_PROBABILITY, ReadArguments{.split = out, .mask = bit});
 }
 
 void CoreBlock::get_index_from_probability(double target, unsigned long* out) {
-    submit(TASK_GET_INDEX_FROM_PROBABILITY, {.probability_target = target, .result_index = out});
+    submit(TASK_GET_INDEX_FROM_PROBABILITY, IndexArguments{.target = target, .result = out});
 }
 
 void CoreBlock::scale_probability(double factor) {
-    submit(TASK_SCALE_PROBABILITY, {.scale = factor});
+    submit(TASK_SCALE_PROBABILITY, ScaleArguments{.factor = factor});
 }
 
 void CoreBlock::collapse(unsigned long mask, unsigned long value) {
-    submit(TASK_COLLAPSE, {.mask = mask, .value = value});
+    submit(TASK_COLLAPSE, MaskArguments{.mask = mask, .value = value});
 }
 
 // The mark is set before the memory is cleared: any later task of this block runs after the
@@ -114,7 +93,7 @@ void CoreBlock::set_zero() {
 }
 
 void CoreBlock::set_zero_mask(unsigned long mask) {
-    submit(TASK_SET_ZERO_MASK, {.zero_mask = mask});
+    submit(TASK_SET_ZERO_MASK, MaskArguments{.mask = mask});
 }
 
 void CoreBlock::set_random() {

@@ -94,7 +94,7 @@ bool CoreBlock::run_if_posted() {
 // submitter that does not take the mutex.
 void CoreBlock::run_posted_task() {
     if (team != nullptr) team->task_taken();
-    run_task(task_id.load(std::memory_order_relaxed));
+    run_task(task_id.load(std::memory_order_relaxed), arguments);
     task_id.store(TASK_NONE, std::memory_order_release);
 }
 
@@ -145,56 +145,95 @@ bool CoreBlock::worth_handing_over() const {
     return team == nullptr || team->has_workers();
 }
 
-void CoreBlock::run_task(int task) {
-    const TaskArguments& a = arguments;
+void CoreBlock::post(TaskID task, const TaskArguments& task_arguments) {
+    if (!worth_handing_over()) return run_task(task, task_arguments);
+    arguments = task_arguments;
+    start_worker(task);
+}
+
+void CoreBlock::submit(TaskID task, const TaskArguments& task_arguments) {
+    wait_until_idle();
+    post(task, task_arguments);
+}
+
+void CoreBlock::wait_until_pair_idle() {
+    wait_until_idle();
+    // Tested after the wait: the task that ended may have ended the pair.
+    if (op_buddy == nullptr) return;
+    all_zero = false;
+    op_buddy->all_zero = false;
+}
+
+void CoreBlock::submit_pair(TaskID task, const TaskArguments& task_arguments) {
+    wait_until_pair_idle();
+    post(task, task_arguments);
+}
+
+// A worker may read the matrix after the caller's has gone, so it gets a copy. A task on this
+// thread reads the caller's: the copy would take a tenth of a gate on four qubits.
+void CoreBlock::submit_matrix(TaskID task, unsigned long target_mask, SlotCondition condition,
+                              const GateMatrix& matrix) {
+    wait_until_pair_idle();
+    const bool handed_over = worth_handing_over();
+    if (handed_over) posted_matrix = matrix;
+    post(task, MatrixArguments{.target_mask = target_mask,
+                               .condition = condition,
+                               .matrix = handed_over ? &posted_matrix : &matrix});
+}
+
+void CoreBlock::run_task(int task, const TaskArguments& a) {
     switch (task) {
         case TASK_SELF_CHECK:
-            return self_check_worker(a.line);
+            return self_check_worker(a.self_check.line);
         case TASK_SET_ZERO:
             return set_zero_worker();
         case TASK_SET_RANDOM:
             return set_random_worker();
         case TASK_SET_ZERO_MASK:
-            return set_zero_mask_worker(a.zero_mask);
+            return set_zero_mask_worker(a.mask.mask);
         case TASK_COLLAPSE:
-            return collapse_worker(a.mask, a.value);
+            return collapse_worker(a.mask.mask, a.mask.value);
         case TASK_PEEK_READ_PROBABILITY:
-            if (a.split != nullptr) return peek_split_probability_worker(a.split, a.mask);
-            return peek_read_probability_worker(a.result, a.value, a.mask, a.limit);
+            if (a.read.split != nullptr) {
+                return peek_split_probability_worker(a.read.split, a.read.mask);
+            }
+            return peek_read_probability_worker(a.read.result, a.read.value, a.read.mask,
+                                                a.read.limit);
         case TASK_GET_INDEX_FROM_PROBABILITY:
-            return get_index_from_probability_worker(a.probability_target, a.result_index);
+            return get_index_from_probability_worker(a.index.target, a.index.result);
         case TASK_SCALE_PROBABILITY:
-            return scale_probability_worker(a.scale);
+            return scale_probability_worker(a.scale.factor);
         default:
-            return run_gate_task(task);
+            return run_gate_task(task, a);
     }
 }
 
-void CoreBlock::run_gate_task(int task) {
-    const TaskArguments& a = arguments;
+void CoreBlock::run_gate_task(int task, const TaskArguments& a) {
+    const ProductArguments& product = a.product;
     switch (task) {
         case TASK_OP_NOT:
-            return op_not_worker(a.target_mask);
+            return op_not_worker(a.gate.target_mask);
         case TASK_OP_X_MULTI:
-            return op_x_multi_worker(a.target_mask, a.condition.mask);
+            return op_x_multi_worker(a.gate.target_mask, a.gate.condition.mask);
         case TASK_OP_HADAMARD:
-            return op_had_worker(a.target_mask, a.condition);
+            return op_had_worker(a.gate.target_mask, a.gate.condition);
         case TASK_OP_PPR:
-            return op_ppr_worker(a.x_mask, a.z_mask, a.condition, a.first_factor, a.second_factor);
+            return op_ppr_worker(product.x_mask, product.z_mask, product.condition, product.sine,
+                                 product.cosine);
         case TASK_OP_PPM:
-            return op_ppm_worker(a.x_mask, a.z_mask, a.measured);
+            return op_ppm_worker(product.x_mask, product.z_mask, product.measured);
         case TASK_OP_PPS:
-            return op_pps_worker(a.x_mask, a.z_mask, a.result);
+            return op_pps_worker(product.x_mask, product.z_mask, product.result);
         case TASK_OP_COMPLEX2X2:
-            return op_complex2x2_worker(a.target_mask, a.condition, a.complex_matrix);
+            return op_complex2x2_worker(a.matrix.target_mask, a.matrix.condition, *a.matrix.matrix);
         case TASK_OP_REAL2X2:
-            return op_real2x2_worker(a.target_mask, a.condition, a.real_matrix);
+            return op_real2x2_worker(a.matrix.target_mask, a.matrix.condition, *a.matrix.matrix);
         case TASK_OP_CNOT:
-            return op_cnot_worker(a.target_mask, a.condition);
+            return op_cnot_worker(a.gate.target_mask, a.gate.condition);
         case TASK_OP_CPHASE:
-            return op_cphase_worker(a.condition, a.first_factor, a.second_factor);
+            return op_cphase_worker(a.phase.condition, a.phase.im, a.phase.re);
         case TASK_OP_CZ:
-            return op_cz_worker(a.condition);
+            return op_cz_worker(a.gate.condition);
         default:
             std::printf("Thread %d got invalid task ID %d.\n", static_cast<int>(thread_id), task);
     }

@@ -38,8 +38,7 @@ struct HadamardOp {
 struct ComplexFactors {
     ComplexFactor m00, m01, m10, m11;
 
-    explicit ComplexFactors(const std::array<complex_t, 4>& m)
-        : m00(m[0]), m01(m[1]), m10(m[2]), m11(m[3]) {}
+    explicit ComplexFactors(const MatrixEntries& m) : m00(m[0]), m01(m[1]), m10(m[2]), m11(m[3]) {}
 
     template <typename Amplitudes>
     void apply(Amplitudes& x, Amplitudes& y) const {
@@ -52,7 +51,7 @@ struct ComplexFactors {
 struct RealFactors {
     WidestAmplitudes m00, m01, m10, m11;
 
-    explicit RealFactors(const std::array<complex_t, 4>& m)
+    explicit RealFactors(const MatrixEntries& m)
         : m00(WidestAmplitudes::broadcast(m[0].re)),
           m01(WidestAmplitudes::broadcast(m[1].re)),
           m10(WidestAmplitudes::broadcast(m[2].re)),
@@ -81,58 +80,62 @@ struct Applied {
 };
 
 /// A pair that is zero in all bits stays as it is: a product could make it a negative zero.
-template <typename Matrix>
-Applied<OneAmplitude> apply_to_one(const Matrix& matrix, OneAmplitude x, OneAmplitude y) {
+template <typename Factors>
+Applied<OneAmplitude> apply_to_one(const Factors& factors, OneAmplitude x, OneAmplitude y) {
     if ((x | y).is_zero_bits()) return {x, y, false};
-    matrix.apply(x, y);
+    factors.apply(x, y);
     return {x, y, true};
 }
 
-/// Two pairs in which any amplitude may be zero. Out of line, with the matrix in memory: the walk
-/// keeps its own copy of the matrix in registers.
-template <typename Matrix>
-[[gnu::noinline]] Applied<TwoAmplitudes> apply_with_care(const Matrix& matrix, TwoAmplitudes x,
-                                                         TwoAmplitudes y) {
+/// Two pairs in which any amplitude may be zero. Out of line and rare, so it makes its own factors.
+template <typename Factors>
+[[gnu::noinline]] Applied<TwoAmplitudes> apply_with_care(const MatrixEntries& entries,
+                                                         TwoAmplitudes x, TwoAmplitudes y) {
     if ((x | y).is_zero_bits()) return {x, y, false};
+    const Factors factors(entries);
     if (!(x | y).may_have_zero_bits()) {
-        matrix.apply(x, y);
+        factors.apply(x, y);
         return {x, y, true};
     }
-    const auto low = apply_to_one(matrix, x.low(), y.low());
-    const auto high = apply_to_one(matrix, x.high(), y.high());
+    const auto low = apply_to_one(factors, x.low(), y.low());
+    const auto high = apply_to_one(factors, x.high(), y.high());
     return {TwoAmplitudes::join(low.x, high.x), TwoAmplitudes::join(low.y, high.y),
             low.changed || high.changed};
 }
 
 /// A 2x2 matrix as a pair operation.
-template <typename Matrix>
+template <typename Factors>
 struct MatrixOp {
-    Matrix matrix;
-    const Matrix* in_memory;
+    Factors factors;
+    const MatrixEntries* entries;
+
+    explicit MatrixOp(const MatrixEntries* matrix) : factors(*matrix), entries(matrix) {}
 
     bool operator()(OneAmplitude& x, OneAmplitude& y) const {
-        return apply_to_one(matrix, x, y).store_in(x, y);
+        return apply_to_one(factors, x, y).store_in(x, y);
     }
 
     [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) const {
         if ((x | y).may_have_zero_bits()) [[unlikely]] {
-            return apply_with_care(*in_memory, x, y).store_in(x, y);
+            return apply_with_care<Factors>(*entries, x, y).store_in(x, y);
         }
-        matrix.apply(x, y);
+        factors.apply(x, y);
         return true;
     }
 };
 
 /// A complex matrix with zeros in it, as a pair operation. `Shape` leaves out the products by these
 /// zeros. Such a product adds a zero to each lane, which matters for the sign of a lane that is
-/// zero and for infinities. Where the short result may differ, `full` gives the whole one.
+/// zero and for infinities. Where the short result may differ, the full matrix is applied.
 template <typename Shape>
 struct SparseMatrixOp {
     Shape shape;
-    const ComplexFactors* full;
+    const MatrixEntries* entries;
+
+    explicit SparseMatrixOp(const MatrixEntries* matrix) : shape(*matrix), entries(matrix) {}
 
     bool operator()(OneAmplitude& x, OneAmplitude& y) const {
-        return apply_to_one(*full, x, y).store_in(x, y);
+        return apply_to_one(ComplexFactors(*entries), x, y).store_in(x, y);
     }
 
     [[gnu::always_inline]] bool operator()(TwoAmplitudes& x, TwoAmplitudes& y) const {
@@ -141,7 +144,7 @@ struct SparseMatrixOp {
         shape.apply(new_x, new_y);
         // One test for both: a zero or an infinity in either shows in the product.
         if (!(new_x * new_y).has_plain_lanes()) [[unlikely]] {
-            return apply_with_care(*full, x, y).store_in(x, y);
+            return apply_with_care<ComplexFactors>(*entries, x, y).store_in(x, y);
         }
         x = new_x;
         y = new_y;
@@ -152,7 +155,7 @@ struct SparseMatrixOp {
 struct DiagonalShape {
     ComplexFactor m00, m11;
 
-    explicit DiagonalShape(const std::array<complex_t, 4>& m) : m00(m[0]), m11(m[3]) {}
+    explicit DiagonalShape(const MatrixEntries& m) : m00(m[0]), m11(m[3]) {}
 
     void apply(TwoAmplitudes& x, TwoAmplitudes& y) const {
         x = m00.times(x);
@@ -164,7 +167,7 @@ struct CrossedShape {
     WidestAmplitudes m00, m11;
     WidestAmplitudes m01, m10;  ///< factors of the swapped lanes
 
-    explicit CrossedShape(const std::array<complex_t, 4>& m)
+    explicit CrossedShape(const MatrixEntries& m)
         : m00(WidestAmplitudes::broadcast(m[0].re)),
           m11(WidestAmplitudes::broadcast(m[3].re)),
           m01(WidestAmplitudes::broadcast(-m[1].im, m[1].im)),
@@ -178,11 +181,40 @@ struct CrossedShape {
     }
 };
 
-template <typename PairOp>
-bool walk_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n,
-               const PairOp& op) {
-    if (gate.target != 0) return walk_target(lower, n, gate.target, gate.controls, op);
-    return upper != nullptr && walk_two_blocks(lower, upper, n, gate.controls, op);
+/// A source of an operation without a matrix, which counts as a change whatever it meets.
+template <typename Op>
+struct OpWithoutMatrix {
+    static constexpr bool always_changes = true;
+
+    static Op operation() { return {}; }
+};
+
+template <typename Op>
+struct OpOfMatrix {
+    static constexpr bool always_changes = false;
+    const MatrixEntries* entries;
+
+    Op operation() const { return Op(entries); }
+};
+
+// Out of line for each source: the switch over the kinds is then a jump without a stack frame,
+// which a gate on a few qubits notices. The functions below that `apply_gate` calls are out of line
+// for the same reason.
+template <typename Source>
+[[gnu::noinline]] bool walk_gate(const SlotGate& gate, complex_t* lower, complex_t* upper,
+                                 unsigned long n, Source source) {
+    bool changed = false;
+    if (gate.target != 0) {
+        changed = walk_target(lower, n, gate.target, gate.controls, source);
+    } else if (upper != nullptr) {
+        changed = walk_two_blocks(lower, upper, n, gate.controls, source);
+    }
+    return Source::always_changes || changed;
+}
+
+template <typename Op>
+bool walk_matrix(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n) {
+    return walk_gate(gate, lower, upper, n, OpOfMatrix<Op>{gate.matrix});
 }
 
 /// Whether the two amplitudes of any pair differ in any bit.
@@ -197,11 +229,29 @@ bool any_pair_differs(unsigned long target, const complex_t* lower, const comple
     return false;
 }
 
+bool exchange_pairs(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n) {
+    return walk_gate(gate, lower, upper, n, OpWithoutMatrix<ExchangeOp>{});
+}
+
+[[gnu::noinline]] bool exchange_different_pairs(const SlotGate& gate, complex_t* lower,
+                                                complex_t* upper, unsigned long n) {
+    return any_pair_differs(gate.target, lower, upper, n) && exchange_pairs(gate, lower, upper, n);
+}
+
+[[gnu::noinline]] bool apply_diagonal(const SlotGate& gate, complex_t* data, unsigned long n) {
+    if (gate.kind == GateKind::phase) {
+        multiply_slots(data, n, gate.controls, (*gate.matrix)[3]);
+    } else {
+        flip_slot_signs(data, n, gate.controls);
+    }
+    return true;
+}
+
 bool is_zero(complex_t entry) { return entry.re == 0.0 && entry.im == 0.0; }
 
 }  // namespace
 
-ComplexMatrix2x2 ComplexMatrix2x2::of(const complex_t* m) {
+GateMatrix GateMatrix::complex(const complex_t* m) {
     const bool diagonal = is_zero(m[1]) && is_zero(m[2]);
     const bool crossed = m[0].im == 0.0 && m[1].re == 0.0 && m[2].re == 0.0 && m[3].im == 0.0;
     return {.kind = diagonal  ? GateKind::diagonal_matrix
@@ -210,42 +260,30 @@ ComplexMatrix2x2 ComplexMatrix2x2::of(const complex_t* m) {
             .entries = {m[0], m[1], m[2], m[3]}};
 }
 
+GateMatrix GateMatrix::real(const double* m) {
+    return {.kind = GateKind::real_matrix,
+            .entries = {{{m[0], 0.0}, {m[1], 0.0}, {m[2], 0.0}, {m[3], 0.0}}}};
+}
+
 bool apply_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n) {
     switch (gate.kind) {
         case GateKind::exchange:
-            walk_gate(gate, lower, upper, n, ExchangeOp{});
-            return true;
+            return exchange_pairs(gate, lower, upper, n);
         case GateKind::compared_exchange:
-            if (!any_pair_differs(gate.target, lower, upper, n)) return false;
-            walk_gate(gate, lower, upper, n, ExchangeOp{});
-            return true;
+            return exchange_different_pairs(gate, lower, upper, n);
         case GateKind::hadamard:
-            walk_gate(gate, lower, upper, n, HadamardOp{});
-            return true;
-        case GateKind::complex_matrix: {
-            const ComplexFactors factors(gate.matrix);
-            return walk_gate(gate, lower, upper, n, MatrixOp<ComplexFactors>{factors, &factors});
-        }
-        case GateKind::diagonal_matrix: {
-            const ComplexFactors factors(gate.matrix);
-            const SparseMatrixOp<DiagonalShape> op{DiagonalShape(gate.matrix), &factors};
-            return walk_gate(gate, lower, upper, n, op);
-        }
-        case GateKind::crossed_matrix: {
-            const ComplexFactors factors(gate.matrix);
-            const SparseMatrixOp<CrossedShape> op{CrossedShape(gate.matrix), &factors};
-            return walk_gate(gate, lower, upper, n, op);
-        }
-        case GateKind::real_matrix: {
-            const RealFactors factors(gate.matrix);
-            return walk_gate(gate, lower, upper, n, MatrixOp<RealFactors>{factors, &factors});
-        }
+            return walk_gate(gate, lower, upper, n, OpWithoutMatrix<HadamardOp>{});
+        case GateKind::complex_matrix:
+            return walk_matrix<MatrixOp<ComplexFactors>>(gate, lower, upper, n);
+        case GateKind::diagonal_matrix:
+            return walk_matrix<SparseMatrixOp<DiagonalShape>>(gate, lower, upper, n);
+        case GateKind::crossed_matrix:
+            return walk_matrix<SparseMatrixOp<CrossedShape>>(gate, lower, upper, n);
+        case GateKind::real_matrix:
+            return walk_matrix<MatrixOp<RealFactors>>(gate, lower, upper, n);
         case GateKind::phase:
-            multiply_slots(lower, n, gate.controls, gate.matrix[3]);
-            return true;
         case GateKind::sign_flip:
-            flip_slot_signs(lower, n, gate.controls);
-            return true;
+            return apply_diagonal(gate, lower, n);
     }
     return false;
 }

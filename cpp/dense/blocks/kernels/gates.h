@@ -8,6 +8,7 @@
 
 #include "dense/blocks/kernels/slot_condition.h"
 #include "support/complex.h"
+#include "support/gate_matrices.h"
 
 namespace Nimbrel {
 
@@ -19,22 +20,20 @@ enum class GateKind {
     diagonal_matrix,  ///< complex, zeros off the diagonal: rotations about Z
     crossed_matrix,   ///< complex, real diagonal, imaginary off the diagonal: rotations about X, Y
     real_matrix,      ///< any real 2x2 matrix
-    phase,            ///< multiplies the amplitudes that meet the controls by matrix[3]
+    phase,            ///< multiplies the amplitudes that meet the controls by entry 3 of the matrix
     sign_flip,        ///< Z: flips the signs of the amplitudes that meet the controls
 };
 
-/// A complex 2x2 matrix, row-major, with the kind that its kernel is chosen by. The three complex
-/// kinds give the same bits wherever more than one fits; the special ones are faster.
-struct ComplexMatrix2x2 {
+/// A 2x2 matrix with the kind that selects its kernel. The three complex kinds give the same bits
+/// wherever more than one fits; the special ones are faster.
+struct GateMatrix {
     GateKind kind;
-    std::array<complex_t, 4> entries;
+    MatrixEntries entries;
 
-    /// Chooses the kind by the zeros in the matrix.
-    static ComplexMatrix2x2 of(const complex_t* entries);
+    /// Selects the kind by the zeros in the matrix.
+    static GateMatrix complex(const complex_t* entries);
+    static GateMatrix real(const double* entries);
 };
-
-/// A real 2x2 matrix, row-major.
-using RealMatrix2x2 = std::array<double, 4>;
 
 /// One gate on a piece of the state: plain data, so that a list of gates can be kept and applied
 /// later.
@@ -42,7 +41,7 @@ struct SlotGate {
     GateKind kind;
     unsigned long target = 0;  ///< one bit of the slot index; 0 pairs two pieces slot by slot
     SlotCondition controls = {};
-    std::array<complex_t, 4> matrix = {};  ///< real matrices use the real parts
+    const MatrixEntries* matrix = nullptr;  ///< borrowed; null for a kind without a matrix
 };
 
 /// Applies a gate to `n` slots, `n` a power of two. With a target it pairs slots of `lower` and

@@ -13,8 +13,9 @@
 /// With a control on bit 0 the walk visits only (1,3) and (5,7), in runs of one slot.
 ///
 /// A pair operation takes x and y in registers and returns whether they have to be stored. Each
-/// walk returns whether any pair was stored. A walk copies its operation into a local variable:
-/// the stores might alias the caller's, and its matrix would be loaded again for each pair.
+/// walk gets a source of its operation and makes it with `source.operation()` in its own frame, so
+/// that its constants stay in registers: the stores might alias an operation of the caller. A walk
+/// returns whether any pair was stored.
 #pragma once
 
 #include <algorithm>
@@ -35,12 +36,12 @@ namespace Nimbrel {
 template <typename Visit>
 inline void for_each_run(unsigned long n, unsigned long fixed, unsigned long pattern,
                          Visit&& visit) {
-    if (fixed == 0) return visit(0UL);
-    const unsigned long lowest = lowest_bit(fixed);
-    const unsigned long others = fixed ^ lowest;
+    const unsigned long lowest = fixed == 0 ? n : lowest_bit(fixed);
+    const unsigned long others = without_lowest_bit(fixed);
     const unsigned long stretch = others == 0 ? n : lowest_bit(others);
     // Below the second lowest fixed bit the runs lie at equal distances. Above it the outer loop
     // counts through the free bits: the set bits of `held` carry the addition over the fixed bits.
+    // There is one call of `visit`, so that the compiler inlines it and its captures are registers.
     const unsigned long held = others | (stretch - 1);
     for (unsigned long free_bits = 0; free_bits < n; free_bits = ((free_bits | held) + 1) & ~held) {
         const unsigned long first = free_bits | pattern;
@@ -99,41 +100,42 @@ template <typename PairOp>
 /// The pairs at a fixed distance whose x meets a condition, in runs between the bits of `fixed`.
 /// When bit 0 is fixed every second slot qualifies, and one loop visits all of them up to the next
 /// fixed bit.
-template <typename PairOp>
+template <typename Source>
 inline bool walk_fixed(complex_t* at_x, complex_t* at_y, unsigned long n, unsigned long fixed,
-                       unsigned long pattern, const PairOp& op) {
+                       unsigned long pattern, const Source& source) {
     const unsigned long every_other = fixed & 1;
     const unsigned long rest = fixed & ~1UL;
     const unsigned long length = rest == 0 ? n : lowest_bit(rest);
-    const PairOp local_op = op;
+    const auto op = source.operation();
     bool changed = false;
     for_each_run(n, rest, pattern & ~1UL, [&](unsigned long first) {
         if (every_other == 0) {
-            changed |= walk_pair_run(at_x + first, at_y + first, length, local_op);
+            changed |= walk_pair_run(at_x + first, at_y + first, length, op);
             return;
         }
 #pragma GCC unroll 2
         for (unsigned long i = first + (pattern & 1); i < first + length; i += 2) {
-            changed |= apply_to_pair<OneAmplitude>(at_x + i, at_y + i, local_op);
+            changed |= apply_to_pair<OneAmplitude>(at_x + i, at_y + i, op);
         }
     });
     return changed;
 }
 
 /// Pairs of adjacent slots, t = 1. Requires: no control on bit 0.
-template <typename PairOp>
-bool walk_neighbours(complex_t* data, unsigned long n, SlotCondition controls, const PairOp& op) {
+template <typename Source>
+bool walk_neighbours(complex_t* data, unsigned long n, SlotCondition controls,
+                     const Source& source) {
     const unsigned long length = controls.mask == 0 ? n : lowest_bit(controls.mask);
-    const PairOp local_op = op;
+    const auto op = source.operation();
     bool changed = false;
     for_each_run(n, controls.mask, controls.pattern, [&](unsigned long first) {
         if (length == 2) {
-            changed |= apply_to_pair<OneAmplitude>(data + first, data + first + 1, local_op);
+            changed |= apply_to_pair<OneAmplitude>(data + first, data + first + 1, op);
             return;
         }
 #pragma GCC unroll 2
         for (unsigned long i = 0; i < length; i += 4) {
-            changed |= apply_to_neighbours(data + first + i, local_op);
+            changed |= apply_to_neighbours(data + first + i, op);
         }
     });
     return changed;
@@ -143,38 +145,39 @@ bool walk_neighbours(complex_t* data, unsigned long n, SlotCondition controls, c
 /// another copy of the loop for every stride and gate took two thirds of the kernels' compile time.
 inline constexpr unsigned long shared_run_stride = 64;
 
-template <typename PairOp>
+template <typename Source>
 [[gnu::noinline]] bool walk_shared_run(complex_t* at_x, complex_t* at_y, unsigned long length,
-                                       const PairOp& op) {
-    const PairOp local_op = op;
-    return walk_even_run(at_x, at_y, length, local_op);
+                                       const Source& source) {
+    const auto op = source.operation();
+    return walk_even_run(at_x, at_y, length, op);
 }
 
 /// All pairs of a target bit above bit 0, without controls. `Stride` is `unsigned long` or a
 /// `std::integral_constant` of it.
-template <typename Stride, typename PairOp>
-bool walk_all_pairs(complex_t* data, unsigned long n, Stride stride, const PairOp& op) {
+template <typename Stride, typename Source>
+bool walk_all_pairs(complex_t* data, unsigned long n, Stride stride, const Source& source) {
     const unsigned long t = stride;
     bool changed = false;
     if (t >= shared_run_stride) {
         for (unsigned long base = 0; base < n; base += 2 * t) {
-            changed |= walk_shared_run(data + base, data + base + t, t, op);
+            changed |= walk_shared_run(data + base, data + base + t, t, source);
         }
         return changed;
     }
-    const PairOp local_op = op;
+    const auto op = source.operation();
     for (unsigned long base = 0; base < n; base += 2 * t) {
-        changed |= walk_even_run(data + base, data + base + t, t, local_op);
+        changed |= walk_even_run(data + base, data + base + t, t, op);
     }
     return changed;
 }
 
 /// A stride that is not a power of two. The condition is tested at the first slot of each run; a
 /// pair that would reach past the block is left out.
-template <typename PairOp>
+template <typename Source>
 bool walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
-                     const PairOp& op) {
+                     const Source& source) {
     const unsigned long run = controls.mask == 0 ? 1 : std::min(lowest_bit(controls.mask), t);
+    const auto op = source.operation();
     bool changed = false;
     for (unsigned long base = 0; base < n && t < n; base += 2 * t) {
         for (unsigned long first = base; first < base + t; first += run) {
@@ -188,19 +191,19 @@ bool walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCond
 }
 
 /// The pairs of a target bit under controls, which are tested on x.
-template <typename PairOp>
+template <typename Source>
 bool walk_some_pairs(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
-                     const PairOp& op) {
-    if (t == 1 && (controls.mask & 1) == 0) return walk_neighbours(data, n, controls, op);
-    return walk_fixed(data, data + t, n, controls.mask | t, controls.pattern, op);
+                     const Source& source) {
+    if (t == 1 && (controls.mask & 1) == 0) return walk_neighbours(data, n, controls, source);
+    return walk_fixed(data, data + t, n, controls.mask | t, controls.pattern, source);
 }
 
 /// Slot i of `lower` with slot i of `upper`.
-template <typename PairOp>
+template <typename Source>
 bool walk_two_blocks(complex_t* lower, complex_t* upper, unsigned long n, SlotCondition controls,
-                     const PairOp& op) {
+                     const Source& source) {
     if (!controls.can_hold(n)) return false;
-    return walk_fixed(lower, upper, n, controls.mask & (n - 1), controls.pattern, op);
+    return walk_fixed(lower, upper, n, controls.mask & (n - 1), controls.pattern, source);
 }
 
 /// Number of single-bit strides that are constants of compiled code, from 2^0 up.
@@ -230,17 +233,17 @@ auto with_constant_stride(unsigned long stride, Body&& body) {
 /// The pairs of a target inside the block: x has the target bit clear and y has it set. Without
 /// controls the stride is a compile-time constant. With controls it is not, because the lengths of
 /// the runs decide the speed.
-template <typename PairOp>
-bool walk_target(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
-                 const PairOp& op) {
-    if (!std::has_single_bit(t)) return walk_odd_stride(data, n, t, controls, op);
+template <typename Source>
+[[gnu::always_inline]] inline bool walk_target(complex_t* data, unsigned long n, unsigned long t,
+                                               SlotCondition controls, const Source& source) {
+    if (!std::has_single_bit(t)) return walk_odd_stride(data, n, t, controls, source);
     // A control on the target itself is tested on x, where the target bit is 0.
     if (!controls.can_hold(n) || (controls.pattern & t) != 0 || t >= n) return false;
     controls.mask &= ~t & (n - 1);
-    if (controls.mask != 0) return walk_some_pairs(data, n, t, controls, op);
-    if (t == 1) return walk_neighbours(data, n, controls, op);
+    if (controls.mask != 0) return walk_some_pairs(data, n, t, controls, source);
+    if (t == 1) return walk_neighbours(data, n, controls, source);
     return with_constant_stride(
-        t, [=, &op](auto stride) { return walk_all_pairs(data, n, stride, op); });
+        t, [=, &source](auto stride) { return walk_all_pairs(data, n, stride, source); });
 }
 
 }  // namespace Nimbrel

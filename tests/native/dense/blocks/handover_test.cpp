@@ -136,9 +136,9 @@ struct BuddyOperation {
 
 void PrintTo(const BuddyOperation& operation, std::ostream* out) { *out << operation.name; }
 
-constexpr ComplexMatrix2x2 complex_identity{GateKind::diagonal_matrix,
-                                            {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
-constexpr RealMatrix2x2 real_identity{1, 0, 0, 1};
+constexpr GateMatrix complex_identity{GateKind::diagonal_matrix,
+                                      {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
+constexpr GateMatrix real_identity{GateKind::real_matrix, {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
 double ignored_result;
 
 const BuddyOperation buddy_operations[] = {

@@ -26,9 +26,8 @@ struct Operation {
     friend void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 };
 
-constexpr ComplexMatrix2x2 complex_matrix{GateKind::diagonal_matrix,
-                                          {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
-constexpr RealMatrix2x2 real_matrix{1, 0, 0, 1};
+constexpr GateMatrix complex_matrix{GateKind::diagonal_matrix, {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
+constexpr GateMatrix real_matrix{GateKind::real_matrix, {{{1, 0}, {0, 0}, {0, 0}, {1, 0}}}};
 double sum;
 unsigned long slot;
 

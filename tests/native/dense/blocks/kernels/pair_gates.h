@@ -13,7 +13,7 @@ struct Matrices {
     complex_t complex_entries[4];
     complex_t diagonal_entries[4];  ///< zeros beside the diagonal
     complex_t crossed_entries[4];   ///< real on the diagonal, imaginary beside it
-    RealMatrix2x2 real_entries;
+    double real_entries[4];
 
     explicit Matrices(Draws& draws) {
         for (complex_t& entry : complex_entries) entry = draws.amplitude();
@@ -42,7 +42,7 @@ struct PairGate {
 inline PairGate complex2x2_gate(const char* name, complex_t (Matrices::*entries)[4]) {
     return {name, true,
             [entries](CoreBlock& block, unsigned long t, Condition c, const Matrices& m) {
-                block.op_complex2x2(t, slots_of(c), ComplexMatrix2x2::of(m.*entries));
+                block.op_complex2x2(t, slots_of(c), GateMatrix::complex(m.*entries));
             },
             [entries](complex_t& x, complex_t& y, const Matrices& m) {
                 scalar_complex2x2(x, y, m.*entries);
@@ -69,10 +69,10 @@ inline const std::vector<PairGate>& pair_gates() {
         complex2x2_gate("op_complex2x2 of a cross", &Matrices::crossed_entries),
         {"op_real2x2", true,
          [](CoreBlock& block, unsigned long t, Condition c, const Matrices& m) {
-             block.op_real2x2(t, slots_of(c), m.real_entries);
+             block.op_real2x2(t, slots_of(c), GateMatrix::real(m.real_entries));
          },
          [](complex_t& x, complex_t& y, const Matrices& m) {
-             scalar_real2x2(x, y, m.real_entries.data());
+             scalar_real2x2(x, y, m.real_entries);
          }},
     };
     return gates;

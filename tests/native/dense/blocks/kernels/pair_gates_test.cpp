@@ -6,9 +6,8 @@ namespace {
 
 using namespace Nimbrel::Testing;
 using Nimbrel::complex_t;
-using Nimbrel::ComplexMatrix2x2;
 using Nimbrel::CoreBlock;
-using Nimbrel::RealMatrix2x2;
+using Nimbrel::GateMatrix;
 
 class PairGates : public HandedTest {
   protected:
@@ -168,18 +167,36 @@ TEST_P(PairGates, QueueUpInOrder) {
     }
 }
 
+TEST_P(PairGates, CopyTheMatrixOfATaskThatIsStillPosted) {
+    Blocks blocks(handed_over_qubits, GetParam());
+    for (const bool real : {false, true}) {
+        State expected = blocks.fill(draws);
+        const Matrices matrices(draws);
+        scalar_pairs(blocks.slots(expected, 1), blocks.num_terms, 4, {},
+                     [&](complex_t& x, complex_t& y) {
+                         if (real) return scalar_real2x2(x, y, matrices.real_entries);
+                         scalar_complex2x2(x, y, matrices.complex_entries);
+                     });
+        GateMatrix matrix = real ? GateMatrix::real(matrices.real_entries)
+                                 : GateMatrix::complex(matrices.complex_entries);
+        real ? blocks[1].op_real2x2(4, {}, matrix) : blocks[1].op_complex2x2(4, {}, matrix);
+        matrix.entries = {};
+        ASSERT_TRUE(same_bits(blocks.contents(), expected));
+    }
+}
+
 TEST_P(PairGates, KeepAZeroPairUnderAMatrixAndMayNegateItElsewhere) {
     Blocks blocks(1, GetParam());
     CoreBlock& block = blocks[1];
     const complex_t complex_entries[] = {{-1, -1}, {-1, -1}, {-1, -1}, {-1, -1}};
-    constexpr RealMatrix2x2 real_entries{-1, -1, -1, -1};
+    const double real_entries[] = {-1, -1, -1, -1};
     blocks.fill(State(Blocks::count * 2, complex_t{0.0, 0.0}));
-    block.op_complex2x2(1, {}, ComplexMatrix2x2::of(complex_entries));
-    block.op_real2x2(1, {}, real_entries);
+    block.op_complex2x2(1, {}, GateMatrix::complex(complex_entries));
+    block.op_real2x2(1, {}, GateMatrix::real(real_entries));
     EXPECT_TRUE(same_bits(blocks.contents(), State(Blocks::count * 2, complex_t{0.0, 0.0})));
 
     block.set_value(1, {-0.0, 0.0});  // not zero in all bits, so the pair counts
-    block.op_real2x2(1, {}, real_entries);
+    block.op_real2x2(1, {}, GateMatrix::real(real_entries));
     blocks.finish();
     EXPECT_TRUE(same_bits(block.get_value(0).re, 0.0));
     EXPECT_TRUE(same_bits(block.get_value(0).im, -0.0));

@@ -12,6 +12,8 @@ using namespace Nimbrel::Testing;
 
 /// A pair operation of the test's own: both members change, and each in another way.
 struct SumAndDifference {
+    static SumAndDifference operation() { return {}; }
+
     template <typename Amplitudes>
     bool operator()(Amplitudes& x, Amplitudes& y) const {
         const Amplitudes sum = x + y;
