@@ -29,9 +29,8 @@ import nimbrel as nb
 import peers
 from gates import Circuit, Gate, record_of, records_of
 from harness import WrongResultError, argument_parser, best_seconds, run, timed
+from numpy_models import tableau_rows
 from report import ENGINE, Comparison, Figure, Report
-
-from models import tableau_rows
 
 SEED = 20_250_701
 # There is no controlled Z among them: the filter's leaves the signs of the tableau alone.

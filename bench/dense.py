@@ -28,9 +28,8 @@ import numpy as np
 import peers
 from dense_alone import alone_figures
 from gates import DENSE_SEED, DENSE_TASKS, Gate, dense_gates
+from numpy_models import after_gates, after_measurement, random_state
 from report import BATCHED, ENGINE, Comparison, Report, print_table
-
-from models import after_gates, after_measurement, random_state
 
 QUBITS = (4, 8, 10, 12, 13, 14, 16, 18, 20, 22, 24)
 QUICK_QUBITS = (4, 10, 13, 16, 20)

@@ -19,9 +19,8 @@ import nimbrel as nb
 import numpy as np
 from gates import DENSE_SEED, Gate, dense_gates, record_of
 from harness import Timer, best_seconds, seconds_of, timed
+from numpy_models import random_state
 from report import Figure
-
-from models import random_state
 
 RECORD_QUBITS = (4, 6)
 RESET_QUBITS = (6, 12, 16, 20)

@@ -27,9 +27,8 @@ import numpy as np
 import peers
 from gates import Circuit, Gate
 from harness import WrongResultError, argument_parser, best_seconds, run, seconds_of, timed
+from numpy_models import after_hadamards, after_walk
 from report import ENGINE, Comparison, Figure, Report
-
-from models import after_hadamards, after_walk
 
 SUPERPOSED = 18
 TERMS = 1 << SUPERPOSED

@@ -11,8 +11,8 @@ from typing import Any
 import numpy as np
 from gates import Circuit, Gate
 from harness import RepeatTimer
+from numpy_models import pauli_rotation
 
-from models import pauli_rotation
 from peers import Amplitudes, CliffordProgram, DenseRegister
 
 qiskit: Any = importlib.import_module("qiskit")

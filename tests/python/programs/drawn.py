@@ -39,7 +39,7 @@ class DrawnRandom(random.Random):
                 return
             yield
 
-    def seed(self, *_: object) -> None:
+    def seed(self, *_: object) -> None:  # pyright: ignore[reportIncompatibleMethodOverride]
         """Does nothing: the numbers are drawn."""
 
     def _take(self, count: int) -> int:

@@ -31,8 +31,8 @@ struct GateMatrix {
     MatrixEntries entries;
 
     /// Selects the kind by the zeros in the matrix.
-    static GateMatrix complex(const complex_t* entries);
-    static GateMatrix real(const double* entries);
+    static GateMatrix complex(const complex_t* m);
+    static GateMatrix real(const double* m);
 };
 
 /// One gate on a piece of the state: plain data, so that a list of gates can be kept and applied
