@@ -30,7 +30,7 @@ WHEEL := build/wheel/.built
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
-	@echo "make test      native tests, and the Python tests under every NumPy served"
+	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
@@ -47,17 +47,18 @@ demo: $(INSTALLED)
 
 install: $(INSTALLED)
 
-test: test-native test-numpy
+test: test-native test-python test-numpy
 
 # Release: the arithmetic that ships is the arithmetic that is tested.
 test-native: $(TEST_TOOLS) gtest
 	$(call build,release)
 	$(CTEST) --preset release
 
-# The quick run, under the environment's own NumPy only.
+# All tests, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
 	$(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
 
+# The tests of arrays, under each older NumPy that is served.
 test-numpy: $(WHEEL)
 	tools/numpy_matrix.sh build/wheel/*.whl
 

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import importlib
 import random
 from typing import Any
 
@@ -13,11 +12,9 @@ from nimbrel import Opcode
 
 from models import wire
 from models.matrices import Matrix, gate_matrix
+from programs.drawn import DrawnRandom, check_programs
 from support.program_check import AmplitudeSimulator
-
-stim: Any = importlib.import_module("stim")  # it has no types
-
-CIRCUITS = 300
+from support.stim_states import canonical, canonical_of, stim
 
 
 def matrix_of(num_qubits: int, records: nb.RecordArray) -> Matrix:
@@ -87,35 +84,26 @@ def test_it_is_a_controlled_z_of_one_record_elsewhere(simulator: AmplitudeSimula
     assert np.allclose(states[0], states[1], rtol=0, atol=1e-15)
 
 
-def circuit(rng: random.Random, width: int) -> tuple[nb.RecordArray, Any]:
-    """The same random gates for both simulators."""
-    parts, beside = [nb.reset(width)], stim.Circuit(f"I {width - 1}")
-    for _ in range(rng.randrange(5, 12 * width)):
-        a, b = rng.sample(range(width), 2)
-        name = rng.choice(["H", "S", "CX", "CZ"])
-        own = {"H": nb.h(a), "S": nb.s(a), "CX": nb.x(b, controls=a), "CZ": nb.cz(a, b)}
-        parts.append(own[name])
-        beside.append(name, [a, b] if name.startswith("C") else [a])
-    return nb.program(*parts), beside
+def random_gate(rng: random.Random, width: int) -> tuple[nb.RecordArray, Any]:
+    """The same gate for both simulators."""
+    a, b = rng.sample(range(width), 2)
+    name = rng.choice(["H", "S", "CX", "CZ"])
+    own = {"H": nb.h(a), "S": nb.s(a), "CX": nb.x(b, controls=a), "CZ": nb.cz(a, b)}
+    return own[name], stim.CircuitInstruction(name, [a, b] if name.startswith("C") else [a])
 
 
-def canonical(generators: list[Any]) -> list[str]:
-    """One list for each state: equal lists are equal states, signs included."""
-    simulator = stim.TableauSimulator()
-    simulator.set_state_from_stabilizers(generators)
-    return [str(row) for row in simulator.canonical_stabilizers()]
-
-
-def test_random_circuits_end_in_the_state_of_an_independent_simulator(rng: random.Random) -> None:
-    wrong = 0
-    for number in range(CIRCUITS):
-        # A few of them reach into a second word.
-        program, beside = circuit(rng, 128 if number % 50 == 0 else rng.randrange(2, 9))
-        with nb.Simulator("StreamCliffordQPU") as sim:
-            sim.run(program)
-            found = [stim.PauliString(row) for row in sim.generators()]
-        expected = stim.TableauSimulator()
+def compare_with_stim(rng: DrawnRandom, width: int) -> None:
+    gates = [random_gate(rng, width) for _ in rng.steps(6 * min(width, 9))]
+    expected = stim.TableauSimulator()
+    expected.set_num_qubits(width)
+    with nb.Simulator("StreamCliffordQPU") as sim:
+        sim.run(nb.reset(width), *(own for own, _ in gates))
+        found = canonical(sim.generators())
+    for _, beside in gates:
         expected.do(beside)
-        rows = [str(row) for row in expected.canonical_stabilizers()]
-        wrong += canonical(found) != rows
-    assert wrong == 0
+    assert found == canonical_of(expected)
+
+
+@pytest.mark.parametrize(("width", "count"), [*((width, 40) for width in range(2, 9)), (128, 10)])
+def test_random_circuits_end_in_the_state_of_stim(width: int, count: int) -> None:
+    check_programs(lambda rng: compare_with_stim(rng, width), count, width)

@@ -100,7 +100,7 @@ def unconditional(num_qubits: int, record: Record) -> Matrix:
     return on_qubits(num_qubits, dict.fromkeys(qubit_numbers(record.target_mask), matrix))
 
 
-def conditions(record: Record) -> tuple[int, int]:
+def controls(record: Record) -> tuple[int, int]:
     """The condition mask and which of its qubits must be 0; a rotation carries them elsewhere."""
     is_rotation = record.opcode & 0xFFFFFFFF == opcodes.PPR
     mask = record.read_flag if is_rotation else record.cond_mask
@@ -109,7 +109,7 @@ def conditions(record: Record) -> tuple[int, int]:
 
 def gate_matrix(num_qubits: int, record: Record) -> Matrix:
     """The whole gate as a matrix of 2^n by 2^n, its quantum condition included."""
-    mask, zeros = conditions(record)
+    mask, zeros = controls(record)
     holds = np.array([index & mask == mask ^ zeros for index in range(1 << num_qubits)])
     gate = unconditional(num_qubits, record)
     result: Matrix = np.where(holds, gate, np.eye(1 << num_qubits))
