@@ -6,6 +6,7 @@
 
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
+#include "dense/blocks/waiting_gate.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -80,6 +81,11 @@ bool for_each_live_pair(QPU& qpu, unsigned long distance, const GateCondition& c
     return any;
 }
 
+/// Adds a gate that flips the index bits `flipped` to the register's waiting gates, with the blocks
+/// that it works on. `gate` tells the arithmetic; its blocks and controls are filled in here.
+/// Returns false for a gate that has to act at once, and has done nothing then.
+bool let_wait(QPU& qpu, unsigned long flipped, const GateCondition& condition, WaitingGate gate);
+
 /// Calls `task(block)` for an operation that flips the index bits `flipped`: on each single block
 /// when all of them are slot bits, else on the lower block of each pair.
 /// Requires: `flipped` lies in the register. Leaves: pairs are idle, single blocks may be at work.
@@ -98,17 +104,24 @@ void run_on_blocks(QPU& qpu, unsigned long flipped, const GateCondition& conditi
     if (for_each_live_pair(qpu, distance, condition, run_pair)) qpu.finish();
 }
 
+/// The same for a gate that may wait: lets it wait, or calls `task(block)`.
+template <typename Task>
+void run_gate(QPU& qpu, unsigned long flipped, const GateCondition& condition,
+              const WaitingGate& gate, Task&& task) {
+    if (!let_wait(qpu, flipped, condition, gate)) run_on_blocks(qpu, flipped, condition, task);
+}
+
 /// Runs a gate on each of its targets, from the highest down: targets in the block number come
 /// before slot targets, because no wait follows a slot target. Calls `task(block, target, slots)`
 /// with a target of 0 for a pair. The targets are no longer known to be classical.
 template <typename Task>
 void run_on_targets(QPU& qpu, unsigned long target_mask, unsigned long cond_mask,
-                    unsigned long cond_neg_mask, Task&& task) {
+                    unsigned long cond_neg_mask, const WaitingGate& gate, Task&& task) {
     qpu.classical_qubits &= ~target_mask;
     const auto condition = GateCondition::of_gate(qpu, cond_mask, cond_neg_mask);
     for_each_bit_down(target_mask & qpu.qubit_mask, [&](unsigned long target) {
         ++qpu.op_count;
-        run_on_blocks(qpu, target, condition, [&](CoreBlock& block) {
+        run_gate(qpu, target, condition, gate, [&](CoreBlock& block) {
             task(block, target & qpu.block_slot_mask, condition.slots);
         });
     });

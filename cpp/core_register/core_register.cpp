@@ -1,6 +1,7 @@
 #include "core_register/core_register.h"
 
 #include "dense/blocks/core_block.h"
+#include "dense/blocks/gate_queue.h"
 #include "dense/blocks/team.h"
 
 namespace Nimbrel {

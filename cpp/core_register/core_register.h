@@ -14,6 +14,7 @@ namespace Nimbrel {
 class BlockTeam;
 class CoreBlock;
 class CoreBlockStore;
+class GateQueue;
 struct GateMatrix;
 struct SplitProbability;
 
@@ -51,10 +52,18 @@ class QPU : public QPU_Base {
     /// with a printed report, when memory runs out.
     bool reset(unsigned long qubits, complex_t* buffer);
     void deallocate();
+    /// Lets waiting gates act, and waits until all blocks are idle.
     void finish();
+    /// Waits for the blocks only: gates that wait go on waiting.
     void removable_finish();
     bool self_check(int line);
     void verify_allocated() const;
+
+    /// Gates called between these two may wait for their arithmetic until something looks at the
+    /// amplitudes. On a caller's memory none waits after the end.
+    void begin_records() { in_records = true; }
+    void end_records();
+    bool lets_gates_wait() const { return in_records && gates_wait && waiting_gates != nullptr; }
 
     // State primitives: state.cpp.
     double peek_total_probability();
@@ -191,6 +200,9 @@ class QPU : public QPU_Base {
 
     unsigned long op_count = 0;          ///< operations issued since the reset
     unsigned long classical_qubits = 0;  ///< qubits last left in a known classical state
+    bool gates_wait = true;   ///< false makes every gate act at once
+    bool in_records = false;  ///< between `begin_records` and `end_records`
+    std::unique_ptr<GateQueue> waiting_gates;  ///< null for a register too small to gain from it
     CoreBlock** blocks = nullptr;        ///< null when there is no register
     CoreBlockStore* block_store = nullptr;
     std::vector<unsigned long> pcp_x_masks;  ///< the batch that `pcp` collects

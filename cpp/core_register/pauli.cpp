@@ -9,6 +9,24 @@
 #include "support/random.h"
 
 namespace Nimbrel {
+namespace {
+
+WaitingGate product_rotation(const QPU& qpu, unsigned long x, unsigned long z, SineCosine angle) {
+    WaitingGate gate{.is_product = true,
+                     .z_mask = z & qpu.block_slot_mask,
+                     .y_factors = static_cast<unsigned>(std::popcount(x & z)),
+                     .sine = angle.sine,
+                     .cosine = angle.cosine};
+    if (!qpu.lets_gates_wait()) return gate;
+    for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
+        const auto parity =
+            static_cast<unsigned long>(std::popcount(i << qpu.num_block_qubits & z)) & 1;
+        gate.odd_slots |= parity << qpu.blocks[i]->store_slot;
+    }
+    return gate;
+}
+
+}  // namespace
 
 void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned long cond_mask,
               unsigned long cond_neg_mask, long cond_flag) {
@@ -22,8 +40,10 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
     ++op_count;
     // Unlike for a gate, controls outside the register are kept: no block meets them.
     const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);
-    run_on_blocks(*this, x, condition,
-                  [&](CoreBlock& block) { block.op_ppr(x, z, condition.slots, sine, cosine); });
+    run_gate(*this, x, condition, product_rotation(*this, x, z, {sine, cosine}),
+             [&, s = sine, c = cosine](CoreBlock& block) {
+                 block.op_ppr(x, z, condition.slots, s, c);
+             });
     removable_finish();
 }
 

@@ -8,6 +8,7 @@
 #include "core_register/core_register.h"
 #include "core_register/layout.h"
 #include "dense/blocks/core_block.h"
+#include "dense/blocks/gate_queue.h"
 #include "dense/blocks/store.h"
 #include "dense/blocks/team.h"
 #include "support/bits.h"
@@ -73,7 +74,8 @@ bool QPU::reset(unsigned long qubits, complex_t* buffer) {
                             parameters.use_opencl == use_opencl;
     if (buffer == nullptr && same_shape) {
         // Blocks, threads and store stay, whatever the limits say by now: a program that resets
-        // often starts no threads.
+        // often starts no threads. Whatever waits would be overwritten.
+        if (waiting_gates != nullptr) waiting_gates->drop();
         qint_table.assign(reservation_entries(num_qubits), 0);
     } else {
         deallocate();
@@ -145,12 +147,19 @@ void QPU::make_blocks() {
     const unsigned long count = num_blocks;
     try {
         if (use_threads) team = std::make_unique<BlockTeam>(count);
+        if (GateQueue::suits(num_qubits, num_block_qubits)) {
+            const unsigned long threads =
+                use_threads ? std::min(count, team->num_processors()) : 1;
+            waiting_gates =
+                std::make_unique<GateQueue>(*block_store, team.get(), num_qubits, threads);
+        }
         blocks = new CoreBlock*[count]();
         for (unsigned long i = 0; i < count; ++i) {
             // The analyzer takes the array for one of a fixed size; it has `count` entries.
             // NOLINTNEXTLINE(clang-analyzer-security.ArrayBound)
             blocks[i] = new CoreBlock(i, num_block_qubits, block_store, nullptr, use_threads,
                                       verbose, team.get());
+            blocks[i]->waiting_gates = waiting_gates.get();
         }
     } catch (...) {
         // Most likely the system has no more threads. Those that run are in nobody's use.
@@ -169,6 +178,9 @@ void QPU::enter_start_state(bool randomized) {
 }
 
 void QPU::deallocate() {
+    // What waits would change memory that nobody can see any more, unless it is the caller's.
+    const bool stays = memory_pinned || (block_store != nullptr && block_store->external_buffer);
+    if (waiting_gates != nullptr && !stays) waiting_gates->drop();
     finish();
     if (memory_pinned) return;
     if (blocks != nullptr) {
@@ -182,6 +194,7 @@ void QPU::deallocate() {
         delete[] blocks;
         blocks = nullptr;
     }
+    waiting_gates.reset();
     team.reset();
     delete block_store;
     block_store = nullptr;
@@ -190,6 +203,7 @@ void QPU::deallocate() {
 // To wait is to let the blocks change, whatever the fields here do.
 // NOLINTNEXTLINE(readability-make-member-function-const)
 void QPU::finish() {
+    if (waiting_gates != nullptr) waiting_gates->settle();
     // A reset that failed has left its sizes and its choice of threads, but no blocks.
     if (!use_threads || blocks == nullptr) return;
     for (unsigned long i = 0; i < num_blocks; ++i) {
@@ -197,8 +211,15 @@ void QPU::finish() {
     }
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void QPU::removable_finish() {
-    if (finish_each_op) finish();
+    if (!finish_each_op || !use_threads || blocks == nullptr) return;
+    for (unsigned long i = 0; i < num_blocks; ++i) blocks[i]->finish_tasks();
+}
+
+void QPU::end_records() {
+    in_records = false;
+    if (block_store != nullptr && block_store->external_buffer) finish();
 }
 
 bool QPU::self_check(int line) {

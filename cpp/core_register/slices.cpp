@@ -20,6 +20,7 @@ namespace {
 class IdleTerms {
   public:
     explicit IdleTerms(QPU& qpu) : qpu_(qpu) {
+        qpu.finish();
         // A block learns where its amplitudes lie when it is locked, so one that was exchanged
         // since then points at its partner's.
         for (unsigned long i = 0; i < qpu.num_blocks; ++i) {

@@ -22,12 +22,25 @@ void apply(QPU& qpu, Rotation gate, double angle, const QPUOp& op) {
     (qpu.*gate)(angle, op.target_mask, op.cond_mask, op.cond_neg_mask, op.cond_flag);
 }
 
+/// The time in which records run. Their gates may wait, also after a record that failed.
+class RecordsScope {
+  public:
+    explicit RecordsScope(QPU& qpu) : qpu_(qpu) { qpu.begin_records(); }
+    ~RecordsScope() { qpu_.end_records(); }
+    RecordsScope(const RecordsScope&) = delete;
+    RecordsScope& operator=(const RecordsScope&) = delete;
+
+  private:
+    QPU& qpu_;
+};
+
 unsigned long word(long flag) { return static_cast<unsigned long>(flag); }
 
 }  // namespace
 
 void OpFilter_QPUSim::put_instructions(const QPUOp* ops, unsigned long num_ops) {
     const auto copies = reserve_record_copies(num_ops);
+    const RecordsScope scope(*qpu);
     run_records(ops, num_ops, qpu, open_label, [this](const QPUOp& op) { dispatch(op); });
 }
 

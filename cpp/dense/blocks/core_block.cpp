@@ -38,9 +38,10 @@ void CoreBlock::set_op_buddy(CoreBlock* buddy) {
     op_buddy = buddy;
 }
 
+// Waiting gates know the memory that they work on, so they need not act before.
 void CoreBlock::swap_blocks(CoreBlock* other) {
-    finish();
-    other->finish();
+    finish_tasks();
+    other->finish_tasks();
     std::swap(store_slot, other->store_slot);
     std::swap(all_zero, other->all_zero);
     lock(true, nullptr);

@@ -16,6 +16,7 @@
 namespace Nimbrel {
 
 class BlockTeam;
+class GateQueue;
 class CoreBlockOpsOCLContext;  // never defined: there is no accelerator back end
 
 /// Number of a task, as the submitter posts it to a worker.
@@ -65,8 +66,12 @@ class CoreBlock {
     void start_worker(TaskID task);
     void wait_for_worker(bool wait_until_ready);
 
-    /// Waits until this block is idle, and its buddy while they are a pair.
+    /// Lets the register's waiting gates act, and waits until this block is idle, and its buddy while
+    /// they are a pair.
     void finish();
+
+    /// The same without the waiting gates, which may go on waiting while blocks are exchanged.
+    void finish_tasks();
 
     /// Pairs this block, whose number has the target bit clear, with the block that has it set. The
     /// next operation with a target of 0 works on both and ends the pair.
@@ -221,6 +226,7 @@ class CoreBlock {
     bool all_zero = false;
     int lock_count = 0;  ///< nesting depth of `lock`
 
+    GateQueue* waiting_gates = nullptr;  ///< of the register; they act before anything else here
     BlockTeam* team;  ///< the workers of this register; null for a block outside a team
     std::atomic<bool> worker_awake{true};  ///< false while the worker sleeps
     bool poked = false;  ///< woken to run tasks of other blocks; guarded by `task_mutex`
@@ -244,6 +250,7 @@ class CoreBlock {
 
     /// Whether the block is large enough to gain from a second thread.
     bool worth_handing_over() const;
+    void settle() const;
     void wait_until_idle();
     void wait_until_pair_idle();
     void submit_matrix(TaskID task, unsigned long target_mask, SlotCondition condition,

@@ -2,6 +2,7 @@
 //
 // The argument of `unlock` tells whether the amplitudes changed. Only the inactive disk tier uses
 // it, to write a block back.
+#include <bit>
 #include <cstdio>
 
 #include "dense/blocks/core_block.h"
@@ -140,7 +141,8 @@ void CoreBlock::run_product(unsigned long x_mask, unsigned long z_mask, bool wri
                         .here_number = thread_id,
                         .there_number = buddy != nullptr ? buddy->thread_id : 0,
                         .x_mask = x_mask,
-                        .z_mask = z_mask});
+                        .z_mask = z_mask,
+                        .y_factors = static_cast<unsigned>(std::popcount(x_mask & z_mask))});
     unlock(write_back, buddy);
     if (buddy != nullptr) set_op_buddy(nullptr);
 }

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "dense/blocks/core_block.h"
+#include "support/processor_pause.h"
 
 namespace Nimbrel {
 namespace {
@@ -56,6 +57,16 @@ void BlockTeam::task_posted(unsigned long num_terms) {
     wake_one();
 }
 
+// A worker raises `looking_` before it reads the pointer, so one that has read it is waited for.
+void BlockTeam::share(SharedWork& work, unsigned long amplitudes) {
+    shared_work_.store(&work);
+    task_posted(amplitudes);
+    work.take_part();
+    shared_work_.store(nullptr);
+    task_taken();
+    while (looking_.load() != 0) pause_processor();
+}
+
 void BlockTeam::wake_one() {
     for (unsigned long i = num_blocks_; i-- > 0;) {
         CoreBlock* block = blocks_[i].load();
@@ -71,6 +82,7 @@ void BlockTeam::wake_one() {
 
 void BlockTeam::run_tasks() {
     looking_.fetch_add(1);
+    if (SharedWork* work = shared_work_.load()) work->take_part();
     for (unsigned long i = num_blocks_; i-- > 0 && has_tasks();) {
         if (CoreBlock* block = blocks_[i].load()) block->run_if_posted();
     }

@@ -8,6 +8,16 @@ namespace Nimbrel {
 
 class CoreBlock;
 
+/// Work that any number of threads may do together.
+class SharedWork {
+  public:
+    /// Does parts of the work until none is left. Each thread calls it once or more.
+    virtual void take_part() = 0;
+
+  protected:
+    ~SharedWork() = default;
+};
+
 /// Spreads the tasks of a register over the processors that there are.
 ///
 /// Every block keeps its own worker, but a task waits in its block for whoever comes first: the
@@ -30,6 +40,15 @@ class BlockTeam {
     void leave(const CoreBlock* block);
     /// Notes a task of so many amplitudes, and wakes a worker when enough of them have come.
     void task_posted(unsigned long num_terms);
+
+    /// Does the work on this thread and on the workers that are free, and returns when all of it is
+    /// done. `amplitudes` is what it costs.
+    void share(SharedWork& work, unsigned long amplitudes);
+
+    /// Threads that can work at the same time, the submitter among them.
+    unsigned long num_processors() const {
+        return static_cast<unsigned long>(spare_processors_) + 1;
+    }
 
     /// False in a child that was forked after the workers were made: it has the blocks and not the
     /// threads. Its submitter runs all tasks itself and touches no mutex, since a worker may have
@@ -57,6 +76,7 @@ class BlockTeam {
     const std::unique_ptr<std::atomic<CoreBlock*>[]> blocks_;
 
     std::atomic<long> posted_{0};  ///< tasks that nobody has begun
+    std::atomic<SharedWork*> shared_work_{nullptr};
     std::atomic<int> awake_{0};
     std::atomic<int> looking_{0};  ///< workers inside `run_tasks`
 

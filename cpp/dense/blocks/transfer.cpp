@@ -54,6 +54,7 @@ void list_terms(const std::vector<Candidate>& terms, unsigned long* indices, com
 
 void CoreBlock::set_value(unsigned long slot, const complex_t& value) {
     if (!is_raw_zero(value)) all_zero = false;
+    settle();
     if (use_threads) finish();
     lock(true, nullptr);
     if (ocl_context == nullptr) block_data[slot] = value;
@@ -61,6 +62,7 @@ void CoreBlock::set_value(unsigned long slot, const complex_t& value) {
 }
 
 complex_t CoreBlock::get_value(unsigned long slot) {
+    settle();
     lock(true, nullptr);
     const complex_t value = ocl_context == nullptr ? block_data[slot] : complex_t{0.0, 0.0};
     unlock(true, nullptr);
@@ -68,6 +70,7 @@ complex_t CoreBlock::get_value(unsigned long slot) {
 }
 
 void CoreBlock::get_all_values(complex_t* out) {
+    settle();
     const unsigned long size = num_terms * sizeof(complex_t);
     if (all_zero) {
         // Right also while the clearing task still waits, and then the block is its worker's.
@@ -81,6 +84,7 @@ void CoreBlock::get_all_values(complex_t* out) {
 }
 
 void CoreBlock::set_all_values(const complex_t* values) {
+    settle();
     lock(true, nullptr);
     unsigned long zeros = 0;
     while (zeros < num_terms && is_raw_zero(element(values, zeros))) ++zeros;
@@ -95,6 +99,7 @@ void CoreBlock::set_all_values(const complex_t* values) {
 
 // The early way out leaves the lock counted, which no reader of the count minds.
 bool CoreBlock::check_all_values(const complex_t* values, double tolerance) {
+    settle();
     lock(true, nullptr);
     for (unsigned long i = 0; i < num_terms; ++i) {
         const complex_t expected = element(values, i);
@@ -108,6 +113,7 @@ bool CoreBlock::check_all_values(const complex_t* values, double tolerance) {
 // The caller's list carries the largest terms from block to block.
 void CoreBlock::peek_n_biggest_terms(unsigned long n, unsigned long* indices, complex_t* values) {
     if (n == 0) return;
+    settle();
     lock(true, nullptr);
     if (all_zero) return unlock(true, nullptr);
     if (n >> 60 != 0) throw std::length_error("cannot create std::vector larger than max_size()");

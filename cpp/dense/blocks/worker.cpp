@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "dense/blocks/core_block.h"
+#include "dense/blocks/gate_queue.h"
 #include "dense/blocks/team.h"
 #include "support/processor_pause.h"
 
@@ -71,7 +72,16 @@ void CoreBlock::wait_for_worker(bool wait_until_ready) {
     }
 }
 
+void CoreBlock::settle() const {
+    if (waiting_gates != nullptr) waiting_gates->settle();
+}
+
 void CoreBlock::finish() {
+    settle();
+    finish_tasks();
+}
+
+void CoreBlock::finish_tasks() {
     for (CoreBlock* block = this; block != nullptr; block = block->op_buddy) {
         block->wait_for_worker(true);
     }
@@ -133,8 +143,9 @@ void CoreBlock::sleep_until_called(std::unique_lock<std::mutex>& guard) {
 }
 
 void CoreBlock::wait_until_idle() {
+    settle();
     if (!use_threads) return;
-    finish();
+    finish_tasks();
     wait_for_worker(true);
 }
 

@@ -212,10 +212,6 @@ struct ProductNorm {
     }
 };
 
-unsigned count_y_factors(const PauliProduct& product) {
-    return static_cast<unsigned>(std::popcount(product.x_mask & product.z_mask));
-}
-
 }  // namespace
 
 unsigned long product_slot_mask(unsigned long num_block_qubits) {
@@ -227,7 +223,7 @@ void rotate_product(const PauliProduct& product, SlotCondition controls, double 
                     double cosine) {
     const ProductSlots slots(product);
     // One more power of -i than the Y factors give: the rotation has a factor -i itself.
-    const ProductRotation rotation{slots, controls, power_of_minus_i(count_y_factors(product) + 1),
+    const ProductRotation rotation{slots, controls, power_of_minus_i(product.y_factors + 1),
                                    WidestAmplitudes::broadcast(sine),
                                    WidestAmplitudes::broadcast(cosine)};
     if (slots.takes_two() && ((controls.mask | controls.pattern) & 1) == 0) {
@@ -239,7 +235,7 @@ void rotate_product(const PauliProduct& product, SlotCondition controls, double 
 
 void project_product(const PauliProduct& product, unsigned long measured) {
     const ProductSlots slots(product);
-    const ProductProjection projection{slots, power_of_minus_i(count_y_factors(product)),
+    const ProductProjection projection{slots, power_of_minus_i(product.y_factors),
                                        WidestAmplitudes::broadcast(measured != 0 ? -1.0 : 1.0)};
     if (slots.takes_two()) {
         visit_product<TwoAmplitudes>(slots, projection);
@@ -250,7 +246,7 @@ void project_product(const PauliProduct& product, unsigned long measured) {
 
 double product_probability(const PauliProduct& product) {
     const ProductSlots slots(product);
-    ProductNorm norm{power_of_minus_i(count_y_factors(product)), slots};
+    ProductNorm norm{power_of_minus_i(product.y_factors), slots};
     visit_product<OneAmplitude>(slots, norm);
     return norm.quarter();
 }

@@ -16,8 +16,9 @@ struct PauliProduct {
     unsigned long num_block_qubits;
     unsigned long here_number;       ///< block number of `here`
     unsigned long there_number = 0;  ///< block number of `there`
-    unsigned long x_mask;            ///< both masks over the whole register; a qubit in both is a Y
-    unsigned long z_mask;
+    unsigned long x_mask;
+    unsigned long z_mask;  ///< over the block number too
+    unsigned y_factors;    ///< qubits of the whole register in both masks
 };
 
 /// cos(t) - i sin(t) P. The controls are tested on slots of `here`.

@@ -1,0 +1,207 @@
+#include "dense/blocks/tiles.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "support/bits.h"
+#include "support/prefetch.h"
+
+namespace Nimbrel {
+namespace {
+
+unsigned long count_bits(unsigned long mask) {
+    return static_cast<unsigned long>(std::popcount(mask));
+}
+
+/// The bits of `value` at the places of `mask`, moved together at the low end.
+unsigned long gather_bits(unsigned long value, unsigned long mask) {
+    unsigned long gathered = 0;
+    for_each_bit(value & mask, [&](unsigned long bit) {
+        gathered |= 1UL << count_bits(mask & (bit - 1));
+    });
+    return gathered;
+}
+
+/// The low bits of `value`, moved to the places of `mask`.
+unsigned long scatter_bits(unsigned long value, unsigned long mask) {
+    unsigned long scattered = 0;
+    for_each_bit(mask, [&](unsigned long bit) {
+        if ((value & 1) != 0) scattered |= bit;
+        value >>= 1;
+    });
+    return scattered;
+}
+
+bool odd_parity(unsigned long bits) { return (std::popcount(bits) & 1) != 0; }
+
+constexpr unsigned long low_bits(unsigned long count) { return (1UL << count) - 1; }
+
+/// A gate pairs amplitudes or scales them one by one.
+bool has_target(const WaitingGate& gate) { return (gate.target | gate.distance) != 0; }
+
+}  // namespace
+
+bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits) {
+    const unsigned long paired = gate.paired_bits(num_block_qubits) & ~low_bits(row_qubits);
+    return count_bits(paired) <= tile_qubits - row_qubits;
+}
+
+std::size_t TilePass::prepare(const StoredState& state, std::span<const WaitingGate> gates) {
+    state_ = state;
+    qubits_ = std::min(tile_qubits, state.num_qubits);
+    mask_ = low_bits(std::min(row_qubits, qubits_));
+    std::size_t count = 0;
+    for (; count < gates.size(); ++count) {
+        const unsigned long mask = mask_ | gates[count].paired_bits(state.num_block_qubits);
+        if (count_bits(mask) > qubits_) break;
+        mask_ = mask;
+    }
+    // The bits that are left make the rows longer.
+    while (count_bits(mask_) < qubits_) mask_ |= mask_ + 1;
+    row_length_ = lowest_bit(~mask_);
+    row_mask_ = mask_ & ~(row_length_ - 1);
+    slot_mask_ = mask_ >> state.num_block_qubits;
+    piece_qubits_ = qubits_ - count_bits(slot_mask_);
+    gates_.clear();
+    for (const WaitingGate& gate : gates.first(count)) gates_.push_back(in_tile(gate));
+    return count;
+}
+
+TilePass::TileGate TilePass::in_tile(const WaitingGate& source) const {
+    const unsigned long block_bits = low_bits(state_.num_block_qubits);
+    const unsigned long all_slots = ~0UL >> (bits_per_word - state_.num_slots());
+    TileGate gate{.gate = {.kind = source.kind,
+                           .target = gather_bits(source.target, mask_),
+                           .controls = {.mask = gather_bits(source.controls.mask, mask_),
+                                        .pattern = gather_bits(source.controls.pattern, mask_)},
+                           .matrix = &source.matrix},
+                  .source = &source,
+                  .outside_mask = source.controls.mask & ~mask_,
+                  .outside_pattern = source.controls.pattern & ~mask_,
+                  .piece_distance = gather_bits(source.distance, slot_mask_),
+                  .z_mask = gather_bits(source.z_mask, mask_ & block_bits),
+                  .outside_z_mask = source.z_mask & ~mask_,
+                  .whole_target = 0,
+                  .whole = false};
+    if (source.is_product) return gate;
+    if (source.distance == 0) {
+        gate.whole = source.slots == all_slots;
+        gate.whole_target = gate.gate.target;
+        return gate;
+    }
+    // The blocks that hold the first of each pair are those without the bit of the distance, unless
+    // blocks were exchanged.
+    unsigned long lower_slots = 0;
+    for (unsigned long slot = 0; slot < state_.num_slots(); ++slot) {
+        if ((slot & source.distance) == 0) lower_slots |= 1UL << slot;
+    }
+    gate.whole = std::has_single_bit(source.distance) && source.slots == lower_slots;
+    gate.whole_target = gate.piece_distance << piece_qubits_;
+    return gate;
+}
+
+void TilePass::run(unsigned long first, unsigned long count, complex_t* scratch) const {
+    unsigned long base = scatter_bits(first, ~mask_);
+    for (unsigned long tile = 0; tile < count; ++tile) {
+        const unsigned long next = next_base(base);
+        if (row_mask_ == 0) {
+            run_one(state_.amplitudes + base, base, next);
+        } else {
+            run_in_scratch(scratch, base, next);
+        }
+        base = next;
+    }
+}
+
+// The rows of a tile lie at distances of powers of two, so they would fall on a few sets of the
+// cache and displace each other.
+void TilePass::run_in_scratch(complex_t* scratch, unsigned long base, unsigned long next) const {
+    complex_t* const amplitudes = state_.amplitudes;
+    const unsigned long size = row_length_ * sizeof(complex_t);
+    const unsigned long end = 1UL << qubits_;
+    const unsigned long held = ~row_mask_;
+    unsigned long row = 0;
+    for (unsigned long i = 0; i < end; i += row_length_) {
+        std::memcpy(scratch + i, amplitudes + (base | row), size);
+        row = ((row | held) + 1) & row_mask_;
+    }
+    run_one(scratch, base, next);
+    row = 0;
+    for (unsigned long i = 0; i < end; i += row_length_) {
+        std::memcpy(amplitudes + (base | row), scratch + i, size);
+        row = ((row | held) + 1) & row_mask_;
+    }
+}
+
+// The next tile comes from memory while this one is worked on.
+void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) const {
+    for (std::size_t i = 0; i < gates_.size(); ++i) {
+        prefetch(next, i);
+        apply(gates_[i], tile, base);
+    }
+}
+
+void TilePass::prefetch(unsigned long base, unsigned long part) const {
+    if ((base >> state_.num_qubits) != 0) return;
+    constexpr unsigned long line = 64 / sizeof(complex_t);
+    const unsigned long size = 1UL << qubits_;
+    const unsigned long parts = gates_.size();
+    const unsigned long lines = size / line;
+    const unsigned long begin = lines * part / parts;
+    const unsigned long end = lines * (part + 1) / parts;
+    for (unsigned long i = begin; i < end; ++i) {
+        const unsigned long index = i * line;
+        const unsigned long row = scatter_bits(index / row_length_, row_mask_);
+        __builtin_prefetch(state_.amplitudes + (base | row | (index & (row_length_ - 1))), 1, 2);
+    }
+}
+
+void TilePass::apply(const TileGate& gate, complex_t* tile, unsigned long base) const {
+    if ((base & gate.outside_mask) != gate.outside_pattern) return;
+    if (!gate.whole) return apply_to_pieces(gate, tile, base);
+    SlotGate whole = gate.gate;
+    whole.target = gate.whole_target;
+    apply_gate(whole, tile, nullptr, 1UL << qubits_);
+}
+
+void TilePass::apply_to_pieces(const TileGate& gate, complex_t* tile, unsigned long base) const {
+    const unsigned long size = 1UL << piece_qubits_;
+    const unsigned long pieces = 1UL << (qubits_ - piece_qubits_);
+    const unsigned long first_slot = base >> state_.num_block_qubits;
+    const unsigned long distance = gate.piece_distance;
+    unsigned long offset = 0;
+    for (unsigned long piece = 0; piece < pieces; ++piece) {
+        const unsigned long slot = first_slot | offset;
+        offset = ((offset | ~slot_mask_) + 1) & slot_mask_;
+        if ((gate.source->slots >> slot & 1) == 0) continue;
+        complex_t* here = tile + piece * size;
+        complex_t* there = distance == 0 ? nullptr : tile + (piece ^ distance) * size;
+        if (gate.source->is_product) {
+            rotate(gate, here, there, base, slot, slot ^ gate.source->distance);
+        } else {
+            apply_gate(gate.gate, here, there, size);
+        }
+    }
+}
+
+// The kernel takes the sign of a piece from a block number under the Z mask: here the number is the
+// parity of all bits outside the piece, and the mask has one bit for it.
+void TilePass::rotate(const TileGate& gate, complex_t* here, complex_t* there, unsigned long base,
+                      unsigned long here_slot, unsigned long there_slot) const {
+    const WaitingGate& source = *gate.source;
+    const unsigned long size = 1UL << piece_qubits_;
+    const unsigned long odd = odd_parity(base & gate.outside_z_mask) ? 1 : 0;
+    const PauliProduct product{.here = here,
+                               .there = there,
+                               .n = size,
+                               .num_block_qubits = piece_qubits_,
+                               .here_number = odd ^ (source.odd_slots >> here_slot & 1),
+                               .there_number = odd ^ (source.odd_slots >> there_slot & 1),
+                               .x_mask = gate.gate.target,
+                               .z_mask = gate.z_mask | size,
+                               .y_factors = source.y_factors};
+    rotate_product(product, gate.gate.controls, source.sine, source.cosine);
+}
+
+}  // namespace Nimbrel

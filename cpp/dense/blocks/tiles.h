@@ -1,0 +1,92 @@
+/// The arithmetic of several gates in one pass over the state.
+///
+/// A tile holds the amplitudes whose places in the store differ only in the bits of a mask. Gates
+/// whose targets all lie in the mask pair amplitudes of one tile only, so all of them are applied
+/// to a tile while it lies in the first-level cache, and then to the next tile. Every amplitude
+/// meets the same operations in the same order as with one pass a gate.
+///
+///     tile mask 0b10011:   place     0  1  2  3  16 17 18 19 | 4  5  6  7  20 21 22 23 | ...
+///                          in tile   0  1  2  3  4  5  6  7  | 0  1  2  3  4  5  6  7  | ...
+///
+/// For `GateQueue` and the tests. Any number of threads may run different tiles of one pass.
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include "dense/blocks/kernels/pauli.h"
+#include "dense/blocks/waiting_gate.h"
+#include "support/complex.h"
+
+namespace Nimbrel {
+
+/// The whole state in the order of the store: place = store slot * block size + slot.
+struct StoredState {
+    complex_t* amplitudes;
+    unsigned long num_qubits;
+    unsigned long num_block_qubits;
+
+    unsigned long num_slots() const { return 1UL << (num_qubits - num_block_qubits); }
+};
+
+/// Qubits of a tile: 32 KiB of amplitudes, the usual first-level cache.
+inline constexpr unsigned long tile_qubits = 11;
+/// The lowest bits of the place belong to every tile, so that it consists of rows of at least 256
+/// contiguous bytes.
+inline constexpr unsigned long row_qubits = 4;
+
+/// Whether a tile can hold what the gate pairs.
+bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits);
+
+/// Several gates, prepared for one pass over the state.
+class TilePass {
+  public:
+    /// Makes room for passes of up to `most_gates`, so that none allocates.
+    explicit TilePass(std::size_t most_gates) { gates_.reserve(most_gates); }
+
+    /// Prepares a pass for as many of the gates, from the first on, as one tile mask allows, and
+    /// returns their number, which is 1 or more. The gates must stay until the pass has run.
+    /// Requires: not empty; each gate fits a tile.
+    std::size_t prepare(const StoredState& state, std::span<const WaitingGate> gates);
+
+    unsigned long num_tiles() const { return 1UL << (state_.num_qubits - qubits_); }
+
+    /// Applies all gates to `count` tiles from number `first` on. `scratch` has room for a tile.
+    void run(unsigned long first, unsigned long count, complex_t* scratch) const;
+
+  private:
+    /// A gate with its masks as bits of the index in a tile.
+    struct TileGate {
+        SlotGate gate;
+        const WaitingGate* source;
+        unsigned long outside_mask;  ///< controls among the place's bits that a tile fixes
+        unsigned long outside_pattern;
+        unsigned long piece_distance;  ///< of a gate on pairs of blocks
+        unsigned long z_mask;          ///< of a product
+        unsigned long outside_z_mask;  ///< of a product, bits of the place
+        unsigned long whole_target;    ///< target for a call on a whole tile
+        bool whole;                    ///< one call does, where all blocks in the tile take part
+    };
+
+    void choose_mask(std::span<const WaitingGate> gates, std::size_t count);
+    TileGate in_tile(const WaitingGate& source) const;
+    void apply(const TileGate& gate, complex_t* tile, unsigned long base) const;
+    void apply_to_pieces(const TileGate& gate, complex_t* tile, unsigned long base) const;
+    void rotate(const TileGate& gate, complex_t* here, complex_t* there, unsigned long base,
+                unsigned long here_slot, unsigned long there_slot) const;
+    void run_one(complex_t* tile, unsigned long base, unsigned long next) const;
+    void run_in_scratch(complex_t* scratch, unsigned long base, unsigned long next) const;
+    void prefetch(unsigned long base, unsigned long part) const;
+    unsigned long next_base(unsigned long base) const { return ((base | mask_) + 1) & ~mask_; }
+
+    StoredState state_{};
+    unsigned long mask_ = 0;         ///< bits of the place in which a tile's amplitudes differ
+    unsigned long qubits_ = 0;       ///< number of these bits
+    unsigned long row_length_ = 0;   ///< contiguous amplitudes
+    unsigned long row_mask_ = 0;     ///< the mask without the row's bits
+    unsigned long piece_qubits_ = 0; ///< bits of the mask inside a block
+    unsigned long slot_mask_ = 0;    ///< the mask's bits of the store slot
+    std::vector<TileGate> gates_;
+};
+
+}  // namespace Nimbrel
