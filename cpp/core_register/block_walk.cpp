@@ -74,7 +74,6 @@ bool let_pairs_wait(QPU& qpu, unsigned long distance, const GateCondition& condi
 }  // namespace
 
 bool let_wait(QPU& qpu, unsigned long flipped, const GateCondition& condition, WaitingGate gate) {
-    if (!qpu.lets_gates_wait()) return false;
     GateQueue& queue = *qpu.waiting_gates;
     if (queue.empty()) qpu.finish();
     gate.target = flipped & qpu.block_slot_mask;

@@ -84,6 +84,7 @@ bool for_each_live_pair(QPU& qpu, unsigned long distance, const GateCondition& c
 /// Adds a gate that flips the index bits `flipped` to the register's waiting gates, with the blocks
 /// that it works on. `gate` tells the arithmetic; its blocks and controls are filled in here.
 /// Returns false for a gate that has to act at once, and has done nothing then.
+/// Requires: the register lets gates wait.
 bool let_wait(QPU& qpu, unsigned long flipped, const GateCondition& condition, WaitingGate gate);
 
 /// Calls `task(block)` for an operation that flips the index bits `flipped`: on each single block
@@ -104,24 +105,26 @@ void run_on_blocks(QPU& qpu, unsigned long flipped, const GateCondition& conditi
     if (for_each_live_pair(qpu, distance, condition, run_pair)) qpu.finish();
 }
 
-/// The same for a gate that may wait: lets it wait, or calls `task(block)`.
-template <typename Task>
+/// The same for a gate that may wait: lets `make_gate()` wait, or calls `task(block)`. A gate on a
+/// few qubits would notice what it takes to make one for nothing.
+template <typename MakeGate, typename Task>
 void run_gate(QPU& qpu, unsigned long flipped, const GateCondition& condition,
-              const WaitingGate& gate, Task&& task) {
-    if (!let_wait(qpu, flipped, condition, gate)) run_on_blocks(qpu, flipped, condition, task);
+              MakeGate&& make_gate, Task&& task) {
+    if (qpu.lets_gates_wait() && let_wait(qpu, flipped, condition, make_gate())) return;
+    run_on_blocks(qpu, flipped, condition, task);
 }
 
 /// Runs a gate on each of its targets, from the highest down: targets in the block number come
 /// before slot targets, because no wait follows a slot target. Calls `task(block, target, slots)`
 /// with a target of 0 for a pair. The targets are no longer known to be classical.
-template <typename Task>
+template <typename MakeGate, typename Task>
 void run_on_targets(QPU& qpu, unsigned long target_mask, unsigned long cond_mask,
-                    unsigned long cond_neg_mask, const WaitingGate& gate, Task&& task) {
+                    unsigned long cond_neg_mask, MakeGate&& make_gate, Task&& task) {
     qpu.classical_qubits &= ~target_mask;
     const auto condition = GateCondition::of_gate(qpu, cond_mask, cond_neg_mask);
     for_each_bit_down(target_mask & qpu.qubit_mask, [&](unsigned long target) {
         ++qpu.op_count;
-        run_gate(qpu, target, condition, gate, [&](CoreBlock& block) {
+        run_gate(qpu, target, condition, make_gate, [&](CoreBlock& block) {
             task(block, target & qpu.block_slot_mask, condition.slots);
         });
     });

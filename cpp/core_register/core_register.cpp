@@ -12,7 +12,8 @@ constexpr unsigned long read_flag_table_size = 100'000'000;
 
 }  // namespace
 
-QPU::QPU(unsigned long qubits, OpFilter* owning_filter) : QPU_Base(qubits, owning_filter) {
+QPU::QPU(unsigned long qubits, OpFilter* owning_filter)
+    : QPU_Base(qubits, owning_filter), waits_from_qubits(GateQueue::fewest_qubits) {
     read_flag_capacity = read_flag_table_size;
     sim_params["num_block_qubits"] = 0;
     sim_params["max_ram_size_gb"] = 0;

@@ -200,7 +200,9 @@ class QPU : public QPU_Base {
 
     unsigned long op_count = 0;          ///< operations issued since the reset
     unsigned long classical_qubits = 0;  ///< qubits last left in a known classical state
-    bool gates_wait = true;   ///< false makes every gate act at once
+    // For tests: results do not depend on them.
+    bool gates_wait = true;           ///< false makes every gate act at once
+    unsigned long waits_from_qubits;  ///< smallest register whose gates wait, as of its reset
     bool in_records = false;  ///< between `begin_records` and `end_records`
     std::unique_ptr<GateQueue> waiting_gates;  ///< null for a register too small to gain from it
     CoreBlock** blocks = nullptr;        ///< null when there is no register

@@ -27,12 +27,15 @@ struct DiagonalMasks {
     unsigned long controls;
 };
 
+WaitingGate exchange() { return {.kind = GateKind::exchange}; }
+
 }  // namespace
 
 void QPU::hadamard(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                    long cond_flag) {
     if (!acts(cond_flag)) return;
-    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask, {.kind = GateKind::hadamard},
+    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
+                   [] { return WaitingGate{.kind = GateKind::hadamard}; },
                    [](CoreBlock& block, unsigned long target, SlotCondition controls) {
                        block.op_hadamard(target, controls);
                    });
@@ -47,7 +50,9 @@ void QPU::complex2x2(const complex_t* matrix, unsigned long target_mask, unsigne
 void QPU::apply_matrix(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
                        unsigned long cond_neg_mask) {
     run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
-                   {.kind = matrix.kind, .matrix = matrix.entries},
+                   [&matrix] {
+                       return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries};
+                   },
                    [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
                        block.op_complex2x2(target, controls, matrix);
                    });
@@ -58,7 +63,9 @@ void QPU::real2x2(const double* m, unsigned long target_mask, unsigned long cond
     if (!acts(cond_flag)) return;
     const GateMatrix matrix = GateMatrix::real(m);
     run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
-                   {.kind = matrix.kind, .matrix = matrix.entries},
+                   [&matrix] {
+                       return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries};
+                   },
                    [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
                        block.op_real2x2(target, controls, matrix);
                    });
@@ -82,7 +89,7 @@ void QPU::cnot(unsigned long target_mask, unsigned long cond_mask, unsigned long
             swap_pairs(*this, distance, condition);
             return;
         }
-        run_gate(*this, target, condition, {.kind = GateKind::exchange}, [&](CoreBlock& block) {
+        run_gate(*this, target, condition, exchange, [&](CoreBlock& block) {
             block.op_cnot(target & block_slot_mask, condition.slots);
         });
     });
@@ -103,7 +110,7 @@ void QPU::op_not(unsigned long target_mask, unsigned long cond_mask, unsigned lo
         if (distance != 0) {
             swap_pairs(*this, distance, {});
         } else {
-            run_gate(*this, target, {}, {.kind = GateKind::exchange},
+            run_gate(*this, target, {}, exchange,
                      [=](CoreBlock& block) { block.op_not(target); });
         }
     });
@@ -136,7 +143,7 @@ void QPU::cz(unsigned long target_mask, unsigned long cond_mask, unsigned long c
         ++op_count;
         const auto condition =
             GateCondition::of_gate(*this, target | masks.controls, cond_neg_mask);
-        run_gate(*this, 0, condition, {.kind = GateKind::sign_flip},
+        run_gate(*this, 0, condition, [] { return WaitingGate{.kind = GateKind::sign_flip}; },
                  [&](CoreBlock& block) { block.op_cz(condition.slots); });
     });
     removable_finish();
@@ -150,9 +157,10 @@ void QPU::phase(double angle, unsigned long target_mask, unsigned long cond_mask
     const DiagonalMasks masks(*this, target_mask, cond_mask);
     const auto [sine, cosine] = angles.of(angle);
     if (cosine == 1.0) return removable_finish();
-    const WaitingGate gate{
-        .kind = cosine == -1.0 ? GateKind::sign_flip : GateKind::phase,
-        .matrix = {{{1.0, 0.0}, {0.0, 0.0}, {0.0, 0.0}, {cosine, sine}}}};
+    const auto gate = [s = sine, c = cosine] {
+        return WaitingGate{.kind = c == -1.0 ? GateKind::sign_flip : GateKind::phase,
+                           .matrix = {{{1.0, 0.0}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}}};
+    };
     // Each target gets the negated bits of all targets, also those outside its own controls.
     const unsigned long negated = (masks.controls | masks.targets) & cond_neg_mask;
     for_each_bit(masks.targets, [&](unsigned long target) {

@@ -17,7 +17,6 @@ WaitingGate product_rotation(const QPU& qpu, unsigned long x, unsigned long z, S
                      .y_factors = static_cast<unsigned>(std::popcount(x & z)),
                      .sine = angle.sine,
                      .cosine = angle.cosine};
-    if (!qpu.lets_gates_wait()) return gate;
     for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
         const auto parity =
             static_cast<unsigned long>(std::popcount(i << qpu.num_block_qubits & z)) & 1;
@@ -40,10 +39,14 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
     ++op_count;
     // Unlike for a gate, controls outside the register are kept: no block meets them.
     const GateCondition condition(*this, cond_mask, cond_mask & cond_neg_mask);
-    run_gate(*this, x, condition, product_rotation(*this, x, z, {sine, cosine}),
-             [&, s = sine, c = cosine](CoreBlock& block) {
-                 block.op_ppr(x, z, condition.slots, s, c);
-             });
+    run_gate(
+        *this, x, condition,
+        [&, s = sine, c = cosine] {
+            return product_rotation(*this, x, z, {.sine = s, .cosine = c});
+        },
+        [&, s = sine, c = cosine](CoreBlock& block) {
+            block.op_ppr(x, z, condition.slots, s, c);
+        });
     removable_finish();
 }
 

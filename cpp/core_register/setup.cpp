@@ -147,7 +147,7 @@ void QPU::make_blocks() {
     const unsigned long count = num_blocks;
     try {
         if (use_threads) team = std::make_unique<BlockTeam>(count);
-        if (GateQueue::suits(num_qubits, num_block_qubits)) {
+        if (num_qubits >= waits_from_qubits && GateQueue::can_hold(num_qubits, num_block_qubits)) {
             const unsigned long threads =
                 use_threads ? std::min(count, team->num_processors()) : 1;
             waiting_gates =

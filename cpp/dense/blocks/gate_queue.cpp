@@ -67,11 +67,10 @@ class SharedPass : public SharedWork {
 
 void GateQueue::Free::operator()(complex_t* memory) const { std::free(memory); }
 
-bool GateQueue::suits(unsigned long num_qubits, unsigned long num_block_qubits) {
+bool GateQueue::can_hold(unsigned long num_qubits, unsigned long num_block_qubits) {
     // Store slots are bits of a word.
     constexpr unsigned long most_block_number_qubits = 6;
-    return num_qubits >= fewest_qubits &&
-           num_qubits - num_block_qubits <= most_block_number_qubits;
+    return num_qubits - num_block_qubits <= most_block_number_qubits;
 }
 
 GateQueue::GateQueue(const CoreBlockStore& store, BlockTeam* team, unsigned long num_qubits,

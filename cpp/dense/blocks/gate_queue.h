@@ -23,10 +23,11 @@ class CoreBlockStore;
 /// `settle` runs. Acting allocates nothing and cannot fail.
 class GateQueue {
   public:
-    /// A register below this size stays in the first-level cache, where waiting gains nothing.
-    static constexpr unsigned long fewest_qubits = 12;
+    /// A smaller register stays in the second-level cache, where waiting gains nothing.
+    static constexpr unsigned long fewest_qubits = 17;
 
-    static bool suits(unsigned long num_qubits, unsigned long num_block_qubits);
+    /// Whether a register's gates can wait at all: it may have at most 64 blocks.
+    static bool can_hold(unsigned long num_qubits, unsigned long num_block_qubits);
 
     /// `team` is null for blocks without workers. `num_threads` may work on one pass.
     GateQueue(const CoreBlockStore& store, BlockTeam* team, unsigned long num_qubits,

@@ -18,8 +18,8 @@ const char* const block_path = "./data/tau_core_blocks%d%d.tsu";
 
 namespace {
 
-// For speed alone: no vector of two amplitudes then lies across two cache lines.
-constexpr unsigned long alignment = 32;
+// For speed alone: no vector then lies across two cache lines.
+constexpr unsigned long alignment = 64;
 constexpr unsigned long huge_page = 1UL << 21;
 
 /// a * b, or the largest number when that does not fit. An allocation of it then fails, where a

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "support/bits.h"
-#include "support/prefetch.h"
 
 namespace Nimbrel {
 namespace {
@@ -33,12 +32,12 @@ unsigned long scatter_bits(unsigned long value, unsigned long mask) {
     return scattered;
 }
 
+// A state up to this size stays in the second-level cache.
+constexpr unsigned long second_level_qubits = 16;
+
 bool odd_parity(unsigned long bits) { return (std::popcount(bits) & 1) != 0; }
 
 constexpr unsigned long low_bits(unsigned long count) { return (1UL << count) - 1; }
-
-/// A gate pairs amplitudes or scales them one by one.
-bool has_target(const WaitingGate& gate) { return (gate.target | gate.distance) != 0; }
 
 }  // namespace
 
@@ -134,26 +133,50 @@ void TilePass::run_in_scratch(complex_t* scratch, unsigned long base, unsigned l
     }
 }
 
-// The next tile comes from memory while this one is worked on.
-void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) const {
-    for (std::size_t i = 0; i < gates_.size(); ++i) {
-        prefetch(next, i);
-        apply(gates_[i], tile, base);
-    }
-}
+/// The cache lines of a tile, which are fetched while another tile is worked on.
+class TilePass::LinesAhead {
+  public:
+    LinesAhead(const TilePass& pass, unsigned long base)
+        : first_(pass.state_.amplitudes + base),
+          row_length_(pass.row_length_),
+          row_mask_(pass.row_mask_) {}
 
-void TilePass::prefetch(unsigned long base, unsigned long part) const {
-    if ((base >> state_.num_qubits) != 0) return;
-    constexpr unsigned long line = 64 / sizeof(complex_t);
-    const unsigned long size = 1UL << qubits_;
-    const unsigned long parts = gates_.size();
-    const unsigned long lines = size / line;
-    const unsigned long begin = lines * part / parts;
-    const unsigned long end = lines * (part + 1) / parts;
-    for (unsigned long i = begin; i < end; ++i) {
-        const unsigned long index = i * line;
-        const unsigned long row = scatter_bits(index / row_length_, row_mask_);
-        __builtin_prefetch(state_.amplitudes + (base | row | (index & (row_length_ - 1))), 1, 2);
+    void fetch(unsigned long count) {
+        for (; count != 0; --count) {
+            __builtin_prefetch(first_ + (row_ | offset_), for_writing, second_level);
+            offset_ += amplitudes_per_line;
+            if (offset_ < row_length_) continue;
+            offset_ = 0;
+            row_ = ((row_ | ~row_mask_) + 1) & row_mask_;
+        }
+    }
+
+    static constexpr unsigned long amplitudes_per_line = 64 / sizeof(complex_t);
+
+  private:
+    static constexpr int for_writing = 1;
+    static constexpr int second_level = 2;
+
+    const complex_t* const first_;
+    const unsigned long row_length_;
+    const unsigned long row_mask_;
+    unsigned long row_ = 0;
+    unsigned long offset_ = 0;
+};
+
+void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) const {
+    const bool last = (next >> state_.num_qubits) != 0;
+    if (last || state_.num_qubits <= second_level_qubits) {
+        for (const TileGate& gate : gates_) apply(gate, tile, base);
+        return;
+    }
+    LinesAhead lines(*this, next);
+    const unsigned long count = (1UL << qubits_) / LinesAhead::amplitudes_per_line;
+    const unsigned long share = count / gates_.size();
+    lines.fetch(count - share * (gates_.size() - 1));
+    for (const TileGate& gate : gates_) {
+        apply(gate, tile, base);
+        if (&gate != &gates_.back()) lines.fetch(share);
     }
 }
 

@@ -55,6 +55,8 @@ class TilePass {
     void run(unsigned long first, unsigned long count, complex_t* scratch) const;
 
   private:
+    class LinesAhead;
+
     /// A gate with its masks as bits of the index in a tile.
     struct TileGate {
         SlotGate gate;
@@ -76,7 +78,6 @@ class TilePass {
                 unsigned long here_slot, unsigned long there_slot) const;
     void run_one(complex_t* tile, unsigned long base, unsigned long next) const;
     void run_in_scratch(complex_t* scratch, unsigned long base, unsigned long next) const;
-    void prefetch(unsigned long base, unsigned long part) const;
     unsigned long next_base(unsigned long base) const { return ((base | mask_) + 1) & ~mask_; }
 
     StoredState state_{};

@@ -58,7 +58,8 @@ INSTANTIATE_TEST_SUITE_P(Layouts, OneBlock,
 
 TEST_P(OneBlock, GivesEveryTargetToTheBlockAsASlotBit) {
     std::vector<unsigned long> targets;
-    run_on_targets(qpu, ~0UL, 0, 0, [&](CoreBlock& block, unsigned long target, SlotCondition) {
+    const auto unused = [] { return WaitingGate{}; };
+    run_on_targets(qpu, ~0UL, 0, 0, unused, [&](CoreBlock& block, unsigned long target, SlotCondition) {
         EXPECT_EQ(&block, longer_array[0]);
         EXPECT_EQ(block.op_buddy, nullptr);
         targets.push_back(target);

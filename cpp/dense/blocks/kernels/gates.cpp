@@ -4,6 +4,8 @@
 
 #include "dense/blocks/kernels/phases.h"
 #include "dense/blocks/kernels/slot_walk.h"
+#include "dense/blocks/kernels/wide_gates.h"
+#include "dense/blocks/kernels/width.h"
 
 namespace Nimbrel {
 namespace {
@@ -247,6 +249,54 @@ bool exchange_pairs(const SlotGate& gate, complex_t* lower, complex_t* upper, un
     return true;
 }
 
+/// Few slots, and whatever is no usual gate, are left to the other kernels.
+bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
+    return n >= 8 && (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n) &&
+           uses_wide_kernels() && gate.kind != GateKind::compared_exchange;
+}
+
+[[gnu::noinline]] bool apply_wide(const SlotGate& gate, complex_t* lower, complex_t* upper,
+                                  unsigned long n) {
+    const bool diagonal = gate.kind == GateKind::phase || gate.kind == GateKind::sign_flip;
+    const bool without_matrix = gate.matrix == nullptr;
+    // A control on the target itself is tested on x, where the target bit is 0.
+    const bool nothing = !diagonal && (gate.target == 0 ? upper == nullptr
+                                                        : gate.target >= n ||
+                                                              (gate.controls.pattern & gate.target) != 0);
+    if (nothing) return without_matrix;
+    const WidePairs pairs{.lower = lower,
+                          .upper = upper,
+                          .n = n,
+                          .target = gate.target,
+                          .mask = gate.controls.mask & ~gate.target & (n - 1),
+                          .pattern = gate.controls.pattern};
+    const complex_t* matrix = without_matrix ? nullptr : gate.matrix->data();
+    switch (gate.kind) {
+        case GateKind::exchange:
+        case GateKind::compared_exchange:
+            exchange_wide(pairs);
+            return true;
+        case GateKind::hadamard:
+            hadamard_wide(pairs);
+            return true;
+        case GateKind::complex_matrix:
+            return apply_complex_wide(pairs, matrix);
+        case GateKind::diagonal_matrix:
+            return apply_diagonal_wide(pairs, matrix);
+        case GateKind::crossed_matrix:
+            return apply_crossed_wide(pairs, matrix);
+        case GateKind::real_matrix:
+            return apply_real_wide(pairs, matrix);
+        case GateKind::phase:
+            multiply_wide(pairs, matrix[3]);
+            return true;
+        case GateKind::sign_flip:
+            flip_signs_wide(pairs);
+            return true;
+    }
+    return false;
+}
+
 bool is_zero(complex_t entry) { return entry.re == 0.0 && entry.im == 0.0; }
 
 }  // namespace
@@ -266,6 +316,7 @@ GateMatrix GateMatrix::real(const double* m) {
 }
 
 bool apply_gate(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n) {
+    if (suits_wide_kernels(gate, n)) return apply_wide(gate, lower, upper, n);
     switch (gate.kind) {
         case GateKind::exchange:
             return exchange_pairs(gate, lower, upper, n);

@@ -9,6 +9,8 @@
 #include <bit>
 #include <utility>
 
+#include "dense/blocks/kernels/wide_gates.h"
+#include "dense/blocks/kernels/width.h"
 #include "support/amplitudes.h"
 #include "support/bits.h"
 
@@ -212,6 +214,27 @@ struct ProductNorm {
     }
 };
 
+bool odd_block(const PauliProduct& product, unsigned long number) {
+    return odd_parity(number << product.num_block_qubits & product.z_mask);
+}
+
+void rotate_wide(const PauliProduct& product, const ProductSlots& slots, SlotCondition controls,
+                 double sine, double cosine) {
+    rotate_product_wide({.here = product.here,
+                         .there = product.there,
+                         .n = product.n,
+                         .x_mask = slots.xl,
+                         .z_mask = product.z_mask & (product.n - 1),
+                         .odd_here = odd_block(product, product.here_number),
+                         .odd_there = odd_block(product, slots.across ? product.there_number
+                                                                      : product.here_number),
+                         .phase = product.y_factors + 1,
+                         .sine = sine,
+                         .cosine = cosine,
+                         .mask = controls.mask & (product.n - 1),
+                         .pattern = controls.pattern});
+}
+
 }  // namespace
 
 unsigned long product_slot_mask(unsigned long num_block_qubits) {
@@ -222,6 +245,10 @@ unsigned long product_slot_mask(unsigned long num_block_qubits) {
 void rotate_product(const PauliProduct& product, SlotCondition controls, double sine,
                     double cosine) {
     const ProductSlots slots(product);
+    if (product.n >= 8 && uses_wide_kernels() && controls.can_hold(product.n) &&
+        slots.xl < product.n && (slots.xl & controls.mask) == 0) {
+        return rotate_wide(product, slots, controls, sine, cosine);
+    }
     // One more power of -i than the Y factors give: the rotation has a factor -i itself.
     const ProductRotation rotation{slots, controls, power_of_minus_i(product.y_factors + 1),
                                    WidestAmplitudes::broadcast(sine),
