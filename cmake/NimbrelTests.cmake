@@ -22,3 +22,18 @@ function(nimbrel_add_tests area)
     DISCOVERY_MODE PRE_TEST
     PROPERTIES LABELS ${area})
 endfunction()
+
+# nimbrel_add_narrow_tests(<area> <library>...)
+#
+# The tests of an area once more, on kernels of 256 bits: without this, a processor with wider vectors
+# would never run them.
+function(nimbrel_add_narrow_tests area)
+  string(REPLACE "/" "_" target "nimbrel_${area}_tests")
+  add_executable(${target}_narrow $<TARGET_OBJECTS:${target}> narrow_kernels.cpp)
+  target_link_libraries(${target}_narrow PRIVATE ${ARGN} GTest::gtest_main)
+  gtest_discover_tests(
+    ${target}_narrow
+    TEST_PREFIX "${area}/narrow/"
+    DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS ${area})
+endfunction()

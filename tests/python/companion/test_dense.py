@@ -392,7 +392,7 @@ def test_an_aligned_buffer_is_aligned(num_qubits: int) -> None:
     buffer = nb.aligned_buffer(num_qubits)
     assert buffer.shape == (2**num_qubits,)
     assert buffer.dtype == np.complex128
-    assert buffer.ctypes.data % 32 == 0
+    assert buffer.ctypes.data % 64 == 0
     assert not buffer.any()
 
 

@@ -134,7 +134,7 @@ def test_a_store_begins_at_a_multiple_of_32_bytes(
             text = printed_by(capfd, partial(filter_.run, reset(num_qubits)))
             match = re.search(rf"alloc \(.*\) {POINTER} {POINTER}\n", text)
             assert match
-            assert int(match[1], 16) % 32 == 0
+            assert int(match[1], 16) % 64 == 0
 
 
 def test_a_reset_of_the_same_shape_prints_its_choice_and_the_old_blocks(
