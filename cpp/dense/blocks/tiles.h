@@ -2,7 +2,7 @@
 ///
 /// A tile holds the amplitudes whose places in the store differ only in the bits of a mask. Gates
 /// whose targets all lie in the mask pair amplitudes of one tile only, so all of them are applied
-/// to a tile while it lies in the first-level cache, and then to the next tile. Every amplitude
+/// to a tile while it lies in the cache, and then to the next tile. Every amplitude
 /// meets the same operations in the same order as with one pass a gate.
 ///
 ///     tile mask 0b10011:   place     0  1  2  3  16 17 18 19 | 4  5  6  7  20 21 22 23 | ...
@@ -29,8 +29,8 @@ struct StoredState {
     unsigned long num_slots() const { return 1UL << (num_qubits - num_block_qubits); }
 };
 
-/// Qubits of a tile: 32 KiB of amplitudes, the usual first-level cache.
-inline constexpr unsigned long tile_qubits = 11;
+/// Qubits of a tile: 128 KiB of amplitudes. The next tile has room beside it in a second-level cache.
+inline constexpr unsigned long tile_qubits = 13;
 /// The lowest bits of the place belong to every tile, so that it consists of rows of at least 256
 /// contiguous bytes.
 inline constexpr unsigned long row_qubits = 4;

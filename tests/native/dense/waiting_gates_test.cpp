@@ -210,7 +210,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Setting{8, 3, false}, Setting{8, 2, false, true}, Setting{11, 9, true},
                     Setting{12, 0, false}, Setting{12, 7, true}, Setting{13, 0, true},
                     Setting{13, 11, false, true}, Setting{14, 8, false}, Setting{14, 12, true, true},
-                    Setting{15, 13, true}));
+                    Setting{15, 13, true}, Setting{15, 9, true}, Setting{16, 0, false},
+                    Setting{16, 13, true, true}));
 
 TEST_P(WaitingGates, ActAsGatesThatActAtOnce) {
     Programs programs(seed_of_this_test(), GetParam().qubits);
