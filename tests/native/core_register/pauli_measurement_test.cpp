@@ -11,13 +11,6 @@ using namespace Nimbrel::Testing;
 class PauliMeasurement : public GateLayouts {};
 INSTANTIATE_TEST_SUITE_P(Layouts, PauliMeasurement, testing::ValuesIn(all_layouts));
 
-State normalised(State state) {
-    double norm = 0.0;
-    for (const complex_t& term : state) norm += term.re * term.re + term.im * term.im;
-    for (complex_t& term : state) term = {term.re / std::sqrt(norm), term.im / std::sqrt(norm)};
-    return state;
-}
-
 TEST_P(PauliMeasurement, ProjectsOnTheOutcome) {
     for (unsigned int seed = 0; seed < 8; ++seed) {
         for (const auto& [x, z] : {std::pair{0b1001UL, 0b0011UL},

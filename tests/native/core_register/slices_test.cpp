@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core_register/state_support.h"
+#include "dense/scalar_gates.h"
 #include "support/random.h"
 
 namespace {
@@ -131,15 +132,6 @@ TEST_P(PushFactor, PutsASourceIntoEachQubitOfZero) {
     }
 }
 
-/// a + bi times c + di with every product and sum rounded by itself.
-complex_t rounded_product(const complex_t& x, const complex_t& m) {
-    const volatile double rr = x.re * m.re;
-    const volatile double ii = x.im * m.im;
-    const volatile double ri = x.re * m.im;
-    const volatile double ir = x.im * m.re;
-    return {rr - ii, ri + ir};
-}
-
 /// Seeded, so that the measurement in a push can be repeated.
 TEST_P(PushFactor, MultipliesIntoTheOtherQubits) {
     const State before{{0.1, 0.2},  {0.3, -0.4}, {-0.5, 0.6}, {0.7, 0.1},
@@ -159,7 +151,7 @@ TEST_P(PushFactor, MultipliesIntoTheOtherQubits) {
             const auto lowest = static_cast<unsigned long>(__builtin_ctzl(mask));
             State expected(8);
             for (unsigned long i = 0; i < 8; ++i) {
-                expected[i] = rounded_product(cleared[i & ~mask], source[(i & mask) >> lowest]);
+                expected[i] = scalar_product(cleared[i & ~mask], source[(i & mask) >> lowest]);
             }
             EXPECT_STATE(state_of(qpu), expected) << "mask " << mask;
         }
