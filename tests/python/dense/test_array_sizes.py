@@ -138,6 +138,14 @@ def test_rows_of_amplitudes_count_all_that_lies_there(at_work: DenseFilter) -> N
     assert_same_bits(dest.reshape(-1), at_work.state(QUBITS))
 
 
+def test_memory_before_the_first_element_does_not_count(at_work: DenseFilter) -> None:
+    whole = np.full((8, 2), 7j, order="F")
+    dest = whole[:, ::-1]  # its second column lies before its first
+    at_work.call("pull_state", dest)
+    assert_same_bits(whole[:, 1], at_work.state(QUBITS))
+    assert (whole[:, 0] == 7j).all()
+
+
 def test_a_missing_register_is_told_first(engine: ModuleType) -> None:
     empty = np.zeros(2, dtype=np.complex128)[:0]
     no_indices: np.ndarray[Any, Any] = np.zeros(2, dtype=np.uint64)[:0]
