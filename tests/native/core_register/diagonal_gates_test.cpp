@@ -58,8 +58,8 @@ TEST_P(DiagonalGates, FullAndHalfTurnsAreExact) {
     EXPECT_STATE(state_of(qpu), times(start, -1.0, 0b1001, 0));
 }
 
-// Negations span all targets: with some of several negated the pattern has bits outside the mask.
-// Whatever is selected then, terms only turn, and nothing outside the blocks is touched.
+// If some of several targets are negated, the pattern has bits outside the mask of one target. Any
+// terms may be selected then, but only phases change, and no memory outside the blocks.
 TEST_P(DiagonalGates, SeveralTargetsOfWhichSomeAreNegated) {
     for (unsigned long negs = 0; negs < 16; ++negs) {
         load(qpu, start);

@@ -1,4 +1,4 @@
-// Every gate in every layout of blocks and threads, bit for bit against one block.
+// Compares every gate in every layout of blocks and threads bit for bit with one block.
 
 #include <gtest/gtest.h>
 
@@ -80,7 +80,7 @@ TEST_P(GatesInBlocks, PauliRotations) {
     compare([](QPU& q, const Masks& m) { q.ppr(31.0, m.targets, m.targets, 0, 0, 0); });
 }
 
-// Terms of a state with zeros differ in the sign of a zero at most, which a skipped block keeps.
+// All-zero blocks are skipped, so the sign of a zero may differ between layouts.
 TEST_P(GatesInBlocks, SparseStates) {
     for (unsigned long index = 0; index < 16; ++index) {
         load(qpu, basis(16, index));
@@ -102,7 +102,7 @@ TEST_P(GatesInBlocks, ATargetThatIsItsOwnControl) {
     }
 }
 
-/// The gate layer's choice of blocks, seen by what is known of them.
+/// Which blocks a gate works on, as seen in their fields.
 class BlockChoice : public testing::Test {
   protected:
     void SetUp() override { shape(qpu, 4, {2, true}); }

@@ -132,7 +132,7 @@ TEST_P(StatePrimitives, TooManyBlocksForAnArrayAreRefused) {
     qpu.num_blocks = blocks;
 }
 
-// More blocks than the results of an ordinary layout have room for.
+// More blocks than an automatic layout makes.
 TEST(StateOfManyBlocks, SumsComeFromTheHeapThen) {
     QPU qpu(0, nullptr);
     shape(qpu, 9, {1, false});
