@@ -1,4 +1,4 @@
-"""Thousands of random programs on the bit filter and on a plain model, compared in what shows."""
+"""Random programs on the bit filter and on a plain model, compared in what shows."""
 
 import contextlib
 import re
@@ -17,7 +17,7 @@ from programs.drawn import DrawnRandom, check_programs, noting
 from support.driver import BitFilter, failure_of, open_bit_filter
 from support.flag_windows import FlagWindows
 
-BATCHES = 4
+BATCHES = 3
 PROGRAMS_EACH = 500
 CALLS = 3  # on average
 RECORDS = 12  # of a call, on average

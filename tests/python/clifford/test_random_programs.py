@@ -1,4 +1,4 @@
-"""Thousands of random programs on the Clifford filter and on a plain model, compared as printed."""
+"""Random programs on the Clifford filter and on a plain model, compared as printed."""
 
 import random
 import re
@@ -16,7 +16,7 @@ from programs.drawn import DrawnRandom, check_programs
 from support.clifford_pair import CliffordPair, open_clifford_pair
 
 BATCHES = 4
-PROGRAMS_EACH = 375
+PROGRAMS_EACH = 300
 MAX_EXTRA_ROWS = 40  # beyond the width; a tableau only ever grows
 
 

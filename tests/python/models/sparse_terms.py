@@ -189,10 +189,6 @@ class TermList:
 
     # Read-outs.
 
-    def find(self, key: int) -> Amplitude:
-        """The amplitude of the first term of this key."""
-        return next((term.amplitude for term in self.terms if term.key == key), ZERO)
-
     def key_of_largest(self) -> int:
         best, largest = 0, 0.0
         for term in self.terms:

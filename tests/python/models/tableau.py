@@ -7,6 +7,7 @@ through any number of random measurements and be completed afterwards.
 
 from __future__ import annotations
 
+import functools
 from collections.abc import Iterable, Iterator
 from typing import NamedTuple
 
@@ -237,18 +238,17 @@ class Tableau:
 
     def _lines(self, rows: Iterable[Row]) -> Iterator[str]:
         n = self.num_qubits
-        if 0 < n <= 64:
-            return (f"{row.phase} {row.x:0{n}b}|{row.z:0{n}b}" for row in rows)
-        return (f"{row.phase} {self._bits(row.x)}|{self._bits(row.z)}" for row in rows)
+        return (f"{row.phase} {bits_text(row.x, n)}|{bits_text(row.z, n)}" for row in rows)
 
-    def _bits(self, bits: int) -> str:
-        """The low word first, cut to as many bits as the last has; qubit 0 at the right of each."""
-        n = self.num_qubits
-        if n == 0:
-            return ""
-        first = format(bits % 2**64, "064b")[-(n % 64) :]  # all of it where nothing is left over
-        rest = (format(bits >> start & 2**64 - 1, "064b") for start in range(64, n, 64))
-        return first + "".join(rest)
+
+@functools.lru_cache(maxsize=4096)  # most rows stay the same from one print to the next
+def bits_text(bits: int, num_qubits: int) -> str:
+    """The low word first, cut to as many bits as the last has; qubit 0 at the right of each."""
+    if num_qubits == 0:
+        return ""
+    words = [format(bits >> start & 2**64 - 1, "064b") for start in range(0, num_qubits, 64)]
+    shown = (num_qubits - 1) % 64 + 1
+    return words[0][-shown:] + "".join(words[1:])
 
 
 def visible_qubits(num_qubits: int) -> list[int]:

@@ -251,7 +251,7 @@ def random_state(rng: random.Random, num_qubits: int) -> Vector:
     """Amplitudes to push, many of them nothing or nearly so; the length may be any."""
     size = 1 << min(num_qubits, rng.randint(0, 6))
     length = rng.choice((size, size, size, rng.randint(0, 64)))
-    wildness = rng.choice((0.0, 0.0, 0.0, 0.03))
+    wildness = rng.choice((0.0, 0.0, 0.03))
     parts = [random_part(rng, wildness) for _ in range(2 * length)]
     total = sum(part * part for part in parts)
     if rng.random() < 0.5 and total > 0.0:

@@ -1,4 +1,4 @@
-"""Thousands of random programs on the sparse filter and on a plain model, compared term by term."""
+"""Random programs on the sparse filter and on a plain model, compared term by term."""
 
 import random
 import re
@@ -19,7 +19,7 @@ from support.dense import reset_record, vector
 from support.sparse_pair import SparsePair, blank, open_sparse_pair
 
 BATCHES = 4
-PROGRAMS_EACH = 500
+PROGRAMS_EACH = 300
 PART = 0xFFFFFFFF  # what a call takes of a mask
 
 
@@ -139,7 +139,7 @@ class Reached:
 
     def check(self) -> None:
         assert len(self.failures) == 7, self.failures
-        assert min(self.found.values()) >= 5, self.found
+        assert min(self.found.values()) >= PROGRAMS_EACH // 100, self.found
         assert self.found["unsorted"] > PROGRAMS_EACH // 4, self.found
         assert self.found["not a number"] < PROGRAMS_EACH // 6, self.found
 

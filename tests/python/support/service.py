@@ -8,7 +8,6 @@ import socket
 import subprocess
 import sys
 from collections.abc import Iterator
-from pathlib import Path
 
 import nimbrel as nb
 import numpy as np
@@ -17,7 +16,6 @@ from nimbrel import Opcode
 from models.wire import RECORD_BYTES
 from support.remote import LONG, LOOPBACK
 
-EXAMPLES = Path(__file__).parents[3] / "examples"
 COMMAND = [sys.executable, "-m", "nimbrel.service"]
 
 
@@ -90,12 +88,6 @@ class Client:
             return self.socket.recv(1) == b""
         except ConnectionResetError:
             return True
-
-
-def run(name: str, *arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run an example with this interpreter."""
-    command = [sys.executable, str(EXAMPLES / name), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)
 
 
 def run_service(*arguments: str) -> subprocess.CompletedProcess[str]:

@@ -198,8 +198,10 @@ class SparsePair:
         """Terms of a probability of 0 or NaN, which no ranking shows."""
         hidden = [t.key >> 1 for t in self.model.terms if not probability(t.amplitude) > 0.0]
         if hidden:
-            found = [self.model.list.find(index * 2) for index in hidden]
-            assert_same_amplitudes(self.filter.values(hidden), vector(found))
+            # Of several terms with one key, the engine shows the first.
+            shown = {t.key >> 1: t.amplitude for t in reversed(self.model.terms)}
+            expected = vector([shown[index] for index in hidden])
+            assert_same_amplitudes(self.filter.values(hidden), expected)
 
     def compare_order(
         self, steps: Sequence[int] | None = None, most_qubits: int = ORDER_QUBITS
