@@ -10,7 +10,7 @@ import numpy as np
 import pytest
 
 from models.bit import REFUSED, BitModel
-from models.opcodes import FREE, LABEL, READ, RESET
+from models.opcodes import FREE, LABEL, MARKER_10000000, READ, RESET
 from models.wire import WORD, Record, pack, tagged
 from programs.bit import RecordSource, random_width, wild_record
 from programs.drawn import DrawnRandom, check_programs, noting
@@ -21,7 +21,6 @@ BATCHES = 3
 PROGRAMS_EACH = 500
 CALLS = 3  # on average
 RECORDS = 12  # of a call, on average
-MARKER = 0x10000000
 
 
 # Where flag numbers are compared after every call, 32 at a time: around the constants, and on both
@@ -91,7 +90,7 @@ def open_pair(engine: ModuleType, *, debug: bool) -> Iterator[Pair]:
 
 def close_jump(model: BitModel) -> list[Record]:
     """Ends a skip that is still going on, and drops extensions that still wait for a record."""
-    return [tagged(LABEL, target_mask=model.open_label), tagged(MARKER)]
+    return [tagged(LABEL, target_mask=model.open_label), tagged(MARKER_10000000)]
 
 
 def read_all_words(model: BitModel) -> list[Record]:

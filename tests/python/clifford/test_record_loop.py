@@ -7,7 +7,21 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import EXTEND, JUMP_FWD, LABEL, PPR, READ, WRITE, H, S, T, X
+from models.opcodes import (
+    EXTEND,
+    JUMP_FAMILY,
+    JUMP_FWD,
+    LABEL,
+    MARKER_10000000,
+    PPR,
+    READ,
+    WRITE,
+    Z_NOP,
+    H,
+    S,
+    T,
+    X,
+)
 from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
@@ -105,8 +119,8 @@ DROPPING = {
     "read-not-acting": rec(READ, target_mask=2, cond_flag=-1),
     "write-not-acting": rec(WRITE, target_mask=2, cond_flag=-1),
     "rotation-by-0": rec(PPR, target_mask=2),
-    "marker": rec(0x10000000),
-    "z-nop": rec(0x207),
+    "marker": rec(MARKER_10000000),
+    "z-nop": rec(Z_NOP),
     "open-event": nb.open_event(1),
     "close-event": nb.close_event(1),
     "flag-nand": nb.flag_nand(0, 0, 0),
@@ -115,7 +129,7 @@ DROPPING = {
 KEEPING = {
     "label": nb.label(3),
     "jump-not-taken": nb.jump_fwd(3, flag=-1),
-    "jump-family": rec(0x10000416),
+    "jump-family": rec(JUMP_FAMILY),
     "foreign-jump-family": nb.record(0x16),
     "jump-taken": nb.program(nb.jump_fwd(3), rec(X, target_mask=2), nb.label(3)),
     "another-extension": rec(EXTEND, target_mask=2, cond_flag=-1),

@@ -8,7 +8,7 @@ import pytest
 
 from models.arithmetic import ROOT_HALF
 from models.dense import NOT_ALLOCATED
-from models.opcodes import FLAG_NAND, PHASE, RESET, RX, RZ, SWAP, H, S, T, X, Y, Z
+from models.opcodes import FLAG_NAND, PHASE, RESET, RX, RZ, S_INV, SWAP, T_INV, H, S, T, X, Y, Z
 from programs.dense import GATES
 from support.dense import (
     DenseFilter,
@@ -22,7 +22,7 @@ from support.dense import (
 )
 from support.driver import rec
 
-DIAGONAL = [PHASE, Z, T, S, 0x4407, 0x4807]
+DIAGONAL = [PHASE, Z, T, S, T_INV, S_INV]
 QUBITS = 4
 ALL_SETTINGS = settings([1, 2, 4])
 

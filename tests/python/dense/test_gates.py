@@ -63,7 +63,7 @@ def test_a_larger_register(engine: ModuleType, rng: random.Random, block_size: i
         state = random_state(rng, num_qubits)
         filter_.load(state)
         for qubit in range(num_qubits):
-            filter_.run_records([tagged(0x09, 1 << qubit)])
+            filter_.run_records([tagged(opcodes.H, 1 << qubit)])
             halves = state.reshape(-1, 2, 1 << qubit)
             upper, lower = halves[:, 0] + halves[:, 1], halves[:, 0] - halves[:, 1]
             state = np.stack((upper, lower), axis=1).reshape(-1) / np.sqrt(2)

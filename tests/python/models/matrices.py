@@ -20,7 +20,7 @@ ONE = np.eye(2, dtype=np.complex128)
 X = np.array([[0, 1], [1, 0]], dtype=np.complex128)
 Y = np.array([[0, -1j], [1j, 0]], dtype=np.complex128)
 Z = np.diag([1, -1]).astype(np.complex128)
-HADAMARD = (X + Z) / np.sqrt(2)
+H = (X + Z) / np.sqrt(2)
 
 # A square root has eigenvalues 1 and i on the two eigenspaces of its Pauli.
 PLAIN: dict[int, Matrix] = {
@@ -29,7 +29,7 @@ PLAIN: dict[int, Matrix] = {
     opcodes.RELBOW: X,
     opcodes.Y: Y,
     opcodes.Z: Z,
-    opcodes.H: HADAMARD,
+    opcodes.H: H,
     opcodes.ROOTX: ((1 + 1j) * ONE + (1 - 1j) * X) / 2,
     opcodes.ROOTX_INV: ((1 - 1j) * ONE + (1 + 1j) * X) / 2,
     opcodes.ROOTY: ((1 + 1j) * ONE + (1 - 1j) * Y) / 2,

@@ -9,11 +9,11 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import CLEAR, EXTEND, FREE, READ, SWAP, WRITE, X
+from models.opcodes import CLEAR, EXTEND, FREE, LELBOW, READ, RELBOW, SWAP, WRITE, X
 from models.program import NO_REGISTER
 from support.driver import BitFilter, failure_of, raises_engine_error, rec
 
-GATES = [X, SWAP, 0x14, 0x4014]
+GATES = [X, SWAP, LELBOW, RELBOW]
 ALL = [*GATES, READ, WRITE, CLEAR, FREE]
 
 each_record = pytest.mark.parametrize("low", [pytest.param(low, id=f"{low:08X}") for low in ALL])

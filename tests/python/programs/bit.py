@@ -31,7 +31,7 @@ ODD_OPCODES = [
     2**64 - 1,
 ]
 
-JUMP_FAMILY = [TAG << 32 | 0x10000416, 0x16, 0x10000216, (TAG ^ 1) << 32 | 0x10000316]
+JUMPS = [TAG << 32 | opcodes.JUMP_FAMILY, 0x16, opcodes.JUMP_FWD, (TAG ^ 1) << 32 | opcodes.LABEL]
 
 
 def random_width(rng: random.Random) -> int:
@@ -233,7 +233,7 @@ class RecordSource:
     def _jump(self) -> Record:
         opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
-            opcode = self.rng.choice(JUMP_FAMILY)
+            opcode = self.rng.choice(JUMPS)
         label = self.rng.choice((0, 1, 1, 2, 3))
         return Record(
             opcode, target_mask=label, cond_mask=self._mask(), cond_flag=self._cond_flag()

@@ -11,7 +11,7 @@ import numpy as np
 from models import opcodes
 from models.sparse import IGNORED, MAX_QUBITS
 from models.wire import WORD, Record, set_bits, signed, tagged
-from programs.bit import JUMP_FAMILY, NOISE, ODD_FLAGS, ODD_OPCODES
+from programs.bit import JUMPS, NOISE, ODD_FLAGS, ODD_OPCODES
 from programs.dense import ROOTS, angle, random_flag, some_of
 from support.dense import Vector
 
@@ -216,7 +216,7 @@ class SparseSource:
     def _jump(self) -> Record:
         opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
-            opcode = self.rng.choice(JUMP_FAMILY)
+            opcode = self.rng.choice(JUMPS)
         words = {"cond_mask": self._mask(), "cond_flag": random_flag(self.rng)}
         return Record(opcode, target_mask=self.rng.choice((0, 1, 1, 2)), **words)
 

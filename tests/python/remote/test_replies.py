@@ -9,12 +9,12 @@ import nimbrel as nb
 import pytest
 
 from models.flags import CAPACITY
-from models.opcodes import FETCH_REPLY, FETCH_REQUEST
+from models.opcodes import FETCH_REPLY, FETCH_REQUEST, MARKER_10000000
 from models.wire import RECORD_BYTES
 from support.driver import op, rec
 from support.remote import ONE_POLL, POLL_SECONDS, SHORT, TIMED_OUT, Remote, open_remote, reply
 
-MARKER = rec(0x10000000, target_mask=5, cond_mask=64, cond_flag=-1, read_flag=-1).tobytes()
+MARKER = rec(MARKER_10000000, target_mask=5, cond_mask=64, cond_flag=-1, read_flag=-1).tobytes()
 ONES = 2**64 - 1
 
 

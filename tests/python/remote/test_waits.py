@@ -7,13 +7,13 @@ from typing import Any
 
 import pytest
 
-from models.opcodes import FETCH_REQUEST, X
+from models.opcodes import FETCH_REQUEST, MARKER_10000000, X
 from models.remote import ClientModel
 from models.wire import RECORD_BYTES
 from support.driver import rec
 from support.remote import POLL_SECONDS, SHORT, TIMED_OUT, Remote, open_remote, reply
 
-MARKER = rec(0x10000000).tobytes()
+MARKER = rec(MARKER_10000000).tobytes()
 REPLY = reply(2, 4, 0b1101)
 
 

@@ -7,7 +7,18 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import CALLBACK, EXTEND, FLAG_NAND, JUMP_FWD, LABEL, PCP, READ, WRITE, X
+from models.opcodes import (
+    CALLBACK,
+    EXTEND,
+    FLAG_NAND,
+    JUMP_BACK,
+    JUMP_FWD,
+    LABEL,
+    PCP,
+    READ,
+    WRITE,
+    X,
+)
 from models.sparse import TOO_MANY_QUBITS
 from support.dense import reset
 from support.driver import op, rec
@@ -27,7 +38,7 @@ from support.record_loop_programs import (
 from support.sparse import open_sparse
 
 QUBITS = 3
-FAIL_ANYWHERE = {0x10000010, 0x10000018, 0x10000516}
+FAIL_ANYWHERE = {EXTEND, CALLBACK, JUMP_BACK}
 
 
 def test_the_table_is_whole() -> None:
