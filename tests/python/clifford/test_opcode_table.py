@@ -1,4 +1,4 @@
-"""What the Clifford filter does with every opcode: act, pass over, refuse, or not know it."""
+"""Every opcode on the Clifford filter: carried out, ignored, refused or unknown."""
 
 from types import ModuleType
 from typing import Any

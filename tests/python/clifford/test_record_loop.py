@@ -1,4 +1,4 @@
-"""The record loop of the Clifford filter: control flow, extensions, and what failures leave."""
+"""The record loop of the Clifford filter: control flow, extensions, state after failures."""
 
 from types import ModuleType
 from typing import Any
@@ -36,7 +36,7 @@ from support.record_loop_programs import (
 )
 
 QUBITS = 3
-# The state-vector filters' own refusal of extensions is not this filter's.
+# Only the state-vector filters refuse extensions.
 SHARED_FAILURES = [(bad, text) for bad, text in FAILURES if "qc.extend" not in text]
 
 
@@ -73,7 +73,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
-        # It stays open over what would fail or size the register anew.
+        # A jump skips records that would fail or resize the register.
         skip_to_a_label(filter_, nb.reset(64), rec(0x07), rec(T))
         assert changes(filter_) == {"Z2": "-Z2"}
 

@@ -86,7 +86,7 @@ def test_qubit_0_is_the_least_significant(sim: DenseSimulator) -> None:
 def test_the_size_is_that_of_the_register_and_not_of_the_last_reset_seen(
     sim: DenseSimulator,
 ) -> None:
-    # A jump may pass over a reset, and a failing record may keep it from being reached.
+    # A jump may skip a reset, and a failing record may prevent it.
     sim.run(nb.reset(2), nb.jump_fwd(7), nb.reset(9), nb.label(7))
     assert sim.state().shape == (4,)
     with pytest.raises(RuntimeError, match=r"^qc\.extend has not been implemented"):
@@ -122,7 +122,7 @@ def test_some_qubits_can_be_pushed(sim: DenseSimulator, qubits: list[int]) -> No
     sim.push_state(part, qubits)
     found, entangled = sim.state_of(qubits)
     assert not entangled
-    # The others are a factor of their own, which holds its part of the norm and a phase.
+    # The other qubits are a factor with its own norm and phase.
     factor = found[0] / part[0]
     np.testing.assert_allclose(found, factor * part, atol=1e-14)
 

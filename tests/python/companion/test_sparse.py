@@ -15,7 +15,7 @@ from nimbrel import DenseSimulator, Simulator, SparseSimulator
 SQRT_HALF = np.sqrt(0.5)
 TOP = 62  # the highest qubit of the largest register
 
-# Operations of a dense filter, and what to use instead.
+# Operations of the dense filter, and their replacements.
 REFUSED: dict[str, str] = {
     "state": "; terms() gives the terms of a sparse filter",
     "state_of": "; terms() gives the terms of a sparse filter",
@@ -62,7 +62,7 @@ def wide_state(sim: SparseSimulator) -> dict[int, complex]:
     """Give a register of 63 qubits four terms, whose norm is below 1, and return them."""
     sim.run(nb.reset(63))
     sim.push_state([0.1, 0.3, 0.5j, -0.7])
-    # The low qubits move up to where no 32-bit number reaches.
+    # The low qubits move above bit 31.
     sim.run(nb.swap(0, 40), nb.swap(1, TOP))
     places = {0: 0.1, 1 << 40: 0.3, 1 << TOP: 0.5j, 1 << TOP | 1 << 40: -0.7}
     return {index: complex(amplitude) for index, amplitude in places.items()}
@@ -335,5 +335,5 @@ def test_a_write_stores_no_flags(sim: SparseSimulator) -> None:
 
 def test_a_free_goes_by_its_event_code(sim: SparseSimulator) -> None:
     sim.run(nb.reset(50), nb.x(49), nb.free(49, flag=-1), nb.x(3), nb.free(3, event_code=70))
-    # The first one takes no notice of its flag, the second one waits for flag 70.
+    # The first ignores its flag; the second depends on flag 70.
     assert listed(sim) == [(8, 1)]

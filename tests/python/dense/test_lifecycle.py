@@ -1,4 +1,4 @@
-"""Registers that come and go: their threads, a filter before its reset, and the process's end."""
+"""Life cycle of registers: their threads, a filter before its reset, and process exit."""
 
 import os
 import subprocess
@@ -30,7 +30,7 @@ from models.opcodes import (
 from support.dense import DenseFilter, Setting, assert_same_bits, basis, open_dense, reset
 from support.driver import rec
 
-# Calls that touch amplitudes, with arguments that would do on a register of two qubits.
+# Calls that access amplitudes, with arguments valid on a register of two qubits.
 AMPLITUDE_CALLS: list[tuple[str, tuple[Any, ...]]] = [
     ("pull_state", (np.zeros(4, dtype=np.complex128),)),
     ("pull_state_specific", (np.zeros(4, dtype=np.complex128), 0)),
@@ -56,7 +56,7 @@ def native_threads() -> int:
 
 
 def settles_at(threads: int) -> bool:
-    """Whether the process comes down to so many threads; a joined one may linger in the list."""
+    """Waits until the process has so many threads: a joined thread may stay listed for a moment."""
     for _ in range(100_000):
         if native_threads() == threads:
             return True

@@ -1,4 +1,4 @@
-"""The models that the dense engine is held against: do they agree, and with known values?"""
+"""The models of the dense engine agree with each other and with known values."""
 
 import math
 import random

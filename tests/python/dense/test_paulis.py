@@ -208,7 +208,7 @@ def test_a_false_condition_measures_nothing(engine: ModuleType, rng: random.Rand
 
 
 def test_measuring_nothing_leaves_nothing(engine: ModuleType, setting: Setting) -> None:
-    # Nothing has no probability to be +1, so the outcome is -1 and projects on no state.
+    # Without a norm the probability of +1 is 0, so the outcome is -1 and the projection is empty.
     with open_dense(engine, QUBITS, setting) as filter_:
         got = state_after(filter_, basis(QUBITS, 3), ppm(0, 0, read_flag=2))
         np.testing.assert_array_equal(got, np.zeros(16))
@@ -269,7 +269,7 @@ def test_products_that_do_not_commute(engine: ModuleType, rng: random.Random) ->
         filter_.load(state)
         filter_.fails(NO_COMMUTE, pcp(2000.0, 1, 0), pcp(2001.0, 0, 1))
         assert_same_bits(filter_.state(QUBITS), state)
-        # The batch stands: its first two products still do not commute.
+        # The batch is unchanged: its first two products still anticommute.
         filter_.fails(NO_COMMUTE, pcp(2001.0, 2, 0))
         filter_.run(pcp(2000.0, 1, 2), pcp(2001.0, 2, 1))
 
@@ -284,7 +284,7 @@ def test_a_batch_that_lacks_products(engine: ModuleType, rng: random.Random) -> 
         assert_same_bits(filter_.state(QUBITS), state)
         filter_.run(pcp(3002.0, 1, 0))  # the third product completes it
         assert not np.array_equal(filter_.state(QUBITS), state)
-        # An empty product is not collected and neither is one whose condition fails.
+        # Neither an empty product nor one with a false condition is collected.
         filter_.run(pcp(2000.0, 1, 0), pcp(2001.0, 1 << QUBITS, 0), pcp(2001.0, 1, 0, -1))
         filter_.fails(text.format(4, 2), pcp(4003.0, 1, 0))
         filter_.fails(text.format(900, 3), pcp(900899.0, 1, 0))

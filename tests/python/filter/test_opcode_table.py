@@ -1,4 +1,4 @@
-"""What the bit filter does with every opcode number: act, pass over, refuse, or not know it."""
+"""Every opcode number on the bit filter: carried out, ignored, refused or unknown."""
 
 import nimbrel as nb
 import pytest
@@ -69,7 +69,7 @@ CARRIED_OUT_WITHOUT_A_REGISTER = [
     0x10004212,
 ]
 
-# The backward jump in the record loop, the callback in the dispatch that the filters share.
+# The record loop refuses the backward jump, the shared dispatch refuses the callback.
 FAILS_IN_EVERY_FILTER = [CALLBACK, JUMP_BACK]
 
 KNOWN = {

@@ -1,4 +1,4 @@
-"""The record's layout, the opcode numbers, and how records become programs."""
+"""The record's fields, the opcode numbers, and how records become programs."""
 
 from __future__ import annotations
 

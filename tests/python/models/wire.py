@@ -53,7 +53,7 @@ def event_id(angle: float) -> int:
 
 
 def signed(word: int) -> int:
-    """An unsigned 64-bit word read as a signed one."""
+    """An unsigned 64-bit word reinterpreted as a signed one."""
     return (word & WORD) - ((word & 1 << 63) << 1)
 
 

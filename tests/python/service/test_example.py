@@ -1,4 +1,4 @@
-"""The service, run as its users run it, beside clients of the engine and bare sockets."""
+"""The service in another process, with clients of the engine and plain sockets."""
 
 from __future__ import annotations
 
@@ -52,7 +52,7 @@ def test_each_filter_gives_the_local_outcome(filter_type: str) -> None:
 
 @pytest.mark.parametrize("window", [8, 512, 16384])
 def test_a_long_program_arrives_whole(bit_service: Service, rng: Any, window: int) -> None:
-    """Extensions and jumps among it, cut wherever the window falls."""
+    """The program has extensions and jumps. The window cuts it at arbitrary records."""
     count = 60 * window if window < 100 else 3 * window
     width = 300
     gates = [nb.x(rng.sample(range(width), 2), flag=rng.choice([0, 0, -1])) for _ in range(1000)]
@@ -67,7 +67,7 @@ def test_a_long_program_arrives_whole(bit_service: Service, rng: Any, window: in
 
 @pytest.mark.parametrize("filter_type", FILTERS)
 def test_flags_that_were_never_stored_read_as_in_a_local_run(filter_type: str) -> None:
-    """By both numbers, also in later reads and in another order."""
+    """With positive and negative numbers, also in later fetches and in another order."""
     records = nb.program(nb.reset(20), nb.x([1, 4, 19]), nb.read(range(20), 2))
     with Simulator(filter_type) as local, service_of("--filter", filter_type) as service:
         local.run(records)
@@ -162,7 +162,7 @@ def test_records_may_come_in_any_pieces(client: Client) -> None:
 
 
 def test_one_reply_for_every_request(client: Client) -> None:
-    """In order, in a skipped stretch too."""
+    """In order, also for requests that a jump skips."""
     requests = [nb.fetch_request(first, 3) for first in range(2, 10)]
     client.send(nb.reset(10), nb.write(range(10), 0b1011011101, 2), nb.jump_fwd(3), *requests)
     expected = [reply(first, 3, 0b1011011101 >> first - 2 & 7, valid=7) for first in range(2, 10)]
@@ -170,7 +170,7 @@ def test_one_reply_for_every_request(client: Client) -> None:
 
 
 def test_an_engine_client_that_asks_several_times_at_once(bit_service: Service) -> None:
-    """It counts the first reply again and again, so one wait is enough for any number."""
+    """The engine counts the first reply repeatedly, so one wait is enough for any number."""
     requests = [nb.fetch_request(2, 1)] * 40
     with Simulator("StreamConnect") as sim:
         sim.connect(LOOPBACK, bit_service.port, LONG)
@@ -233,7 +233,7 @@ def test_a_client_too_many() -> None:
 
 def test_a_client_that_reads_no_replies_is_not_read_either(bit_service: Service) -> None:
     requests = nb.program(*[nb.fetch_request(1, 1)] * 1000).tobytes()
-    most = 2**26  # the buffers of both sockets take a tenth of it
+    most = 2**26  # ten times the buffers of both sockets
     sent = turns_without_room = 0
     with Client(bit_service) as client, Client(bit_service) as other:
         client.socket.setblocking(False)
@@ -242,7 +242,7 @@ def test_a_client_that_reads_no_replies_is_not_read_either(bit_service: Service)
                 sent += client.socket.send(requests[sent % RECORD_BYTES :])
                 turns_without_room = 0
             except BlockingIOError:
-                assert other.flags(1, 1) == 1  # so the service has had its turn
+                assert other.flags(1, 1) == 1  # so the service has read since then
                 turns_without_room += 1
         assert sent < most
         client.socket.settimeout(LONG)

@@ -147,7 +147,7 @@ CONDITIONS = pytest.mark.parametrize(
         (-3, True),
         (100_000_002, True),
         (-100_000_003, True),
-        (64, False),  # beyond the stored words a condition fails whatever its sign
+        (64, False),  # a flag beyond the stored words reads as 0 with either sign
         (-64, False),
         (-(2**63), False),
     ],

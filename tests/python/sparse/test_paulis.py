@@ -73,7 +73,7 @@ def test_an_empty_product_rotates_qubit_0(engine: ModuleType, x: int, z: int) ->
         assert filter_.num_terms() == 2
         got = state_after(filter_, basis(QUBITS, 1), ppr(90.0, x, z))
         assert got[1] == complex(c, s)
-        # Under conditions as well.
+        # Also with controls.
         got = state_after(filter_, basis(QUBITS, 3), ppr(90.0, x, z, read_flag=4))
         assert got[3] == 1
 
@@ -125,7 +125,7 @@ def test_a_rotation_whose_condition_fails_cancels(engine: ModuleType, rng: rando
     with open_sparse(engine, QUBITS) as filter_:
         got = state_after(filter_, state, ppr(35.0, 3, 1, read_flag=4))
         np.testing.assert_allclose(got, state, rtol=0, atol=1e-15)
-        # The steps around the rotation have run: they change the last bits.
+        # The basis changes around the rotation have run: they change the last bits.
         assert got.tolist() != state.tolist()
 
 
@@ -225,7 +225,7 @@ def test_the_sign_turns_the_outcome_of_the_same_draw(engine: ModuleType, seed: i
 
 @pytest.mark.parametrize("seed", range(4))
 def test_a_measured_y_to_the_last_bit(engine: ModuleType, seed: int) -> None:
-    # On |0> the first factor meets no term, so both amplitudes are H; one of them is left.
+    # On |0> the first factor has no term to act on, so both amplitudes are those of H; one is kept.
     outcome = 0 if Generator(seed).zero_to_one() <= ROOT_HALF * ROOT_HALF else 1
     left = ROOT_HALF * (1.0 / math.sqrt(ROOT_HALF * ROOT_HALF))
     half = (

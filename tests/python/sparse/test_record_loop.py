@@ -1,4 +1,4 @@
-"""The record loop of the sparse filter: control flow, markers, failures and what they leave."""
+"""The record loop of the sparse filter: control flow, markers, and the state after failures."""
 
 from types import ModuleType
 from typing import Any
@@ -117,7 +117,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        # It stays open over what would fail or size the register anew.
+        # A jump skips records that would fail or resize the register.
         skip_to_a_label(filter_, reset(64), rec(0x07), rec(EXTEND))
         assert filter_.ranked() == [(4, 1.0)]
 
