@@ -15,6 +15,8 @@ from nimbrel import DenseSimulator, Simulator
 from nimbrel.amplitudes import Amplitudes
 from nimbrel.sampling import draw_terms
 
+from models.wire import gathered
+
 NO_REGISTER = r"^Error: Simulated state vector data is requested, but not present\."
 SQRT_HALF = np.sqrt(0.5)
 
@@ -55,11 +57,6 @@ def fill(sim: DenseSimulator, num_qubits: int, seed: int = 1) -> Amplitudes:
     sim.run(nb.reset(num_qubits))
     sim.push_state(state)
     return state
-
-
-def bits_of(index: int, qubits: list[int]) -> int:
-    """The bits of an index at some qubits, the first one lowest."""
-    return sum((index >> qubit & 1) << place for place, qubit in enumerate(qubits))
 
 
 @pytest.mark.parametrize("num_qubits", [1, 2, 5, 13])
@@ -176,7 +173,7 @@ def test_probabilities_sum_up_the_terms(qubits: list[int], seed: int) -> None:
         state = fill(sim, 5, seed)
         expected = np.zeros(1 << len(qubits))
         for index, amplitude in enumerate(state):
-            expected[bits_of(index, qubits)] += abs(amplitude) ** 2
+            expected[gathered(index, qubits)] += abs(amplitude) ** 2
         found = sim.probabilities(qubits)
         assert found.dtype == np.float64
         np.testing.assert_allclose(found, expected, atol=1e-14)
@@ -277,7 +274,7 @@ def test_a_seed_fixes_the_samples(sim: DenseSimulator) -> None:
 def test_samples_of_qubits_are_bits_of_samples(sim: DenseSimulator) -> None:
     fill(sim, 5)
     qubits = [3, 0, 4]
-    expected = [bits_of(index, qubits) for index in sim.sample(200, seed=3).tolist()]
+    expected = [gathered(index, qubits) for index in sim.sample(200, seed=3).tolist()]
     assert sim.sample(200, qubits, seed=3).tolist() == expected
 
 

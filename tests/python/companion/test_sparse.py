@@ -12,6 +12,8 @@ from hypothesis import given, settings
 from hypothesis import strategies as st
 from nimbrel import DenseSimulator, Simulator, SparseSimulator
 
+from models.wire import gathered
+
 SQRT_HALF = np.sqrt(0.5)
 TOP = 62  # the highest qubit of the largest register
 
@@ -51,11 +53,6 @@ def listed(sim: SparseSimulator) -> list[tuple[int, complex]]:
     assert amplitudes.dtype == np.complex128
     assert indices.shape == amplitudes.shape == (len(indices),)
     return list(zip(indices.tolist(), amplitudes.tolist(), strict=True))
-
-
-def bits_of(index: int, qubits: list[int]) -> int:
-    """The bits of an index at some qubits, the first one lowest."""
-    return sum((index >> qubit & 1) << place for place, qubit in enumerate(qubits))
 
 
 def wide_state(sim: SparseSimulator) -> dict[int, complex]:
@@ -208,7 +205,7 @@ def test_probabilities_sum_up_the_terms(sim: SparseSimulator, qubits: list[int])
     state = wide_state(sim)
     expected = np.zeros(1 << len(qubits))
     for index, amplitude in state.items():
-        expected[bits_of(index, qubits)] += abs(amplitude) ** 2
+        expected[gathered(index, qubits)] += abs(amplitude) ** 2
     found = sim.probabilities(qubits)
     assert found.dtype == np.float64
     np.testing.assert_allclose(found, expected, atol=1e-15)
@@ -252,7 +249,7 @@ def test_samples_follow_the_state_and_leave_it(sim: SparseSimulator) -> None:
 def test_samples_of_qubits_are_bits_of_samples(sim: SparseSimulator) -> None:
     wide_state(sim)
     qubits = [TOP, 7, 40]
-    expected = [bits_of(index, qubits) for index in sim.sample(200, seed=3).tolist()]
+    expected = [gathered(index, qubits) for index in sim.sample(200, seed=3).tolist()]
     assert sim.sample(200, qubits, seed=3).tolist() == expected
     assert sim.sample(0, qubits).shape == (0,)
     with pytest.raises(ValueError, match=r"^shots must be 0 or more, not -1$"):
