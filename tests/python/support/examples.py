@@ -21,7 +21,7 @@ EXAMPLES = Path(__file__).parents[3] / "examples"
 class Run(NamedTuple):
     """The exit status of a run and what it has printed."""
 
-    status: int
+    status: object
     out: str
     err: str
 
