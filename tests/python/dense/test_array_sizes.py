@@ -1,4 +1,4 @@
-"""Arrays too short or not to be written, and indices outside: refused, with nothing touched."""
+"""Arrays that are too short or read-only, and indices outside: refused, nothing changed."""
 
 import random
 from types import ModuleType
