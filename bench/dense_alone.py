@@ -2,7 +2,7 @@
 
 The bandwidth to hold it against is that of the plainest loop there is, measured in turn with the
 gates: NumPy multiplies a buffer as large as the state by a number, in place, one thread for each
-processor.
+processor. What is timed is checked first, with plain NumPy.
 """
 
 import os
@@ -18,8 +18,9 @@ import engine
 import nimbrel as nb
 import numpy as np
 from gates import DENSE_SEED, Gate, dense_gates, record_of
-from harness import Timer, best_seconds, seconds_of, timed
-from numpy_models import random_state
+from harness import Timer, WrongResultError, best_seconds, seconds_of, timed
+from numpy_models import after_gates, random_state
+from peers import Amplitudes
 from report import Figure
 
 RECORD_QUBITS = (4, 6)
@@ -28,6 +29,7 @@ MEMORY_QUBITS = 22  # from here on a state does not fit a cache
 AMPLITUDE_BYTES = 16
 ROUNDS = 4
 ARRAY_RECORDS = 20_000
+TOLERANCE = 1e-9  # norm of the difference of two states of norm 1
 
 
 def scaling_loop(num_bytes: int, threads: int) -> Timer:
@@ -41,26 +43,51 @@ def scaling_loop(num_bytes: int, threads: int) -> Timer:
     return timed(lambda: list(pool.map(scale, parts)))
 
 
+def check_state(register: engine.Dense, expected: Amplitudes, task: str) -> None:
+    """Compare a register with the known state.
+
+    Raises:
+        WrongResultError: If it differs.
+    """
+    distance = float(np.linalg.norm(register.state() - expected))
+    if not distance <= TOLERANCE:  # also if it is NaN
+        raise WrongResultError(f"{task}: the state differs by {distance:.2g}")
+
+
+def check_gates(register: engine.Dense, num_qubits: int, gates: list[Gate]) -> None:
+    """Run gates on a random state, compare, and leave the register in that state.
+
+    Raises:
+        WrongResultError: If the result differs from NumPy's.
+    """
+    start = random_state(num_qubits, DENSE_SEED)
+    register.load(start)
+    register.apply(gates)
+    check_state(register, after_gates(start, gates), f"{gates[0].name} on {num_qubits} qubits")
+    register.load(start)
+
+
 def bandwidth_figures(num_qubits: int, threads: int | None) -> list[Figure]:
     """Hold gates on a large register against the scaling loop."""
     state_bytes = AMPLITUDE_BYTES << num_qubits
     loop = scaling_loop(state_bytes, threads or len(os.sched_getaffinity(0)))
     register = engine.Dense(num_qubits, threads)
-    register.load(random_state(num_qubits, DENSE_SEED))
-    lists = [[gate] for gate in dense_gates("H", num_qubits)]
-    lists += [dense_gates(name, num_qubits) for name in ("CNOT", "T")]
+    hadamards, cnots, ts = (dense_gates(name, num_qubits) for name in ("H", "CNOT", "T"))
+    for gates in (hadamards[:: num_qubits - 1], cnots[:2], ts[-2:]):
+        check_gates(register, num_qubits, gates)
+    lists = [*([gate] for gate in hadamards), cnots, ts]
     timers = [partial(register.timer(gates), 1) for gates in lists]
     *loops, cnot, t = best_seconds([loop, loop, loop, *timers], ROUNDS)
     register.close()
-    best_loop, hadamards = min(loops[:3]), loops[3:]
-    mean = sum(hadamards) / num_qubits
+    best_loop, seconds = min(loops[:3]), loops[3:]
+    mean = sum(seconds) / num_qubits
     suffix = f"of the loop on {num_qubits} qubits"
     goal = 85.0 if num_qubits == 24 else None
     over = "times a Hadamard"
     return [
         Figure(f"scaling loop, {num_qubits} qubits", 2 * state_bytes / best_loop / 1e9, "GB/s"),
         Figure("Hadamard", 100 * best_loop / mean, f"% {suffix}", None, goal),
-        Figure("Hadamard, worst target", 100 * best_loop / max(hadamards), f"% {suffix}"),
+        Figure("Hadamard, worst target", 100 * best_loop / max(seconds), f"% {suffix}"),
         Figure("CNOT, half of the amplitudes", cnot / num_qubits / mean, over),
         Figure("T, half of the amplitudes", t / num_qubits / mean, over),
     ]
@@ -69,8 +96,9 @@ def bandwidth_figures(num_qubits: int, threads: int | None) -> list[Figure]:
 def record_figures(num_qubits: int) -> Iterator[Figure]:
     """Engine time of a record, from arrays of one gate on every target."""
     register = engine.BatchedDense(num_qubits, None)
-    register.load(random_state(num_qubits, DENSE_SEED))
     names = ("X", "H", "T", "RX", "RZ", "CNOT")
+    for name in names:
+        check_gates(register, num_qubits, 2 * dense_gates(name, num_qubits))
     lists = [dense_gates(name, num_qubits) * (ARRAY_RECORDS // num_qubits) for name in names]
     seconds = best_seconds([partial(register.timer(gates), 1) for gates in lists], 2 * ROUNDS)
     register.close()
@@ -98,6 +126,11 @@ def call_figure(num_qubits: int) -> Figure:
         put(handle, batch, ARRAY_RECORDS)
         register.finish()
 
+    start = random_state(num_qubits, DENSE_SEED)
+    for call in (single, batched):  # an even number of Hadamards
+        register.load(start)
+        call()
+        check_state(register, start, f"{ARRAY_RECORDS} Hadamards")
     times = best_seconds([timed(call) for call in (single, empty, batched)], 3 * ROUNDS)
     register.close()
     beyond = (times[0] - times[1] - times[2]) / ARRAY_RECORDS * 1e9
@@ -119,6 +152,9 @@ def reset_figures(num_qubits: int) -> list[Figure]:
         put(handle, record, 1)
         finish(handle)
 
+    register.load(state)
+    reset()
+    check_state(register, np.eye(1, len(state), dtype=np.complex128)[0], "reset")
     for number in range(2 * ROUNDS):
         register.load(state)
         before = resource.getrusage(resource.RUSAGE_SELF).ru_minflt

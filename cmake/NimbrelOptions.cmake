@@ -32,12 +32,22 @@ target_compile_options(
             "$<$<CONFIG:Release>:-O3>"
             "$<$<CONFIG:Debug>:-O1;-g>")
 
+# nimbrel_compile_with(<option>... SOURCES <source>...)
+#
+# Compiles sources of the caller's folder with more options than the rest of their library.
+function(nimbrel_compile_with)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "" "SOURCES")
+  set_property(SOURCE ${arg_SOURCES} APPEND PROPERTY COMPILE_OPTIONS ${arg_UNPARSED_ARGUMENTS})
+  # A precompiled header is valid only for the options it was made with.
+  set_property(SOURCE ${arg_SOURCES} PROPERTY SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
 # nimbrel_compile_for_any_processor(<source>...)
 #
 # Sources of the caller's folder that run before the module has looked at the processor: its entry
 # and whatever defines an object that is made when the library is loaded.
 function(nimbrel_compile_for_any_processor)
-  set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -mno-avx -mno-fma -mno-popcnt)
+  nimbrel_compile_with(-mno-avx -mno-fma -mno-popcnt SOURCES ${ARGN})
 endfunction()
 
 # Bounds checks in the standard containers: they find an index that stays inside the allocation,

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # numpy_matrix.sh WHEEL: runs the tests that depend on NumPy on one built wheel, under each older
-# NumPy that it serves, in an environment of its own under build/numpy-<version>. The newest NumPy is
-# that of the environment in which 'make test-python' runs all tests.
+# supported NumPy, each in its own environment under build/numpy-<version>. 'make test-python' runs all
+# tests under the newest NumPy.
 set -euo pipefail
 
 wheel=$1
@@ -9,17 +9,21 @@ python=${PYTHON:-python3}
 jobs=${CTEST_PARALLEL_LEVEL:-2}
 cd "$(dirname "$0")/.."
 
-# Arrays that enter and leave the engine, their types and addresses, and how the module finds NumPy.
+# Tests of the arrays that enter and leave the engine, of how the module finds NumPy, and of all code of
+# the companion that calls NumPy.
 tests=(
   bit/test_readouts.py
   clifford/test_print.py
-  companion/test_builders.py companion/test_clifford.py companion/test_dense.py
+  companion/test_builders.py companion/test_clifford.py companion/test_clifford_controls.py
+  companion/test_dense.py companion/test_extensions.py companion/test_possible_registers.py
+  companion/test_qubits_outside.py companion/test_remote.py companion/test_repeated_programs.py
   companion/test_simulator.py companion/test_sparse.py
   dense/test_array_sizes.py dense/test_biggest.py dense/test_buffer_addresses.py
   dense/test_buffers.py dense/test_gates.py dense/test_transfer.py
   filter/test_events.py filter/test_records.py
-  module/test_array_checks.py module/test_bad_input.py module/test_numpy_import.py
-  module/test_surface.py
+  module/test_array_checks.py module/test_bad_input.py module/test_fork_seeds.py
+  module/test_numpy_import.py module/test_surface.py
+  service/test_session.py
   sparse/test_array_sizes.py sparse/test_transfer.py
 )
 

@@ -1,7 +1,7 @@
 // Times the tableau without a filter: a row product beside an exclusive-or of the same words, and
 // single gates without a batch.
 //
-// Prints nanoseconds and ratios. Checks the products before it times them.
+// Prints nanoseconds and ratios. Checks products and gates before it times them.
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -61,6 +61,11 @@ void xor_words(std::pmr::vector<unsigned long>& left,
     for (std::size_t i = 0; i < left.size(); ++i) left[i] ^= right[i];
 }
 
+[[noreturn]] void fail(const char* what) {
+    std::fputs(what, stderr);
+    std::exit(1);
+}
+
 void bench_products(unsigned qubits) {
     std::mt19937_64 rng(qubits);
     Stabilizer left = random_row(qubits, rng);
@@ -68,10 +73,7 @@ void bench_products(unsigned qubits) {
     for (int i = 0; i < 100; ++i) {
         const unsigned expected = product_phase(left, right);
         left.multiply(right);
-        if (left.phase != expected) {
-            std::fputs("a row product is wrong\n", stderr);
-            std::exit(1);
-        }
+        if (left.phase != expected) fail("a row product is wrong\n");
     }
     constexpr int calls = 20000;
     const double product = best_ns(calls, [&] { left.multiply(right); });
@@ -83,7 +85,36 @@ void bench_products(unsigned qubits) {
                 qubits, product, plain, product / plain);
 }
 
+/// A row with the letters `x`, `z` on two qubits, bit 0 for `first` and bit 1 for `second`.
+Stabilizer row_of(unsigned qubits, unsigned first, unsigned second, unsigned x, unsigned z) {
+    Stabilizer row(qubits);
+    if ((x & 1) != 0) row.x.set(first);
+    if ((x & 2) != 0) row.x.set(second);
+    if ((z & 1) != 0) row.z.set(first);
+    if ((z & 2) != 0) row.z.set(second);
+    return row;
+}
+
+bool equal(const Stabilizer& a, const Stabilizer& b) {
+    return a.phase == b.phase && a.x.words == b.x.words && a.z.words == b.z.words;
+}
+
+/// Compares two generators after a Hadamard, an S and a CNOT with those known: Z on the first qubit
+/// becomes Y X, and Z on the last one becomes Z Z.
+void check_gates(unsigned qubits) {
+    const unsigned last = qubits - 1;
+    StabilizerState state(qubits);
+    state.had(0);
+    state.sgate(0);
+    state.cnot(0, last);
+    if (!equal(state.stabilizers[0], row_of(qubits, 0, last, 3, 1)) ||
+        !equal(state.stabilizers[last], row_of(qubits, 0, last, 0, 3))) {
+        fail("a gate is wrong\n");
+    }
+}
+
 void bench_gates(unsigned qubits) {
+    check_gates(qubits);
     StabilizerState state(qubits);
     std::mt19937_64 rng(1);
     const auto qubit = [&] { return static_cast<unsigned long>(rng() % qubits); };

@@ -8,21 +8,22 @@
 namespace Nimbrel {
 namespace {
 
-// Below this many terms handing a block to a worker costs more than the work.
+// log2 of the terms of the smallest block: posting a task costs more than the work on fewer terms.
 constexpr unsigned long smallest_automatic_block = 12;
 
-// Blocks to aim at when the machine does not tell how many threads it has.
+// Number of blocks to aim at if the number of hardware threads is not known.
 constexpr unsigned int aim_of_an_unknown_machine = 8;
 
 void print_thread_count(unsigned long threads) {
     std::printf("    ...setting num_threads to %d\n", static_cast<int>(threads));
 }
 
-/// The number that a layout by hand prints. Nothing uses it: every block has one thread.
+/// The thread count that a layout with a given block size prints. It is not used otherwise: every
+/// block has one thread.
 unsigned long thread_count_by_hand(unsigned long block_qubits) {
     if (block_qubits <= 2) return 1;
     unsigned long count = 1;
-    // The count doubles and is an exponent, so it passes any block that fits in memory by 8.
+    // 2^count is compared with the block's qubits, so the loop ends at 8 for any block in memory.
     while (count < 32 && (1UL << count) < block_qubits) count *= 2;
     return count;
 }
@@ -41,10 +42,9 @@ RegisterLayout layout_by_hand(const LayoutRequest& request, bool threads) {
     return {block_qubits, threads};
 }
 
-/// Largest number of blocks to make, a power of two; 1 when there is nothing to share out.
+/// Largest number of blocks to make, a power of two.
 unsigned long most_blocks(unsigned int hardware_threads, unsigned long max_num_threads) {
-    // Two blocks a thread, in the 32 bits of the count itself: one that doubles to nothing is no
-    // machine to plan for.
+    // Two blocks for each thread. The product has 32 bits; one that overflows to 0 makes one block.
     const unsigned int aim =
         hardware_threads == 0 ? aim_of_an_unknown_machine : 2U * hardware_threads;
     if (aim <= 1) return 1;
@@ -82,7 +82,7 @@ bool depends_on_hardware(const LayoutRequest& request) {
 }
 
 RegisterLayout decide_layout(const LayoutRequest& request, unsigned int hardware_threads) {
-    // A limit of one thread leaves no other beside the caller's, also for blocks cut by hand.
+    // A limit of one thread is the caller's own, also if the block size is given.
     const bool threads = request.async && request.max_num_threads != 1;
     if (request.num_block_qubits != 0) return layout_by_hand(request, threads);
     return automatic_layout(request, threads, hardware_threads);

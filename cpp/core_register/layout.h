@@ -20,18 +20,18 @@ struct RegisterLayout {
     bool operator==(const RegisterLayout&) const = default;
 };
 
-/// Whether the machine has a say in the layout or in what is printed of it. To ask it for its
-/// threads can cost more than all else in the reset of a small register.
+/// Whether the layout, or what is printed about it, depends on the number of hardware threads.
+/// Reading that number can cost more than the rest of the reset of a small register.
 bool depends_on_hardware(const LayoutRequest& request);
 
-/// The layout for a machine with `hardware_threads`, 0 when their number is not known. Left to
-/// itself it makes up to twice as many blocks as there are hardware threads, none of less than 2^12
-/// terms; a register of 12 qubits or fewer is one block without a thread.
+/// The layout for a machine with `hardware_threads`, 0 if their number is not known. An automatic
+/// layout has up to two blocks for each hardware thread and no block below 2^12 terms. A register
+/// of 12 qubits or fewer is one block without a thread.
 ///
-/// Requires: the number, if the request depends on it.
+/// Requires: `hardware_threads` is valid if `depends_on_hardware(request)`.
 RegisterLayout decide_layout(const LayoutRequest& request, unsigned int hardware_threads);
 
-/// Gigabytes of 2^`qubits` amplitudes; infinite where a double ends.
+/// Gigabytes of 2^`qubits` amplitudes; infinity if that overflows a double.
 double state_gigabytes(unsigned long qubits);
 
 /// Whether the state vector is larger than the limit allows; 0 is no limit.

@@ -1,4 +1,4 @@
-// The batch of commuting Pauli products that comes one record at a time and runs with the last.
+// The batch of commuting Pauli products. Each record adds one; the last one runs the batch.
 
 #include <bit>
 #include <limits>
@@ -11,16 +11,16 @@
 namespace Nimbrel {
 namespace {
 
-// Where a product stands in its batch is coded as size * 1000 + position.
+// A product's position in its batch is encoded as size * 1000 + position.
 constexpr int places_in_a_batch = 1000;
 
-// The count of subsets is a 32-bit number with a sign; a batch with more runs nothing.
+// The number of subsets is a signed 32-bit integer. A batch for which it overflows runs nothing.
 constexpr unsigned long most_products = 30;
 
 struct BatchPlace {
     explicit BatchPlace(double code) {
         const long number = truncate_to_i64(code);
-        // Out of range goes where the processor sends it.
+        // Out-of-range values become INT_MIN.
         const bool fits =
             number >= std::numeric_limits<int>::min() && number <= std::numeric_limits<int>::max();
         const int place = fits ? static_cast<int>(number) : std::numeric_limits<int>::min();
@@ -61,7 +61,7 @@ void QPU::pcp(double angle, unsigned long x_mask, unsigned long z_mask, long con
     if (size <= most_products) run_batch(size, cond_flag);
 }
 
-// The batch stays when it is refused; the next one begins with a product number 0, which clears it.
+// A refused batch is kept. Product 0 of the next batch clears it.
 void QPU::check_batch(unsigned long size) const {
     if (pcp_x_masks.size() < size) {
         throw std::runtime_error("Error: qc.pcp() batch of " + std::to_string(size) +
@@ -75,8 +75,8 @@ void QPU::check_batch(unsigned long size) const {
     }
 }
 
-// All subsets but the empty one, from the full one down to single products, with alternating sign.
-// A subset is given by the products that it leaves out.
+// Runs all subsets but the empty one, from the full one down to single products, with alternating
+// sign. A subset is given by the products that it omits.
 void QPU::run_batch(unsigned long size, long cond_flag) {
     double theta = 90.0;
     for (unsigned long i = 1; i < size; ++i) theta *= 0.5;
@@ -90,9 +90,9 @@ void QPU::run_batch(unsigned long size, long cond_flag) {
     }
 }
 
-// Products are merged by OR, which is exact for those on disjoint qubits or with shared letters
-// that the caller means to merge. The flag stands where negations go, and there is nothing to
-// negate: it was tested when the product came.
+// Products are merged by OR, which is exact for products on disjoint qubits. The classical
+// condition is passed in the place of the negated controls, which has no effect without controls:
+// it was tested when the record came.
 void QPU::run_subset(double angle, unsigned long size, unsigned long without, long cond_flag) {
     unsigned long x = 0;
     unsigned long z = 0;

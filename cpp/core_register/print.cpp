@@ -28,7 +28,7 @@ std::string QPU::print_state_vector_to_string(int line, double threshold,
         const complex_t amplitude = get_value(index);
         if (!is_shown(amplitude, threshold)) continue;
         text << "    |" << index << "> (" << amplitude.re << ", " << amplitude.im << ")\n";
-        // The note comes after the term that is one too many, also when that was the last of all.
+        // The note follows the first term above the limit, even if no other term follows it.
         if (++shown > max_values) {
             text << "...output truncated to " << max_values << " values.\n";
             break;

@@ -1,4 +1,4 @@
-// The partial transfers: some qubits' part of the state, pulled out of it or pushed into it.
+// The partial transfers: read or replace the part of the state that belongs to some of the qubits.
 
 #include <bit>
 #include <cmath>
@@ -16,13 +16,13 @@
 namespace Nimbrel {
 namespace {
 
-/// The amplitudes of an idle register by term index, without the cost of a block operation each.
+/// Access to the amplitudes of an idle register by term index, without a block operation for each.
 class IdleTerms {
   public:
     explicit IdleTerms(QPU& qpu) : qpu_(qpu) {
         qpu.finish();
-        // A block learns where its amplitudes lie when it is locked, so one that was exchanged
-        // since then points at its partner's.
+        // Locking a block updates its pointer to its amplitudes. Without it, a block that was
+        // exchanged since its last lock would point to its partner's.
         for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
             qpu.blocks[i]->lock(true, nullptr);
             qpu.blocks[i]->unlock(false, nullptr);
@@ -63,8 +63,8 @@ struct Slice {
         return total > other.total || (total == other.total && nonzero > other.nonzero);
     }
 
-    /// Whether the two tell of different states of the masked qubits. An empty slice tells nothing:
-    /// its shares are NaN. Phases are not compared.
+    /// Whether the two slices have different probabilities after normalisation. Phases are not
+    /// compared. An all-zero slice differs from none: its shares are NaN.
     bool differs_from(const Slice& other) const {
         constexpr double tolerance = 0.00001;
         for (std::size_t i = 0; i < terms.size(); ++i) {
@@ -133,7 +133,7 @@ void QPU::pull_state_specific_sv(std::string& message, complex_t* dest, unsigned
     bool entangled = false;
     Slice best;
     Slice slice;
-    // The last term of all is no base: it is one only for a mask outside the register.
+    // The last term is a base only if the mask has no qubit of the register. It is omitted then.
     unsigned long base = 0;
     while (base < qubit_mask) {
         take_slice(terms, base, masked, slice);
@@ -159,8 +159,8 @@ void QPU::push_state_sv(const complex_t* source, unsigned long mask, unsigned lo
     finish();
 }
 
-// Right for one run of qubits only: the source's index goes onto the bits from the lowest masked
-// one upward. Every index stays inside the register all the same.
+// Correct only if the masked qubits are neighbours: the source's index is shifted to the lowest
+// masked qubit. For other masks the result is wrong, but every index is inside the register.
 void QPU::push_factor(const complex_t* source, unsigned long mask) {
     if ((mask & ~qubit_mask) != 0) {
         throw std::runtime_error("Error: push_state() selector " + std::to_string(mask) +

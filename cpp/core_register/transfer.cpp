@@ -31,7 +31,7 @@ void QPU::peek_n_biggest_terms(unsigned long count, unsigned long* indices, comp
     std::memset(static_cast<void*>(indices), 0, count * sizeof *indices);
     std::memset(static_cast<void*>(amplitudes), 0, count * sizeof *amplitudes);
     finish();
-    // The list passes from block to block; a block's terms go in after all equal ones before it.
+    // Each block merges its terms into the list, behind equal terms of the blocks before it.
     for (unsigned long i = 0; i < num_blocks; ++i) {
         blocks[i]->peek_n_biggest_terms(count, indices, amplitudes);
     }

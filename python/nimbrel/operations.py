@@ -49,15 +49,8 @@ class FilterOperations(FilterHandle):
 
         Args:
             filter_type: The engine's name of the filter type.
-            check_qubits: Whether `run` refuses qubits outside the register. Without this check a
-                dense or a sparse filter ignores such qubits. The check of a program of up to 64
-                records takes 3 to 10 microseconds, or about 0.5 if the same program has passed
-                before. From 1,000 records on, it takes 5 to 20 nanoseconds a record, and up to 45
-                for a Z on one control of a Clifford filter. A "StreamConnect" filter checks no
-                qubits.
-            allow_inexact_controls: Whether `run` passes controlled Z and negated controls to a
-                Clifford filter. That filter omits the sign of a controlled Z and treats a negated
-                control as a control.
+            check_qubits: As for `Simulator`.
+            allow_inexact_controls: As for `Simulator`.
             **params: Fields of `SimParams`; the other fields keep their defaults.
 
         Raises:

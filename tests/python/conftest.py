@@ -13,8 +13,8 @@ from hypothesis import HealthCheck, settings
 
 from support.driver import BitFilter, open_bit_filter
 
-# A slow machine is no failure. Every run has the same examples, but for those that ask for
-# others: pytest --hypothesis-profile=thorough
+# No deadline, because machines differ. By default every run has the same examples. Other and more
+# examples: pytest --hypothesis-profile=thorough
 ON_ANY_MACHINE = settings(
     deadline=None, suppress_health_check=[HealthCheck.too_slow], report_multiple_bugs=False
 )
@@ -25,7 +25,7 @@ settings.load_profile("repeatable")
 
 @pytest.fixture(scope="session")
 def engine() -> ModuleType:
-    """The raw extension module, with nothing between the test and its errors."""
+    """The extension module, without the companion."""
     return _lib_nb_sim
 
 

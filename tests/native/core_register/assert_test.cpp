@@ -19,7 +19,7 @@ class AssertValue : public testing::TestWithParam<Layout> {
   protected:
     void SetUp() override { shape(qpu, 3, GetParam()); }
 
-    /// Qubit 2 is 0 with this probability, nearly.
+    /// Qubit 2 is 0 with this probability, up to rounding.
     void load_zero_with(double probability) {
         State state(8, complex_t{0.0, 0.0});
         state[1].re = std::sqrt(probability);

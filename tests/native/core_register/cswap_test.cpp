@@ -9,7 +9,7 @@ using namespace Nimbrel::Testing;
 
 class Cswap : public GateLayouts {
   protected:
-    /// The start state with term i moved to where `move` says.
+    /// The start state with term i moved to index `move(i)`.
     template <typename Move>
     State moved(Move&& move) const {
         State result(start.size());

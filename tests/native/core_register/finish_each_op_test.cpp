@@ -14,7 +14,7 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// Blocks that are just large enough to hand their tasks over, and too small to wake a worker for.
+/// Blocks just large enough for their tasks to be posted, and too small to wake a worker.
 constexpr unsigned long block_qubits = 13;
 
 constexpr complex_t matrix[] = {{0.6, 0.0}, {0.0, 0.8}, {0.0, 0.8}, {0.6, 0.0}};
@@ -34,12 +34,12 @@ class FinishEachOp : public testing::TestWithParam<Gate> {
         wait_until_all_workers_sleep();
     }
 
-    /// From then on a task stays in its block until somebody waits for it.
+    /// After this a task stays in its block until the submitter waits for it.
     void wait_until_all_workers_sleep() {
         for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
             CoreBlock& block = *qpu.blocks[i];
-            // The reset may have signalled a worker that sleeps already. Waking it here makes sure
-            // that it does not wake from that signal when there is a task.
+            // The reset may have signalled a worker that already sleeps. It is woken here, so that
+            // the old signal does not wake it when there is a task.
             {
                 const std::lock_guard guard(block.task_mutex);
                 block.poked = true;

@@ -46,7 +46,7 @@ TEST_P(Fourier, TopDownIsTheTransformWithItsQubitsReversed) {
     EXPECT_NEAR_STATE(state_of(qpu), in_order);
 }
 
-// From the lowest qubit up it is the transform of the register read backwards.
+// From the lowest qubit up it is the transform with the qubits in reverse order.
 TEST_P(Fourier, BottomUpIsTheSameOnReversedQubits) {
     qpu.QFT(0b1111, false, false, true);
     State backwards(16);
@@ -72,8 +72,8 @@ TEST_P(Fourier, CountsAndClearsItsQubits) {
 }
 
 TEST_P(Fourier, ATransformedBasisStateMeasuresAsItsFrequency) {
-    // A wave of frequency 5 transforms back into term 5; measured qubit by qubit it comes out so,
-    // each qubit in the place of its mirror image.
+    // A wave of frequency 5 transforms to term 5. The measured qubits have its bits in reverse
+    // order.
     State wave(16);
     for (unsigned long j = 0; j < 16; ++j) {
         const double turns = -static_cast<double>(j * 5) / 16.0;

@@ -1,4 +1,4 @@
-// What each gate adds to the count of operations and takes from the known classical qubits.
+// How each gate changes the operation count and the mask of classical qubits.
 
 #include <gtest/gtest.h>
 
@@ -109,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(Gates, NotGate, testing::ValuesIn(nots));
 TEST_P(NotGate, CountsOnceWithoutControls) {
     call(0b111);
     EXPECT_EQ(qpu.op_count, 1UL);
-    // A control outside the register is none.
+    // A control outside the register is dropped.
     call(0b111, 0b1000);
     EXPECT_EQ(qpu.op_count, 2UL);
 }
@@ -222,7 +222,7 @@ TEST_P(OtherGates, AnEmptyPauliProductIsNotCounted) {
     EXPECT_EQ(qpu.op_count, 0UL);
 }
 
-// A root and Y hand their targets down as they came or cut to the register.
+// A root and RXZ also clear the bits of targets outside the register; Y and RZ do not.
 TEST_P(OtherGates, TargetsOutsideTheRegister) {
     qpu.rootx(0b1000, 0, 0, 0);
     EXPECT_EQ(qpu.classical_qubits, ~0b1000UL);

@@ -40,7 +40,7 @@ TEST_F(Matrices, Y) {
     expect_matrix([this] { qpu.y(2, 0, 0, 0); }, {0, -i, i, 0});
 }
 
-// The real part of -i is plus zero: 0.5 times it, and 0 times 0, leave no negative zero behind.
+// The entries' real parts are +0, so no product of them with 0.5 or 0 is a negative zero.
 TEST_F(Matrices, TheEntriesOfYHaveNoNegativeZero) {
     load(qpu, {{0.5, 0.0}, {0.0, 0.0}, {0.5, 0.0}, {0.0, 0.0}});
     qpu.y(2, 0, 0, 0);
@@ -86,7 +86,7 @@ TEST_F(Matrices, RxzEqualsItsTwoGates) {
     EXPECT_NEAR_STATE(state_of(qpu), by_two_gates);
 }
 
-// Degrees become radians by a product and a division, and half an angle by one more product.
+// Degrees are multiplied by pi and divided by 180. Half an angle is one more product, by 0.5.
 TEST_F(Matrices, AnglesAreConvertedInOneOrder) {
     for (const double angle : {1.0, 7.0, 29.0, 101.0}) {
         load(qpu, basis(4, 1));

@@ -4,6 +4,7 @@
 #include <bit>
 #include <complex>
 #include <numbers>
+#include <utility>
 
 #include "core_register/state_support.h"
 #include "dense/scalar_gates.h"
@@ -44,6 +45,10 @@ inline State rotate_about(State state, double angle, unsigned long x, unsigned l
     scalar_ppr(product_on(state, x, z), {}, std::sin(radians), std::cos(radians));
     return state;
 }
+
+/// X and Z masks of Pauli products on four qubits.
+inline constexpr std::pair<unsigned long, unsigned long> sample_products[] = {
+    {0b1001, 0b0011}, {0, 0b1010}, {0b0110, 0}, {0b1111, 0b1111}, {0b1000, 0b1000}, {0, 1}};
 
 /// A register of four qubits with a random state, once for each division into blocks and threads.
 class GateLayouts : public testing::TestWithParam<Layout> {

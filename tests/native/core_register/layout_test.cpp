@@ -85,7 +85,7 @@ TEST(AutomaticLayout, HugeMachinesStayInTheirBounds) {
     EXPECT_EQ(automatic(50, (1U << 31) - 1), (RegisterLayout{18, true}));
     // Twice this many is 0 in 32 bits.
     EXPECT_EQ(automatic(20, 1U << 31), (RegisterLayout{20, false}));
-    // And twice this many is 2 in 32 bits.
+    // Twice this many is 2 in 32 bits.
     EXPECT_EQ(automatic(20, (1U << 31) + 1), (RegisterLayout{19, true}));
 }
 
@@ -150,8 +150,7 @@ TEST(PrintedLayout, ByHand) {
               "    ...setting num_threads to 2\n");
 }
 
-// The number that is printed for blocks by hand is the least power of two of which 2 to that power
-// reaches the block's qubits.
+// The printed number n is the smallest power of two for which 2^n is at least the block's qubits.
 TEST(PrintedLayout, TheThreadsOfALayoutByHand) {
     const std::pair<unsigned long, int> counts[] = {
         {1, 1},
@@ -164,7 +163,7 @@ TEST(PrintedLayout, TheThreadsOfALayoutByHand) {
         {256, 8},
         {257, 16},
         {65536, 16},
-        // Here the power leaves 32 bits, and the search ends.
+        // Here the power exceeds 32 bits, and the search ends.
         {65537, 32},
         {1UL << 40, 32}};
     for (const auto& [block_qubits, count] : counts) {

@@ -1,4 +1,4 @@
-/// A read of one qubit takes its sums in one pass; it is held here to the steps that it stands for.
+/// A read of one qubit computes all of its sums in one pass. Compares it with the separate steps.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -48,7 +48,7 @@ class MeasureSplit : public RegisterLayouts {
         const unsigned long outcome = qpu.read(bit, 0, 0);
         EXPECT_EQ(random_zero_to_one(), next_draw) << "bit " << bit << " seed " << seed;
         EXPECT_EQ(outcome, expected) << "bit " << bit << " seed " << seed;
-        // Flags first: to pull a state may learn that a block is zero.
+        // Before the states, because pulling a state may mark a block as all zero.
         EXPECT_EQ(all_zero_flags(qpu), all_zero_flags(stepwise)) << "bit " << bit;
         EXPECT_STATE(state_of(qpu), state_of(stepwise)) << "bit " << bit << " seed " << seed;
         return outcome;
@@ -119,7 +119,7 @@ TEST_P(MeasureSplit, WithAnInfinityInBothHalves) {
     }
 }
 
-// A sum that is not a number reads as all ones, and what made it so goes with the other half.
+// If the sum is NaN, the outcome is 1, and the collapse clears the half with the NaN.
 TEST_P(MeasureSplit, WithAnInfinityInTheDiscardedHalfAlone) {
     for (const unsigned long bit : qubits) {
         for (const double large : {infinity, -infinity, 1e200}) {

@@ -18,8 +18,8 @@ using namespace Nimbrel::Testing;
 
 constexpr unsigned long num_qubits = 4;
 
-/// A register whose array of blocks goes on behind its only one, with an empty block that any pair
-/// would take for its upper half.
+/// A register whose array of blocks has a second, empty block behind its only one. A gate that
+/// paired blocks by mistake would use it.
 class OneBlock : public testing::TestWithParam<Layout> {
   protected:
     void SetUp() override {

@@ -58,7 +58,7 @@ TEST_P(PauliBatch, OfThreeRunsAllSubsetsFromTheLargestDown) {
     EXPECT_EQ(qpu.op_count, 7UL);
 }
 
-// XX and ZZ commute, and their OR is YY, which is their product but for its sign.
+// XX and ZZ commute. Their OR is YY, which is minus their product.
 TEST_P(PauliBatch, MergesItsProductsByOr) {
     qpu.pcp(2000.0, 0b1001, 0, 0);
     qpu.pcp(2001.0, 0, 0b1001, 0);
@@ -140,7 +140,7 @@ TEST_P(PauliBatch, ALastProductBeforeTheOthersIsRefused) {
     EXPECT_STATE(state_of(qpu), start);
 }
 
-// A product too many in front leaves the first N to be the batch.
+// With more than N products collected, the first N are the batch.
 TEST_P(PauliBatch, TheFirstProductsAreTheBatch) {
     qpu.pcp(3000.0, 0b0001, 0, 0);
     qpu.pcp(3001.0, 0b1000, 0, 0);
@@ -157,7 +157,7 @@ TEST_P(PauliBatch, MoreSubsetsThanAnIntCountsRunNothing) {
         EXPECT_EQ(qpu.pcp_x_masks.size(), static_cast<std::size_t>(size));
     }
     EXPECT_STATE(state_of(qpu), start);
-    // They are checked all the same.
+    // The products are checked nevertheless.
     for (int k = 0; k < 31; ++k) qpu.pcp(32000.0 + k, 0b0001, 0, 0);
     EXPECT_FAILURE(qpu.pcp(32031.0, 0, 0b0001, 0), "Error: qc.pcp() masks do not commute.");
 }

@@ -48,7 +48,7 @@ TEST_P(PauliGates, ARotationUnderControls) {
     EXPECT_NEAR_STATE(state_of(qpu), expected);
 }
 
-// Unlike a gate's, a control above the register is kept, in every layout that has block numbers.
+// Unlike for other gates, a control above the register is kept: no term meets it.
 TEST_P(PauliGates, ARotationUnderAControlAboveTheRegister) {
     qpu.ppr(37.0, 0b0001, 0, 0b10000, 0, 0);
     EXPECT_STATE(state_of(qpu), start);
@@ -72,19 +72,14 @@ TEST_P(PauliGates, ARotationByGatesClearsItsQubitsAndNoMore) {
 
 TEST_P(PauliGates, AMeasurementByGatesFindsTheSameState) {
     for (unsigned int seed = 0; seed < 6; ++seed) {
-        for (const auto& [x, z] : {std::pair{0b1001UL, 0b0011UL},
-                                   {0UL, 0b1010UL},
-                                   {0b0110UL, 0UL},
-                                   {0b1111UL, 0b1111UL},
-                                   {0b1000UL, 0b1000UL},
-                                   {0UL, 1UL}}) {
+        for (const auto& [x, z] : sample_products) {
             load(qpu, start);
             set_random_seed(seed);
             const unsigned long outcome = qpu.ppm_as_gates(1, x, z, 0);
             EXPECT_NEAR(qpu.pps(x, z), outcome == 0 ? 1.0 : 0.0, 1e-12);
             const State measured = state_of(qpu);
             load(qpu, start);
-            // The one-pass form draws until it finds the same outcome.
+            // Repeat the one-pass form until it draws the same outcome.
             for (unsigned int again = 0; qpu.ppm(1, x, z, 0, 0) != outcome; ++again) {
                 ASSERT_LT(again, 200U);
                 load(qpu, start);

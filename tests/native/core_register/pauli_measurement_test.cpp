@@ -11,20 +11,9 @@ using namespace Nimbrel::Testing;
 class PauliMeasurement : public GateLayouts {};
 INSTANTIATE_TEST_SUITE_P(Layouts, PauliMeasurement, testing::ValuesIn(all_layouts));
 
-State normalised(State state) {
-    double norm = 0.0;
-    for (const complex_t& term : state) norm += term.re * term.re + term.im * term.im;
-    for (complex_t& term : state) term = {term.re / std::sqrt(norm), term.im / std::sqrt(norm)};
-    return state;
-}
-
 TEST_P(PauliMeasurement, ProjectsOnTheOutcome) {
     for (unsigned int seed = 0; seed < 8; ++seed) {
-        for (const auto& [x, z] : {std::pair{0b1001UL, 0b0011UL},
-                                   {0UL, 0b1010UL},
-                                   {0b0110UL, 0UL},
-                                   {0b1111UL, 0b1111UL},
-                                   {0b1000UL, 0b1000UL}}) {
+        for (const auto& [x, z] : sample_products) {
             load(qpu, start);
             set_random_seed(seed);
             const double draw = random_zero_to_one();
@@ -92,8 +81,8 @@ TEST_P(PauliMeasurement, AFailedConditionReportsNothing) {
     EXPECT_EQ(after, random_zero_to_one()) << "no draw was made";
 }
 
-// Nothing has the probability of +1 of the empty product, which is 0, so it always reads 1 and
-// projects the state away.
+// The empty product has probability 0 for +1. So it always measures 1, and the projection makes
+// the state zero.
 TEST_P(PauliMeasurement, OfTheEmptyProduct) {
     EXPECT_EQ(qpu.ppm(1, 0, 0, 0, 0), 1UL);
     EXPECT_EQ(qpu.peek_total_probability(), 0.0);
@@ -101,8 +90,8 @@ TEST_P(PauliMeasurement, OfTheEmptyProduct) {
     EXPECT_EQ(qpu.classical_qubits, 0UL);
 }
 
-// The partner block of a letter above the register does not exist; the letter counts for the phase
-// of the product, as it does in one block, and for nothing else.
+// A letter above the register has no partner block. It changes the phase of the product, as it does
+// in one block, and nothing else.
 TEST_P(PauliMeasurement, LettersAboveTheRegisterStayInside) {
     QPU one_block(0, nullptr);
     shape(one_block, 4, {0, false});

@@ -37,7 +37,7 @@ class ResetFailure : public testing::Test {
                ">>bit-sim>> if applicable)\n";
     }
 
-    /// Nothing crashes, and whatever needs amplitudes says so.
+    /// Operations that need amplitudes throw, and none crashes.
     void expect_no_register() {
         EXPECT_EQ(qpu.blocks, nullptr);
         qpu.finish();
@@ -81,7 +81,7 @@ TEST_F(ResetFailure, TheRefusalTellsSizesAsPeopleReadThem) {
 TEST_F(ResetFailure, ABufferIsNeverOverTheLimit) {
     qpu.sim_params["max_ram_size_gb"] = 1;
     EXPECT_FAILURE(qpu.reset(27, nullptr), limit_text(27, "2", "1"));
-    // The sizes of a refused register are no shape to keep.
+    // A reset may not reuse the sizes of a refused register.
     alignas(32) complex_t state[2] = {{1.0, 0.0}, {0.0, 0.0}};
     EXPECT_TRUE(qpu.reset(1, state));
     EXPECT_STATE(state_of(qpu), basis(2, 0));
@@ -199,8 +199,8 @@ TEST_F(ResetFailure, ARefusedRegisterKeepsItsReservationsInBounds) {
     EXPECT_EQ(qpu.reserve_qubits(2), 0);
 }
 
-/// Limits this process, which must be a test's child, to `count` threads of its user. Root has no
-/// such limit and becomes nobody first.
+/// Limits this process to `count` threads of its user. Requires: the process is a test's child. The
+/// limit does not apply to root, so the user changes to nobody first.
 void limit_threads(rlim_t count) {
     if (geteuid() == 0 && setuid(65534) != 0) std::_Exit(2);
     rlimit limit{};

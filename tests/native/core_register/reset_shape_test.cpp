@@ -73,7 +73,7 @@ TEST_F(ResetShape, TheSameShapeKeepsBlocksAndClearsTheState) {
 TEST_F(ResetShape, TheSameShapeIsNotHeldAgainstALimit) {
     qpu.sim_params["num_block_qubits"] = 1;
     reset(3);
-    qpu.num_qubits = 40;  // as if it had fitted then
+    qpu.num_qubits = 40;  // as if this were its size
     qpu.sim_params["max_ram_size_gb"] = 1;
     testing::internal::CaptureStdout();
     EXPECT_TRUE(qpu.reset(40, nullptr));
@@ -94,7 +94,7 @@ TEST_F(ResetShape, AnotherShapeIsBuiltAnew) {
     EXPECT_EQ(qpu.classical_qubits, 0UL);
 }
 
-// The choice of an accelerator does nothing but this.
+// The choice of an accelerator has only this effect.
 TEST_F(ResetShape, AChangedAcceleratorSwitchRebuilds) {
     qpu.sim_params["num_block_qubits"] = 1;
     reset(2);

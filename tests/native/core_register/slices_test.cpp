@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core_register/state_support.h"
+#include "dense/scalar_gates.h"
 #include "support/random.h"
 
 namespace {
@@ -105,7 +106,7 @@ TEST_P(PullSlices, QubitsOutsideTheRegisterAddNoTerms) {
     State dest(3, complex_t{-9.0, -9.0});
     qpu.pull_state_specific_sv(message, dest.data(), 0b1'0000'0001, 2);
     EXPECT_STATE(dest, (State{{7, 0}, {8, 0}, {-9, -9}}));
-    // With no qubit of the register each slice is one term, and the last of all is not looked at.
+    // Without a qubit of the register each slice is one term. The last term is not examined.
     qpu.pull_state_specific_sv(message, dest.data(), 0b1'0000'0000, 1);
     EXPECT_STATE(dest, (State{{7, 0}, {8, 0}, {-9, -9}}));
 }
@@ -131,15 +132,6 @@ TEST_P(PushFactor, PutsASourceIntoEachQubitOfZero) {
     }
 }
 
-/// a + bi times c + di with every product and sum rounded by itself.
-complex_t rounded_product(const complex_t& x, const complex_t& m) {
-    const volatile double rr = x.re * m.re;
-    const volatile double ii = x.im * m.im;
-    const volatile double ri = x.re * m.im;
-    const volatile double ir = x.im * m.re;
-    return {rr - ii, ri + ir};
-}
-
 /// Seeded, so that the measurement in a push can be repeated.
 TEST_P(PushFactor, MultipliesIntoTheOtherQubits) {
     const State before{{0.1, 0.2},  {0.3, -0.4}, {-0.5, 0.6}, {0.7, 0.1},
@@ -159,7 +151,7 @@ TEST_P(PushFactor, MultipliesIntoTheOtherQubits) {
             const auto lowest = static_cast<unsigned long>(__builtin_ctzl(mask));
             State expected(8);
             for (unsigned long i = 0; i < 8; ++i) {
-                expected[i] = rounded_product(cleared[i & ~mask], source[(i & mask) >> lowest]);
+                expected[i] = scalar_product(cleared[i & ~mask], source[(i & mask) >> lowest]);
             }
             EXPECT_STATE(state_of(qpu), expected) << "mask " << mask;
         }
@@ -211,8 +203,7 @@ TEST_P(PushFactor, MarksTheBlocksThatItFills) {
 TEST_P(PushFactor, AMaskWithAGapWritesToOtherTermsButInsideTheRegister) {
     load(qpu, basis(8, 0));
     push({{1, 0}, {2, 0}, {3, 0}, {4, 0}}, 0b101);
-    // The source's index goes onto the bits from the lowest masked one upward; qubit 1 lies in the
-    // way, and for its value 1 the base is found at 0 again.
+    // The source's index is shifted to the lowest masked qubit, so its second bit falls on qubit 1.
     State expected(8, complex_t{0.0, 0.0});
     for (unsigned long k = 0; k < 4; ++k) expected[k].re = static_cast<double>(k + 1);
     EXPECT_STATE(state_of(qpu), expected);

@@ -152,8 +152,7 @@ TEST_F(DispatchTable, ABatchOfPauliProductsRunsWithItsLastRecord) {
 }
 
 TEST_F(DispatchTable, APauliMeasurementTakesItsSignFromTheTruncatedAngle) {
-    // -1 inverts the outcome and nothing else does. What an int cannot hold is none of its low
-    // bits.
+    // Only -1 inverts the outcome. A value that does not fit into an int is not truncated to it.
     const std::vector<std::pair<double, int>> signs{{-1.0, -1},
                                                     {-1.9, -1},
                                                     {-0.9, 0},

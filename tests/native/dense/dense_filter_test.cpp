@@ -17,7 +17,7 @@ TEST_F(MakeFilter, TheFactoryKnowsItsName) {
     OpFilter::delete_filter(made->handle);
 }
 
-/// What each operation needs of its array, on 3 qubits.
+/// The array that each operation needs on 3 qubits.
 class NeedsOfArrays : public DenseFilter {
   protected:
     void SetUp() override { reset(3); }
@@ -62,7 +62,7 @@ TEST_F(NeedsOfArrays, OverrideStateBuffer) {
     EXPECT_EQ(rules.override_state_buffer_needs(64).amplitudes, ~0UL);
 }
 
-/// Indices and selectors outside the register, with the state left as it is.
+/// Indices and selectors outside the register are refused, and the state does not change.
 class Refusals : public DenseFilter {
   protected:
     void SetUp() override {
@@ -118,7 +118,7 @@ TEST_F(Override, TheBufferIsTheState) {
     EXPECT_STATE(State(buffer, buffer + 4), (State{{0, 0}, {0.6, 0}, {0, 0}, {0, 0.8}}));
 }
 
-/// Vectors then lie across two cache lines, and every kernel works on them all the same.
+/// Vectors then cross cache lines. Every kernel must still work on them.
 TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
     for (unsigned long offset = 0; offset < 8; ++offset) {
         alignas(64) double doubles[32 + 8] = {};
@@ -140,7 +140,8 @@ TEST_F(Override, TheBufferMayBeginAtAnyDouble) {
     }
 }
 
-/// The state's own memory as source and destination must do no harm, though it loses the state.
+/// With the state's own memory as source and destination the state may be lost, but no memory
+/// outside it is touched.
 TEST_F(Override, TheBufferMayBeAnArgumentAsWell) {
     alignas(32) complex_t buffer[16] = {};
     filter.qpu->sim_params["num_block_qubits"] = 2;
@@ -167,7 +168,7 @@ class Masks : public DenseFilter {
 };
 
 TEST_F(Masks, MayNotBeEmpty) {
-    // Asked before the register is.
+    // Before the register exists.
     EXPECT_FAILURE(filter.peek_read_probability(0, 0, 0.0), no_qubit_to_measure);
     EXPECT_FAILURE(filter.postselect(0, 0), no_qubit_to_postselect);
     reset(2);

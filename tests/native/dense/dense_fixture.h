@@ -1,4 +1,4 @@
-/// A dense filter, records for it, and a state in which nothing is special.
+/// A dense filter, records for it, and a state without zeros or equal amplitudes.
 #pragma once
 
 #include "core_register/state_support.h"

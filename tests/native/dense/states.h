@@ -35,18 +35,20 @@ inline State basis(unsigned long terms, unsigned long index) {
     return state;
 }
 
+inline State normalised(State state) {
+    double norm = 0.0;
+    for (const complex_t& term : state) norm += term.re * term.re + term.im * term.im;
+    for (complex_t& term : state) term = {term.re / std::sqrt(norm), term.im / std::sqrt(norm)};
+    return state;
+}
+
 /// A normalised state without zeros.
 inline State random_state(unsigned long qubits, std::uint64_t seed) {
     std::mt19937_64 generator(seed);
     std::uniform_real_distribution<double> part(0.1, 1.0);
     State state(1UL << qubits);
-    double norm = 0.0;
-    for (complex_t& term : state) {
-        term = {part(generator), -part(generator)};
-        norm += term.re * term.re + term.im * term.im;
-    }
-    for (complex_t& term : state) term = {term.re / std::sqrt(norm), term.im / std::sqrt(norm)};
-    return state;
+    for (complex_t& term : state) term = {part(generator), -part(generator)};
+    return normalised(state);
 }
 
 inline std::string text_of(const State& state) {

@@ -1,4 +1,4 @@
-"""What the bit filter answers to the calls for which it has nothing of its own."""
+"""Calls that the bit filter does not implement: the answers of the base class."""
 
 from types import ModuleType
 
@@ -13,7 +13,7 @@ AMPLITUDES = np.full(4, 0.5, dtype=np.complex128)
 
 @pytest.fixture(params=["no register", "two qubits"])
 def handle(request: pytest.FixtureRequest, bits: BitFilter) -> int:
-    """The defaults look at nothing, so a register makes no difference to them."""
+    """The base class has no state, so its answers do not depend on a register."""
     if request.param == "two qubits":
         bits.run(nb.reset(2), nb.x(1))
     handle: int = bits.handle

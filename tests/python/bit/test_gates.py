@@ -1,4 +1,4 @@
-"""X, elbows, swap and their conditions on the bit filter, and what a reset leaves."""
+"""X, elbows and swap with controls on the bit filter, and the state after a reset."""
 
 from collections.abc import Callable
 
@@ -8,6 +8,7 @@ import pytest
 from models.opcodes import EXTEND, LELBOW, RELBOW, RESET, SWAP, X
 from models.program import NO_REGISTER
 from support.driver import BitFilter, rec
+from support.flag_conditions import CONDITIONS
 
 MORE = "qc.swap() has more than two target bits, must have exactly two."
 LESS = "qc.swap() has less than two target bits, must have exactly two."
@@ -24,12 +25,12 @@ Gate = Callable[..., nb.RecordArray]
 
 
 def start(bits: BitFilter, state: str) -> None:
-    """Makes a register of this state by X alone, so that every qubit at 1 is an unsettled one."""
+    """Prepares this state by X gates only, so that every qubit in state 1 is unsettled."""
     bits.run(nb.reset(len(state)), *(nb.x(q) for q, value in enumerate(state) if value == "1"))
 
 
 def unsettled_ones(bits: BitFilter) -> list[int]:
-    """The qubits whose 1 was left by a gate; frees every qubit to find out."""
+    """The qubits that a gate has set to 1. Frees every qubit: each of these queues an event."""
     bits.debug()
     bits.events()
     bits.run(*(nb.free(q, check=True, event_code=q) for q in range(len(bits.state()))))
@@ -72,23 +73,7 @@ def test_unsettles_a_qubit_just_read(bits: BitFilter, gate: Gate) -> None:
 
 
 @NOT_GATES
-@pytest.mark.parametrize(
-    ("flag", "acts"),
-    [
-        (0, True),
-        (1, True),
-        (-1, False),
-        (2, True),
-        (-2, False),
-        (3, False),
-        (-3, True),
-        (100000002, True),
-        (-100000003, True),
-        (64, False),  # beyond the stored words a condition fails whatever its sign
-        (-64, False),
-        (-(2**63), False),
-    ],
-)
+@CONDITIONS
 def test_obeys_the_classical_condition(bits: BitFilter, gate: Gate, flag: int, acts: bool) -> None:
     start(bits, "01")
     bits.run(nb.read(1, 2), gate(0, flag=flag))

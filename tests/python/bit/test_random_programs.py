@@ -1,4 +1,4 @@
-"""Thousands of random programs on the bit filter and on a plain model, compared in what shows."""
+"""Random programs on the bit filter and on a plain model, compared in everything observable."""
 
 import contextlib
 import re
@@ -10,22 +10,21 @@ import numpy as np
 import pytest
 
 from models.bit import REFUSED, BitModel
-from models.opcodes import FREE, LABEL, READ, RESET
+from models.opcodes import FREE, LABEL, MARKER_10000000, READ, RESET
 from models.wire import WORD, Record, pack, tagged
 from programs.bit import RecordSource, random_width, wild_record
 from programs.drawn import DrawnRandom, check_programs, noting
 from support.driver import BitFilter, failure_of, open_bit_filter
 from support.flag_windows import FlagWindows
 
-BATCHES = 4
+BATCHES = 3
 PROGRAMS_EACH = 500
 CALLS = 3  # on average
 RECORDS = 12  # of a call, on average
-MARKER = 0x10000000
 
 
-# Where flag numbers are compared after every call, 32 at a time: around the constants, and on both
-# sides of where the odd numbers of the programs land in the table.
+# First flags of the windows of 32 flags that are compared after every call: around the constants,
+# and around the table positions of the unusual flag numbers that the programs use.
 FLAG_WINDOWS = [
     *range(-288, 288, 32),
     99_999_990,
@@ -38,7 +37,7 @@ FLAG_WINDOWS = [
 
 
 class Pair:
-    """The engine's filter and the model's, driven with the same records."""
+    """The engine's filter and its model. Both run the same records."""
 
     def __init__(self, bits: BitFilter, debug: bool) -> None:
         self.bits = bits
@@ -50,7 +49,7 @@ class Pair:
         bits.debug(int(debug))
 
     def run(self, records: list[Record]) -> None:
-        """Runs one call on both sides; compares the failure and all that can be seen afterwards."""
+        """Runs one call on both sides, then compares the error and everything observable."""
         self.history += records
         packed = np.frombuffer(pack(records), dtype=np.uint8).reshape(len(records), 88)
         put = self.bits.engine.put_instructions
@@ -69,7 +68,7 @@ class Pair:
         assert self.bits.events() == expected_events
 
     def compare_peeks(self, value: int, mask: int) -> None:
-        """Peek and postselect see the low 32 bits of the first word."""
+        """Compares peek and postselect, which use the low 32 bits of the first word."""
         engine, handle = self.bits.engine, self.bits.handle
         if not self.model.bits or not mask:
             return
@@ -82,7 +81,7 @@ class Pair:
 
 @contextlib.contextmanager
 def open_pair(engine: ModuleType, *, debug: bool) -> Iterator[Pair]:
-    """Both sides without a register; freed at the end."""
+    """A filter and its model without a register. The filter is freed at the end."""
     with open_bit_filter(engine) as bits:
         pair = Pair(bits, debug)
         with noting(pair.history):
@@ -90,12 +89,12 @@ def open_pair(engine: ModuleType, *, debug: bool) -> Iterator[Pair]:
 
 
 def close_jump(model: BitModel) -> list[Record]:
-    """Ends a skip that is still going on, and drops extensions that still wait for a record."""
-    return [tagged(LABEL, target_mask=model.open_label), tagged(MARKER)]
+    """Ends an open jump, and lets pending extensions lapse."""
+    return [tagged(LABEL, target_mask=model.open_label), tagged(MARKER_10000000)]
 
 
 def read_all_words(model: BitModel) -> list[Record]:
-    """Reads whole words, also past the last qubit, each into 64 flags of its own."""
+    """Reads whole words, bits past the last qubit included, each into 64 separate flags."""
     return [
         tagged(READ, target_mask=WORD, target_offset=64 * word, read_flag=-250 + 64 * word)
         for word in range(len(model.bits))
@@ -103,7 +102,7 @@ def read_all_words(model: BitModel) -> list[Record]:
 
 
 def free_all_bits(model: BitModel) -> list[Record]:
-    """Frees every bit with the check, so that events tell which ones a gate had left at 1."""
+    """Frees every bit with the check, which queues an event for each bit that a gate left at 1."""
     return [
         tagged(FREE, target_mask=1 << bit, target_offset=64 * word, cond_mask=16, read_flag=bit)
         for word in range(len(model.bits))
@@ -112,7 +111,7 @@ def free_all_bits(model: BitModel) -> list[Record]:
 
 
 def drive(engine: ModuleType, rng: DrawnRandom) -> Pair:
-    """One filter's life: a reset as a rule, random calls, and a look at every bit at the end."""
+    """Runs one program: usually a reset, then random calls, then a read or free of every bit."""
     width = random_width(rng)
     source = RecordSource(rng, width)
     with open_pair(engine, debug=rng.random() < 0.9) as pair:
@@ -127,7 +126,7 @@ def drive(engine: ModuleType, rng: DrawnRandom) -> Pair:
 
 
 class Reached:
-    """Counts what a batch of programs comes to. They would test little if they failed at once."""
+    """Counts what the programs of a batch reach. Programs that fail at once would test little."""
 
     def __init__(self) -> None:
         self.failures: Counter[str] = Counter()

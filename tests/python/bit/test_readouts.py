@@ -1,4 +1,4 @@
-"""The bit state from outside: pull_state, peek_read_probability, postselect, and no push_state."""
+"""Access to the bit state: pull_state, peek_read_probability, postselect; push_state is refused."""
 
 from types import ModuleType
 
@@ -80,7 +80,7 @@ def test_without_a_register(
         (0b01100, 0b11111, 0.0),
         (0b00000, 0b10010, 1.0),
         (0b00010, 0b10010, 0.0),
-        (0b11111, 0b01101, 1.0),  # the value outside the mask does not count
+        (0b11111, 0b01101, 1.0),  # bits of the value outside the mask are ignored
         (0b00001, 0b00001, 1.0),
         (0b00000, 0b00001, 0.0),
         (0, 1 << 31, 1.0),

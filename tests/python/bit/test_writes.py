@@ -1,4 +1,4 @@
-"""Records that fix the value of qubits: write, clear and free with its check for 0."""
+"""Records that set qubits to a value: write, clear, and free with its check for 0."""
 
 from types import ModuleType
 
@@ -32,7 +32,7 @@ def codes(bits: BitFilter) -> list[int]:
         (0b1111, "11111010"),
         (0b0000, "00001010"),
         (0b0110, "01101010"),
-        (0b1010_0011, "11001010"),  # the value reaches the targets alone
+        (0b1010_0011, "11001010"),  # the value applies to the targets only
         (2**64 - 1, "11111010"),
     ],
 )
@@ -58,7 +58,7 @@ def test_the_value_word_has_an_offset_of_its_own(bits: BitFilter) -> None:
     bits.run(nb.reset(130))
     bits.run(rec(WRITE, target_mask=3, target_offset=64, cond_mask=2, cond_offset=64))
     assert bits.state() == "0" * 65 + "1" + "0" * 64
-    # A value for another word than the target's leaves the target's value 0.
+    # A value for another word leaves the value of the target's word at 0.
     bits.run(rec(WRITE, target_mask=3, target_offset=64, cond_mask=3, cond_offset=0))
     assert bits.state() == "0" * 130
 
@@ -198,7 +198,7 @@ def test_a_qubit_in_two_pairs_is_reported_once(eight: BitFilter) -> None:
         rec(EXTEND, target_mask=0b111),
         rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=4),
     )
-    # The second pair finds qubit 0 freed already, but qubit 2 still at 1.
+    # At the second mask, qubit 0 is already freed but qubit 2 is still 1.
     assert codes(eight) == [4, 4]
     eight.run(nb.x(0))
     eight.run(rec(EXTEND, target_mask=1), rec(FREE, target_mask=1, cond_mask=CHECK, read_flag=4))

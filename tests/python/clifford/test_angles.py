@@ -1,4 +1,4 @@
-"""Phase and rz records on the Clifford filter: three angles act, all others are refused."""
+"""Phase and rz on the Clifford filter: three angles are carried out, all others are refused."""
 
 import math
 from types import ModuleType
@@ -39,7 +39,7 @@ def test_angles_that_act(engine: ModuleType, low: int, angle: float) -> None:
 def test_angles_that_are_refused(engine: ModuleType, low: int, angle: float) -> None:
     with open_clifford(engine, 3) as filter_:
         filter_.fails(TEXTS[low], rec(low, target_mask=0b010, angle=angle))
-        # Whatever the rest of the record holds.
+        # For any other words of the record.
         filter_.fails(TEXTS[low], rec(low, angle=angle, cond_flag=-1))
         filter_.fails(TEXTS[low], rec(low, target_mask=1 << 60, cond_mask=7, angle=angle))
         assert changes(filter_) == {}

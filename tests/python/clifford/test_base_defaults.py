@@ -1,4 +1,4 @@
-"""What the Clifford filter answers to the calls for which it has nothing of its own."""
+"""Calls that the Clifford filter does not implement: the answers of the base class."""
 
 from collections.abc import Iterator
 from types import ModuleType
@@ -15,7 +15,7 @@ AMPLITUDES = np.full(4, 0.5, dtype=np.complex128)
 
 @pytest.fixture(params=["no register", "two qubits"])
 def filter_(request: pytest.FixtureRequest, engine: ModuleType) -> Iterator[CliffordFilter]:
-    """The defaults look at nothing, so a register makes no difference to them."""
+    """The base class has no state, so its answers do not depend on a register."""
     with open_clifford(engine, None if request.param == "no register" else 2) as driver:
         if request.param == "two qubits":
             driver.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))

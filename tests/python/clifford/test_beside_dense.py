@@ -1,8 +1,7 @@
-"""The same random programs on the Clifford and the dense filter, whose outcomes are as likely.
+"""Random programs on the Clifford and the dense filter: all outcomes have the same probability.
 
-Left out is the Z with conditions, which here does without part of its sign. Each filter draws a
-measurement in its own way, so what is measured is made certain beforehand: both states are
-projected on one outcome.
+The controlled Z is left out, because the Clifford filter's lacks part of its sign. The filters draw
+outcomes differently, so both states are projected on one outcome before each measurement.
 """
 
 import random
@@ -39,10 +38,10 @@ GATES = (
 
 
 class Both(DenseAnd[CliffordFilter]):
-    """A dense and a Clifford filter, looked at one qubit at a time."""
+    """A dense and a Clifford filter that run the same program."""
 
     def probability(self, qubit: int, value: int) -> float:
-        """How likely the qubit reads as this value, after both have said the same."""
+        """The probability of this value of the qubit. Both filters must agree on it."""
         arguments = value << qubit, 1 << qubit, 0.0
         found = self.other.probability(*arguments)
         assert found in (0.0, 0.5, 1.0)
@@ -51,7 +50,7 @@ class Both(DenseAnd[CliffordFilter]):
         return found
 
     def settle(self, rng: random.Random, qubit: int) -> int:
-        """Projects both states on a value that the qubit may well have; answers that."""
+        """Projects both states on a probable value of the qubit and returns the value."""
         value = rng.getrandbits(1)
         if self.probability(qubit, value) == 0.0:
             self.other.call_fails(NO_MATCH, "postselect", value << qubit, 1 << qubit)
@@ -62,7 +61,7 @@ class Both(DenseAnd[CliffordFilter]):
         return value
 
     def compare(self, rng: random.Random) -> None:
-        """Compares each qubit alone, then all of them together along one likely way."""
+        """Compares the probability of each qubit, then of one probable outcome of all qubits."""
         qubits = rng.sample(range(self.num_qubits), self.num_qubits)
         for qubit in qubits:
             self.probability(qubit, rng.getrandbits(1))
@@ -106,7 +105,7 @@ def product(rng: random.Random, num_qubits: int, low: int, **words: int | float)
 
 
 def measure(rng: random.Random, both: Both) -> None:
-    """Reads, writes or clears a qubit whose value is certain, and knows what comes out."""
+    """Reads, writes or clears a qubit with a certain value, and checks the result."""
     qubit, flag = rng.randrange(both.num_qubits), rng.choice((-1, 1)) * rng.randint(2, 50)
     value = both.settle(rng, qubit)
     low = rng.choice((opcodes.READ, opcodes.READ, opcodes.WRITE, opcodes.CLEAR, opcodes.FREE))
@@ -155,12 +154,12 @@ def compare_run(engine: ModuleType, rng: DrawnRandom, num_qubits: int) -> None:
 
 @pytest.mark.parametrize("num_qubits", range(1, 9))
 def test_runs_of_gates(engine: ModuleType, num_qubits: int) -> None:
-    """Many gates in one call, with no look between them."""
+    """Many gates in one call, with no comparison between them."""
     check_programs(lambda rng: compare_run(engine, rng, num_qubits), PROGRAMS_EACH, num_qubits)
 
 
 def test_the_programs_reach_every_probability(engine: ModuleType) -> None:
-    """The comparisons would be worth little if most outcomes were certain."""
+    """If most outcomes were certain, the comparisons would test little."""
     found = {0.0: 0, 0.5: 0, 1.0: 0}
 
     def count(rng: DrawnRandom) -> None:

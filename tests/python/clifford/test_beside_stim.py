@@ -13,14 +13,14 @@ from programs.drawn import DrawnRandom, check_programs
 from support.clifford import CliffordFilter, open_clifford
 from support.stim_states import canonical, canonical_of, stim, tableau_of
 
-# Those of more than 64 qubits fill whole words, so that the printed text has every qubit.
+# Above 64 qubits only multiples of 64: then the printed text shows every qubit.
 WIDTHS = [1, 2, 3, 5, 8, 63, 64, 128]
 LETTERS = "_XZY"
 EXPECTATIONS = {0: 0.5, 1: 1.0, -1: 0.0}  # of a Z, with the probability to read a 0
 
 
 class Beside:
-    """A filter and stim's simulator, which makes the measurements that the filter has drawn."""
+    """A filter and stim's simulator. The filter draws outcomes; stim projects on the same ones."""
 
     def __init__(self, filter_: CliffordFilter, num_qubits: int) -> None:
         self.filter = filter_
@@ -34,13 +34,13 @@ class Beside:
             self.stim.do(stim.CircuitInstruction(name, targets))
 
     def follow(self, product: Any, outcome: int) -> None:
-        """Gives stim the outcome that the filter's measurement had, which must be possible."""
+        """Projects stim's state on the filter's outcome, which must be possible."""
         expectation = self.stim.peek_observable_expectation(product)
         assert expectation in (0, 1 - 2 * outcome), f"{product} gave {outcome}"
         self.stim.postselect_observable(product, desired_value=bool(outcome))
 
     def compare_rows(self) -> None:
-        """Compares the images of all X and Z. Measurements choose other rows of the same state."""
+        """Compares the images of all X and Z. Not after measurements, which choose other rows."""
         images = self.stim.current_inverse_tableau().inverse()
         found = tableau_of(self.filter)
         qubits = range(self.num_qubits)
@@ -87,7 +87,7 @@ def random_product(rng: DrawnRandom, num_qubits: int) -> tuple[list[int], list[i
 
 
 def rotation(rng: DrawnRandom, both: Beside) -> None:
-    """An angle of 45 degrees is the root of the product, and stim has roots only."""
+    """Stim has only square roots of products. A rotation by 45 degrees is one of them."""
     xs, zs, product = random_product(rng, both.num_qubits)
     eighths = rng.randint(-4, 4)
     both.filter.run(nb.ppr(45.0 * eighths, xs, zs))

@@ -1,4 +1,4 @@
-"""X and Z with conditions on the Clifford filter: which are taken, and what they do."""
+"""Controlled X and Z on the Clifford filter: which controls are accepted, and their effect."""
 
 from types import ModuleType
 
@@ -131,7 +131,7 @@ def test_z_without_masks_of_its_own(engine: ModuleType) -> None:
 def test_an_extended_target_makes_two_conditions_too_many(engine: ModuleType) -> None:
     with open_clifford(engine, 3) as filter_:
         filter_.fails(Z_TEXT, rec(EXTEND, target_mask=0b100), rec(Z, cond_mask=0b011))
-        # The failed record has taken the extension.
+        # The failed record has used up the extension.
         filter_.run(rec(Z, cond_mask=0b011))
         assert changes(filter_) == {"X0": "+X0 Z1", "X1": "+Z0 X1"}
 
@@ -142,5 +142,5 @@ def test_a_condition_that_is_its_own_target(engine: ModuleType) -> None:
         filter_.run(rec(Z, target_mask=1, cond_mask=1))
         assert changes(filter_) == {"X0": "+Y0"}
         filter_.run(rec(X, target_mask=1, cond_mask=1))
-        # Both bits go, and a Y turns the sign.
+        # Both bits are cleared, and a Y flips the sign.
         assert changes(filter_) == {"X0": "-1", "Z0": "+1"}

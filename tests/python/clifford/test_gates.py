@@ -1,4 +1,4 @@
-"""Gates of one qubit on the Clifford filter: what they do to each letter, and what they refuse."""
+"""Gates of one qubit on the Clifford filter: their effect on each letter, and their refusals."""
 
 from types import ModuleType
 
@@ -10,7 +10,7 @@ from support.clifford import open_clifford
 from support.clifford_rows import changes
 from support.driver import rec
 
-# What each gate makes of a qubit's X, Y and Z.
+# The image of X, Y and Z under each gate.
 IMAGES = {
     X: ("+X1", "-Y1", "-Z1"),
     Y: ("-X1", "+Y1", "-Z1"),
@@ -31,7 +31,7 @@ refusals = pytest.mark.parametrize(("low", "text"), REFUSALS)
 
 
 def differing(expected: dict[str, str]) -> dict[str, str]:
-    """Without the rows that stay as they are."""
+    """The rows that a gate changes."""
     return {row: image for row, image in expected.items() if image != f"+{row}"}
 
 
@@ -103,7 +103,7 @@ def test_a_condition_mask_is_refused(engine: ModuleType, low: int, text: str) ->
         for mask in (1, 0b110, 1 << 63):
             filter_.fails(text, rec(low, target_mask=0b010, cond_mask=mask))
         filter_.fails(text, rec(low, cond_mask=1))
-        # Before a look at its qubits, and with all of them negated too.
+        # The refusal comes before the qubits are checked, also if all controls are negated.
         filter_.fails(text, rec(low, target_mask=0b1000, cond_mask=1, cond_neg_mask=1))
         assert changes(filter_) == {}
 

@@ -1,4 +1,4 @@
-"""What the Clifford filter does with every opcode: act, pass over, refuse, or not know it."""
+"""Every opcode on the Clifford filter: carried out, ignored, refused or unknown."""
 
 from types import ModuleType
 from typing import Any
@@ -10,14 +10,21 @@ import pytest
 from models.opcodes import (
     CALLBACK,
     CLEAR,
+    CLOSE_EVENT,
+    CLOSE_EVENT_2,
     EXTEND,
     FLAG_NAND,
     FREE,
     JUMP_BACK,
+    JUMP_FWD,
+    LABEL,
+    OPEN_EVENT,
+    OPEN_EVENT_2,
     PHASE,
     PPM,
     PPR,
     READ,
+    RESET,
     RZ,
     S_INV,
     SWAP,
@@ -56,8 +63,8 @@ REFUSED = {
 }
 NEED_A_REGISTER = {X, Y, H, READ, WRITE, SWAP, PPR, PPM, S, Z, S_INV, CLEAR, FREE}
 BY_ANGLE = {PHASE, RZ}
-NEED_NONE = {0x10000001, FLAG_NAND, EXTEND, 0x10000112, 0x10000212, 0x10004112, 0x10004212}
-STEERING = {0x10000216, 0x10000316, 0x10000516}
+NEED_NONE = {RESET, FLAG_NAND, EXTEND, OPEN_EVENT, OPEN_EVENT_2, CLOSE_EVENT, CLOSE_EVENT_2}
+STEERING = {JUMP_FWD, LABEL, JUMP_BACK}
 
 refused = pytest.mark.parametrize(
     ("low", "text"),

@@ -1,4 +1,4 @@
-"""Records of the Clifford filter that name a qubit which the register does not have."""
+"""Records of the Clifford filter that name a qubit outside the register."""
 
 import math
 from types import ModuleType
@@ -80,7 +80,7 @@ def test_a_far_target_outside(engine: ModuleType, low: int, words: dict[str, Any
         expect_refused(filter_, far, rec(low, target_mask=0b100, target_offset=2**63, **words))
         last = 2**64 - 1
         expect_refused(filter_, last, rec(low, target_mask=1, target_offset=last, **words))
-        # Not even where the low half of the number is a qubit.
+        # Also if the low half of the number is a valid qubit.
         expect_refused(filter_, 2**32, rec(low, target_mask=1, target_offset=2**32, **words))
 
 
@@ -97,7 +97,7 @@ def test_an_extended_target_outside(engine: ModuleType, low: int, words: dict[st
     far = rec(EXTEND, target_mask=0b110, target_offset=68)
     with open_clifford(engine, 70) as filter_:
         expect_refused(filter_, 70, far, rec(low, target_mask=1, **words))
-        # The refused record has taken the extension.
+        # The refused record has used up the extension.
         filter_.run(rec(X, target_mask=0b10))
         assert filter_.probability(0b10, 0b10) == 1.0
         filter_.run(rec(READ, target_mask=1, target_offset=69, read_flag=9))
@@ -139,7 +139,7 @@ def test_a_condition_outside(engine: ModuleType, low: int, words: dict[str, Any]
         expect_refused(filter_, 3, rec(low, cond_mask=0b1000, **words))
         far = {"target_mask": 1, "cond_mask": 1, "cond_offset": 2**40, **words}
         expect_refused(filter_, 2**40, rec(low, **far))
-        # Targets come before conditions.
+        # Targets are checked before controls.
         expect_refused(filter_, 4, rec(low, target_mask=0b10000, cond_mask=0b1000, **words))
 
 
@@ -178,7 +178,7 @@ def test_the_pivot_comes_before_the_letters(engine: ModuleType, low: int) -> Non
         expect_refused(filter_, 11, rec(low, **words))
         words = {"target_mask": 0b1000, "target_offset": 9, "angle": 45.0}
         expect_refused(filter_, 3, rec(low, **words))
-        # The letter itself is qubit 0.
+        # The letter is on qubit 0.
         words = {"target_mask": 1 << 5, "target_offset": 2**64 - 5, "angle": 45.0}
         expect_refused(filter_, 5, rec(low, **words))
 
@@ -189,7 +189,7 @@ def test_a_product_is_refused_before_its_angle(engine: ModuleType, angle: float)
         expect_refused(filter_, 3, rec(PPR, target_mask=0b1001, angle=angle))
 
 
-# What the gates refuse of themselves comes before it.
+# A refusal of the gate comes before that of the qubit.
 
 
 @pytest.mark.parametrize(
@@ -240,5 +240,5 @@ def test_a_mask_that_is_not_used_may_name_anything(engine: ModuleType) -> None:
         filter_.run(extension, rec(SWAP, target_mask=0b101))
         filter_.run(rec(PPR, angle=0.0, target_mask=8), rec(PPR, cond_mask=8, cond_flag=-1))
         filter_.run(rec(X, cond_neg_mask=2**64 - 1, target_mask=1))
-        filter_.run(extension)  # names no qubit of its own
+        filter_.run(extension)  # has no qubit in its own masks
         assert filter_.probability(1, 1) == 1.0

@@ -100,7 +100,7 @@ def test_a_postselected_bell_pair(engine: ModuleType, value: int) -> None:
         filter_.run(*BELL)
         assert changes(filter_) == {"Z0": "+X0 X1", "Z1": "+Z0 Z1", "X0": "+Z0"}
         filter_.postselect(value, 0b10)
-        # Generator 0 becomes its partner, and takes the X off partner 1.
+        # The old generator 0 becomes partner 0, and partner 1 is multiplied by it.
         expected = {"Z0": f"{sign}Z1", "Z1": "+Z0 Z1", "X0": "+X0 X1", "X1": "+X0"}
         assert changes(filter_) == expected
         assert filter_.probability(value >> 1, 1) == 1.0
@@ -128,7 +128,7 @@ def test_a_fixed_qubit_of_the_wrong_value_is_refused(engine: ModuleType) -> None
 
 def test_refused_postselections(engine: ModuleType) -> None:
     with open_clifford(engine) as filter_:
-        # No mask is found before a missing register, several qubits after it.
+        # A missing mask is reported before a missing register, several qubits after it.
         filter_.call_fails(NO_POSTSELECT_MASK, "postselect", 1, 0)
         filter_.call_fails(NO_REGISTER, "postselect", 0, 1)
         filter_.call_fails(NO_REGISTER, "postselect", 0, 3)

@@ -12,7 +12,7 @@ from support.driver import raises_engine_error, rec
 
 
 def lines(filter_: CliffordFilter) -> tuple[list[str], str, list[str]]:
-    """Destabilizers, the line between, and generators."""
+    """The destabilizers, the separating line, and the generators."""
     text = filter_.tableau()
     assert text.endswith("\n")
     rows = text.split("\n")[:-1]
@@ -45,7 +45,7 @@ def test_phases_and_both_parts(engine: ModuleType) -> None:
 
 
 def column(filter_: CliffordFilter, num_qubits: int, qubit: int) -> int | None:
-    """Where the qubit's bit stands in either part of a row; None if it stands nowhere."""
+    """The column of the qubit in both parts of a row, or None if the text does not show it."""
     partners, _, generators = lines(filter_)
     zeros = "0" * num_qubits
     partner, generator = partners[qubit], generators[qubit]
@@ -74,7 +74,7 @@ def test_up_to_64_qubits_the_highest_stands_first(engine: ModuleType, num_qubits
         (66, {0: 1, 1: 0, 2: None, 63: None, 64: 65, 65: 64}),
         (70, {0: 5, 5: 0, 6: None, 63: None, 64: 69, 69: 64}),
         (127, {0: 62, 62: 0, 63: None, 64: 126, 126: 64}),
-        # Whole words: none is printed short.
+        # Whole words: no word is shortened.
         (128, {0: 63, 63: 0, 64: 127, 127: 64}),
         (130, {0: 1, 1: 0, 2: None, 63: None, 64: 65, 127: 2, 128: 129, 129: 128}),
         (192, {0: 63, 64: 127, 128: 191, 191: 128}),
@@ -107,7 +107,7 @@ def test_a_look_changes_nothing(engine: ModuleType) -> None:
     with open_clifford(engine, 2) as filter_:
         filter_.run(rec(H, target_mask=1), rec(X, target_mask=2, cond_mask=1))
         first = filter_.tableau()
-        assert filter_.tableau() == first  # and the text does not pile up
+        assert filter_.tableau() == first  # a second call returns only the new text
         filter_.run(rec(READ, target_mask=1, read_flag=5), rec(READ, target_mask=2, read_flag=6))
         assert filter_.flag(5) == filter_.flag(6)
 

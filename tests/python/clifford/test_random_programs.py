@@ -1,4 +1,4 @@
-"""Thousands of random programs on the Clifford filter and on a plain model, compared as printed."""
+"""Random programs on the Clifford filter and on a plain model, compared as printed."""
 
 import random
 import re
@@ -16,12 +16,12 @@ from programs.drawn import DrawnRandom, check_programs
 from support.clifford_pair import CliffordPair, open_clifford_pair
 
 BATCHES = 4
-PROGRAMS_EACH = 375
+PROGRAMS_EACH = 300
 MAX_EXTRA_ROWS = 40  # beyond the width; a tableau only ever grows
 
 
 def peek_or_project(rng: DrawnRandom, pair: CliffordPair) -> None:
-    """A call that names one qubit as a rule, and otherwise none, several or one too high."""
+    """Peeks or postselects, usually one qubit; sometimes none, several or one outside."""
     bit = 1 << rng.randrange(min(max(pair.num_qubits, 1), 32))
     mask = rng.choice((*(bit,) * 20, 0, 3, bit | 1, 1 << 31, 1 << rng.randrange(32)))
     value = rng.choice((0, mask, rng.getrandbits(32)))
@@ -32,19 +32,19 @@ def peek_or_project(rng: DrawnRandom, pair: CliffordPair) -> None:
 
 
 def close_jump(pair: CliffordPair) -> Record:
-    """Ends a skip that is still going on."""
+    """Ends an open jump."""
     return tagged(LABEL, target_mask=pair.model.open_label)
 
 
 def follow(source: CliffordSource, pair: CliffordPair) -> None:
-    """Begins anew with a tableau that has grown long, and tells the source of a new width."""
+    """Resets a tableau with many rows, and tells the source the current width."""
     if pair.num_rows > pair.num_qubits + MAX_EXTRA_ROWS:
         pair.run([close_jump(pair), tagged(RESET, target_mask=random_width(source.rng))])
     source.num_qubits = pair.num_qubits
 
 
 def drive(rng: DrawnRandom, pair: CliffordPair) -> None:
-    """One filter's life: a reset as a rule, then records and calls, each looked at."""
+    """Runs one program: usually a reset, then records and calls with a comparison after each."""
     source = CliffordSource(rng, random_width(rng))
     if rng.random() < 0.97:
         pair.run([tagged(RESET, target_mask=source.num_qubits)])
@@ -60,7 +60,7 @@ def drive(rng: DrawnRandom, pair: CliffordPair) -> None:
 
 
 class Reached:
-    """Counts what the programs of a batch come to."""
+    """Counts what the programs of a batch reach."""
 
     def __init__(self) -> None:
         self.failures: Counter[str] = Counter()
@@ -107,12 +107,12 @@ def compare_with_few_looks(engine: ModuleType, rng: DrawnRandom) -> None:
 
 
 def test_looks_far_apart(engine: ModuleType) -> None:
-    """Measurements between gates of one call: none of them may see gates that still wait."""
+    """A measurement between gates of one call must see the effect of all gates before it."""
     check_programs(lambda rng: compare_with_few_looks(engine, rng), 250)
 
 
 def erase_a_qubit(rng: DrawnRandom, pair: CliffordPair, source: CliffordSource) -> None:
-    """Random gates, an X whose control is its target, then records and calls."""
+    """Runs random gates, an X whose control is its target, then records and calls."""
     width = pair.num_qubits
     pair.run(gate_run(rng, width, min(2 * width, 50)))
     erased = rng.randrange(width)
@@ -124,7 +124,7 @@ def erase_a_qubit(rng: DrawnRandom, pair: CliffordPair, source: CliffordSource) 
 
 
 def test_controls_that_are_their_targets(engine: ModuleType) -> None:
-    """Such a gate erases a qubit: generators may then not commute, and measuring adds new ones."""
+    """Such a gate erases a qubit. Generators may then anticommute, and measurements add rows."""
     found: Counter[str] = Counter()
 
     def compare(rng: DrawnRandom) -> None:
@@ -143,7 +143,7 @@ def test_controls_that_are_their_targets(engine: ModuleType) -> None:
 
 @pytest.mark.parametrize("width", [*WIDTHS, 4, 5, 8, 13, 21, 34, 47, 100, 192])
 def test_long_runs_of_gates(engine: ModuleType, rng: random.Random, width: int) -> None:
-    """Gates that wait together reach the rows in another way than a few do."""
+    """Many queued gates are applied by another path than a few."""
     with open_clifford_pair(engine, width) as pair:
         for length in (10, 100, 1000):
             assert pair.run(gate_run(rng, width, length)) is None

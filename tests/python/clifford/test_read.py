@@ -1,4 +1,4 @@
-"""Reads on the Clifford filter: outcomes, flag numbers, and what is left of the register."""
+"""Reads on the Clifford filter: outcomes, flag numbers, and the state afterwards."""
 
 from types import ModuleType
 
@@ -43,7 +43,7 @@ def test_read_flag_0_stores_nothing(engine: ModuleType) -> None:
         run_ones(filter_, 0b1111)
         filter_.run(rec(READ, target_mask=0b1111))
         assert filter_.flags(2, 32) == 0
-        assert filter_.flag(-2) == 0  # the table has not grown
+        assert filter_.flag(-2) == 0  # no flag was stored
 
 
 def test_a_negative_run_stores_inverses_and_ends_at_0(engine: ModuleType) -> None:

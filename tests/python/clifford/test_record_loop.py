@@ -1,4 +1,4 @@
-"""The record loop of the Clifford filter: control flow, extensions, and what failures leave."""
+"""The record loop of the Clifford filter: control flow, extensions, state after failures."""
 
 from types import ModuleType
 from typing import Any
@@ -7,7 +7,21 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import EXTEND, JUMP_FWD, LABEL, PPR, READ, WRITE, H, S, T, X
+from models.opcodes import (
+    EXTEND,
+    JUMP_FAMILY,
+    JUMP_FWD,
+    LABEL,
+    MARKER_10000000,
+    PPR,
+    READ,
+    WRITE,
+    Z_NOP,
+    H,
+    S,
+    T,
+    X,
+)
 from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.clifford_rows import changes
@@ -22,7 +36,7 @@ from support.record_loop_programs import (
 )
 
 QUBITS = 3
-# The state-vector filters' own refusal of extensions is not this filter's.
+# Only the state-vector filters refuse extensions.
 SHARED_FAILURES = [(bad, text) for bad, text in FAILURES if "qc.extend" not in text]
 
 
@@ -59,7 +73,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_clifford(engine, QUBITS) as filter_:
-        # It stays open over what would fail or size the register anew.
+        # A jump skips records that would fail or resize the register.
         skip_to_a_label(filter_, nb.reset(64), rec(0x07), rec(T))
         assert changes(filter_) == {"Z2": "-Z2"}
 
@@ -105,8 +119,8 @@ DROPPING = {
     "read-not-acting": rec(READ, target_mask=2, cond_flag=-1),
     "write-not-acting": rec(WRITE, target_mask=2, cond_flag=-1),
     "rotation-by-0": rec(PPR, target_mask=2),
-    "marker": rec(0x10000000),
-    "z-nop": rec(0x207),
+    "marker": rec(MARKER_10000000),
+    "z-nop": rec(Z_NOP),
     "open-event": nb.open_event(1),
     "close-event": nb.close_event(1),
     "flag-nand": nb.flag_nand(0, 0, 0),
@@ -115,7 +129,7 @@ DROPPING = {
 KEEPING = {
     "label": nb.label(3),
     "jump-not-taken": nb.jump_fwd(3, flag=-1),
-    "jump-family": rec(0x10000416),
+    "jump-family": rec(JUMP_FAMILY),
     "foreign-jump-family": nb.record(0x16),
     "jump-taken": nb.program(nb.jump_fwd(3), rec(X, target_mask=2), nb.label(3)),
     "another-extension": rec(EXTEND, target_mask=2, cond_flag=-1),

@@ -1,4 +1,4 @@
-"""Resets of the Clifford filter: what they make anew and what they leave."""
+"""Resets of the Clifford filter: what they change and what they keep."""
 
 from types import ModuleType
 
@@ -45,7 +45,7 @@ def test_gates_before_a_reset_in_the_same_call_are_gone(engine: ModuleType) -> N
 def test_a_reset_to_no_qubits(engine: ModuleType) -> None:
     with open_clifford(engine, 0) as filter_:
         assert filter_.tableau() == "---\n"
-        # There is a register: what names no qubit does nothing.
+        # With a register, a record without qubits does nothing.
         filter_.run(rec(X), rec(H), rec(READ, read_flag=5), rec(WRITE, cond_mask=1))
         assert filter_.tableau() == "---\n"
 

@@ -16,7 +16,7 @@ from support.pauli_records import ppr
 WRONG_ANGLE = "qc.ppr() angles must be multiples of pi/4 for Clifford sim."
 CONDITIONS = "qc.ppr() cannot have condition masks in the Clifford sim."
 
-# What becomes of an X when a product of one Z is rotated.
+# The image of X under a rotation about Z.
 NOTHING: dict[str, str] = {}
 S, Z, S_INV = {"X0": "+Y0"}, {"X0": "-X0"}, {"X0": "-Y0"}
 
@@ -102,7 +102,7 @@ def test_a_half_turn_changes_nothing(engine: ModuleType, angle: float) -> None:
 def test_a_refused_angle_leaves_the_product_folded(engine: ModuleType, angle: float) -> None:
     with open_clifford(engine, 2) as filter_:
         filter_.fails(WRONG_ANGLE, ppr(angle, 0b01, 0b10))
-        # X on qubit 0 has become a Z, which has taken in the Z on qubit 1.
+        # X on qubit 0 has become a Z and was multiplied by the Z on qubit 1.
         assert changes(filter_) == {"Z0": "+X0", "X0": "+Z0 Z1", "X1": "+X0 X1"}
 
 
@@ -174,7 +174,7 @@ def test_a_condition_that_holds(engine: ModuleType, flag: int) -> None:
         assert changes(filter_) == {"Z0": "-Z0"}
 
 
-# Where the letters stand.
+# Positions of the letters.
 
 
 @pytest.mark.parametrize(
@@ -182,7 +182,7 @@ def test_a_condition_that_holds(engine: ModuleType, flag: int) -> None:
     [
         ({"x": 1, "z": 1, "cond_offset": 64}, "Z0 X64"),
         ({"x": 1, "z": 1, "target_offset": 64}, "Z64 X0"),
-        # The offset of a mask of no bits is not looked at.
+        # The offset of an empty mask is ignored.
         ({"x": 2, "z": 0, "cond_offset": 2**63}, "Z1"),
         ({"x": 0, "z": 2, "target_offset": 2**63}, "X1"),
     ],
@@ -222,11 +222,11 @@ def extend(**words: int) -> np.ndarray:
 @pytest.mark.parametrize(
     ("records", "flipped"),
     [
-        # A mask for an offset that is there replaces the mask of its kind.
+        # A second mask with the same offset replaces the first mask of its kind.
         ([extend(target_mask=0b10), ppr(90.0, 1, 0)], "Z1"),
         ([extend(cond_mask=0b10), ppr(90.0, 0, 1)], "X1"),
         ([extend(target_mask=0b100), extend(target_mask=0b10), ppr(90.0, 1, 0)], "Z1"),
-        # Beside the mask of the other kind.
+        # The mask of the other kind stays.
         ([extend(cond_mask=1), ppr(90.0, 1, 0)], "Z0 X0"),
         ([extend(target_mask=1), ppr(90.0, 0, 1)], "Z0 X0"),
         ([extend(target_mask=0b10, cond_mask=0b11), ppr(90.0, 1, 1)], "X0 Z1 X1"),
@@ -241,9 +241,9 @@ def extend(**words: int) -> np.ndarray:
             ],
             "X0 Z64 X64 Z100 X101",
         ),
-        # The same qubit in two entries is folded twice: its Z, and then the Hadamard of its X.
+        # A qubit in two entries is folded twice: its Z, then the Hadamard of its X.
         ([extend(target_mask=1, target_offset=5), ppr(90.0, 0, 1 << 5)], "Z5"),
-        # A pivot that comes after the others: its Hadamard hides what it has taken in.
+        # The pivot comes last, so its Hadamard also acts on the parity gathered in it.
         ([extend(target_mask=1), ppr(90.0, 1, 0, target_offset=64)], "Z0"),
     ],
 )

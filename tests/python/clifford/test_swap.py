@@ -1,4 +1,4 @@
-"""Swaps on the Clifford filter: two targets, wherever their masks lie."""
+"""Swaps on the Clifford filter: two targets in any masks."""
 
 from types import ModuleType
 

@@ -26,7 +26,7 @@ def ones(filter_: CliffordFilter) -> set[int]:
         (0b1111, {0, 1, 2, 3, 5}),
         (0b0000, {5}),
         (0b0110, {1, 2, 5}),
-        (0b1010_0011, {0, 1, 5}),  # the value reaches the targets alone
+        (0b1010_0011, {0, 1, 5}),  # the value applies to the targets only
         (2**64 - 1, {0, 1, 2, 3, 5}),
     ],
 )
@@ -66,7 +66,7 @@ def test_a_drawn_outcome_is_stored_and_then_corrected(engine: ModuleType, value:
             filter_.run(rec(WRITE, target_mask=1, cond_mask=value, read_flag=5))
             outcome = filter_.flag(5)
             filter_.run(rec(READ, target_mask=0b11, read_flag=6))
-            # The partner keeps what was measured.
+            # The partner keeps the measured row.
             assert filter_.flags(6, 2) == value | outcome << 1
             seen.add(outcome)
     assert seen == {0, 1}
@@ -91,7 +91,7 @@ def test_the_value_has_an_offset_of_its_own(engine: ModuleType) -> None:
         words = {"target_mask": 0b111, "target_offset": 64, "cond_offset": 62}
         filter_.run(rec(WRITE, cond_mask=0b10100, **words))
         assert ones(filter_) == {64, 66}
-        # A value that begins above a qubit, or ends below it, wants 0 there.
+        # A qubit below or above the bits of the value is written to 0.
         words["cond_offset"] = 65
         filter_.run(rec(WRITE, cond_mask=0b111, **words))
         assert ones(filter_) == {65, 66}
@@ -117,7 +117,7 @@ def test_values_by_extension_alone(engine: ModuleType) -> None:
     with open_clifford(engine, 4) as filter_:
         filter_.run(rec(EXTEND, cond_mask=0b0101), rec(WRITE, target_mask=0b1111))
         assert ones(filter_) == {0, 2}
-        # The record's own value of 0 has no say even at the same offset, any other value has.
+        # A value of 0 in the record is ignored even at the same offset; any other value is used.
         filter_.run(rec(EXTEND, cond_mask=0b0101), rec(WRITE, target_mask=0b1111, cond_mask=2))
         assert ones(filter_) == {1}
 

@@ -43,7 +43,7 @@ qubits = st.integers(0, 400)
 
 @st.composite
 def operands(draw: st.DrawFn) -> tuple[list[int], list[int], list[int]]:
-    """Targets, controls and zero-controls, all different, in any order and any words."""
+    """Targets, controls and negated controls, all different, in any order and any words."""
     chosen = draw(st.lists(qubits, min_size=1, max_size=14, unique=True))
     cuts = sorted(draw(st.tuples(*[st.integers(1, len(chosen))] * 2)))
     return chosen[: cuts[0]], chosen[cuts[0] : cuts[1]], chosen[cuts[1] :]
@@ -332,7 +332,7 @@ def test_a_pauli_product_is_not_empty(name: str) -> None:
 @pytest.mark.parametrize("name", ["ppr", "ppm"])
 def test_a_pauli_product_lays_further_words_into_extensions(name: str) -> None:
     build = PAULI_BUILDERS[name]
-    # The lowest word always lies in the record itself, be it empty of one kind of letter.
+    # The record itself always has the lowest word, even if one of its masks is empty.
     *extensions, own = (part.reshape(1) for part in build([200, 70, 128], [3, 70]))
     assert equal(own, build([], [3]))
     expected = [

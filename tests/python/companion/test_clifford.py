@@ -53,7 +53,7 @@ def test_a_new_register_is_stabilized_by_z(sim: CliffordSimulator) -> None:
 
 
 def test_qubit_0_stands_first_and_the_sign_before_it(sim: CliffordSimulator) -> None:
-    # X0 Z1 Y3, with a minus, as a single generator: qubit 3 gathers it and is turned back.
+    # The generator -X0 Z1 Y3: gates fold it onto qubit 3 and back.
     sim.run(nb.reset(4), nb.ppm([0, 3], [1, 3], FIRST_FLAG))
     sign = "-" if sim.flags(FIRST_FLAG, 1) else "+"
     assert f"{sign}XZ_Y" in sim.generators()

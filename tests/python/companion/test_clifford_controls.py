@@ -49,7 +49,7 @@ NEGATED: dict[str, Builder] = {
     "phase": lambda: nb.phase(180.0, 1, zeros=0),
     "rz": lambda: nb.rz(180.0, 1, zeros=0),
 }
-# The engine names these itself.
+# The engine reports these itself.
 REFUSED_BY_THE_ENGINE: dict[str, tuple[Builder, str]] = {
     "z, two controls": (
         lambda: nb.z(2, controls=[0, 1]),

@@ -15,6 +15,8 @@ from nimbrel import DenseSimulator, Simulator
 from nimbrel.amplitudes import Amplitudes
 from nimbrel.sampling import draw_terms
 
+from models.wire import gathered
+
 NO_REGISTER = r"^Error: Simulated state vector data is requested, but not present\."
 SQRT_HALF = np.sqrt(0.5)
 
@@ -57,11 +59,6 @@ def fill(sim: DenseSimulator, num_qubits: int, seed: int = 1) -> Amplitudes:
     return state
 
 
-def bits_of(index: int, qubits: list[int]) -> int:
-    """The bits of an index at some qubits, the first one lowest."""
-    return sum((index >> qubit & 1) << place for place, qubit in enumerate(qubits))
-
-
 @pytest.mark.parametrize("num_qubits", [1, 2, 5, 13])
 def test_a_state_comes_back_as_it_was_pushed(sim: DenseSimulator, num_qubits: int) -> None:
     state = fill(sim, num_qubits)
@@ -86,7 +83,7 @@ def test_qubit_0_is_the_least_significant(sim: DenseSimulator) -> None:
 def test_the_size_is_that_of_the_register_and_not_of_the_last_reset_seen(
     sim: DenseSimulator,
 ) -> None:
-    # A jump may pass over a reset, and a failing record may keep it from being reached.
+    # A jump may skip a reset, and a failing record may prevent it.
     sim.run(nb.reset(2), nb.jump_fwd(7), nb.reset(9), nb.label(7))
     assert sim.state().shape == (4,)
     with pytest.raises(RuntimeError, match=r"^qc\.extend has not been implemented"):
@@ -122,7 +119,7 @@ def test_some_qubits_can_be_pushed(sim: DenseSimulator, qubits: list[int]) -> No
     sim.push_state(part, qubits)
     found, entangled = sim.state_of(qubits)
     assert not entangled
-    # The others are a factor of their own, which holds its part of the norm and a phase.
+    # The other qubits are a factor with its own norm and phase.
     factor = found[0] / part[0]
     np.testing.assert_allclose(found, factor * part, atol=1e-14)
 
@@ -176,7 +173,7 @@ def test_probabilities_sum_up_the_terms(qubits: list[int], seed: int) -> None:
         state = fill(sim, 5, seed)
         expected = np.zeros(1 << len(qubits))
         for index, amplitude in enumerate(state):
-            expected[bits_of(index, qubits)] += abs(amplitude) ** 2
+            expected[gathered(index, qubits)] += abs(amplitude) ** 2
         found = sim.probabilities(qubits)
         assert found.dtype == np.float64
         np.testing.assert_allclose(found, expected, atol=1e-14)
@@ -277,7 +274,7 @@ def test_a_seed_fixes_the_samples(sim: DenseSimulator) -> None:
 def test_samples_of_qubits_are_bits_of_samples(sim: DenseSimulator) -> None:
     fill(sim, 5)
     qubits = [3, 0, 4]
-    expected = [bits_of(index, qubits) for index in sim.sample(200, seed=3).tolist()]
+    expected = [gathered(index, qubits) for index in sim.sample(200, seed=3).tolist()]
     assert sim.sample(200, qubits, seed=3).tolist() == expected
 
 

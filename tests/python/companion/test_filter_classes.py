@@ -1,4 +1,4 @@
-"""`Simulator` by a type name is the class of that filter type, and lacks the others' operations."""
+"""`Simulator(type)` has the class of that filter type, which lacks operations of other types."""
 
 from __future__ import annotations
 
@@ -28,7 +28,7 @@ CLASSES: dict[str, type[Simulator]] = {
     "StreamCliffordQPU": CliffordSimulator,
     "StreamConnect": RemoteSimulator,
 }
-# The filter types that have each operation which not all of them have.
+# For each operation that not all filter types have: the types that have it.
 DENSE, SPARSE, BIT, CLIFFORD, CONNECT = CLASSES
 OWNERS: dict[str, tuple[str, ...]] = {
     **dict.fromkeys(["terms", "push_state", "check_state", "biggest"], (DENSE, SPARSE)),
@@ -98,7 +98,7 @@ def test_a_name_that_no_filter_has_is_pythons_own_error(name: str) -> None:
 
 
 class Counting(DenseSimulator):
-    """A subclass with arguments of its own."""
+    """A subclass with additional arguments."""
 
     def __init__(self, num_qubits: int) -> None:
         super().__init__(max_num_threads=1)

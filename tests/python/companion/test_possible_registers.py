@@ -58,7 +58,7 @@ def test_a_skipped_smaller_reset_leaves_the_larger_register(count: int) -> None:
 def test_a_label_ends_its_own_jump_only(count: int) -> None:
     with nb.Simulator(BIT) as sim:
         sim.run(nb.reset(5))
-        # The jump to 7 may be open at the reset, whatever comes of the one to 8.
+        # The jump to 7 may be open at the reset, with or without the jump to 8.
         sim.run(
             nb.jump_fwd(7), nb.jump_fwd(8), filler(count), nb.label(8), nb.reset(2), nb.label(7)
         )
@@ -155,7 +155,7 @@ State = tuple[int, int]
 
 
 def states_after(state: State, row: tuple[int, ...]) -> set[State]:
-    """What one record may make of one state, whatever the read flags are."""
+    """The states that may follow one state after one record, for any read flags."""
     size, label = state
     opcode, operand, flag = row[0], row[1], row[4]
     if opcode == nb.Opcode.LABEL and operand == label:

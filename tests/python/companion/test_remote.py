@@ -1,4 +1,4 @@
-"""The companion's connection: what it refuses, what it sends, and how a missing reply shows."""
+"""The companion's connection: its refusals, the records sent, and the error of a missing reply."""
 
 from __future__ import annotations
 
@@ -44,11 +44,11 @@ class Pair(NamedTuple):
         self.peer.ask("accept")
 
     def prepare(self, *replies: bytes) -> None:
-        """Has the peer send each of these as soon as the one before has been read."""
+        """Lets the peer send each of these as soon as the previous one has been read."""
         self.peer.start("play", 0, list(replies), "")
 
     def sent(self) -> nb.RecordArray:
-        """All that the peer has been sent, after the connection's end."""
+        """Everything that the peer received until the connection ended."""
         self.sim.disconnect()
         return np.frombuffer(self.peer.ask("receive_rest"), dtype=nb.QPU_OP)
 
@@ -65,7 +65,7 @@ def pair() -> Iterator[Pair]:
 
 @pytest.fixture
 def free_port() -> int:
-    """A port that nothing listens on."""
+    """A port without a listener."""
     with socket.socket() as listener:
         listener.bind((LOOPBACK, 0))
         port: int = listener.getsockname()[1]
@@ -73,7 +73,7 @@ def free_port() -> int:
 
 
 def numbered(count: int, first: int = 0) -> nb.RecordArray:
-    """Records that can be told apart."""
+    """Distinguishable records."""
     records = np.zeros(count, dtype=nb.QPU_OP)
     records["opcode"] = Opcode.X
     records["target_mask"] = np.arange(first, first + count)
@@ -319,7 +319,7 @@ def test_a_new_connection_has_nothing_under_way(pair: Pair) -> None:
 
 
 def test_a_window_of_the_default_is_taken_whole_by_a_new_connection() -> None:
-    """By a peer that reads nothing until all is written, and has little room."""
+    """The peer has small buffers and reads nothing until everything is written."""
     peer = Peer(receive_buffer=4096)
     try:
         with Simulator("StreamConnect") as sim:
@@ -343,7 +343,7 @@ def test_an_operation_that_would_be_torn_is_refused(pair: Pair) -> None:
 
 
 class Clock:
-    """A clock that stands still but for what a test adds to it."""
+    """A clock that only the test advances."""
 
     def __init__(self) -> None:
         self.system = self.steady = 10**18
@@ -394,7 +394,7 @@ OPERATIONS = st.lists(
 
 
 def made_of(operations: list[tuple[int, Opcode]]) -> nb.RecordArray:
-    """Records that can be told apart: each operation behind so many extension records."""
+    """Distinguishable records: each operation follows so many extension records."""
     opcodes = [each for count, last in operations for each in [Opcode.EXTEND] * count + [last]]
     records = numbered(len(opcodes), first=1)
     records["opcode"] = opcodes

@@ -1,4 +1,4 @@
-"""What `Simulator.run` refuses when other threads or exceptions come between its steps."""
+"""What `Simulator.run` refuses when other threads or exceptions interrupt its steps."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ from support.program_check import BIT, outside, refused
 
 
 def run_elsewhere(sim: nb.Simulator, records: nb.RecordArray) -> None:
-    """Runs a program in a thread of its own."""
+    """Runs a program in another thread."""
     thread = Thread(target=sim.run, args=(records,))
     thread.start()
     thread.join()

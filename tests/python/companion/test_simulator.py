@@ -1,4 +1,4 @@
-"""The simulator over a real filter: results, errors raised as themselves, and closing."""
+"""The simulator on a real filter: results, the types of errors, and closing."""
 
 from __future__ import annotations
 

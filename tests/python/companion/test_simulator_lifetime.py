@@ -1,4 +1,4 @@
-"""Simulators that nobody closes: they are freed with a warning, and never copied."""
+"""Simulators that are not closed: they are freed with a warning and never copied."""
 
 from __future__ import annotations
 
@@ -37,7 +37,7 @@ class Refusing(BitSimulator):
 
 
 class Linked(BitSimulator):
-    """A simulator that reaches itself, so only the cycle collector ends it."""
+    """A simulator with a reference to itself, so that only the cycle collector frees it."""
 
     def __init__(self) -> None:
         super().__init__()
@@ -45,7 +45,7 @@ class Linked(BitSimulator):
 
 
 def drop(held: MutableSequence[Any]) -> None:
-    """Ends the only references to some simulators."""
+    """Drops the last references to some simulators."""
     held.clear()
     gc.collect()
 
@@ -74,7 +74,7 @@ def test_a_dropped_simulator_is_freed_with_a_warning(filter_type: str) -> None:
     assert_gone(handle)
     (warning,) = warned
     assert warning.filename == __file__
-    # By the object, Python tells where it was made. It is of no use any more.
+    # Python uses this object to report where it was allocated. The filter is freed already.
     assert repr(warning.source) == f'<{name} "{filter_type}", closed>'
 
 

@@ -12,10 +12,12 @@ from hypothesis import given, settings
 from hypothesis import strategies as st
 from nimbrel import DenseSimulator, Simulator, SparseSimulator
 
+from models.wire import gathered
+
 SQRT_HALF = np.sqrt(0.5)
 TOP = 62  # the highest qubit of the largest register
 
-# Operations of a dense filter, and what to use instead.
+# Operations of the dense filter, and their replacements.
 REFUSED: dict[str, str] = {
     "state": "; terms() gives the terms of a sparse filter",
     "state_of": "; terms() gives the terms of a sparse filter",
@@ -53,16 +55,11 @@ def listed(sim: SparseSimulator) -> list[tuple[int, complex]]:
     return list(zip(indices.tolist(), amplitudes.tolist(), strict=True))
 
 
-def bits_of(index: int, qubits: list[int]) -> int:
-    """The bits of an index at some qubits, the first one lowest."""
-    return sum((index >> qubit & 1) << place for place, qubit in enumerate(qubits))
-
-
 def wide_state(sim: SparseSimulator) -> dict[int, complex]:
     """Give a register of 63 qubits four terms, whose norm is below 1, and return them."""
     sim.run(nb.reset(63))
     sim.push_state([0.1, 0.3, 0.5j, -0.7])
-    # The low qubits move up to where no 32-bit number reaches.
+    # The low qubits move above bit 31.
     sim.run(nb.swap(0, 40), nb.swap(1, TOP))
     places = {0: 0.1, 1 << 40: 0.3, 1 << TOP: 0.5j, 1 << TOP | 1 << 40: -0.7}
     return {index: complex(amplitude) for index, amplitude in places.items()}
@@ -208,7 +205,7 @@ def test_probabilities_sum_up_the_terms(sim: SparseSimulator, qubits: list[int])
     state = wide_state(sim)
     expected = np.zeros(1 << len(qubits))
     for index, amplitude in state.items():
-        expected[bits_of(index, qubits)] += abs(amplitude) ** 2
+        expected[gathered(index, qubits)] += abs(amplitude) ** 2
     found = sim.probabilities(qubits)
     assert found.dtype == np.float64
     np.testing.assert_allclose(found, expected, atol=1e-15)
@@ -252,7 +249,7 @@ def test_samples_follow_the_state_and_leave_it(sim: SparseSimulator) -> None:
 def test_samples_of_qubits_are_bits_of_samples(sim: SparseSimulator) -> None:
     wide_state(sim)
     qubits = [TOP, 7, 40]
-    expected = [bits_of(index, qubits) for index in sim.sample(200, seed=3).tolist()]
+    expected = [gathered(index, qubits) for index in sim.sample(200, seed=3).tolist()]
     assert sim.sample(200, qubits, seed=3).tolist() == expected
     assert sim.sample(0, qubits).shape == (0,)
     with pytest.raises(ValueError, match=r"^shots must be 0 or more, not -1$"):
@@ -335,5 +332,5 @@ def test_a_write_stores_no_flags(sim: SparseSimulator) -> None:
 
 def test_a_free_goes_by_its_event_code(sim: SparseSimulator) -> None:
     sim.run(nb.reset(50), nb.x(49), nb.free(49, flag=-1), nb.x(3), nb.free(3, event_code=70))
-    # The first one takes no notice of its flag, the second one waits for flag 70.
+    # The first ignores its flag; the second depends on flag 70.
     assert listed(sim) == [(8, 1)]

@@ -10,7 +10,7 @@ import pytest
 
 PYPROJECT = Path(__file__).parents[3] / "pyproject.toml"
 
-# The layout of format 1. Another layout is another format.
+# The fields of format 1. Other fields are another format.
 WORDS_OF_FORMAT_1 = [
     ("opcode", "<u8"),
     ("target_mask", "<u8"),

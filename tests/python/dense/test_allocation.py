@@ -1,4 +1,4 @@
-"""A state vector that the machine cannot give: the printed lines, and the filter afterwards."""
+"""A state vector that does not fit into memory: the printed lines, and the filter afterwards."""
 
 import subprocess
 import sys
@@ -76,7 +76,7 @@ def test_vast_registers(
         text = printed_by(capfd, lambda: filter_.run(reset(num_qubits)))
         assert text == exhausted(num_qubits, terms, size)
         filter_.fails(NOT_ALLOCATED, rec(H, target_mask=1))
-        # The same shape once more finds no blocks to start anew.
+        # A reset to the same shape has no blocks to reuse.
         filter_.fails(NOT_ALLOCATED, reset(num_qubits))
         filter_.run(reset(2))
         np.testing.assert_array_equal(filter_.state(2), basis(2, 0))

@@ -1,4 +1,4 @@
-"""Arrays too short or not to be written, and indices outside: refused, with nothing touched."""
+"""Arrays that are too short or read-only, and indices outside: refused, nothing changed."""
 
 import random
 from types import ModuleType
@@ -136,6 +136,14 @@ def test_rows_of_amplitudes_count_all_that_lies_there(at_work: DenseFilter) -> N
     dest = np.full((8, 1), 7j)
     at_work.call("pull_state", dest)
     assert_same_bits(dest.reshape(-1), at_work.state(QUBITS))
+
+
+def test_memory_before_the_first_element_does_not_count(at_work: DenseFilter) -> None:
+    whole = np.full((8, 2), 7j, order="F")
+    dest = whole[:, ::-1]  # its second column lies before its first
+    at_work.call("pull_state", dest)
+    assert_same_bits(whole[:, 1], at_work.state(QUBITS))
+    assert (whole[:, 0] == 7j).all()
 
 
 def test_a_missing_register_is_told_first(engine: ModuleType) -> None:

@@ -1,4 +1,4 @@
-"""Gates and programs of the dense filter, and the tests' own matrices, beside qiskit."""
+"""The dense filter and the tests' gate matrices, compared with qiskit."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ QUBITS = 4
 
 
 def random_gate(rng: random.Random, low: int) -> Record:
-    """A gate whose controls carry no factor of a Pauli product: qiskit has no such gates."""
+    """A gate whose Pauli product has no factor on a control: qiskit has no such gates."""
     gate = tidy_gate(rng, low, QUBITS)
     return gate._replace(cond_mask=gate.cond_mask & ~gate.read_flag) if low == PPR else gate
 

@@ -36,7 +36,7 @@ def setting(request: pytest.FixtureRequest) -> Setting:
 
 
 def biggest(filter_: DenseFilter, count: int) -> tuple[list[int], Vector]:
-    """The indices and amplitudes of the largest terms; the arrays start as anything."""
+    """The indices and amplitudes of the largest terms. The arrays are filled beforehand."""
     indices: np.ndarray[Any, Any] = np.full(count, 99, dtype=np.uint64)
     values = np.full(count, 99j)
     filter_.call("peek_n_biggest_terms", count, indices, values)
@@ -50,7 +50,7 @@ def test_the_order_is_the_models(
     with open_dense(engine, QUBITS, setting) as filter_:
         for _ in range(10):
             state = holed_state(rng, QUBITS)
-            # Equal probabilities in different guises, and one met twice.
+            # Equal probabilities from different amplitudes, and one repeated amplitude.
             state[rng.sample(range(16), 4)] = 0.25, -0.25, 0.25j, 0.25
             model = DenseModel(Generator(0))
             model.run([reset_record(QUBITS)])
@@ -112,7 +112,7 @@ def test_a_count_of_0_touches_nothing(engine: ModuleType, setting: Setting) -> N
 
 def test_single_values(engine: ModuleType, rng: random.Random, setting: Setting) -> None:
     state = holed_state(rng, QUBITS)
-    state[:4] = 0  # a block of nothing at some sizes
+    state[:4] = 0  # at some block sizes, a block of zeros
     with open_dense(engine, QUBITS, setting) as filter_:
         filter_.load(state)
         filter_.run(rec(X, target_mask=0b1000))

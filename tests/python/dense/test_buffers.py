@@ -69,7 +69,7 @@ def test_blocks_exchange_their_places_in_the_array(engine: ModuleType) -> None:
 
 
 def test_a_limit_does_not_count_an_array(engine: ModuleType) -> None:
-    buffer = aligned(1 << 27)  # 2 GB that nobody touches
+    buffer = aligned(1 << 27)  # 2 GB that are never accessed
     with open_dense(engine) as filter_:
         filter_.set(max_ram_size_gb=1)
         filter_.call("override_state_buffer", buffer)
@@ -92,7 +92,7 @@ def test_nothing_outside_the_array_is_written(
     for _ in range(40):
         filter_.run_records([wild_gate(rng, low, 4)])
     assert_same_bits(whole[outside], guards)
-    assert not np.isnan(whole[32:48]).any()  # and nothing there was read
+    assert not np.isnan(whole[32:48]).any()  # and the array was not read
     filter_.close()
 
 
@@ -115,7 +115,7 @@ def test_a_reset_of_the_same_shape_goes_on_in_the_array(
     filter_.run(reset(4))
     assert_same_bits(buffer, basis(4, 0))
     filter_.run(rec(H, target_mask=15), reset(3), rec(H, target_mask=7))
-    assert np.count_nonzero(buffer) == 16  # another shape has memory of its own
+    assert np.count_nonzero(buffer) == 16  # another shape uses the engine's memory
     filter_.close()
 
 
@@ -211,7 +211,7 @@ def test_a_buffer_that_python_dropped_stays_as_long_as_it_is_used(engine: Module
         filter_.call("override_state_buffer", other)
         gc.collect()
         assert alive() is None
-    # The filter is gone and has not freed what is not its own.
+    # The filter is freed, and the lent array is not.
     other[:] = 1
 
 
@@ -232,7 +232,7 @@ def test_a_refused_buffer_is_not_kept(engine: ModuleType) -> None:
         alive = weakref.ref(buffer)
         filter_.call_fails(MISALIGNED, "override_state_buffer", buffer)
         del buffer
-        gc.collect()  # the error's traceback goes first
+        gc.collect()  # drops the error's traceback, which refers to the array
         assert alive() is None
         filter_.fails(NOT_ALLOCATED, rec(X, target_mask=1))
 

@@ -1,4 +1,4 @@
-"""Gates bit for bit on amplitudes at the ends of the doubles' range, and on what lies beyond it."""
+"""Gates bit for bit on the smallest and largest doubles, infinities and NaNs."""
 
 import math
 import random
@@ -44,7 +44,7 @@ def drawn_gate(rng: random.Random, low: int) -> Record:
 
 
 def with_one_nan(state: Vector) -> Vector:
-    """The state with every NaN written alike: no arithmetic promises its sign or its payload."""
+    """The state with one bit pattern for all NaNs: their sign and payload are unspecified."""
     parts = state.view(np.float64)
     return np.where(np.isnan(parts), np.nan, parts).view(np.complex128)
 

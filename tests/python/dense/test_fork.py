@@ -24,8 +24,8 @@ QUBITS = 17
 FORKS = 5
 MEASURE = tagged(READ, target_mask=0b111, read_flag=1)
 
-# Forks in an interpreter of its own: there nothing hangs or dies but what the test looks at. Newer
-# Pythons warn of every fork beside threads.
+# The forks happen in another interpreter, so that a hang or a crash ends only that process. Newer
+# Pythons warn of a fork while threads run.
 COMMAND = (sys.executable, "-W", "ignore::DeprecationWarning", "-c")
 PROGRAM = "import sys; sys.path[:0] = {path!r}; from dense import test_fork as t; t.{call}"
 
@@ -45,7 +45,7 @@ def outcome(filter_: DenseFilter, num_qubits: int, records: list[Record]) -> tup
 def assert_goes_on(
     filter_: DenseFilter, setting: Setting, num_qubits: int, before: list[Record]
 ) -> None:
-    """Goes on from `before`, which the filter has run, as a filter without workers does."""
+    """Runs more records after `before` and compares with a filter without workers."""
     after = gate_program(random.Random(len(before)), num_qubits, 12)
     flags, state = outcome(filter_, num_qubits, after)
     with open_dense(engine, num_qubits, setting._replace(is_async=0)) as reference:
@@ -55,7 +55,7 @@ def assert_goes_on(
 
 
 def use_until_deleted(filter_: DenseFilter, setting: Setting, before: list[Record]) -> None:
-    """What a child may do to a register of its parent's: gates, reads, other shapes, deletion."""
+    """Uses the parent's register in the child: gates, reads, other shapes, deletion."""
     assert_goes_on(filter_, setting, QUBITS, before)
     for num_qubits in (QUBITS, 15, 12, QUBITS):
         filter_.run(reset(num_qubits))
@@ -65,7 +65,7 @@ def use_until_deleted(filter_: DenseFilter, setting: Setting, before: list[Recor
 
 
 def delete_at_once(filter_: DenseFilter, setting: Setting, before: list[Record]) -> None:
-    """Takes the register down as it came, then makes the like of it, with workers of its own."""
+    """Deletes the parent's register in the child, then creates one of the same shape."""
     filter_.close()
     with open_dense(engine, QUBITS, setting) as own:
         own.run_records(before)
@@ -79,7 +79,7 @@ def start_child(work: Callable[[], None]) -> int:
         return child
     status = 1
     try:
-        signal.alarm(40)  # ends a child that hangs, which nobody else would
+        signal.alarm(40)  # ends a child that hangs
         work()
         status = 0
     except BaseException:
@@ -89,7 +89,7 @@ def start_child(work: Callable[[], None]) -> int:
 
 
 def fork_between_gates(work: Work, setting: Setting) -> None:
-    """The parent works on at once, beside each child, and stays with a register at its end."""
+    """Forks between gates. The parent runs gates while each child runs."""
     rng = random.Random(QUBITS)
     filter_ = DenseFilter(engine, setting)
     filter_.run(reset(QUBITS))

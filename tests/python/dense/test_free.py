@@ -1,4 +1,4 @@
-"""Freed qubits: cleared, or with checks on asserted to be 0, an event telling when they are not."""
+"""Free: clears the qubits, or with the check on queues an event if they are not 0."""
 
 import random
 from types import ModuleType
@@ -152,7 +152,7 @@ def test_targets_above_the_register(engine: ModuleType, setting: Setting) -> Non
     high = 1 << 63 | 1 << QUBITS
     with open_dense(engine, QUBITS, setting) as filter_:
         checked_register(filter_).run(rec(X, target_mask=0b0110))
-        # They stand in the text and are asserted by nothing.
+        # They are printed and not asserted.
         filter_.run(rec(FREE, target_mask=high | 2, cond_mask=CHECK))
         assert filter_.events() == [failed(high | 2)]
         filter_.run(rec(FREE, target_mask=high | 1, cond_mask=CHECK))

@@ -1,4 +1,4 @@
-"""Every gate bit for bit against the scalar model, one block, with any masks at all."""
+"""Every gate bit for bit against the scalar model, one block, with arbitrary masks."""
 
 import random
 from types import ModuleType

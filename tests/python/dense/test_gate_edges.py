@@ -1,4 +1,4 @@
-"""Gates at their edges: empty and odd masks, false conditions, zeros of either sign."""
+"""Edge cases of gates: empty and unusual masks, false conditions, zeros of either sign."""
 
 import random
 from types import ModuleType
@@ -8,7 +8,7 @@ import pytest
 
 from models.arithmetic import ROOT_HALF
 from models.dense import NOT_ALLOCATED
-from models.opcodes import FLAG_NAND, PHASE, RESET, RX, RZ, SWAP, H, S, T, X, Y, Z
+from models.opcodes import FLAG_NAND, PHASE, RESET, RX, RZ, S_INV, SWAP, T_INV, H, S, T, X, Y, Z
 from programs.dense import GATES
 from support.dense import (
     DenseFilter,
@@ -22,7 +22,7 @@ from support.dense import (
 )
 from support.driver import rec
 
-DIAGONAL = [PHASE, Z, T, S, 0x4407, 0x4807]
+DIAGONAL = [PHASE, Z, T, S, T_INV, S_INV]
 QUBITS = 4
 ALL_SETTINGS = settings([1, 2, 4])
 
@@ -43,7 +43,7 @@ def test_classical_conditions(engine: ModuleType, rng: random.Random, low: int) 
     with open_dense(engine, QUBITS, Setting(2)) as filter_:
         for flag, acts in ((0, True), (1, True), (-1, False), (-5, False), (5, False)):
             assert changes(filter_, rng, rec(low, **words, cond_flag=flag)) == acts, flag
-        # A store into the word of flag 5 makes its 0 a stored one.
+        # A store into the word of flag 5 stores a 0 for flag 5 too.
         filter_.run(rec(FLAG_NAND, target_mask=1, cond_mask=1, read_flag=7))
         for flag, acts in ((5, False), (-5, True), (-100_000_005, True), (100_000_005, False)):
             assert changes(filter_, rng, rec(low, **words, cond_flag=flag)) == acts, flag
@@ -162,7 +162,7 @@ def test_a_half_turn_flips_signs_exactly(engine: ModuleType, setting: Setting) -
         for low in (Z, PHASE):
             filter_.load(state)
             filter_.run(rec(low, target_mask=0b0001, angle=180.0))
-            # -0.0 is a zero with its sign bit set: the flip reaches zeros as well.
+            # -0.0 has its sign bit set: the flip also applies to zeros.
             assert_same_bits(filter_.state(QUBITS), vector([(0.1, -0.0), (-0.0, -0.3)] * 8))
 
 

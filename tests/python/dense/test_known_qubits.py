@@ -1,6 +1,6 @@
-"""Which qubits the engine takes as classical, seen through a checked free.
+"""Which qubits the engine knows to be classical, observed by a checked free.
 
-A checked free writes a qubit that is known to be classical to 0 and asserts the others.
+A checked free writes 0 to a qubit that is known to be classical, and asserts that others are 0.
 """
 
 from types import ModuleType
@@ -26,7 +26,7 @@ def known_of(filter_: DenseFilter) -> int:
 
 
 def ones(filter_: DenseFilter) -> None:
-    """All qubits 1 and known to be."""
+    """All qubits 1 and known to be classical."""
     filter_.run(rec(WRITE, target_mask=7, cond_mask=7))
 
 
@@ -69,7 +69,7 @@ def test_gates_that_can_change_a_qubit_forget_it(
 ) -> None:
     gate = rec(low, target_mask=0b101, angle=degrees)
     assert known_after(engine, setting, *[gate] * times) == 0b010
-    # A target outside the register changes nothing and a false condition stops before it all.
+    # A target outside the register and a false condition change nothing.
     outside = rec(low, target_mask=8, angle=degrees)
     failing = rec(low, target_mask=7, angle=degrees, cond_flag=-1)
     assert known_after(engine, setting, outside, failing) == 7
@@ -101,7 +101,7 @@ def test_a_plain_swap_takes_the_knowledge_along(engine: ModuleType, setting: Set
     assert known_after(engine, setting, *forget_0, rec(SWAP, target_mask=0b110)) == 0b110
     conditional = rec(SWAP, target_mask=0b101, cond_mask=0b010)
     assert known_after(engine, setting, conditional) == 0b010
-    # Only the two lowest targets are swapped, and a condition forgets all of them.
+    # Only the two lowest targets are swapped. With a control, no target stays known.
     assert known_after(engine, setting, *forget_0, rec(SWAP, target_mask=0b111)) == 0b101
     beside = rec(SWAP, target_mask=0b111, cond_mask=0b1000)
     assert known_after(engine, setting, beside) == 0
@@ -123,7 +123,7 @@ def test_measuring_one_pauli_makes_its_qubit_known(engine: ModuleType, setting: 
     forget = [rec(X, target_mask=7)] * 2
     assert known_after(engine, setting, *forget, rec(PPM, cond_mask=0b010)) == 0b010
     assert known_after(engine, setting, *forget, rec(PPM, cond_mask=0b110)) == 0
-    # A product of several qubits does not make known, nor does it forget.
+    # A measured product of several qubits neither adds nor removes known qubits.
     assert known_after(engine, setting, rec(PPM, cond_mask=0b110)) == 7
 
 
@@ -139,7 +139,7 @@ def test_a_random_state_makes_unknown(engine: ModuleType, setting: Setting) -> N
 def test_a_reset_of_the_same_shape_keeps_what_is_known(
     engine: ModuleType, setting: Setting
 ) -> None:
-    # Only the amplitudes are written anew.
+    # Only the amplitudes change.
     with open_dense(engine, QUBITS, setting) as filter_:
         filter_.call("enable_qubit_debugging", 1)
         ones(filter_)

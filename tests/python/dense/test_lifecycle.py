@@ -1,4 +1,4 @@
-"""Registers that come and go: their threads, a filter before its reset, and the process's end."""
+"""Life cycle of registers: their threads, a filter before its reset, and process exit."""
 
 import os
 import subprocess
@@ -11,11 +11,26 @@ import numpy as np
 import pytest
 
 from models.dense import NOT_ALLOCATED
-from models.opcodes import FLAG_NAND, OPEN_EVENT, H, X
+from models.opcodes import (
+    CLEAR,
+    FLAG_NAND,
+    FREE,
+    JUMP_FAMILY,
+    MARKER_1000C003,
+    OPEN_EVENT,
+    PCP,
+    PPM,
+    PPR,
+    READ,
+    WRITE,
+    Z_NOP,
+    H,
+    X,
+)
 from support.dense import DenseFilter, Setting, assert_same_bits, basis, open_dense, reset
 from support.driver import rec
 
-# Calls that touch amplitudes, with arguments that would do on a register of two qubits.
+# Calls that access amplitudes, with arguments valid on a register of two qubits.
 AMPLITUDE_CALLS: list[tuple[str, tuple[Any, ...]]] = [
     ("pull_state", (np.zeros(4, dtype=np.complex128),)),
     ("pull_state_specific", (np.zeros(4, dtype=np.complex128), 0)),
@@ -33,7 +48,7 @@ AMPLITUDE_CALLS: list[tuple[str, tuple[Any, ...]]] = [
     ("peek_read_probability", (0, 1, 0.0)),
 ]
 
-AMPLITUDE_RECORDS = (0x0A, 0x0B, 0x10000003, 0x10004003, 0x0E, 0x13, 0x0D, 0x09, 0x05)
+AMPLITUDE_RECORDS = (READ, WRITE, CLEAR, FREE, PPM, PCP, PPR, H, X)
 
 
 def native_threads() -> int:
@@ -41,7 +56,7 @@ def native_threads() -> int:
 
 
 def settles_at(threads: int) -> bool:
-    """Whether the process comes down to so many threads; a joined one may linger in the list."""
+    """Waits until the process has so many threads: a joined thread may stay listed for a moment."""
     for _ in range(100_000):
         if native_threads() == threads:
             return True
@@ -92,7 +107,7 @@ def test_records_that_need_no_register(engine: ModuleType) -> None:
     with open_dense(engine) as filter_:
         filter_.run(rec(FLAG_NAND, target_mask=0, cond_mask=0, read_flag=4))
         assert filter_.flags(4, 1) == 1
-        filter_.run(rec(0x207), rec(OPEN_EVENT), rec(0x10000416), rec(0x1000C003))
+        filter_.run(rec(Z_NOP), rec(OPEN_EVENT), rec(JUMP_FAMILY), rec(MARKER_1000C003))
 
 
 def test_the_name_of_a_borrowed_text(engine: ModuleType) -> None:

@@ -1,4 +1,4 @@
-"""Reads and writes: outcomes, read flags, draws from the generator and what is left behind."""
+"""Reads and writes: outcomes, read flags, draws from the generator and the state afterwards."""
 
 import random
 from types import ModuleType
@@ -34,7 +34,7 @@ def setting(request: pytest.FixtureRequest) -> Setting:
 
 
 def draws_used(filter_: DenseFilter, *parts: np.ndarray) -> int:
-    """How many draws the records take from the generator, told from the next outcome drawn."""
+    """How many draws the records take from the generator, found from the next outcome."""
     engine = filter_.engine
     engine.random_seed(0, 7)
     filter_.run(*parts)
@@ -189,7 +189,7 @@ def test_a_partial_write_measures_and_flips(engine: ModuleType, setting: Setting
         for seed in range(20):
             engine.random_seed(0, seed)
             filter_.load(bell)
-            # Bits of the value beside the targets mean nothing.
+            # Bits of the value outside the targets are ignored.
             filter_.run(rec(WRITE, target_mask=0b0001, cond_mask=0b0111, read_flag=2))
             outcome = filter_.flags(2, 1)  # the measured bit, not the written one
             seen.add(outcome)

@@ -1,4 +1,4 @@
-"""What a dense register takes beside its state vector, measured in a process of its own."""
+"""Memory of a dense register beyond its state vector, measured in another process."""
 
 import os
 import subprocess
@@ -7,7 +7,7 @@ import sys
 import pytest
 
 STATE_AND = 16 << 20  # bytes of 20 qubits
-ALLOWANCE = 1 << 20  # for blocks, tables and what the workers' stacks really use
+ALLOWANCE = 1 << 20  # for blocks, tables and the used part of the workers' stacks
 
 PROGRAM = """
 from pathlib import Path

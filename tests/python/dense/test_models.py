@@ -1,4 +1,4 @@
-"""The models that the dense engine is held against: do they agree, and with known values?"""
+"""The models of the dense engine agree with each other and with known values."""
 
 import math
 import random
@@ -10,6 +10,7 @@ import pytest
 from models import dense
 from models import matrices as full
 from models.arithmetic import ROOT_HALF, Generator, fma
+from models.opcodes import READ
 from models.wire import tagged
 from programs.dense import GATES, tidy_gate
 from support.dense import amplitudes, random_state, reset_record, vector
@@ -81,6 +82,6 @@ def test_measuring_follows_the_probabilities() -> None:
     for seed in range(400):
         model = dense_model(1, seed)
         model.load([(0.6, 0.0), (0.0, 0.8)])
-        model.run([tagged(0x0A, target_mask=1, read_flag=2)])
+        model.run([tagged(READ, target_mask=1, read_flag=2)])
         ones += model.flags.get(2)
     assert 220 < ones < 290  # 0.64 of 400 is 256, and the seeds are fixed

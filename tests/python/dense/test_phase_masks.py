@@ -1,7 +1,7 @@
 """Phases with several targets of which some are negated.
 
-The negations of all targets go into each target's own pattern, so the pattern may hold bits that
-the mask does not. In a block with a single mask bit the walk then begins further up.
+The pattern of each target contains the negations of all targets, so it may have bits outside the
+mask. In a block with a single mask bit, the walk then starts at a higher slot.
 """
 
 import math
@@ -33,7 +33,7 @@ QUBITS = 4
 def phased(
     state: Vector, block_size: int, degrees: float, targets: int, conds: int, negs: int
 ) -> Vector:
-    """The phase block by block, for targets that lie in the register."""
+    """The state after the phase, computed block by block."""
     slots, angle = (1 << block_size) - 1, radians(degrees)
     blocks = [Block(slots + 1) for _ in range(1 << (QUBITS - block_size))]
     for number, block in enumerate(blocks):
@@ -78,9 +78,9 @@ def test_any_negations_at_each_block_size(
         # The run of target 3 begins at slot 10 and ends with the block.
         (0b1010, 0, 0b0010, [[10, 11, 12, 13, 14, 15], [0, 1, 4, 5, 8, 9, 12, 13]]),
         (0b1001, 0, 0b1000, [[9, 11, 13, 15], [0, 1, 2, 3, 4, 5, 6, 7]]),
-        # With a condition the pattern of target 0 cannot be met.
+        # With a control, the pattern of target 0 never matches.
         (0b0011, 0b0100, 0b0010, [[4, 5, 12, 13]]),
-        # One target that is negated acts where it is 0.
+        # A single negated target acts where it is 0.
         (0b0100, 0, 0b0100, [[0, 1, 2, 3, 8, 9, 10, 11]]),
         # All targets negated.
         (0b0011, 0, 0b0011, [[2, 4, 6, 8, 10, 12, 14], [1, 2, 5, 6, 9, 10, 13, 14]]),

@@ -92,7 +92,7 @@ def test_postselection_projects(engine: ModuleType, rng: random.Random, setting:
         for mask in range(1, 16):
             state, value = random_state(rng, QUBITS), rng.getrandbits(QUBITS)
             filter_.load(state)
-            # Bits of the value beside the mask mean nothing.
+            # Bits of the value outside the mask are ignored.
             filter_.call("postselect", value | 1 << 31, mask | 1 << 20)
             kept = np.where((np.arange(16) ^ value) & mask == 0, state, 0)
             expected = kept / np.linalg.norm(kept)
@@ -213,7 +213,7 @@ def test_randomized_registers(engine: ModuleType) -> None:
         filter_.set(randomized=1, is_async=0)
         model = model_of(basis(QUBITS, 0), 4)
         engine.random_seed(0, 4)
-        for _ in range(3):  # the first reset makes the register, the others find it
+        for _ in range(3):  # the first reset creates the register, the others reuse it
             model.set_random()
             filter_.run(reset(QUBITS))
             assert_same_bits(filter_.state(QUBITS), vector(model.terms))

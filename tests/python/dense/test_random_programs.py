@@ -1,7 +1,7 @@
 """The same random programs under many block sizes and thread settings.
 
-At one block size every setting gives the same bits. Across block sizes gates agree but for the
-sign of a zero in a block that was passed by, and sums differ by their order of addition only.
+At one block size every setting gives the same bits. Across block sizes, gates differ only in
+the sign of zeros in skipped blocks, and sums only by their order of addition.
 """
 
 import random
@@ -38,7 +38,7 @@ SEED = 20
 
 
 class Outcome(NamedTuple):
-    """Everything that a program leaves behind and Python can see."""
+    """Everything observable from Python after a program."""
 
     state: Vector
     flags: tuple[int, int]
@@ -81,7 +81,7 @@ def assert_identical(got: Outcome, expected: Outcome) -> None:
 def by_block_size(
     engine: ModuleType, state: Vector, program: list[Record], under: list[Setting] = SETTINGS
 ) -> dict[int, Outcome]:
-    """The outcome at each block size, once all thread settings are seen to agree on it."""
+    """The outcome at each block size. All thread settings must agree on it."""
     outcomes: dict[int, Outcome] = {}
     for setting in under:
         got = outcome(engine, setting, state, program)
@@ -115,7 +115,7 @@ def test_measurements_agree_at_all_settings(engine: ModuleType, rng: DrawnRandom
         np.testing.assert_allclose(got.state, expected.state, rtol=0, atol=1e-9, err_msg=str(size))
 
 
-# Blocks large enough that their work is handed to threads, and the choice that users get.
+# Blocks large enough for worker threads, and the default.
 LARGE = 15
 LARGE_SETTINGS = [
     *settings([12, 14, LARGE]),

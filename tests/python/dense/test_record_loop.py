@@ -1,4 +1,4 @@
-"""The record loop of the dense filter: control flow, markers, failures and what they leave."""
+"""The record loop of the dense filter: control flow, markers, and the state after failures."""
 
 from types import ModuleType
 from typing import Any
@@ -46,7 +46,7 @@ def test_a_failing_gate_keeps_what_came_before(engine: ModuleType) -> None:
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_dense(engine, QUBITS) as filter_:
-        # It stays open over what would fail or size the register anew.
+        # A jump skips records that would fail or resize the register.
         skip_to_a_label(filter_, reset(QUBITS + 1), rec(0x07), rec(EXTEND))
         assert_same_bits(filter_.state(QUBITS), basis(QUBITS, 4))
 

@@ -1,4 +1,4 @@
-"""How a reset cuts the register: what it prints, how many threads it makes, what it refuses."""
+"""How a reset divides the register into blocks: printed text, number of threads, refusals."""
 
 import os
 import re
@@ -18,7 +18,7 @@ POINTER = "(0x[0-9a-f]+)"
 
 
 def automatic_threads(num_qubits: int, max_num_threads: int) -> int:
-    """The number of blocks that the automatic choice makes; 1 stands for no threads."""
+    """The number of threads of the automatic choice; 1 means none."""
     aim = 2 * HARD_THREADS or 8
     most = 2
     while most < aim:
@@ -32,7 +32,7 @@ def automatic_threads(num_qubits: int, max_num_threads: int) -> int:
 
 
 def printed_threads(block_size: int) -> int:
-    """The number that a manual choice prints, and uses for nothing."""
+    """The number that a manual choice prints. It has no effect."""
     count = 1
     while block_size > 2 and 1 << count < block_size:
         count *= 2
@@ -47,7 +47,7 @@ def byte_size(number: int) -> str:
 
 
 def set_up_text(num_qubits: int, block_size: int) -> str:
-    """What making the store and the blocks prints, as a pattern."""
+    """A pattern of the text printed when the store and the blocks are created."""
     blocks, terms = 1 << (num_qubits - block_size), 1 << block_size
     size = re.escape(byte_size(16 << num_qubits))
     text = (
@@ -145,7 +145,7 @@ def test_a_reset_of_the_same_shape_prints_its_choice_and_the_old_blocks(
         filter_.run(reset(3))
         text = printed_by(capfd, lambda: filter_.run(reset(3)))
         assert text == manual_text(3, 2) + check_text(2, 2, 4)
-        # A block prints by the switch that it was made with.
+        # A block prints if the switch was on when it was created.
         filter_.set(num_block_qubits=2, verbose=0)
         assert printed_by(capfd, lambda: filter_.run(reset(3))) == check_text(2, 2, 4)
 
@@ -226,7 +226,7 @@ def test_the_limit_is_not_tested_for_the_same_shape(engine: ModuleType) -> None:
     with open_dense(engine) as filter_:
         filter_.set(max_ram_size_gb=1)
         filter_.fails(refusal(27, "2", 1), reset(27))
-        # The refused register has left its shape behind, and blocks of that shape do not exist.
+        # The filter keeps the refused register's shape, for which it has no blocks.
         with raises_engine_error(NOT_ALLOCATED):
             filter_.run(reset(27))
 

@@ -32,7 +32,7 @@ def after_hadamards(filter_: DenseFilter, start: Vector, *target_masks: int) -> 
 def test_a_hadamard_works_on_block_number_bits_before_slot_bits(
     engine: ModuleType, rng: random.Random, setting: Setting
 ) -> None:
-    """Either order is the same gate, but rounds differently."""
+    """Both orders are the same gate but round differently."""
     block_qubits = setting.num_block_qubits
     with open_dense(engine, QUBITS, setting) as filter_:
         for number_bit in (1 << qubit for qubit in range(block_qubits, QUBITS)):

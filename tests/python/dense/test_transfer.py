@@ -42,7 +42,7 @@ def spread(k: int, mask: int) -> int:
 
 
 def slice_of(engine: ModuleType, setting: Setting, state: Vector, mask: int) -> tuple[Vector, str]:
-    """What a pull of the qubits of the mask gives: amplitudes and text."""
+    """The amplitudes and the text that a pull of the mask's qubits returns."""
     with open_dense(engine, len(state).bit_length() - 1, setting) as filter_:
         filter_.load(state)
         dest = np.full(1 << mask.bit_count(), np.nan, dtype=np.complex128)
@@ -102,7 +102,7 @@ def test_a_later_array_does_not_reach_back(engine: ModuleType, setting: Setting)
         np.testing.assert_array_equal(filter_.state(QUBITS), np.arange(16))
 
 
-# Qubits pulled out of the whole.
+# Pulling some qubits.
 
 
 def test_every_set_of_unentangled_qubits(
@@ -119,7 +119,7 @@ def test_every_set_of_unentangled_qubits(
         for qubit in range(QUBITS):
             if mask >> qubit & 1:
                 expected = np.kron(parts[qubit], expected)
-        # The slice is as heavy as the heaviest term of the rest, and has its phase.
+        # The slice has the magnitude and the phase of the largest term of the other qubits.
         overlap = abs(np.vdot(expected, got)) / np.linalg.norm(got)
         assert abs(overlap - 1) < 1e-9
 
@@ -138,7 +138,7 @@ def test_the_heaviest_slice_is_not_normalised(
 
 
 def test_the_last_slice_is_not_looked_at(engine: ModuleType, setting: Setting) -> None:
-    # The walk ends below the highest term, which is a base of its own when the mask is empty only.
+    # The walk ends below the highest term, which is a base only if the mask is empty.
     got, text = slice_of(engine, setting, basis(QUBITS, 15), 0b0111)
     assert_same_bits(got, basis(3, 7))
     assert text == ""
@@ -219,7 +219,7 @@ def test_selector_bits_above_the_register_are_no_qubits(
         assert_same_bits(dest, basis(1, 1))
 
 
-# Qubits replaced in the whole.
+# Replacing some qubits.
 
 RUNS = [
     ((1 << width) - 1) << low for width, low in itertools.product(range(1, 5), range(4))

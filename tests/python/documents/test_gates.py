@@ -43,7 +43,7 @@ def documented_matrix(low: int, degrees: float) -> Matrix:
 
 
 def matrix_of(simulator: AmplitudeSimulator, num_qubits: int, *gate: np.ndarray) -> Matrix:
-    """What the engine does to each basis state, a column for each."""
+    """The engine's matrix of a gate. Column k is the image of basis state k."""
     matrix = np.zeros((1 << num_qubits, 1 << num_qubits), dtype=np.complex128)
     with simulator() as sim:
         for column in range(1 << num_qubits):

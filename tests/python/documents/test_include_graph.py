@@ -1,4 +1,4 @@
-"""The check of the includes between folders finds what it is for."""
+"""The check of the includes between folders finds wrong includes."""
 
 import subprocess
 import sys

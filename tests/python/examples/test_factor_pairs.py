@@ -1,4 +1,4 @@
-"""The factor pairs example, run as its users run it, and its multiplier on small numbers."""
+"""The factor pairs example: what it prints, and its multiplier on small numbers."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ def example() -> Iterator[ModuleType]:
 
 
 def test_the_default_run_multiplies_on_more_than_50_qubits() -> None:
-    printed = SCRIPT.figures()
+    printed = SCRIPT.run_as_script().figures()
     assert list(printed) == [
         "multiplied",
         "checked",
@@ -51,11 +51,11 @@ def test_the_default_run_multiplies_on_more_than_50_qubits() -> None:
     ],
 )
 def test_pairs_of_small_numbers(number: str, bits: str, pairs: str) -> None:
-    assert SCRIPT.figures(number, "--bits", bits)["pairs"] == pairs
+    assert SCRIPT.run(number, "--bits", bits).figures()["pairs"] == pairs
 
 
 def test_a_number_without_factors_of_that_width() -> None:
-    printed = SCRIPT.figures("59", "--bits", "5")  # a prime of six bits
+    printed = SCRIPT.run("59", "--bits", "5").figures()  # a prime of six bits
     assert printed["with product"] == "59: 0 pairs, as division finds them"
     assert "pairs" not in printed
     assert "measured" not in printed
@@ -81,11 +81,12 @@ def test_bad_arguments_get_one_line(arguments: list[str], message: str) -> None:
 @pytest.mark.parametrize("bits", [1, 2, 3, 4])
 def test_all_products_of_small_numbers(example: ModuleType, bits: int) -> None:
     qubits = example.MultiplierQubits(bits)
+    multiply = example.multiply(qubits)
     with nb.Simulator("StreamBitQPU") as sim:
         for p in range(1 << bits):
             for q in range(1 << bits):
                 load = [nb.write(qubits.p, p), nb.write(qubits.q, q)]
-                sim.run(nb.reset(qubits.num_qubits), *load, example.multiply(qubits))
+                sim.run(nb.reset(qubits.num_qubits), *load, multiply)
                 state = int(sim.bits()[::-1], 2)
                 assert state == p * q | p << qubits.p[0] | q << qubits.q[0]
 

@@ -1,4 +1,4 @@
-"""The phase estimation example, run as its users run it, and its parts on small registers."""
+"""The phase estimation example: what it prints, and its parts on small registers."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-from support.examples import Example
+from support.examples import Example, Run
 
 SCRIPT = Example("phase_estimation", "[PHASE] [--qubits N]")
 
@@ -23,8 +23,13 @@ def example() -> Iterator[ModuleType]:
         yield module
 
 
+def lines_of(run: Run) -> list[str]:
+    assert (run.status, run.err) == (0, "")
+    return run.out.splitlines()
+
+
 def test_the_default_run_prints_chart_and_estimate() -> None:
-    lines = SCRIPT.output().splitlines()
+    lines = lines_of(SCRIPT.run_as_script())
     assert lines[0].split() == ["outcome", "phase", "probability"]
     assert lines[1].split() == ["010100", "0.312500", "0.965984", "#" * 39]
     assert len(lines) == 1 + 8 + 3
@@ -39,7 +44,7 @@ def test_the_default_run_prints_chart_and_estimate() -> None:
 def test_a_phase_that_fits_the_qubits_is_certain(
     phase: str, qubits: int, outcome: str | None
 ) -> None:
-    lines = SCRIPT.output(phase, "--qubits", str(qubits)).splitlines()
+    lines = lines_of(SCRIPT.run(phase, "--qubits", str(qubits)))
     assert len(lines) == 2 + 3
     assert lines[1].split()[0] == (outcome or f"{int(float(phase) * 2**qubits):0{qubits}b}")
     assert lines[1].split()[2:] == ["1.000000", "#" * 40]

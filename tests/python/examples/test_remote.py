@@ -1,27 +1,28 @@
-"""The client example, run as its users run it, with a service of its own and with one given."""
+"""The client example, with a service that it starts and with one that already runs."""
 
 from __future__ import annotations
 
 import argparse
-import importlib
 import re
 import socket
-import sys
 from collections.abc import Iterator
 from types import ModuleType
 
 import pytest
 
+from support.examples import Example
 from support.remote import LOOPBACK
-from support.service import EXAMPLES, run, service_of
+from support.service import service_of
+
+SCRIPT = Example("remote", "[SECRET] [--filter TYPE] [--service HOST:PORT]")
+SERVICE_SCRIPT = Example("service", "")
 
 
 @pytest.fixture(scope="module")
 def example() -> Iterator[ModuleType]:
-    """remote.py as a module, not run."""
-    sys.path.insert(0, str(EXAMPLES))
-    yield importlib.import_module("remote")
-    sys.path.remove(str(EXAMPLES))
+    """The script as a module, not run."""
+    with SCRIPT.imported() as module:
+        yield module
 
 
 def printed(text: str) -> dict[str, str]:
@@ -31,27 +32,27 @@ def printed(text: str) -> dict[str, str]:
 
 @pytest.mark.parametrize("filter_type", ["StreamQPU", "StreamSparseQPU", "StreamCliffordQPU"])
 def test_remote_prints_one_outcome_twice(filter_type: str) -> None:
-    done = run("remote.py", "1234", "--filter", filter_type)
-    assert (done.returncode, done.stderr) == (0, "")
-    lines = printed(done.stdout)
+    done = SCRIPT.run_as_script("1234", "--filter", filter_type)
+    assert (done.status, done.err) == (0, "")
+    lines = printed(done.out)
     assert (lines["remote"], lines["local"]) == ("1234", "1234")
     assert lines["records"].endswith("on 12 qubits")
 
 
 def test_the_service_example_measures_a_state_of_equal_bits() -> None:
-    done = run("service.py")
-    assert (done.returncode, done.stderr) == (0, "")
+    done = SERVICE_SCRIPT.run_as_script()
+    assert (done.status, done.err) == (0, "")
     assert re.search(
-        r"^1000 qubits measured at 127\.0\.0\.1:\d+: (0|1000) of them are 1$", done.stdout, re.M
+        r"^1000 qubits measured at 127\.0\.0\.1:\d+: (0|1000) of them are 1$", done.out, re.M
     )
 
 
 def test_remote_uses_a_service_that_is_there() -> None:
     with service_of("--filter", "StreamCliffordQPU") as service:
-        done = run("remote.py", "0", "--service", f"localhost:{service.port}")
+        done = SCRIPT.run_as_script("0", "--service", f"localhost:{service.port}")
         _, log = service.end()
-    assert (done.returncode, done.stderr) == (0, "")
-    assert printed(done.stdout)["service"] == f"localhost:{service.port}"
+    assert (done.status, done.err) == (0, "")
+    assert printed(done.out)["service"] == f"localhost:{service.port}"
     assert "closed after" in log
 
 
@@ -59,18 +60,18 @@ def test_remote_without_its_service() -> None:
     with socket.socket() as listener:
         listener.bind((LOOPBACK, 0))
         port = listener.getsockname()[1]
-    done = run("remote.py", "--service", f"{LOOPBACK}:{port}")
-    assert done.returncode == 1
-    assert done.stderr.endswith(f"remote.py: Error: failed to connect to host {LOOPBACK}:{port}\n")
+    done = SCRIPT.run_as_script("--service", f"{LOOPBACK}:{port}")
+    assert done.status == 1
+    assert done.err.endswith(f"remote.py: Error: failed to connect to host {LOOPBACK}:{port}\n")
 
 
 def test_remote_tells_a_wrong_outcome() -> None:
     """A bit filter ignores Hadamards, so it finds nothing."""
     with service_of("--filter", "StreamBitQPU") as service:
-        done = run("remote.py", "6", "--service", f"{LOOPBACK}:{service.port}")
-    assert done.returncode == 1
-    assert printed(done.stdout)["remote"] == "0"
-    assert done.stderr == "remote.py: the secret is 6\n"
+        done = SCRIPT.run_as_script("6", "--service", f"{LOOPBACK}:{service.port}")
+    assert done.status == 1
+    assert printed(done.out)["remote"] == "0"
+    assert done.err == "remote.py: the secret is 6\n"
 
 
 @pytest.mark.parametrize(
@@ -87,10 +88,10 @@ def test_remote_tells_a_wrong_outcome() -> None:
     ],
 )
 def test_remote_refuses_in_one_line(arguments: list[str], message: str) -> None:
-    done = run("remote.py", *arguments)
-    assert (done.returncode, done.stdout) == (2, "")
-    assert message in done.stderr
-    assert done.stderr.count("\n") == 1
+    done = SCRIPT.run(*arguments)
+    assert (done.status, done.out) == (2, "")
+    assert message in done.err
+    assert done.err.count("\n") == 1
 
 
 def test_a_host_with_a_null_is_no_address(example: ModuleType) -> None:

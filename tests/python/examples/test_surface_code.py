@@ -1,4 +1,4 @@
-"""The surface code example, run as its users run it, and its code and diagnosis by themselves."""
+"""The surface code example: what it prints, and its code and diagnosis by themselves."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ def example() -> Iterator[ModuleType]:
 
 
 def test_the_default_run_finds_a_random_error_among_161_qubits() -> None:
-    printed = SCRIPT.figures()
+    printed = SCRIPT.run_as_script().figures()
     assert list(printed) == [
         "code",
         "qubits",
@@ -53,7 +53,7 @@ def test_the_default_run_finds_a_random_error_among_161_qubits() -> None:
     ],
 )
 def test_an_error_that_was_asked_for(error: list[str], checks: str, located: str) -> None:
-    printed = SCRIPT.figures("--distance", "3", "--rounds", "20", "--error", *error)
+    printed = SCRIPT.run("--distance", "3", "--rounds", "20", "--error", *error).figures()
     assert printed["injected"] == f"{error[0].upper()} on qubit {error[1]}, before round {error[2]}"
     assert printed["detected"] == f"in round {error[2]}, by the checks {checks}"
     assert printed["located"] == located

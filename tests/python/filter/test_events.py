@@ -1,4 +1,4 @@
-"""Events: what a failed check queues, how the queue is taken, and the ids that were open."""
+"""Events: what a failed check queues, the order of the queue, and the open ids."""
 
 from types import ModuleType
 
@@ -26,7 +26,7 @@ def event(code: int = 0) -> nb.RecordArray:
 
 
 def open_ids(bits: BitFilter) -> list[int]:
-    """The ids open at this moment, by way of one more event."""
+    """The open ids, read from a new event."""
     bits.run(event())
     return bits.events()[-1][3]
 
@@ -41,7 +41,7 @@ def test_an_event_is_a_tuple_with_an_array(engine: ModuleType, debugged: BitFilt
     assert ids.dtype == np.uint64
     assert ids.shape == (2,)
     assert ids.tolist() == [3, 4]
-    ids[0] = 9  # the array is the caller's own
+    ids[0] = 9  # the array is a copy
     assert open_ids(debugged) == [3, 4]
 
 
@@ -110,7 +110,7 @@ def test_both_kinds_open_and_close_the_same_stack(debugged: BitFilter) -> None:
 @pytest.mark.parametrize(
     ("closed", "left"),
     [
-        ([2], [1, 2, 3]),  # of an id twice on the stack the later one goes
+        ([2], [1, 2, 3]),  # if an id is twice on the stack, the later one is removed
         ([2, 2], [1, 3]),
         ([2, 2, 2], [1, 3]),
         ([3], [1, 2, 2]),

@@ -3,7 +3,19 @@
 import nimbrel as nb
 import pytest
 
-from models.opcodes import CALLBACK, EXTEND, JUMP_BACK, READ, SWAP, WRITE, X, Y
+from models.opcodes import (
+    CALLBACK,
+    EXTEND,
+    JUMP_BACK,
+    JUMP_FAMILY,
+    MARKER_10000000,
+    READ,
+    SWAP,
+    WRITE,
+    Z_NOP,
+    X,
+    Y,
+)
 from support.driver import BitFilter, rec
 
 
@@ -128,8 +140,8 @@ def test_a_condition_that_holds_adds(wide: BitFilter, flag: int) -> None:
     "between",
     [
         pytest.param(nb.h(0), id="hadamard"),
-        pytest.param(rec(0x207), id="z-nop"),
-        pytest.param(rec(0x10000000), id="marker"),
+        pytest.param(rec(Z_NOP), id="z-nop"),
+        pytest.param(rec(MARKER_10000000), id="marker"),
         pytest.param(nb.open_event(1), id="open-event"),
         pytest.param(nb.close_event(1), id="close-event"),
         pytest.param(nb.flag_nand(0, 0, 0), id="flag-nand"),
@@ -151,7 +163,7 @@ def test_any_dispatched_record_drops_the_extension(
     [
         pytest.param(nb.label(3), id="label"),
         pytest.param(nb.jump_fwd(3, flag=-1), id="jump-not-taken"),
-        pytest.param(rec(0x10000416), id="jump-family"),
+        pytest.param(rec(JUMP_FAMILY), id="jump-family"),
         pytest.param(nb.record(0x16), id="foreign-jump-family"),
         pytest.param(nb.program(nb.jump_fwd(3), nb.h(0), nb.x(9), nb.label(3)), id="jump-taken"),
     ],

@@ -1,4 +1,4 @@
-"""Memory that the process may not have: refused before it is taken, with both sizes."""
+"""Registers larger than the available memory: refused before the allocation, with both sizes."""
 
 import re
 import subprocess
@@ -13,8 +13,7 @@ from models.program import NO_REGISTER
 from support.clifford import open_clifford
 from support.driver import failure_of, rec
 
-# The child sees a machine with this much free memory: its own /proc/meminfo, in a mount namespace
-# that ends with it.
+# The child sees this much free memory: a /proc/meminfo in its own mount namespace.
 FREE_KILOBYTES = 100 << 10
 MEMINFO = f"MemTotal: {1 << 30} kB\nMemFree: 1 kB\nMemAvailable: {FREE_KILOBYTES} kB\n"
 NAMESPACE = ["unshare", "--map-root-user", "--mount"]

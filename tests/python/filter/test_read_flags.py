@@ -155,7 +155,7 @@ def test_fetch_of_more_than_its_result_holds(
 
 def test_fetch_at_the_ends_of_its_argument(eight: BitFilter) -> None:
     eight.run(rec(READ, target_mask=0b1001, read_flag=2**31 - 1))
-    assert eight.flags(2**31 - 1, 2) == 0b11  # the count goes on past 32 bits
+    assert eight.flags(2**31 - 1, 2) == 0b11  # the numbers continue beyond 32 bits
     assert eight.flags(-(2**31) + 1, 1) == 0
     assert eight.flags(-(2**31), 1) == 0
 
@@ -180,7 +180,7 @@ def test_fetch_at_the_ends_of_its_argument(eight: BitFilter) -> None:
         (-11, -11, 0),
         (100000010, -300000011, 0),
         (500, 1, 1),
-        (-500, 1, 1),  # a flag beyond the stored words is 0 whatever its sign
+        (-500, 1, 1),  # a flag beyond the stored words is 0 with either sign
         (1, 500, 1),
         (1, -500, 1),
         (10, -500, 1),

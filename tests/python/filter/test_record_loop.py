@@ -1,4 +1,4 @@
-"""The loop over the records: jumps, labels, refused control flow, and what a failure leaves."""
+"""The record loop: jumps, labels, refused control flow, and the state after a failure."""
 
 from types import ModuleType
 

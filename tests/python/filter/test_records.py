@@ -1,4 +1,4 @@
-"""The record's layout, the opcode numbers, and how records become programs."""
+"""The record's fields, the opcode numbers, and how records become programs."""
 
 from __future__ import annotations
 
@@ -9,6 +9,8 @@ import numpy as np
 import pytest
 from hypothesis import given
 from hypothesis import strategies as st
+
+from models import opcodes
 
 WORDS = (
     "opcode",
@@ -34,62 +36,6 @@ UNSIGNED_WORDS = (
 )
 SIGNED_WORDS = ("cond_flag", "read_flag")
 
-# Low 32 bits of every operation, written out so that a slip in the enum shows.
-LOW_BITS = {
-    "X": 0x00000005,
-    "Y": 0x00000006,
-    "PHASE": 0x00000008,
-    "H": 0x00000009,
-    "READ": 0x0000000A,
-    "WRITE": 0x0000000B,
-    "SWAP": 0x0000000C,
-    "PPR": 0x0000000D,
-    "PPM": 0x0000000E,
-    "PCP": 0x00000013,
-    "LELBOW": 0x00000014,
-    "RX": 0x00000105,
-    "RY": 0x00000106,
-    "RZ": 0x00000107,
-    "Z_NOP": 0x00000207,
-    "T": 0x00000407,
-    "S": 0x00000807,
-    "Z": 0x00001007,
-    "ROOTX": 0x00002005,
-    "ROOTY": 0x00002006,
-    "RELBOW": 0x00004014,
-    "T_INV": 0x00004407,
-    "S_INV": 0x00004807,
-    "ROOTX_INV": 0x00006005,
-    "ROOTY_INV": 0x00006006,
-    "MARKER_10000000": 0x10000000,
-    "RESET": 0x10000001,
-    "MARKER_10000002": 0x10000002,
-    "CLEAR": 0x10000003,
-    "FLAG_NAND": 0x1000000F,
-    "EXTEND": 0x10000010,
-    "FETCH_REQUEST": 0x10000011,
-    "MARKER_10000012": 0x10000012,
-    "MARKER_10000015": 0x10000015,
-    "MARKER_10000017": 0x10000017,
-    "CALLBACK": 0x10000018,
-    "OPEN_EVENT": 0x10000112,
-    "OPEN_EVENT_2": 0x10000212,
-    "JUMP_FWD": 0x10000216,
-    "LABEL": 0x10000316,
-    "MARKER_10000412": 0x10000412,
-    "JUMP_FAMILY": 0x10000416,
-    "JUMP_BACK": 0x10000516,
-    "FREE": 0x10004003,
-    "FETCH_REPLY": 0x10004011,
-    "MARKER_10004012": 0x10004012,
-    "MARKER_10004015": 0x10004015,
-    "CLOSE_EVENT": 0x10004112,
-    "CLOSE_EVENT_2": 0x10004212,
-    "MARKER_10004412": 0x10004412,
-    "MARKER_10008003": 0x10008003,
-    "MARKER_1000C003": 0x1000C003,
-}
-
 unsigned = st.integers(0, 2**64 - 1)
 signed = st.integers(-(2**63), 2**63 - 1)
 words = st.fixed_dictionaries(
@@ -103,7 +49,8 @@ words = st.fixed_dictionaries(
 
 
 def test_the_opcodes_are_exactly_those_of_the_engine() -> None:
-    tagged = {name: 0x4E6D6272 << 32 | low for name, low in LOW_BITS.items()}
+    low_bits = {name: low for name, low in vars(opcodes).items() if isinstance(low, int)}
+    tagged = {name: 0x4E6D6272 << 32 | low for name, low in low_bits.items()}
     assert {opcode.name: opcode.value for opcode in nb.Opcode} == tagged
 
 

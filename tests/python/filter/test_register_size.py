@@ -1,4 +1,4 @@
-"""How a reset sizes a register, and what each filter does with mask bits outside of it."""
+"""The register's size after a reset, and the effect of mask bits outside of it."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ OpenFilter: TypeAlias = Callable[[str], FilterDriver]
 
 @pytest.fixture
 def open_filter(engine: ModuleType) -> Iterator[OpenFilter]:
-    """Makes filters by type name that take records without a check by the companion."""
+    """Opens filters by type name, without the companion's checks."""
     with contextlib.ExitStack() as opened:
 
         def open_one(filter_type: str) -> FilterDriver:
@@ -46,7 +46,7 @@ def num_qubits_of(engine: ModuleType, sim: Simulator) -> int:
     if isinstance(sim, CliffordSimulator):
         return len(sim.generators())
     assert isinstance(sim, DenseSimulator | SparseSimulator)
-    # An X on all qubits of a mask reaches those of the register alone.
+    # An X on all qubits of a mask acts on the qubits of the register only.
     engine.put_instructions(sim.handle, nb.record(Opcode.X, target_mask=2**64 - 1), 1)
     return int(sim.terms()[0][0]).bit_count()
 

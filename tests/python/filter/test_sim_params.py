@@ -1,4 +1,4 @@
-"""The simulator's parameters by what they do: each under its own name, a switch on or off."""
+"""The effect of each simulator parameter, a switch on or off."""
 
 from __future__ import annotations
 
@@ -45,7 +45,7 @@ def starts_at_random(filter_: DenseFilter, _: Any, value: int) -> bool:
 
 
 def makes_the_register_anew(filter_: DenseFilter, capfd: Any, value: int) -> bool:
-    # All that this switch does: a register with it and one without it have different shapes.
+    # The only effect of this switch: the register's shape differs.
     filter_.set(verbose=1)
     filter_.run(reset(3))
     filter_.set(use_opencl=value, verbose=1)
@@ -89,7 +89,7 @@ def test_a_switch_above_1_does_as_1(
     with open_dense(engine) as filter_:
         for on in (1, value):
             filter_.set(num_block_qubits=1, randomized=on, use_opencl=0, is_async=on, verbose=on)
-            filter_.run(reset(2))  # another shape, so that the next one is made anew
+            filter_.run(reset(2))  # another shape, so that the next reset creates a register
             engine.random_seed(0, 5)
             texts.append(without_addresses(printed_at_reset(filter_, capfd, 3)))
             states.append(filter_.state(3))

@@ -1,1 +1,1 @@
-"""Independent truths: what the engine must answer, written out in plain Python and NumPy."""
+"""Independent models of the engine in plain Python and NumPy."""

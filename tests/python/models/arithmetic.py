@@ -28,7 +28,7 @@ def fma(a: float, b: float, c: float) -> float:
     c_num, c_den = c.as_integer_ratio()
     numerator = a_num * b_num * c_den + c_num * a_den * b_den
     if numerator == 0:
-        return plain  # only the sign is in question, and that is the same without fusing
+        return plain  # only the sign is open, and it is the same without fusing
     try:
         return numerator / (a_den * b_den * c_den)  # Python rounds this quotient correctly
     except OverflowError:

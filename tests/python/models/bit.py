@@ -1,4 +1,4 @@
-"""The bit filter in plain Python: records in; register, flags, events and failure texts out.
+"""A model of the bit filter: runs records; has its register, flags, events and error texts.
 
 The model is written independently of the engine and as directly as possible, so that a test can run
 both on the same records. The register is a list of 64-bit words, since masks may reach the unused
@@ -34,7 +34,7 @@ REFUSED = {
 
 
 class BitModel(WideProgramModel):
-    """One bit filter: its register, its read flags, its events and its place in the program."""
+    """One bit filter: its register, its read flags, its events and its open jump."""
 
     def __init__(self, debug_qubits: bool = False) -> None:
         super().__init__()

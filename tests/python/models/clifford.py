@@ -1,8 +1,8 @@
-"""The Clifford filter in plain Python: records in; tableau, flags and failure texts out.
+"""A model of the Clifford filter: runs records; has its tableau, flags and error texts.
 
-Written out independently of the engine. What the engine draws cannot be known beforehand: outcomes
-that are drawn stay open, also in the flags that take them, until `settle` is told what they were.
-Until then no record may have such a flag as its condition or operand.
+Written independently of the engine. The model does not know what the engine draws: a drawn outcome
+is a variable, also in a flag that stores it, until `settle` gets the draws. Until then no record
+may use such a flag as its condition or operand.
 """
 
 from __future__ import annotations
@@ -52,12 +52,12 @@ TURNS = {90.0: opcodes.S, -90.0: opcodes.S_INV, 180.0: opcodes.Z}
 
 
 def outside(qubit: int, num_qubits: int) -> str:
-    """The text of a refusal to touch a qubit that the register does not have."""
+    """The error text for a qubit outside the register."""
     return f"Error: qubit {qubit} lies outside the register of {num_qubits} qubits."
 
 
 def int32(value: float) -> int:
-    """A double cut to 32 bits; what does not fit is the lowest number."""
+    """A double truncated to a signed 32-bit integer. Out-of-range values become the lowest one."""
     whole = math.trunc(value) if math.isfinite(value) else 1 << 40
     return whole if -(2**31) <= whole < 2**31 else -(2**31)
 
@@ -103,7 +103,7 @@ class Entry:
 
 
 class CliffordModel(WideProgramModel):
-    """One Clifford filter: its tableau, its read flags and its place in the program."""
+    """One Clifford filter: its tableau, its read flags and its open jump."""
 
     def __init__(self) -> None:
         super().__init__()
@@ -126,7 +126,7 @@ class CliffordModel(WideProgramModel):
             **dict.fromkeys((opcodes.S, opcodes.S_INV, opcodes.Y, opcodes.H), self._plain_gate),
         }
 
-    # What can be asked from outside.
+    # Calls other than records.
 
     def text(self) -> str:
         """The printed tableau."""
@@ -158,7 +158,7 @@ class CliffordModel(WideProgramModel):
             self._tableau().project(row, qubit)
 
     def settle(self, ones: int) -> None:
-        """Closes all open outcomes: `ones` are the draws that gave a 1."""
+        """Inserts the drawn outcomes. `ones` is the mask of the draws that gave 1."""
         if self.state is not None:
             self.state.settle(ones)
         for flag, outcome in self.stored:
@@ -195,7 +195,7 @@ class CliffordModel(WideProgramModel):
                 raise ModelError(outside(qubit, num_qubits))
 
     def _take_qubits(self, record: Record) -> tuple[list[int], list[int]]:
-        """The targets and the conditions of a gate; extensions are used up."""
+        """The targets and the controls of a gate. Uses up the extensions."""
         targets = self._take_targets(record)
         conds = self._take_conds(record.cond_mask, record.cond_neg_mask, record.cond_offset)
         self._drop_extensions()
@@ -204,7 +204,7 @@ class CliffordModel(WideProgramModel):
     # Gates.
 
     def _start(self, low: int, record: Record) -> list[int] | None:
-        """The targets of a gate that takes no conditions, or None where it does not act.
+        """The targets of a gate without controls, or None if the gate does not act.
 
         They may lie outside the register.
         """
@@ -296,7 +296,7 @@ class CliffordModel(WideProgramModel):
     # Measurements.
 
     def _store(self, flag: int, outcome: Outcome) -> int:
-        """Notes an outcome for a flag; answers the next flag, 0 once the counting has ended."""
+        """Stores an outcome in a flag and returns the next flag, or 0 after the last."""
         if flag == 0:
             return 0
         self.stored.append((flag, outcome))
@@ -411,7 +411,7 @@ class CliffordModel(WideProgramModel):
 
 
 def put_masks(entries: list[Entry], part: str, pairs: Iterable[Pair]) -> None:
-    """Sets one mask of each entry of a pair's base; an entry without masks is not begun."""
+    """Sets one mask in the entry of each pair's base. A pair without bits creates no entry."""
     for mask, base, _ in pairs:
         entry = next((entry for entry in entries if entry.base == base), None)
         if entry is None and mask:

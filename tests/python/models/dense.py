@@ -1,7 +1,7 @@
-"""The dense filter at one block, in plain Python: records in; amplitudes, flags and events out.
+"""A model of the dense filter with one block: runs records; has amplitudes, flags and events.
 
-Written out independently of the engine, each product and sum as the engine rounds it, so that the
-two can be compared bit for bit. Good for a handful of qubits.
+Written independently of the engine. It rounds each product and sum as the engine does, so that the
+two can be compared bit for bit. Fast enough for a few qubits.
 """
 
 from __future__ import annotations
@@ -85,7 +85,7 @@ class DenseModel:
         return {**gates, **measurements, **events, opcodes.RESET: self._reset}
 
     def run(self, records: Iterable[Record]) -> None:
-        """Runs the records in order; control flow and failures are another test's business."""
+        """Runs the records in order. Control flow and failures have their own tests."""
         for record in records:
             assert record.opcode >> 32 == TAG
             self._calls[record.opcode & 0xFFFFFFFF](record)
@@ -177,7 +177,7 @@ class DenseModel:
             self._each_target(r, rotation(r.opcode & 0xFFFFFFFF, r.angle))
 
     def _diagonal_masks(self, r: Record) -> tuple[int, int]:
-        """Targets and conditions; without a target the lowest condition stands in for one."""
+        """Targets and controls. Without targets, the lowest control is the target."""
         targets, conds = r.target_mask & self.register, r.cond_mask & self.register
         if not targets:
             targets = conds & -conds
@@ -228,7 +228,7 @@ class DenseModel:
         self.known &= ~(x | z)
         block = self._allocated()
         x, z, negs = x & self.register, z & self.register, negs & conds
-        unmet = conds & ~negs & ~self.register  # conditions on qubits that do not exist
+        unmet = conds & ~negs & ~self.register  # controls on qubits outside the register
         if x | z and not unmet and not block.all_zero:
             conds, negs, angle = conds & self.register, negs & self.register, radians(degrees)
             block.rotate(x, z, conds, negs, math.sin(angle), math.cos(angle))

@@ -1,7 +1,7 @@
-"""One block of amplitudes and what the kernels do to it, written as plain loops.
+"""One block of amplitudes, with the kernels written as plain loops.
 
-Masks are over the slots of the block, which here is the whole register: a term's index is its
-slot. Nothing knows of threads, pairs of blocks or the order of a vector's lanes.
+Masks refer to slots of the block. The block is the whole register, so a term's index is its slot.
+There are no threads, no pairs of blocks and no vector lanes.
 """
 
 from __future__ import annotations
@@ -28,8 +28,8 @@ Matrix = tuple[Amplitude, Amplitude, Amplitude, Amplitude]
 RealMatrix = tuple[float, float, float, float]
 PairGate = Callable[[Amplitude, Amplitude], tuple[Amplitude, Amplitude]]
 
-# What a Pauli product multiplies an amplitude by, for each number of Ys modulo 4: the two
-# lane constants of the amplitude and those of the amplitude with its parts exchanged.
+# The phase of a Pauli product for each number of Ys modulo 4: two factors for the parts of the
+# amplitude, and two for the exchanged parts.
 PHASES = (
     ((1.0, 1.0), (0.0, 0.0)),
     ((0.0, 0.0), (1.0, -1.0)),
@@ -67,13 +67,13 @@ def real2x2(m: RealMatrix) -> PairGate:
 
 
 def pauli_factor(v: Amplitude, num_ys: int) -> Amplitude:
-    """`v` by the phase of a product of `num_ys` Ys; the products are exact, so fused or not."""
+    """`v` times the phase of a product with `num_ys` Ys. The products are exact, fused or not."""
     own, crossed = PHASES[num_ys % 4]
     return v[0] * own[0] + v[1] * crossed[0], v[1] * own[1] + v[0] * crossed[1]
 
 
 class Block:
-    """The amplitudes, and the promise `all_zero` that lets an operation pass the block by."""
+    """The amplitudes, and `all_zero`, which lets operations skip the block."""
 
     def __init__(self, num_terms: int) -> None:
         self.terms = [ZERO] * num_terms
@@ -82,7 +82,7 @@ class Block:
     # Gates.
 
     def apply(self, target: int, conds: int, negs: int, gate: PairGate) -> None:
-        """Runs the gate on all pairs whose lower slot meets the conditions."""
+        """Runs the gate on all pairs whose lower slot satisfies the controls."""
         for i in range(len(self.terms)):
             if not i & target and i & conds == conds ^ negs:
                 self.terms[i], self.terms[i | target] = gate(self.terms[i], self.terms[i | target])
@@ -121,7 +121,7 @@ class Block:
         return pauli_factor(flipped(v) if (i & z).bit_count() % 2 else v, num_ys)
 
     def rotate(self, x: int, z: int, conds: int, negs: int, sine: float, cosine: float) -> None:
-        # The rotation's own factor of -i stands one place further on in the table.
+        # The rotation's factor of -i is the next entry of the table.
         num_ys = (x & z).bit_count() + 1
         for i, j in self._partners(x):
             if i & conds != conds ^ negs:
@@ -203,7 +203,7 @@ class Block:
         self.scale(1.0 / math.sqrt(total))
 
     def biggest(self, count: int) -> tuple[list[int], list[Amplitude]]:
-        """The `count` most likely terms, the first of equals first; unfilled places are zero."""
+        """The `count` most probable terms, equal ones in slot order. Unused entries are zero."""
         ranked = [(0.0, 0, ZERO)] * count
         for i, amplitude in enumerate([] if self.all_zero else self.terms):
             p = probability(amplitude)

@@ -1,4 +1,4 @@
-"""The read-flag table in plain Python, written out on its own as a truth for the engine's table."""
+"""A model of the read-flag table, written independently of the engine."""
 
 from __future__ import annotations
 

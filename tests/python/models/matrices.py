@@ -1,7 +1,7 @@
-"""Gates as full matrices over all terms, by the textbook: a truth up to rounding.
+"""Gates as full matrices, from their textbook definition: equal to the engine's up to rounding.
 
 A state is a complex vector of 2^n amplitudes, qubit 0 the least significant bit of the index.
-A condition is a projector on the terms in which it holds. Conditions and targets must be apart.
+Controls are a projector on the terms in which they hold. No qubit may be control and target.
 """
 
 from __future__ import annotations
@@ -20,7 +20,7 @@ ONE = np.eye(2, dtype=np.complex128)
 X = np.array([[0, 1], [1, 0]], dtype=np.complex128)
 Y = np.array([[0, -1j], [1j, 0]], dtype=np.complex128)
 Z = np.diag([1, -1]).astype(np.complex128)
-HADAMARD = (X + Z) / np.sqrt(2)
+H = (X + Z) / np.sqrt(2)
 
 # A square root has eigenvalues 1 and i on the two eigenspaces of its Pauli.
 PLAIN: dict[int, Matrix] = {
@@ -29,7 +29,7 @@ PLAIN: dict[int, Matrix] = {
     opcodes.RELBOW: X,
     opcodes.Y: Y,
     opcodes.Z: Z,
-    opcodes.H: HADAMARD,
+    opcodes.H: H,
     opcodes.ROOTX: ((1 + 1j) * ONE + (1 - 1j) * X) / 2,
     opcodes.ROOTX_INV: ((1 - 1j) * ONE + (1 + 1j) * X) / 2,
     opcodes.ROOTY: ((1 + 1j) * ONE + (1 - 1j) * Y) / 2,
@@ -74,7 +74,7 @@ def pauli_product(num_qubits: int, x_mask: int, z_mask: int) -> Matrix:
 
 
 def exchanged(num_qubits: int, targets: int) -> Matrix:
-    """The permutation that swaps the two lowest qubits of the mask."""
+    """The permutation matrix that swaps the two lowest qubits of the mask."""
     a, c = list(set_bits(targets))[:2]
     size = 1 << num_qubits
     result = np.zeros((size, size), dtype=np.complex128)
@@ -89,7 +89,7 @@ def qubit_numbers(mask: int) -> list[int]:
 
 
 def unconditional(num_qubits: int, record: Record) -> Matrix:
-    """The gate on all terms: each target in turn, or a whole product, or a swap."""
+    """The gate without its controls: one matrix on each target, a Pauli rotation or a swap."""
     low = record.opcode & 0xFFFFFFFF
     if low == opcodes.PPR:
         product = pauli_product(num_qubits, record.target_mask, record.cond_mask)
@@ -101,14 +101,14 @@ def unconditional(num_qubits: int, record: Record) -> Matrix:
 
 
 def controls(record: Record) -> tuple[int, int]:
-    """The condition mask and which of its qubits must be 0; a rotation carries them elsewhere."""
+    """The mask of controls and the mask of negated ones. A rotation has them in other words."""
     is_rotation = record.opcode & 0xFFFFFFFF == opcodes.PPR
     mask = record.read_flag if is_rotation else record.cond_mask
     return mask, mask & record.cond_neg_mask
 
 
 def gate_matrix(num_qubits: int, record: Record) -> Matrix:
-    """The whole gate as a matrix of 2^n by 2^n, its quantum condition included."""
+    """The gate with its controls, a matrix of 2^n by 2^n."""
     mask, zeros = controls(record)
     holds = np.array([index & mask == mask ^ zeros for index in range(1 << num_qubits)])
     gate = unconditional(num_qubits, record)

@@ -1,4 +1,4 @@
-"""What the filters' models share: the record loop, read flags, open events and extensions."""
+"""The common part of the filters' models: record loop, read flags, open events, extensions."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ ONLY_FILTER = "is experimental, and currently requires use of the >>jump-control
 
 
 class ModelError(Exception):
-    """A failure of the modelled filter; its text is the one expected of the engine."""
+    """An error of the modelled filter, with the text expected of the engine."""
 
 
 class Pair(NamedTuple):
@@ -35,7 +35,7 @@ class Pair(NamedTuple):
 
 
 class ProgramModel:
-    """What filters share: the way through a program, the read flags and the open events."""
+    """The common part of all filters: the record loop, the read flags and the open events."""
 
     def __init__(self) -> None:
         self.flags = FlagTable()
@@ -68,7 +68,7 @@ class ProgramModel:
             self.open_label = 0
 
     def _perform(self, low: int | None, record: Record) -> None:
-        """Carries out a record that is no part of the control flow; `low` is None for a bad tag."""
+        """Runs a record that is not control flow. `low` is None if the tag is wrong."""
         if low == CALLBACK:
             raise ModelError(f"Unhandled callback:[lookup:({record.read_flag})]")
         if low in OPEN_EVENTS:
@@ -82,7 +82,7 @@ class ProgramModel:
             raise ModelError(f"Error: Unknown opcode: 0x{record.opcode:x}\n")
 
     def _operate(self, low: int, record: Record) -> bool:
-        """Does what the filter does with an opcode; says whether there is such an opcode."""
+        """Runs one operation of the filter and returns whether the filter knows the opcode."""
         raise NotImplementedError
 
     def _close_event(self, closed: int) -> None:
@@ -93,7 +93,7 @@ class ProgramModel:
 
 
 class WideProgramModel(ProgramModel):
-    """Beyond that what filters of wide registers share: masks that wait for the next record."""
+    """The common part of filters with wide registers: extensions for the next record."""
 
     def __init__(self) -> None:
         super().__init__()

@@ -1,4 +1,4 @@
-"""The socket filter's wait in plain Python, written out on its own as a truth for the engine's."""
+"""A model of the socket filter's wait, written independently of the engine."""
 
 from __future__ import annotations
 
@@ -14,15 +14,15 @@ FETCH_REPLY = TAG << 32 | opcodes.FETCH_REPLY
 
 
 class ClientModel:
-    """A client with its flags; each wait begins with an empty buffer."""
+    """A client with its flags. Each wait starts with an empty buffer."""
 
     def __init__(self) -> None:
         self.flags = FlagTable()
 
     def wait(self, polls: Iterable[bytes], requests: int, timeout: float = math.inf) -> int | None:
-        """Walks after each poll, whatever it brought. The timeout is measured in polls.
+        """Walks over the buffer after each poll. The timeout is measured in polls.
 
-        A walk restarts the timeout if it counted a reply or had new bytes to look at.
+        A walk restarts the timeout if it counted a reply or found new bytes.
 
         Returns how many polls it took to count enough replies, None if the polls or the time
         ended before.
@@ -43,7 +43,7 @@ class ClientModel:
         return None
 
     def _walk(self, received: bytes) -> int:
-        """Looks at the first record as often as there are whole ones."""
+        """Examines the first record once for each whole record in the buffer."""
         replies = 0
         for _ in range(len(received) // RECORD_BYTES):
             (opcode,) = struct.unpack_from("<Q", received)

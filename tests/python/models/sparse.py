@@ -1,7 +1,7 @@
-"""The sparse filter in plain Python: records in; the list of terms, flags and failures out.
+"""A model of the sparse filter: runs records; has its list of terms, flags and error texts.
 
-Written out independently of the engine, each product and sum as the engine rounds it, so that the
-two can be compared bit for bit and term by term. Good for a few hundred terms.
+Written independently of the engine. It rounds each product and sum as the engine does, so that the
+two can be compared bit for bit. Fast enough for a few hundred terms.
 """
 
 from __future__ import annotations
@@ -41,7 +41,7 @@ TOO_MANY_QUBITS = "This quick sparse_sv prototype just handles 64 qubits."
 PARTIAL_PUSH = "Partial push_state is not yet implemented for sparse_sv."
 NO_EXTENSION = "qc.extend has not been implemented for the State-vector QPU sim."
 IGNORED = (*opcodes.MARKERS, opcodes.PCP)
-# The turns forward are computed from their angle; those backward are constants.
+# T and S are computed from their angle; their inverses are constants.
 COMPUTED_PHASES = {opcodes.T: 45.0, opcodes.S: 90.0}
 QUARTER_BACK, QUARTER_ON = (6.123233995736766e-17, -1.0), (6.123233995736766e-17, 1.0)
 FACTORS = {opcodes.T_INV: (0.7071067811865476, -0.7071067811865475), opcodes.S_INV: QUARTER_BACK}
@@ -54,7 +54,7 @@ def short_array(operation: str, needed: int, given: int) -> ModelError:
 
 
 def cosine_sine(angle: float) -> tuple[float, float]:
-    """Of an angle in radians; Python refuses the infinities, whose turns are NaN."""
+    """Cosine and sine of an angle in radians; NaN for infinities, which Python refuses."""
     return (math.cos(angle), math.sin(angle)) if math.isfinite(angle) else (math.nan, math.nan)
 
 
@@ -72,7 +72,7 @@ def rotation(low: int, degrees: float) -> PairFormula:
 
 
 def packed(key: int, mask: int) -> int:
-    """The bits of the key at the places of the mask, moved together."""
+    """The bits of the key at the positions of the mask, packed."""
     return sum(bool(key & bit) << place for place, bit in enumerate(set_bits(mask)))
 
 
@@ -94,7 +94,7 @@ class SparseModel(ProgramModel):
         return self.list.terms
 
     def _dispatch_table(self) -> dict[int, Callable[[Record], object]]:
-        """What tests its classical condition by the usual word."""
+        """The operations whose classical condition is in the word `cond_flag`."""
         gates = dict.fromkeys((opcodes.X, opcodes.LELBOW, opcodes.RELBOW), self._not)
         gates |= dict.fromkeys((opcodes.RX, opcodes.RY, opcodes.RZ), self._rotation)
         gates |= dict.fromkeys(dense.FIXED_MATRICES, self._fixed_matrix)
@@ -114,7 +114,7 @@ class SparseModel(ProgramModel):
         if low == opcodes.RESET:
             self._reset(record.target_mask)
         elif low == opcodes.FREE:
-            # The number of the flag stands where other records name their results.
+            # Free has its condition in the word `read_flag`.
             if self.flags.holds(record.read_flag):
                 self._clear(record)
         elif low in self._calls:
@@ -151,7 +151,7 @@ class SparseModel(ProgramModel):
             self.list.flip(a, Condition(b, 0))
 
     def _each_phase(self, r: Record, formula: Callable[[Amplitude], Amplitude]) -> None:
-        """One walk for each target; without a target the lowest condition stands in for one."""
+        """One walk for each target. Without targets, the lowest control is the target."""
         targets, conds = self._key(r.target_mask), self._condition(r)
         if not targets:
             targets = conds.mask & -conds.mask
@@ -186,7 +186,7 @@ class SparseModel(ProgramModel):
     # Pauli products.
 
     def _ladder(self, product: int, pivot: int, backward: bool) -> None:
-        """Gathers the parity of the product's other qubits in the pivot, or takes it out again."""
+        """Adds the parity of the product's other qubits to the pivot, or removes it again."""
         below = list(set_bits(product & (pivot - 1)))
         for bit in reversed(below) if backward else below:
             self.list.flip(self._key(pivot), Condition(self._key(bit), 0))
@@ -207,7 +207,7 @@ class SparseModel(ProgramModel):
 
     def _ppr(self, r: Record) -> None:
         x, z = r.target_mask & self.register, r.cond_mask & self.register
-        # Without a letter the rotation falls on qubit 0.
+        # An empty product rotates qubit 0.
         top = 1 << max((x | z).bit_length() - 1, 0)
         conds = Condition(self._key(r.read_flag & WORD), self._key(r.cond_neg_mask))
         turn = diagonal(*cosine_sine(radians(2 * r.angle) * 0.5))
@@ -261,7 +261,7 @@ class SparseModel(ProgramModel):
             self.list.flip(((found ^ value) & targets) * 2, ALWAYS)
 
     def _write(self, r: Record) -> None:
-        # The word that other filters take for the offset of the targets is the first flag here.
+        # The word `target_offset` has the first flag here.
         value, targets = r.cond_mask & self.register, r.target_mask & self.register
         self._force(value, targets, signed(r.target_offset))
 
@@ -314,7 +314,7 @@ class SparseModel(ProgramModel):
     def _spread(
         self, written: list[tuple[int, Amplitude]], length: int, operation: str
     ) -> list[Amplitude]:
-        """An array of `length` with these entries; the last of an index stays."""
+        """An array of `length` with these entries. For a repeated index, the last entry counts."""
         needed = max((index + 1 for index, _ in written), default=0)
         if needed > length:
             raise short_array(operation, needed, length)

@@ -38,7 +38,7 @@ class Term:
 
 
 class Condition(NamedTuple):
-    """Bits that must be set, or clear where they are negated as well; bits outside do nothing."""
+    """The mask of controls, and negations. Negations outside the mask have no effect."""
 
     mask: int
     negs: int
@@ -54,9 +54,9 @@ ALWAYS = Condition(0, 0)
 
 
 class PairFormula(NamedTuple):
-    """A gate on the two terms of a pair, and on either of them where its partner is missing.
+    """A gate on the two terms of a pair, or on one of them if its partner is missing.
 
-    Each part answers the amplitudes of the lower and of the upper term.
+    Each function returns the amplitudes of the lower and of the upper term.
     """
 
     pair: Callable[[Amplitude, Amplitude], tuple[Amplitude, Amplitude]]
@@ -99,7 +99,7 @@ class TermList:
         self.terms: list[Term] = []
 
     def replace(self, key: int) -> None:
-        """One term of amplitude 1 in place of all."""
+        """Replaces all terms by one of amplitude 1."""
         self.terms = [Term(key, (1.0, 0.0))]
 
     # Walks that keep the order and the number of terms.
@@ -160,7 +160,7 @@ class TermList:
             total += probability(term.amplitude)
             if total >= draw:
                 return term.key
-        return (len(self.terms) - 1) % (1 << 64)  # a count taken as a key
+        return (len(self.terms) - 1) % (1 << 64)  # the engine uses the count as a key
 
     def probability_of(self, wanted: int, mask: int, limit: float) -> float:
         total = 0.0
@@ -172,7 +172,7 @@ class TermList:
         return total
 
     def project(self, wanted: int, mask: int) -> float:
-        """Sets all other terms to 0; answers the probability of those that stay."""
+        """Sets all other terms to 0 and returns the probability of the matching ones."""
         total = 0.0
         for term in self.terms:
             if term.key & mask == wanted:
@@ -182,16 +182,12 @@ class TermList:
         return total
 
     def shrink_by(self, total: float) -> None:
-        """Makes a total probability into 1."""
+        """Divides the amplitudes by the root of the total probability."""
         factor = 1.0 / math.sqrt(total)
         for term in self.terms:
             term.amplitude = scaled(term.amplitude, factor)
 
     # Read-outs.
-
-    def find(self, key: int) -> Amplitude:
-        """The amplitude of the first term of this key."""
-        return next((term.amplitude for term in self.terms if term.key == key), ZERO)
 
     def key_of_largest(self) -> int:
         best, largest = 0, 0.0
@@ -202,6 +198,6 @@ class TermList:
         return best
 
     def ranked(self) -> list[Term]:
-        """The terms of a probability above 0: the likeliest first, equals in list order."""
+        """The terms of a probability above 0, the most probable first, equal ones in list order."""
         likely = [term for term in self.terms if probability(term.amplitude) > 0.0]
         return sorted(likely, key=lambda term: -probability(term.amplitude))

@@ -1,24 +1,25 @@
 """A stabilizer tableau in plain Python: one integer for the X and one for the Z part of a row.
 
-Written out independently of the engine. Outcomes that are drawn stay open until they are known: a
-sign is a plain phase together with the draws that would turn it, so a tableau can be followed
-through any number of random measurements and be completed afterwards.
+Written independently of the engine. A drawn outcome is a variable until its value is known: a sign
+is a phase and a set of draws, each of which flips the sign if it gave 1. So the model follows any
+number of random measurements, and `settle` inserts the draws afterwards.
 """
 
 from __future__ import annotations
 
+import functools
 from collections.abc import Iterable, Iterator
 from typing import NamedTuple
 
 
 class Outcome(NamedTuple):
-    """A measured bit, inverted by each of the draws (a mask of their numbers) that gave a 1."""
+    """A measured bit. Each draw of the mask `draws` that gave 1 inverts it."""
 
     bit: int
     draws: int = 0
 
     def known(self, ones: int) -> int:
-        """The bit, when `ones` are the draws that gave a 1."""
+        """The value of the bit. `ones` is the mask of the draws that gave 1."""
         return self.bit ^ parity(self.draws & ones)
 
 
@@ -32,7 +33,7 @@ def parity(mask: int) -> int:
 class Row:
     """i to the power of `phase` times one letter for each qubit; both bits of a qubit make a Y.
 
-    Each draw of the mask `draws` that gave a 1 turns the sign.
+    Each draw of the mask `draws` that gave 1 flips the sign.
     """
 
     __slots__ = ("draws", "phase", "x", "z")
@@ -51,8 +52,8 @@ class Row:
 
     def multiply(self, right: Row) -> None:
         """Makes this row the product of itself, on the left, with another."""
-        # With a Y as i X Z: i for each Y that the factors have, and one back for each Y that they
-        # make; a Z that passes an X to reach its place turns the sign.
+        # Y is i X Z: a factor i for each Y of the two rows, and 1/i for each Y of the product. A Z
+        # that is moved past an X flips the sign.
         letters = (self.x & self.z).bit_count() + (right.x & right.z).bit_count()
         passed = (self.z & right.x).bit_count()
         self.x ^= right.x
@@ -63,7 +64,7 @@ class Row:
 
 
 class Tableau:
-    """Generators with their partners, from all qubits 0 on. Qubit numbers must be in range."""
+    """Generators with their partners, initially of all qubits 0. Qubits must be in range."""
 
     def __init__(self, num_qubits: int) -> None:
         self.num_qubits = num_qubits
@@ -78,7 +79,7 @@ class Tableau:
         yield from self.destabilizers
 
     def px(self, q: int, when: Outcome = ALWAYS) -> None:
-        """X on a qubit; given an outcome, only if that is 1."""
+        """X on a qubit, only if the outcome is 1."""
         for row in self._rows():
             if row.z >> q & 1:
                 row.phase ^= 2 * when.bit
@@ -126,7 +127,7 @@ class Tableau:
                 row.phase ^= 2
 
     def cz(self, a: int, b: int) -> None:
-        """Controlled Z without the sign that it should turn."""
+        """Controlled Z without its sign flip, as the engine does it."""
         for row in self._rows():
             row.z ^= (row.x >> a & 1) << b
             row.z ^= (row.x >> b & 1) << a
@@ -136,8 +137,8 @@ class Tableau:
     def reduced_z(self, q: int) -> tuple[bool, Row]:
         """Z on a qubit, and whether a generator anticommutes with it.
 
-        If none does, the row is multiplied by generators until it tells the outcome: as a rule it
-        is then the identity, its sign the outcome.
+        If none does, the row is multiplied by generators. Usually it is then the identity, and its
+        sign is the outcome.
         """
         row = Row(z=1 << q)
         if any(generator.x >> q & 1 for generator in self.stabilizers):
@@ -151,7 +152,7 @@ class Tableau:
                 row.multiply(generator)
 
     def fixed_outcome(self, q: int) -> Outcome | None:
-        """What measuring the qubit gives, or None where that is drawn."""
+        """The outcome of measuring the qubit, or None if it is drawn."""
         random, row = self.reduced_z(q)
         if random or not row.is_identity() or row.phase % 2:
             return None
@@ -168,7 +169,7 @@ class Tableau:
         return Outcome(0, row.draws)
 
     def project(self, target: Row, q: int) -> None:
-        """Makes the target, which is Z on the qubit as a rule, a generator."""
+        """Makes the target a generator. The target is usually Z on the qubit."""
         anticommuting = (i for i, row in enumerate(self.stabilizers) if row.x >> q & 1)
         pivot = next(anticommuting, None)
         if pivot is not None:
@@ -200,7 +201,7 @@ class Tableau:
                 place += 1
 
     def _pivot(self, place: int, column: int, part: str, partner_part: str) -> bool:
-        """Eliminates one part of a column by a row at or behind the place, if one has a bit."""
+        """Eliminates one part of a column by a row from `place` on. False if none has the bit."""
         rows = self.stabilizers
         having = [i for i, row in enumerate(rows) if getattr(row, part) >> column & 1]
         found = next((i for i in having if i >= place), None)
@@ -215,14 +216,14 @@ class Tableau:
                 row.multiply(rows[place])
         return True
 
-    # What shows.
+    # Output.
 
     def all_rows(self) -> list[Row]:
         """The rows in the order in which they are printed."""
         return [*self.destabilizers, *self.stabilizers]
 
     def settle(self, ones: int) -> None:
-        """Makes the signs plain again: `ones` are the draws that gave a 1."""
+        """Inserts the draws into the signs. `ones` is the mask of the draws that gave 1."""
         for row in self._rows():
             if row.draws:
                 row.phase ^= 2 * parity(row.draws & ones)
@@ -237,22 +238,21 @@ class Tableau:
 
     def _lines(self, rows: Iterable[Row]) -> Iterator[str]:
         n = self.num_qubits
-        if 0 < n <= 64:
-            return (f"{row.phase} {row.x:0{n}b}|{row.z:0{n}b}" for row in rows)
-        return (f"{row.phase} {self._bits(row.x)}|{self._bits(row.z)}" for row in rows)
+        return (f"{row.phase} {bits_text(row.x, n)}|{bits_text(row.z, n)}" for row in rows)
 
-    def _bits(self, bits: int) -> str:
-        """The low word first, cut to as many bits as the last has; qubit 0 at the right of each."""
-        n = self.num_qubits
-        if n == 0:
-            return ""
-        first = format(bits % 2**64, "064b")[-(n % 64) :]  # all of it where nothing is left over
-        rest = (format(bits >> start & 2**64 - 1, "064b") for start in range(64, n, 64))
-        return first + "".join(rest)
+
+@functools.lru_cache(maxsize=4096)  # most rows stay the same from one print to the next
+def bits_text(bits: int, num_qubits: int) -> str:
+    """The low word first, cut to as many bits as the last has; qubit 0 at the right of each."""
+    if num_qubits == 0:
+        return ""
+    words = [format(bits >> start & 2**64 - 1, "064b") for start in range(0, num_qubits, 64)]
+    shown = (num_qubits - 1) % 64 + 1
+    return words[0][-shown:] + "".join(words[1:])
 
 
 def visible_qubits(num_qubits: int) -> list[int]:
-    """The qubits whose columns the text has: of the first word no more than of the last."""
+    """The qubits that the text shows. It cuts the first word to the length of the last."""
     if num_qubits <= 64 or num_qubits % 64 == 0:
         return list(range(num_qubits))
     return [*range(num_qubits % 64), *range(64, num_qubits)]

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 import struct
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable, Iterator, Sequence
 from typing import NamedTuple
 
 TAG = 0x4E6D6272
@@ -53,7 +53,7 @@ def event_id(angle: float) -> int:
 
 
 def signed(word: int) -> int:
-    """An unsigned 64-bit word read as a signed one."""
+    """An unsigned 64-bit word reinterpreted as a signed one."""
     return (word & WORD) - ((word & 1 << 63) << 1)
 
 
@@ -63,3 +63,8 @@ def set_bits(mask: int) -> Iterator[int]:
         lowest = mask & -mask
         yield lowest
         mask ^= lowest
+
+
+def gathered(index: int, qubits: Sequence[int]) -> int:
+    """The bits of the index at these qubits, the first one lowest."""
+    return sum((index >> qubit & 1) << place for place, qubit in enumerate(qubits))

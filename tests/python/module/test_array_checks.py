@@ -1,4 +1,4 @@
-"""Which arrays the functions take: element type, first stride and length, in this order."""
+"""Checks of arrays: element type, first stride and length, in this order."""
 
 from types import ModuleType
 from typing import Any
@@ -43,7 +43,7 @@ AMPLITUDES: dict[str, Array] = {
     "empty": np.zeros(4, dtype=np.complex128)[:0],
     "rows of one": np.zeros((4, 1), dtype=np.complex128),
     "read-only": np.broadcast_to(np.zeros(4, dtype=np.complex128), (4,)),
-    # Type and stride are looked at one by one, and nothing asks for the size of an element.
+    # Type and stride are checked separately, and the element size is not checked.
     "complex64 16 bytes apart": np.zeros(8, dtype=np.complex64)[::2],
 }
 

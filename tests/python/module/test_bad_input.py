@@ -1,4 +1,4 @@
-"""Input that would lead the engine out of its memory: offsets, register sizes and record arrays."""
+"""Input that could make the engine access memory outside its arrays is refused."""
 
 import re
 from collections.abc import Callable
@@ -9,11 +9,11 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import CLEAR, EXTEND, FREE, READ, SWAP, WRITE, X
+from models.opcodes import CLEAR, EXTEND, FREE, LELBOW, READ, RELBOW, SWAP, WRITE, X
 from models.program import NO_REGISTER
 from support.driver import BitFilter, failure_of, raises_engine_error, rec
 
-GATES = [X, SWAP, 0x14, 0x4014]
+GATES = [X, SWAP, LELBOW, RELBOW]
 ALL = [*GATES, READ, WRITE, CLEAR, FREE]
 
 each_record = pytest.mark.parametrize("low", [pytest.param(low, id=f"{low:08X}") for low in ALL])
@@ -21,7 +21,7 @@ each_gate = pytest.mark.parametrize("low", [pytest.param(low, id=f"{low:08X}") f
 
 
 def outside(offset: int, num_qubits: int = 70) -> str:
-    """The failure of a record whose mask stands past the register."""
+    """The error of a record whose mask lies outside the register."""
     return f"Error: qubit offset {offset} lies outside the register of {num_qubits} qubits."
 
 
@@ -108,7 +108,7 @@ def test_targets_are_tested_before_conditions_and_own_masks_first(seventy: BitFi
         extensions = (rec(EXTEND, **first), rec(EXTEND, **second))
         for low in (X, SWAP, WRITE):
             seventy.fails(outside(offset), *extensions, rec(low, **own))
-        for words in (own, first, second):  # put right the one that was reported
+        for words in (own, first, second):  # correct the offset that was reported
             words.update({word: 0 for word, value in words.items() if value == offset})
     assert_untouched(seventy)
 
@@ -170,7 +170,7 @@ def test_the_rest_of_the_last_word_may_be_used(bits: BitFilter) -> None:
 
 
 def assert_too_large(bits: BitFilter, num_qubits: int, *more: np.ndarray) -> None:
-    """The machine says how much memory there is, the register how much it takes."""
+    """Expects a refusal that states the memory needed and the memory available."""
     failure = failure_of(lambda: bits.run(nb.reset(num_qubits), *more))
     text = (
         rf"RuntimeError\('Error: qc\.reset\(\) could not allocate a register of {num_qubits} "
@@ -199,7 +199,7 @@ Put = Callable[[Array], None]
 
 @pytest.fixture
 def put(engine: ModuleType, bits: BitFilter) -> Put:
-    """Hands any array to the filter, counting its first dimension."""
+    """Passes an array to the filter, with the length of its first dimension."""
 
     def hand_over(records: Array) -> None:
         engine.put_instructions(bits.handle, records, len(records))
@@ -212,7 +212,7 @@ WORDS = PROGRAM.view(np.uint64).reshape(3, 11)
 
 
 def misaligned(records: nb.RecordArray) -> nb.RecordArray:
-    """The same records one byte past an aligned place."""
+    """The same records at an address one byte past an aligned one."""
     space = b"\0" + records.tobytes()
     return np.frombuffer(space, dtype=nb.QPU_OP, offset=1)
 

@@ -1,4 +1,4 @@
-"""What the built library offers: its entry function, and two classes for native callers."""
+"""The library's exported symbols: its entry function, and two classes for native callers."""
 
 import shutil
 import subprocess
@@ -14,7 +14,7 @@ COMPILER = shutil.which("c++")
 
 NATIVE_CLASSES = ("ComplexMatrix", "Nimbrel::OpFilter_cuQuantum_Export")
 
-# A library that knows the engine by its headers and its exported symbols alone.
+# A library that uses only the engine's headers and exported symbols.
 NATIVE_CALLER = """
 #include "remote/export_filter.h"
 #include "support/complex_matrix.h"
@@ -53,7 +53,7 @@ print(caller.y_is_unitary(), caller.is_connected_at_first())
 
 
 def exported_names() -> list[str]:
-    """The library's dynamic symbols as C++ writes them, without their arguments."""
+    """The library's dynamic symbols, demangled, without arguments."""
     assert LIBRARY is not None
     listing = subprocess.run(
         ["nm", "-D", "-C", "--defined-only", LIBRARY], check=True, capture_output=True, text=True

@@ -1,4 +1,4 @@
-"""What a forked process draws: never its parent's outcomes, and the same again after a seed."""
+"""Outcomes in forked processes: never their parent's, and repeatable by a seed."""
 
 import pytest
 
@@ -7,7 +7,7 @@ from support.fork_draws import answer_of
 
 @pytest.fixture(scope="module")
 def seeded() -> list[int]:
-    """The draws of a family with the seed 5, its parent's last."""
+    """The draws of a seeded process and its children, those of the parent last."""
     draws: list[int] = answer_of("seeded_family(5)")
     return draws
 

@@ -1,4 +1,4 @@
-"""What ends a long run: Ctrl-C between two calls, SIGTERM or an undone handler within one."""
+"""Signals that end a long run: Ctrl-C between two calls, SIGTERM within a call."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ with nb.Simulator("StreamQPU") as sim:
     except KeyboardInterrupt:
         print("probability of 1 on qubit 16:", round(sim.probabilities(16)[1], 9))
 """
-# Takes minutes; nothing waits for its end.
+# Takes minutes; the test does not wait for its end.
 ONE_CALL = """
 import nimbrel as nb
 call = nb.program(nb.reset(20), *[nb.h(range(20))] * 20000)

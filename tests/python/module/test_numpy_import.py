@@ -1,4 +1,4 @@
-"""How the module binds NumPy when it is loaded, with stand-ins for NumPy broken in one way each."""
+"""How the module imports NumPy, tested with fake NumPy packages that lack one thing each."""
 
 import os
 import subprocess
@@ -17,7 +17,7 @@ else:
     print("loaded", _lib_nb_sim.new_native_filter("StreamBitQPU"))
 """
 
-# A module object of the engine goes by the name that its definition declares.
+# The name of the module is that of its definition.
 COUNT_LEFT_BEHIND = """
 import gc, types
 
@@ -36,7 +36,7 @@ print(modules, errors)
 
 FIXED_TEXT = "ImportError: numpy._core.multiarray failed to import\n"
 
-# A table with only the entries that the import looks at: ABI version, endianness, feature version.
+# A table with the entries that the import reads: ABI version, endianness, feature version.
 FAKE_TABLE = """
 import ctypes
 
@@ -56,7 +56,7 @@ GOOD_TABLE = FAKE_TABLE.format(abi=0x2000000, endianness=1, feature=0x11)
 
 
 def fake_numpy(folder: Path, **modules: str) -> Path:
-    """Lays out a `numpy` package; each subpackage gets this source as its `_multiarray_umath`."""
+    """Writes a `numpy` package. Each subpackage has this source as its `_multiarray_umath`."""
     for subpackage, source in modules.items():
         package = folder / "numpy" / subpackage
         package.mkdir(parents=True)
@@ -68,8 +68,8 @@ def fake_numpy(folder: Path, **modules: str) -> Path:
 
 
 def load_engine(folder: Path, program: str = LOAD) -> tuple[str, str]:
-    """Loads the engine where `folder` is found first; returns what it printed, errors apart."""
-    # The engine under test comes second, because it may lie where only this process looks for it.
+    """Imports the engine with `folder` first on the path. Returns its output and its errors."""
+    # The engine's folder comes second: only this process may have it on its path.
     path = os.pathsep.join((str(folder), str(Path(_lib_nb_sim.__file__).parent)))
     environment = os.environ | {"PYTHONPATH": path}
     command = [sys.executable, "-c", program]
@@ -93,7 +93,7 @@ def load_engine(folder: Path, program: str = LOAD) -> tuple[str, str]:
             id="not-a-capsule",
         ),
         pytest.param(
-            # A capsule of another name gives no pointer to those who ask without a name.
+            # A capsule with a name returns no pointer for the name NULL.
             "from datetime import datetime_CAPI as _ARRAY_API",
             "RuntimeError: _ARRAY_API is NULL pointer",
             id="null-pointer",
@@ -129,7 +129,7 @@ def load_engine(folder: Path, program: str = LOAD) -> tuple[str, str]:
 def test_a_failing_import_prints_the_first_error(
     tmp_path: Path, source: str, first_error: str
 ) -> None:
-    # The good table in the old place must not help: only a missing module sends the import there.
+    # The import uses the old location only if the new module is missing.
     out, err = load_engine(fake_numpy(tmp_path, _core=source, core=GOOD_TABLE))
     assert out == FIXED_TEXT
     assert first_error in err

@@ -1,6 +1,6 @@
-"""On a processor without the instructions that the engine is made of, its import fails and says so.
+"""On a processor without the instructions that the engine needs, its import fails with a message.
 
-The processors are those of qemu, which stops a program at an instruction that they do not have.
+The tests emulate such processors with qemu, which stops a program at a missing instruction.
 """
 
 import os
@@ -34,7 +34,7 @@ pytestmark = [
 
 
 def load_on(processor: str, folder: Path) -> subprocess.CompletedProcess[str]:
-    """Loads the engine on a processor of qemu, with a NumPy that only says when its turn comes."""
+    """Imports the engine on a processor of qemu. A fake NumPy prints when it is imported."""
     assert EMULATOR is not None
     numpy = folder / "numpy"
     if not numpy.exists():
@@ -58,7 +58,7 @@ def load_on(processor: str, folder: Path) -> subprocess.CompletedProcess[str]:
         pytest.param("Haswell,-fma", " FMA", id="no-fma"),
         pytest.param("Haswell,-popcnt", " POPCNT", id="no-popcnt"),
         pytest.param("Haswell,-avx", " AVX FMA", id="no-avx"),
-        # The operating system does not keep the wide registers.
+        # The operating system does not save the wide registers.
         pytest.param("Haswell,-xsave", " AVX FMA", id="no-saved-state"),
     ],
 )

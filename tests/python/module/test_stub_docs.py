@@ -13,7 +13,7 @@ STUB_TREE = ast.parse(STUB.read_text(encoding="utf-8"))
 STUB_FUNCTIONS = [node for node in STUB_TREE.body if isinstance(node, ast.FunctionDef)]
 
 
-# A caller looks a message up under the function that it came from, word for word.
+# Callers search the manual for the exact text of a message, under the function that raised it.
 REFUSALS = [
     (
         "put_instructions",

@@ -1,4 +1,4 @@
-"""The functions of the extension module: which there are, what they take, how they name filters."""
+"""The functions of the extension module: their names, arguments and filter handles."""
 
 import subprocess
 import sys
@@ -45,7 +45,7 @@ AMPLITUDES = np.zeros(4, dtype=np.complex128)
 INDICES = np.zeros(4, dtype=np.uint64)
 RECORDS = np.zeros((1, 88), dtype=np.uint8)
 
-# What follows the handle in a well-formed call of every function that takes a handle.
+# For each function that takes a handle: valid arguments after the handle.
 AFTER_HANDLE: dict[str, tuple[Any, ...]] = {
     "pull_state": (AMPLITUDES,),
     "pull_state_specific": (AMPLITUDES, 0),

@@ -1,4 +1,4 @@
-"""Random record programs for the bit filter: sensible as a rule, odd or failing now and then."""
+"""Random programs for the bit filter: mostly ordinary, sometimes unusual or failing."""
 
 from __future__ import annotations
 
@@ -31,18 +31,18 @@ ODD_OPCODES = [
     2**64 - 1,
 ]
 
-JUMP_FAMILY = [TAG << 32 | 0x10000416, 0x16, 0x10000216, (TAG ^ 1) << 32 | 0x10000316]
+JUMPS = [TAG << 32 | opcodes.JUMP_FAMILY, 0x16, opcodes.JUMP_FWD, (TAG ^ 1) << 32 | opcodes.LABEL]
 
 
 def random_width(rng: random.Random) -> int:
-    """Qubits of a register, word edges often among them."""
+    """A register size, often near a multiple of 64."""
     return rng.choice((1, 2, 8, 63, 64, 65, 127, 128, 129, 192, 300, *(rng.randint(1, 300),) * 8))
 
 
 def wild_record(rng: random.Random) -> Record:
-    """A record that the bit filter acts on, with anything at all in its masks, flags and offsets.
+    """A record that the bit filter carries out, with arbitrary masks, flags and offsets.
 
-    Resets are left out: what a vast one does is the machine's memory to say.
+    Not a reset, because the effect of a huge one depends on the machine's memory.
     """
     low = rng.choice(
         (
@@ -77,7 +77,7 @@ NOISE = 0x9E3779B97F4A7C15 >> 8  # spreads a byte over the bits of a word
 
 
 class RecordSource:
-    """Draws records for a register of some width; of what they do it keeps no account."""
+    """Draws records for a register of some width. It does not track their effect."""
 
     def __init__(self, rng: random.Random, num_qubits: int) -> None:
         self.rng = rng
@@ -100,7 +100,7 @@ class RecordSource:
         }
 
     def records(self, count: int) -> list[Record]:
-        """About `count` records: most are drawn one by one, whole swaps in twos or threes."""
+        """About `count` records. A swap that needs an extension is drawn as a group."""
         return [record for _ in steps(self.rng, count) for record in self._one_or_whole_swap()]
 
     def record(self) -> Record:
@@ -114,12 +114,12 @@ class RecordSource:
         return [self._any_kind()] if self.rng.random() < 0.9 else self._whole_swap()
 
     def _record(self, low: int, **words: int | float) -> Record:
-        """A record of the engine's tag; reserved words hold whatever they like."""
+        """A record of the engine's tag with arbitrary reserved words."""
         noise = self.rng.getrandbits(8) * NOISE
         return tagged(low, **words, reserved_a=noise, reserved_b=noise ^ WORD)
 
     def _mask(self, bits_wanted: int | None = None) -> int:
-        """A mask of a few qubits as a rule; seldom empty, full or random in all its bits."""
+        """A mask, usually of a few qubits; rarely empty, full or random."""
         if bits_wanted is None:
             odd = self.rng.random()
             if odd < 0.1:
@@ -129,7 +129,7 @@ class RecordSource:
         return sum(1 << bit for bit in self.rng.sample(range(top), min(bits_wanted, top)))
 
     def _offset(self, mask: int) -> int:
-        """An offset within the register with any low six bits; a wild one where no mask uses it."""
+        """An offset inside the register, or any offset if the mask is empty."""
         words = (self.num_qubits + 63) // 64
         if mask == 0:
             return self.rng.choice((0, self.rng.getrandbits(64)))
@@ -149,7 +149,7 @@ class RecordSource:
         return {"cond_mask": mask, "cond_neg_mask": negated, "cond_offset": self._offset(mask)}
 
     def _flag(self) -> int:
-        """A flag that a program might really use, or one at an edge of the table or of 64 bits."""
+        """A usual flag number, or one at a limit of the table or of 64 bits."""
         odd = self.rng.random()
         if odd < 0.01:
             return self.rng.choice(ODD_FLAGS)
@@ -171,7 +171,7 @@ class RecordSource:
         return self._record(opcodes.SWAP, **words, cond_flag=self._cond_flag())
 
     def _whole_swap(self) -> list[Record]:
-        """A swap of two qubits, in one mask or over an extension, behind what drops older ones."""
+        """A swap of two qubits, in one mask or with an extension, after a marker."""
         conds = self._conds() | {"cond_flag": self._cond_flag()}
         swap = self._record(opcodes.SWAP, **self._targets(2), **conds)
         if self.num_qubits == 1 or self.rng.random() < 0.5:
@@ -233,7 +233,7 @@ class RecordSource:
     def _jump(self) -> Record:
         opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
-            opcode = self.rng.choice(JUMP_FAMILY)
+            opcode = self.rng.choice(JUMPS)
         label = self.rng.choice((0, 1, 1, 2, 3))
         return Record(
             opcode, target_mask=label, cond_mask=self._mask(), cond_flag=self._cond_flag()
@@ -248,7 +248,7 @@ class RecordSource:
 
     def _reset(self) -> Record:
         self.num_qubits = random_width(self.rng)
-        # Reset to none at times, which the source forgets at once so that the next records fail.
+        # Sometimes a reset to 0 qubits. The source keeps its width, so the next records fail.
         width = self.num_qubits if self.rng.random() < 0.9 else 0
         return self._record(opcodes.RESET, target_mask=width, cond_flag=self._cond_flag())
 

@@ -1,4 +1,4 @@
-"""Random records for the Clifford filter: sensible as a rule, odd or refused now and then."""
+"""Random records for the Clifford filter: mostly ordinary, sometimes unusual or refused."""
 
 from __future__ import annotations
 
@@ -17,24 +17,24 @@ WIDTHS = (1, 2, 3, 63, 64, 65, 66, 127, 128, 129, 130)
 FREE_GATES = (*(opcodes.H,) * 3, opcodes.S, opcodes.S, opcodes.S_INV, opcodes.Y)
 QUARTERS = (90.0, -90.0, 180.0)
 EIGHTHS = tuple(45.0 * k for k in range(-9, 10))
-# Where doubling wraps around 32 bits, and where the angle stops to be a whole 32-bit number.
+# Angles whose double overflows 32 bits, and angles that do not fit 32 bits.
 EDGE_ANGLES = (2.0**31 - 68, 1073741865.0, -1073741865.0, -(2.0**31), 2.0**31, 2.0**32 - 1)
 WRONG_ANGLES = (45.5, 30.0, 1e-300, 44.999999999999996, math.inf, -math.inf, math.nan)
 SIGNS = (1.0, 0.0, -1.0, -1.0, -1.5, -0.5, -2.0, 2.0**32 - 1, math.nan, math.inf)
 
 
 def random_width(rng: random.Random) -> int:
-    """Qubits of a register: few as a rule, the edges of words often, and seldom none."""
+    """A register size: mostly small, often near a multiple of 64, rarely 0."""
     few = rng.randint(1, 8)
     return rng.choice((0, rng.choice(WIDTHS), rng.choice(WIDTHS), rng.randint(1, 130), *(few,) * 8))
 
 
 class CliffordSource(RecordSource):
-    """Draws records for a register of some width; its user tells when that has changed.
+    """Draws records for a register of some width. The caller reports changes of the width.
 
-    Where the looks of a program are far apart, outcomes stay unknown and a failure ends it early:
-    `steady` leaves out the records that could depend on an outcome and those that change the
-    width, and makes mistakes rare.
+    If a program is compared rarely, its outcomes stay unknown and a failure ends it early. So
+    `steady` leaves out records that depend on an outcome or change the width, and makes failures
+    rare.
     """
 
     def __init__(self, rng: random.Random, num_qubits: int, *, steady: bool = False) -> None:
@@ -70,7 +70,7 @@ class CliffordSource(RecordSource):
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 
     def _errs(self, probability: float) -> bool:
-        """Whether to do something that may well be refused."""
+        """Whether to draw something that may be refused."""
         return self.rng.random() < probability * (0.05 if self.steady else 1.0)
 
     # Masks. The whole offset counts, so a mask is drawn together with it.
@@ -87,7 +87,7 @@ class CliffordSource(RecordSource):
         return sum(1 << place for place in places), base & WORD
 
     def _wide_mask(self, count: int | None) -> tuple[int, int]:
-        """The same; seldom with qubits outside the register, or many."""
+        """Likewise, rarely with qubits outside the register or with many qubits."""
         if self._errs(0.01):
             offset = self.rng.choice((0, self.num_qubits, self.rng.getrandbits(8), WORD, 1 << 40))
             return self.rng.choice((1, 1 << 63, self.rng.getrandbits(64))), offset
@@ -102,7 +102,7 @@ class CliffordSource(RecordSource):
         return {"target_mask": mask, "target_offset": offset}
 
     def _conds(self, count: int | None = None) -> dict[str, int]:
-        """Conditions, one as a rule if any; the negated bits of none have an effect."""
+        """Controls, mostly none or one. Negations without a control have no effect."""
         if count is None:
             count = 2 if self._errs(0.1) else self.rng.choice((0, 1, 1))
         mask, offset = self._wide_mask(count) if count else (0, self.rng.getrandbits(64))
@@ -113,7 +113,7 @@ class CliffordSource(RecordSource):
         return self._conds(1 if self._errs(0.03) else 0)
 
     def _apart(self, targets: dict[str, int], conds: dict[str, int]) -> dict[str, int]:
-        """Drops a pair's condition where it is a target, save a few: the tableau suffers."""
+        """Mostly drops controls that are targets, because such gates damage the tableau."""
         named = qubits_of([Pair(targets["target_mask"], targets["target_offset"])])
         control = qubits_of([Pair(conds["cond_mask"], conds["cond_offset"])])
         if set(named) & set(control) and not self._errs(0.1):
@@ -139,7 +139,7 @@ class CliffordSource(RecordSource):
         return self._record(opcodes.X, **words, cond_flag=self._cond_flag())
 
     def _z_words(self) -> dict[str, int]:
-        """A Z on targets, under one condition, or on two conditions alone."""
+        """A Z on targets with one control, or without targets on two controls."""
         targets, conds = self._targets(self.rng.choice((0, 1, 2))), self._conds()
         if targets["target_mask"] == 0:
             conds = self._conds(3 if self._errs(0.2) else self.rng.choice((1, 2, 2)))
@@ -188,7 +188,7 @@ class CliffordSource(RecordSource):
         return self._record(opcodes.READ, **self._targets(), **self._conds(), **flags)
 
     def _write(self) -> Record:
-        """Values from the same base or any other, zeros among them; flags or none."""
+        """A write with its values at the same offset or another one, with or without flags."""
         words = self._targets()
         offset = words["target_offset"]
         if self.rng.random() < 0.3:
@@ -226,7 +226,7 @@ class CliffordSource(RecordSource):
 
 
 def gate_run(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
-    """About `length` records of gates that every register of this width takes."""
+    """About `length` gates that are valid on every register of this width."""
     return [record for _ in steps(rng, length) for record in one_gate(rng, num_qubits)]
 
 
@@ -258,7 +258,7 @@ def one_gate(rng: random.Random, num_qubits: int) -> list[Record]:
 
 
 def pauli_rotation(rng: random.Random, base: int, width: int) -> Record:
-    """A rotation about letters on the qubits from `base` on; its pivot lies below `width`."""
+    """A rotation about a product on qubits from `base` on. Its pivot is below `width`."""
     xs, zs = rng.getrandbits(width), rng.getrandbits(width)
     words = {"target_mask": xs, "target_offset": base, "cond_mask": zs, "cond_offset": base}
     return tagged(opcodes.PPR, **words, angle=rng.choice(EIGHTHS))

@@ -1,4 +1,4 @@
-"""Random records and programs for a dense register, tidy as a textbook's or with odd masks."""
+"""Random records and programs for a dense register, with textbook or arbitrary masks."""
 
 from __future__ import annotations
 
@@ -36,13 +36,13 @@ def angle(rng: random.Random) -> float:
 
 
 def as_record(low: int, angle: float, targets: int, conds: int, negs: int, flag: int) -> Record:
-    """A gate by its masks; a Pauli rotation's product is `targets` for X and Y, `flag` apart."""
+    """A gate with these masks. A Pauli rotation has its controls in the word `read_flag`."""
     words = tagged(low, targets, conds, angle, flag, 0, negs)
     return words._replace(cond_mask=0, read_flag=signed(conds)) if low == opcodes.PPR else words
 
 
 def tidy_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
-    """A gate whose targets and conditions lie in the register and apart, as many as it takes."""
+    """A textbook gate: targets and controls lie in the register and are different qubits."""
     qubits = rng.sample(range(num_qubits), num_qubits)
     count = 2 if low == opcodes.SWAP else rng.choice((1, 1, 2, 3))
     targets = sum(1 << qubit for qubit in qubits[:count])
@@ -52,7 +52,7 @@ def tidy_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
 
 
 def with_product(rng: random.Random, rotation: Record, num_qubits: int) -> Record:
-    """Spreads the letters X, Y and Z over the rotation's targets, and Zs over other qubits."""
+    """Gives the rotation a product: X, Y or Z on each target, and Z on other qubits."""
     register = (1 << num_qubits) - 1
     letters = rotation.target_mask
     xs = some_of(rng, letters)
@@ -61,9 +61,9 @@ def with_product(rng: random.Random, rotation: Record, num_qubits: int) -> Recor
 
 
 def loose_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
-    """A gate with masks as they may come, within what means the same at every block size.
+    """A gate with arbitrary masks whose result does not depend on the block size.
 
-    Left out: negations outside the conditions, and a rotation's conditions among its Xs.
+    Without negations outside the controls, and without a rotation's controls among its Xs.
     """
     record = tidy_gate(rng, low, num_qubits)
     odd = rng.random()
@@ -84,7 +84,7 @@ def wild_mask(rng: random.Random, num_qubits: int) -> int:
 
 
 def wild_gate(rng: random.Random, low: int, num_qubits: int) -> Record:
-    """A gate with anything at all in its masks."""
+    """A gate with arbitrary masks."""
     targets, conds, negs = (wild_mask(rng, num_qubits) for _ in range(3))
     conds = rng.choice((0, conds, conds & (1 << num_qubits) - 1))
     record = tagged(low, targets, conds, angle(rng), cond_neg_mask=negs)
@@ -98,17 +98,17 @@ def random_flag(rng: random.Random) -> int:
 
 
 def gate_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
-    """Gates only, all of them possible at every block size."""
+    """Gates only, whose results do not depend on the block size."""
     return [loose_gate(rng, rng.choice(GATES), num_qubits) for _ in steps(rng, length)]
 
 
 def wild_program(rng: random.Random, num_qubits: int, length: int) -> list[Record]:
-    """Gates with anything at all in their masks."""
+    """Gates with arbitrary masks."""
     return [wild_gate(rng, rng.choice(GATES), num_qubits) for _ in steps(rng, length)]
 
 
 class ProgramSource:
-    """Draws programs that also measure, write, free, and work on batches of Pauli products."""
+    """Draws programs with gates, measurements, writes, frees and batches of Pauli products."""
 
     def __init__(self, rng: random.Random, num_qubits: int) -> None:
         self.rng = rng
@@ -135,7 +135,7 @@ class ProgramSource:
         return [tagged(low, **words, cond_flag=random_flag(self.rng))]
 
     def _mask(self) -> int:
-        """A part of the register, seldom the whole of it."""
+        """Some qubits of the register, rarely all."""
         return some_of(self.rng, (1 << self.num_qubits) - 1)
 
     def _partial_mask(self) -> int:

@@ -28,7 +28,7 @@ class DrawnRandom(random.Random):
         self._place = 0
 
     def steps(self, average: int) -> Iterator[None]:
-        """The steps of a program, `average` of them on average and 3 * `average` at most.
+        """Yields once for each step: `average` times on average, 3 * `average` times at most.
 
         Each step begins with a new block, and the first byte of that tells whether the program
         goes on: so hypothesis can leave out a step and change none of those after it.
@@ -67,19 +67,19 @@ class DrawnRandom(random.Random):
 
 
 def steps(rng: random.Random, count: int) -> Iterable[object]:
-    """So many steps of a program; as many on average if hypothesis draws the numbers."""
+    """Iterates `count` times; on average `count` times if hypothesis draws the numbers."""
     return rng.steps(count) if isinstance(rng, DrawnRandom) else range(count)
 
 
 def drawn_randoms() -> st.SearchStrategy[DrawnRandom]:
-    # Without spans of its own: hypothesis would otherwise repeat old blocks in most examples.
+    # With spans, hypothesis would repeat old blocks in most examples.
     return st.randoms(use_true_random=False, note_method_calls=False).map(DrawnRandom)
 
 
 def check_programs(test: Callable[[DrawnRandom], None], max_examples: int, batch: int = 0) -> None:
-    """Runs the test with this many random programs; each batch has other ones.
+    """Runs the test with this many random programs. Each batch has different ones.
 
-    A profile that asks for more than the usual 100 examples gets as many times more programs.
+    The number scales with the profile's `max_examples`, whose default is 100.
     """
     profile = settings()
     chosen = settings(max_examples=max_examples * profile.max_examples // 100)

@@ -1,4 +1,4 @@
-"""Random records, states and calls for the sparse filter: sensible as a rule, odd now and then."""
+"""Random records, states and calls for the sparse filter: mostly ordinary, sometimes unusual."""
 
 from __future__ import annotations
 
@@ -11,11 +11,11 @@ import numpy as np
 from models import opcodes
 from models.sparse import IGNORED, MAX_QUBITS
 from models.wire import WORD, Record, set_bits, signed, tagged
-from programs.bit import JUMP_FAMILY, NOISE, ODD_FLAGS, ODD_OPCODES
+from programs.bit import JUMPS, NOISE, ODD_FLAGS, ODD_OPCODES
 from programs.dense import ROOTS, angle, random_flag, some_of
 from support.dense import Vector
 
-# Qubits of the register that may come into superposition: this bounds the length of the list.
+# Qubits that may be in superposition. This bounds the length of the list.
 MAX_MIXED = 7
 MAX_TERMS = 200
 
@@ -46,13 +46,13 @@ LIMITS = (0.0, -0.0, 5e-324, 0.25, 0.5, 1.0, -1.0, math.nan, math.inf)
 
 
 def random_width(rng: random.Random) -> int:
-    """Qubits of a register: few or many, and seldom none."""
+    """A register size: small or large, rarely 0."""
     few, many = rng.randint(1, 8), rng.randint(1, MAX_QUBITS)
     return rng.choice((0, 1, 2, 32, 33, MAX_QUBITS, *(few, many) * 7))
 
 
 class SparseSource:
-    """Draws records for a register of some width; its user tells when that has changed."""
+    """Draws records for a register of some width. The caller reports changes of the width."""
 
     def __init__(self, rng: random.Random, num_qubits: int) -> None:
         self.rng = rng
@@ -78,7 +78,7 @@ class SparseSource:
         }
 
     def resize(self, num_qubits: int) -> None:
-        """Draws for a register of this width from now on."""
+        """Draws records for a register of this width from now on."""
         self.num_qubits = num_qubits
         self.register = (1 << num_qubits) - 1
         qubits = self.rng.sample(range(num_qubits), min(num_qubits, MAX_MIXED))
@@ -89,13 +89,13 @@ class SparseSource:
         return self.rng.choices(list(kinds), weights=list(kinds.values()))[0]()
 
     def replacement(self) -> Record:
-        """A write of the whole register, after which the list is one term."""
+        """A write of the whole register, which leaves one term."""
         return self._record(opcodes.WRITE, target_mask=WORD, cond_mask=self.rng.getrandbits(64))
 
     # Words.
 
     def _record(self, low: int, **words: int | float) -> Record:
-        """A record of the engine's tag; words that nothing reads hold whatever they like."""
+        """A record of the engine's tag with arbitrary unused words."""
         noise = self.rng.getrandbits(8) * NOISE
         unread = {"target_offset": noise >> 32, "cond_offset": noise, "reserved_a": noise}
         return tagged(low, **(unread | words))
@@ -105,12 +105,12 @@ class SparseSource:
         return sum(self.rng.sample(bits, min(count, len(bits))))
 
     def _beyond(self) -> int:
-        """Bits above the register, which nothing may heed."""
+        """Bits above the register, which must have no effect."""
         above = WORD & ~self.register
         return self.rng.choice((*(0,) * 6, above, self._few_of(above, 2)))
 
     def _mask(self) -> int:
-        """Qubits of any kind, the mixed ones more often."""
+        """Any qubits, those that may be in superposition more often."""
         odd = self.rng.random()
         if odd < 0.1:
             return self.rng.choice((0, WORD, self.register, 1 << 63, self.rng.getrandbits(64)))
@@ -122,7 +122,7 @@ class SparseSource:
         return self._few_of(self.mixed, count) | self._beyond()
 
     def _conds(self, targets: int) -> dict[str, int]:
-        """A condition apart from the targets as a rule; negated bits may lie anywhere."""
+        """Controls, mostly different from the targets, with arbitrary negations."""
         conds = self._few_of(self.mixed, self.rng.choice((0, 0, 0, 1, 1, 2))) & ~targets
         odd = self.rng.random()
         if odd < 0.15:
@@ -216,7 +216,7 @@ class SparseSource:
     def _jump(self) -> Record:
         opcode = self._record(opcodes.JUMP_FWD).opcode
         if self.rng.random() < 0.2:
-            opcode = self.rng.choice(JUMP_FAMILY)
+            opcode = self.rng.choice(JUMPS)
         words = {"cond_mask": self._mask(), "cond_flag": random_flag(self.rng)}
         return Record(opcode, target_mask=self.rng.choice((0, 1, 1, 2)), **words)
 
@@ -248,10 +248,10 @@ def random_part(rng: random.Random, wildness: float) -> float:
 
 
 def random_state(rng: random.Random, num_qubits: int) -> Vector:
-    """Amplitudes to push, many of them nothing or nearly so; the length may be any."""
+    """Amplitudes to push, many of them 0 or nearly 0, of any length."""
     size = 1 << min(num_qubits, rng.randint(0, 6))
     length = rng.choice((size, size, size, rng.randint(0, 64)))
-    wildness = rng.choice((0.0, 0.0, 0.0, 0.03))
+    wildness = rng.choice((0.0, 0.0, 0.03))
     parts = [random_part(rng, wildness) for _ in range(2 * length)]
     total = sum(part * part for part in parts)
     if rng.random() < 0.5 and total > 0.0:

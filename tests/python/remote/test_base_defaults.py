@@ -1,4 +1,4 @@
-"""What the socket filter answers to the calls for which it has nothing of its own."""
+"""Calls that the socket filter does not implement: the answers of the base class."""
 
 from collections.abc import Iterator
 from types import ModuleType
@@ -14,7 +14,7 @@ AMPLITUDES = np.full(4, 0.5, dtype=np.complex128)
 
 @pytest.fixture(params=["not connected", "connected"])
 def remote(request: pytest.FixtureRequest, engine: ModuleType, capfd: Any) -> Iterator[Remote]:
-    """The defaults look at nothing, so a connection makes no difference to them."""
+    """The base class has no state, so its answers do not depend on a connection."""
     with open_remote(engine, capfd) as pair:
         if request.param == "connected":
             pair.join()

@@ -1,4 +1,4 @@
-"""Connecting and disconnecting: texts, prints, the status, and where the filter is left."""
+"""Connecting and disconnecting: texts, printed lines, status, and the filter's state."""
 
 import contextlib
 import resource
@@ -43,7 +43,7 @@ def filter_(engine: ModuleType) -> Iterator[ConnectFilter]:
 
 @pytest.fixture
 def closed_port() -> Iterator[int]:
-    """A port at which nobody listens, taken so that nobody begins to."""
+    """A port that is bound but has no listener."""
     with socket.socket() as taken:
         taken.bind((LOOPBACK, 0))
         yield taken.getsockname()[1]
@@ -91,7 +91,7 @@ def test_a_port_at_which_nobody_listens(
 
 @pytest.mark.parametrize(
     "host",
-    [  # none that the resolver would ask others for
+    [  # not a name that needs a query
         pytest.param("256.256.256.256", id="numbers"),
         pytest.param("no..host", id="empty-label"),
         pytest.param("::1", id="not-ipv4"),

@@ -1,4 +1,4 @@
-"""Open descriptors: every connection takes one, and every way out of it gives it back."""
+"""Open descriptors: a connection takes one, and every way to end it frees the descriptor."""
 
 import os
 import socket
@@ -29,14 +29,14 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
 
 @pytest.fixture
 def closed_port() -> Iterator[int]:
-    """A port at which nobody listens, taken so that nobody begins to."""
+    """A port that is bound but has no listener."""
     with socket.socket() as taken:
         taken.bind((LOOPBACK, 0))
         yield taken.getsockname()[1]
 
 
 def assert_gives_back(remote: Remote, rounds: int, one_round: Callable[[], None]) -> None:
-    one_round()  # what the first use of anything opens for good is no leak
+    one_round()  # descriptors that stay open after a first use are no leak
     before = open_descriptors()
 
     def all_rounds() -> None:
@@ -96,7 +96,7 @@ def test_services_that_have_gone(remote: Remote, ending: str) -> None:
 
 
 def test_the_descriptor_does_not_outlive_its_closing(remote: Remote) -> None:
-    """What a closed connection had may be anybody's: a second closing must not touch it."""
+    """A closed descriptor's number may be reused, so a second close must not happen."""
     remote.join()
     remote.filter.disconnect()
     with socket.socket() as other:

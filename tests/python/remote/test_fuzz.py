@@ -18,7 +18,7 @@ from support.driver import rec
 from support.remote import LONG, ONE_POLL, POLL_SECONDS, TIMED_OUT, Remote, open_remote, reply
 
 SHORT = 0.05  # seconds
-READ_SIZE = 4096  # a piece of this size would be one poll or two, as chance has it
+READ_SIZE = 4096  # a piece of this size may need one poll or two
 FIRST_FLAGS = [
     2, 3, 60, 64, 100, -2, -3, -64, -70, -1, 0, 1, CAPACITY, -CAPACITY, CAPACITY + 5, 99_999_990,
     2**63 - 1, 2**63 - 20, -(2**63), -(2**63) + 3,
@@ -33,7 +33,7 @@ def random_reply(rng: random.Random) -> bytes:
 
 
 def random_piece(rng: random.Random) -> bytes:
-    """What may stand in a stream: replies above all, then other records and mere bytes."""
+    """A piece of a stream: mostly a reply, else another record or random bytes."""
     kind = rng.random()
     if kind < 0.6:
         return random_reply(rng)
@@ -56,21 +56,21 @@ def random_stream(rng: random.Random, pieces: int) -> bytes:
 
 
 def random_chunks(rng: random.Random, stream: bytes, cuts: int) -> list[bytes]:
-    """The stream cut up, with no chunk that is a whole number of reads."""
+    """The stream in chunks. No chunk's size is a multiple of the read size."""
     edges = [0, *sorted(rng.randrange(len(stream) + 1) for _ in range(cuts)), len(stream)]
     chunks = [stream[begin:end] for begin, end in pairwise(edges)]
     return [chunk if len(chunk) % READ_SIZE else chunk + b"\0" for chunk in chunks if chunk]
 
 
 def touched_flags(stream: bytes) -> list[int]:
-    """Flags that a reply at the head can have stored, and some beside them."""
+    """The flags that a reply at the head may have stored, and some next to them."""
     first = int.from_bytes(stream[8:16].ljust(8, b"\0"), "little", signed=True)
     near = [abs(first + i) % CAPACITY for i in range(-1, 66)]
     return [flag for flag in (*near, 2, 63, 64, 65) if flag >= 2]
 
 
 def assert_same_flags(remote: Remote, model: ClientModel, flags: list[int]) -> None:
-    # A negative number tells whether there is room for a flag that is 0.
+    # A negative number shows whether a flag with the value 0 is stored.
     numbers = [sign * flag for flag in flags for sign in (1, -1)]
     got = [remote.filter.flag(number) for number in numbers]
     expected = [model.flags.get(number) for number in numbers]
@@ -81,13 +81,13 @@ def assert_same_flags(remote: Remote, model: ClientModel, flags: list[int]) -> N
 def check_wait(
     remote: Remote, model: ClientModel, chunks: list[bytes], requests: int, completes: bool
 ) -> None:
-    """Plays the chunks to a wait and holds what it did against the model."""
+    """Sends the chunks to a wait and compares the result with the model."""
     already_read = remote.bytes_read()
     wait, _ = remote.fetch_from(chunks, requests)
     size = remote.bytes_read() - already_read
     sizes = [0, *accumulate(map(len, chunks))]
     read = chunks[: sizes.index(size)]
-    # The model has no poll in vain, each of which would count again and end the wait before.
+    # The model has no empty polls. Each would count again and end the wait earlier.
     most_polls = model.wait(read, requests)
     assert wait.printed == ("" if completes else TIMED_OUT)
     if completes:
@@ -106,9 +106,9 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
 
 
 def compare_chunks(remote: Remote, chunks: list[bytes], requests: int, model: ClientModel) -> None:
-    """Plays the chunks over a new connection."""
+    """Sends the chunks over a new connection."""
     stream = b"".join(chunks)
-    # An ample stream of empty polls tells whether the head is a reply.
+    # With enough empty polls, a wait completes exactly if the head is a reply.
     completes = ClientModel().wait([stream, *[b""] * requests], requests) is not None
     remote.join(LONG if completes else SHORT)
     check_wait(remote, model, chunks, requests, completes)
@@ -135,7 +135,7 @@ def test_long_streams_in_chunks(remote: Remote, rng: random.Random, cuts: int) -
 
 
 def compare_one_poll(remote: Remote, stream: bytes, model: ClientModel) -> None:
-    """Sends the stream before the wait, whose timeout is over before a second poll."""
+    """Sends the stream before the wait. The wait times out before its second poll."""
     requests = len(stream) // RECORD_BYTES or 1
     completes = model.wait([stream], requests) is not None
     remote.join(ONE_POLL)
@@ -162,7 +162,7 @@ def test_long_streams_that_are_there_before_the_wait(remote: Remote, rng: random
 
 
 def test_waits_one_after_the_other(remote: Remote) -> None:
-    """Each wait begins where the last stopped reading, be it inside a record or not."""
+    """Each wait starts where the last one stopped reading, possibly inside a record."""
 
     def compare(rng: DrawnRandom) -> None:
         remote.renew_filter()

@@ -1,4 +1,4 @@
-"""Services that go away: the process lives, and the filter takes itself for connected."""
+"""Services that end: the process survives, and the filter still reports a connection."""
 
 import subprocess
 import sys
@@ -33,7 +33,7 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
 
 
 def assert_waits_in_vain(remote: Remote) -> None:
-    """None of the ways in which a service can go is one that the filter takes for a loss."""
+    """Expects waits that time out: the filter does not detect that its service has ended."""
     wait = remote.fetch()
     assert wait.printed == TIMED_OUT
     assert wait.seconds >= SHORT
@@ -43,7 +43,7 @@ def assert_waits_in_vain(remote: Remote) -> None:
 @endings
 def test_a_service_that_has_gone_before_the_wait(remote: Remote, ending: str) -> None:
     remote.peer.ask(ending)
-    for _ in range(3):  # writing to it, reading the error, reading the end: each has its turn
+    for _ in range(3):  # a write, a read of the error and a read of the end
         assert_waits_in_vain(remote)
 
 
@@ -71,7 +71,7 @@ def test_a_service_that_goes_during_the_wait(remote: Remote, ending: str, size: 
 @endings
 def test_a_reply_counts_although_its_service_has_gone(remote: Remote, ending: str) -> None:
     remote.peer.ask("send", REPLY)
-    remote.peer.ask(ending)  # the request is answered by a reset then, however it was closed
+    remote.peer.ask(ending)  # the peer answers the request by a reset, however it closed
     assert remote.fetch(requests=2).printed == ""
     assert remote.filter.flags(2, 4) == 0b1011
     assert remote.filter.status() == STATUS_CONNECTED
@@ -117,8 +117,8 @@ def test_a_service_that_ends_its_process(remote: Remote) -> None:
     assert_waits_in_vain(remote)
 
 
-# The interpreter ignores the signal of a broken pipe, its embedders may not. A listening socket
-# takes a connection without anybody's help, so the script needs no peer.
+# The interpreter ignores SIGPIPE, but a program that embeds it may not. A listening socket
+# accepts a connection in the kernel, so the script needs no peer.
 WITH_THE_SIGNAL = """
 import signal, socket, struct, sys
 import _lib_nb_sim as engine, nimbrel as nb

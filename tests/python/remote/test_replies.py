@@ -1,4 +1,4 @@
-"""What a wait does with the bytes that the service sends: the first record decides all."""
+"""What a wait does with the received bytes: only the first record matters."""
 
 import math
 from collections.abc import Iterator
@@ -9,12 +9,12 @@ import nimbrel as nb
 import pytest
 
 from models.flags import CAPACITY
-from models.opcodes import FETCH_REPLY, FETCH_REQUEST
+from models.opcodes import FETCH_REPLY, FETCH_REQUEST, MARKER_10000000
 from models.wire import RECORD_BYTES
 from support.driver import op, rec
 from support.remote import ONE_POLL, POLL_SECONDS, SHORT, TIMED_OUT, Remote, open_remote, reply
 
-MARKER = rec(0x10000000, target_mask=5, cond_mask=64, cond_flag=-1, read_flag=-1).tobytes()
+MARKER = rec(MARKER_10000000, target_mask=5, cond_mask=64, cond_flag=-1, read_flag=-1).tobytes()
 ONES = 2**64 - 1
 
 
@@ -25,7 +25,7 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
 
 
 def polls(seconds: float) -> float:
-    """How many polls fit into the time at most: there is a pause after each but the last."""
+    """The most polls that fit into the time. A pause follows each but the last."""
     return seconds / POLL_SECONDS + 1
 
 
@@ -113,7 +113,7 @@ def test_a_count_stores_no_more_than_the_word_holds(remote: Remote, count: int) 
     value = 0x8000_0001_C000_0003
     assert remote.fetch_sent(reply(64, count, value)).printed == ""
     assert remote.filter.flags(64, 32) | remote.filter.flags(96, 32) << 32 == value
-    # Flags behind the word: neither a bit stored nor room made.
+    # Flags after the word: nothing is stored for them.
     assert remote.filter.flag(-128) == 0
     assert remote.filter.flags(128, 32) == 0
 

@@ -1,4 +1,4 @@
-"""How long a wait goes on: its timeout, what restarts it, and records that come in parts."""
+"""How long a wait takes: its timeout, what restarts it, and records that arrive in parts."""
 
 import math
 from collections.abc import Iterator
@@ -7,13 +7,13 @@ from typing import Any
 
 import pytest
 
-from models.opcodes import FETCH_REQUEST, X
+from models.opcodes import FETCH_REQUEST, MARKER_10000000, X
 from models.remote import ClientModel
 from models.wire import RECORD_BYTES
 from support.driver import rec
 from support.remote import POLL_SECONDS, SHORT, TIMED_OUT, Remote, open_remote, reply
 
-MARKER = rec(0x10000000).tobytes()
+MARKER = rec(MARKER_10000000).tobytes()
 REPLY = reply(2, 4, 0b1101)
 
 
@@ -121,7 +121,7 @@ def test_a_part_of_a_reply_is_none(remote: Remote, size: int) -> None:
     remote.join(SHORT)
     assert remote.fetch_sent(REPLY[:size]).printed == TIMED_OUT
     assert remote.bytes_read() == size
-    # The next wait begins with the rest, so what stands behind it is at no record's place.
+    # The next wait starts with the rest, so later bytes are not at a record boundary.
     assert remote.fetch_sent(REPLY[size:] + REPLY).printed == TIMED_OUT
     assert remote.filter.flags(2, 4) == 0
 

@@ -1,4 +1,4 @@
-"""The bytes that leave: the records as they stand, whatever they are, and nothing else."""
+"""The bytes sent: all records unchanged, and nothing else."""
 
 import math
 import random
@@ -28,7 +28,7 @@ from support.driver import op, rec
 from support.remote import LONG, SHORT, TIMED_OUT, Remote, open_remote, reply
 
 ONES = 2**64 - 1
-# What a simulating filter would refuse, or would take for the end of a stretch.
+# Records that a simulating filter would refuse or would use to end a jump.
 REFUSED_ELSEWHERE = [
     rec(0x07),
     rec(CALLBACK, read_flag=5),
@@ -49,12 +49,12 @@ def remote(engine: ModuleType, capfd: Any) -> Iterator[Remote]:
 
 
 def filled(opcode: int, rng: random.Random) -> np.ndarray:
-    """A record of this opcode with anything at all in its other words."""
+    """A record of this opcode with arbitrary other words."""
     return np.frombuffer(opcode.to_bytes(8, "little") + rng.randbytes(80), dtype=nb.QPU_OP)
 
 
 def sent_by(remote: Remote, *records: np.ndarray) -> bytes:
-    """What the service receives of the records, if the call prints nothing."""
+    """The bytes that the service receives. The call must print nothing."""
     assert remote.run(*records).printed == ""
     received: bytes = remote.peer.ask("receive", sum(map(len, records)) * RECORD_BYTES)
     return received

@@ -1,4 +1,4 @@
-"""The service's connections, in this process: who holds a place, how one ends, where it listens."""
+"""The service's connections, in this process: their number, their ends, the addresses."""
 
 from __future__ import annotations
 
@@ -26,13 +26,13 @@ Streams = tuple[asyncio.StreamReader, asyncio.StreamWriter]
 T = TypeVar("T")
 Connect = Callable[[], Awaitable[Streams]]
 
-REQUESTS = 20_000  # more than the service and both sockets hold
+REQUESTS = 20_000  # more than the buffers of the service and both sockets
 AT_ONCE = 0.01
 NEVER = 1e6
 
 
 def small_socket() -> socket.socket:
-    """One that holds little, as do those that it accepts."""
+    """A socket with small buffers. The sockets that it accepts have them too."""
     made = socket.socket()
     made.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 4096)
     made.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
@@ -61,7 +61,7 @@ async def listening(clients: int = 2, idle_seconds: float = NEVER) -> AsyncItera
 
 
 def in_time(scene: Coroutine[Any, Any, T]) -> T:
-    """The result of a scene, which fails if it does not come to an end."""
+    """The result of a coroutine, with a timeout."""
     return asyncio.run(asyncio.wait_for(scene, LONG))
 
 
@@ -200,7 +200,7 @@ def test_the_service_tells_all_that_it_listens_on(monkeypatch: pytest.MonkeyPatc
 
     limits = Limits(1, 1, 1, 1)
     service = Service("StreamBitQPU", limits)
-    with monkeypatch.context() as patch:  # pytest's own capture needs what is taken away here
+    with monkeypatch.context() as patch:  # pytest's capture needs the stream that is removed here
         patch.setattr(asyncio, "start_server", start_on_two)
         patch.setattr(server, "announce", announce)
         patch.setattr(server, "redirect_standard_output", lambda: None)

@@ -1,4 +1,4 @@
-"""The service, run as its users run it, beside clients of the engine and bare sockets."""
+"""The service in another process, with clients of the engine and plain sockets."""
 
 from __future__ import annotations
 
@@ -14,6 +14,7 @@ import nimbrel as nb
 import numpy as np
 import pytest
 from nimbrel import Opcode, Simulator
+from nimbrel.service.__main__ import main
 
 from models.wire import RECORD_BYTES, signed
 from support.remote import LONG, LOOPBACK, reply
@@ -51,11 +52,11 @@ def test_each_filter_gives_the_local_outcome(filter_type: str) -> None:
 
 @pytest.mark.parametrize("window", [8, 512, 16384])
 def test_a_long_program_arrives_whole(bit_service: Service, rng: Any, window: int) -> None:
-    """Extensions and jumps among it, cut wherever the window falls."""
+    """The program has extensions and jumps. The window cuts it at arbitrary records."""
     count = 60 * window if window < 100 else 3 * window
     width = 300
-    parts = [nb.reset(width)]
-    parts += [nb.x(rng.sample(range(width), 2), flag=rng.choice([0, 0, -1])) for _ in range(count)]
+    gates = [nb.x(rng.sample(range(width), 2), flag=rng.choice([0, 0, -1])) for _ in range(1000)]
+    parts = [nb.reset(width), *rng.choices(gates, k=count)]
     parts += [nb.jump_fwd(5), nb.x(range(width)), nb.label(5), nb.read(range(width), 2)]
     records = nb.program(*parts)
     with Simulator("StreamBitQPU") as local, Simulator("StreamConnect") as remote:
@@ -66,7 +67,7 @@ def test_a_long_program_arrives_whole(bit_service: Service, rng: Any, window: in
 
 @pytest.mark.parametrize("filter_type", FILTERS)
 def test_flags_that_were_never_stored_read_as_in_a_local_run(filter_type: str) -> None:
-    """By both numbers, also in later reads and in another order."""
+    """With positive and negative numbers, also in later fetches and in another order."""
     records = nb.program(nb.reset(20), nb.x([1, 4, 19]), nb.read(range(20), 2))
     with Simulator(filter_type) as local, service_of("--filter", filter_type) as service:
         local.run(records)
@@ -97,9 +98,8 @@ def test_a_failing_client_takes_no_other_along(bit_service: Service, client: Cli
     assert client.flags(2, 1) == 1
 
 
-@pytest.mark.parametrize(
-    ("parts", "reason"),
-    [
+def test_what_is_not_served() -> None:
+    refused: list[tuple[list[np.ndarray], str]] = [
         ([nb.x(0)], "a record failed: qc.reset() has not been called or did not succeed."),
         ([nb.reset(1), nb.y(0)], "a record failed: qc.y has not been implemented for the Bit sim."),
         ([nb.record(12345)], "a record failed: Error: Unknown opcode: 0x3039"),
@@ -108,20 +108,21 @@ def test_a_failing_client_takes_no_other_along(bit_service: Service, client: Cli
         ([nb.reset(1)] * 21, "more than 20 records"),
         ([nb.reset(1)] * 20 + [nb.reset(9)], "more than 20 records"),
         ([nb.reset(1)] * 19 + [nb.reset(9)], "a register of 9 qubits"),
-    ],
-)
-def test_what_is_not_served(parts: list[np.ndarray], reason: str) -> None:
+    ]
     limits = ["--max-qubits", "8", "--max-records", "20"]
     with service_of("--filter", "StreamBitQPU", "--quiet", *limits) as service:
-        with Client(service) as client:
-            client.send(*parts)
-            assert client.is_cut_off()
-        with Client(service) as next_one:
-            next_one.send(nb.reset(8), nb.x(7), nb.read(7, 2))
-            assert next_one.flags(2, 1) == 1
+        for parts, reason in refused:
+            with Client(service) as client:
+                client.send(*parts)
+                assert client.is_cut_off(), reason
+            with Client(service) as next_one:
+                next_one.send(nb.reset(8), nb.x(7), nb.read(7, 2))
+                assert next_one.flags(2, 1) == 1
         _, log = service.end()
-    assert log.splitlines()[0].endswith(f": {reason}")
-    assert len(log.splitlines()) == 1
+    lines = log.splitlines()
+    assert len(lines) == len(refused)
+    for line, (_, reason) in zip(lines, refused, strict=True):
+        assert line.endswith(f": {reason}")
 
 
 def test_the_last_record_within_the_limit_is_served() -> None:
@@ -139,15 +140,17 @@ def test_records_before_a_refused_one_are_answered(client: Client) -> None:
     assert client.is_cut_off()
 
 
-@pytest.mark.parametrize("size", [1, RECORD_BYTES - 1, RECORD_BYTES + 5])
-def test_a_client_that_closes_inside_a_record(size: int) -> None:
+def test_a_client_that_closes_inside_a_record() -> None:
+    sizes = (1, RECORD_BYTES - 1, RECORD_BYTES + 5)
     with service_of("--filter", "StreamBitQPU", "--quiet") as service:
-        with Client(service) as client:
-            client.socket.sendall(nb.program(nb.reset(1), nb.x(0)).tobytes()[:size])
-            client.socket.shutdown(socket.SHUT_WR)
-            assert client.is_cut_off()
+        for size in sizes:
+            with Client(service) as client:
+                client.socket.sendall(nb.program(nb.reset(1), nb.x(0)).tobytes()[:size])
+                client.socket.shutdown(socket.SHUT_WR)
+                assert client.is_cut_off()
         _, log = service.end()
-    assert log.endswith(f": closed after {size % RECORD_BYTES} bytes of a record\n")
+    for size, line in zip(sizes, log.splitlines(), strict=True):
+        assert line.endswith(f": closed after {size % RECORD_BYTES} bytes of a record")
 
 
 def test_records_may_come_in_any_pieces(client: Client) -> None:
@@ -159,7 +162,7 @@ def test_records_may_come_in_any_pieces(client: Client) -> None:
 
 
 def test_one_reply_for_every_request(client: Client) -> None:
-    """In order, in a skipped stretch too."""
+    """In order, also for requests that a jump skips."""
     requests = [nb.fetch_request(first, 3) for first in range(2, 10)]
     client.send(nb.reset(10), nb.write(range(10), 0b1011011101, 2), nb.jump_fwd(3), *requests)
     expected = [reply(first, 3, 0b1011011101 >> first - 2 & 7, valid=7) for first in range(2, 10)]
@@ -167,7 +170,7 @@ def test_one_reply_for_every_request(client: Client) -> None:
 
 
 def test_an_engine_client_that_asks_several_times_at_once(bit_service: Service) -> None:
-    """It counts the first reply again and again, so one wait is enough for any number."""
+    """The engine counts the first reply repeatedly, so one wait is enough for any number."""
     requests = [nb.fetch_request(2, 1)] * 40
     with Simulator("StreamConnect") as sim:
         sim.connect(LOOPBACK, bit_service.port, LONG)
@@ -230,7 +233,7 @@ def test_a_client_too_many() -> None:
 
 def test_a_client_that_reads_no_replies_is_not_read_either(bit_service: Service) -> None:
     requests = nb.program(*[nb.fetch_request(1, 1)] * 1000).tobytes()
-    most = 2**26  # the buffers of both sockets take a tenth of it
+    most = 2**26  # ten times the buffers of both sockets
     sent = turns_without_room = 0
     with Client(bit_service) as client, Client(bit_service) as other:
         client.socket.setblocking(False)
@@ -239,7 +242,7 @@ def test_a_client_that_reads_no_replies_is_not_read_either(bit_service: Service)
                 sent += client.socket.send(requests[sent % RECORD_BYTES :])
                 turns_without_room = 0
             except BlockingIOError:
-                assert other.flags(1, 1) == 1  # so the service has had its turn
+                assert other.flags(1, 1) == 1  # so the service has read since then
                 turns_without_room += 1
         assert sent < most
         client.socket.settimeout(LONG)
@@ -302,10 +305,14 @@ def test_it_warns_when_others_can_reach_it() -> None:
         ["--filter", "StreamConnect"],
     ],
 )
-def test_settings_that_make_no_sense(arguments: list[str]) -> None:
-    done = run_service(*arguments)
-    assert (done.returncode, done.stdout) == (2, "")
-    assert "python -m nimbrel.service: error: argument" in done.stderr
+def test_settings_that_make_no_sense(
+    arguments: list[str], capsys: pytest.CaptureFixture[str]
+) -> None:
+    with pytest.raises(SystemExit) as end:
+        main(arguments)
+    printed = capsys.readouterr()
+    assert (end.value.code, printed.out) == (2, "")
+    assert "python -m nimbrel.service: error: argument" in printed.err
 
 
 def run_in_shell(redirection: str, *arguments: str) -> subprocess.CompletedProcess[str]:

@@ -1,4 +1,4 @@
-"""The service costs nothing to those who do not use it."""
+"""Importing the package does not import the service."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""One client's session of the service: what is refused, and when others have their turn."""
+"""One client's session of the service: refusals, and when other clients get a turn."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ def session() -> Iterator[Session]:
 
 
 def feed(session: Session, *parts: np.ndarray) -> int:
-    """Feeds all to the end and counts the turns that were given to others."""
+    """Feeds everything and counts the turns of other clients."""
     return len(list(session.feed(nb.program(*parts).tobytes())))
 
 
@@ -68,7 +68,7 @@ def test_extensions_count_over_feeds(session: Session, carried: int) -> None:
     ],
 )
 def test_extensions_that_still_wait_count(session: Session, between: list[np.ndarray]) -> None:
-    """What the engine does not take for an operation leaves them waiting there."""
+    """A record that the engine does not count as an operation leaves them pending."""
     half = MOST_EXTENSIONS // 2
     feed(session, times(half, EXTEND), *between, times(half, EXTEND))
     assert_refused(session, "more than 4096 extensions .*", EXTEND)
@@ -113,7 +113,7 @@ def test_a_turn_that_is_not_over_is_kept(session: Session, monkeypatch: pytest.M
 def test_a_record_that_may_take_long_has_a_call_of_its_own(
     monkeypatch: pytest.MonkeyPatch,
 ) -> None:
-    """Also behind a narrow register's reset, which may have been skipped."""
+    """Also after a reset to a narrow register, because a jump may have skipped the reset."""
     monkeypatch.setattr(session_module, "TURN_SECONDS", 0.0)
     with Simulator("StreamBitQPU") as sim:
         session = session_on(sim, quick_qubits=10)

@@ -1,4 +1,4 @@
-"""A client whose records take long: the service still hears everyone else."""
+"""A client whose records take long: the service still serves other clients."""
 
 from __future__ import annotations
 
@@ -14,21 +14,21 @@ import pytest
 from support.remote import LONG
 from support.service import Client, Service, service_of
 
-# Some hundredths of a second each: together they take longer than any wait here.
+# Each takes some hundredths of a second, all together longer than any timeout here.
 WIDTH = 22
 SLOW = np.repeat(nb.h(range(WIDTH)), 3)
 ENDLESS = np.repeat(nb.h(range(WIDTH)), 6000)  # more than is read ahead
 
 
 def start_long_array(client: Client) -> None:
-    """Returns while the service is in the middle of it."""
+    """Returns while the service runs the array."""
     client.send(nb.reset(WIDTH), SLOW, nb.fetch_request(2, 0), ENDLESS)
     assert client.receive(1)
 
 
 @pytest.fixture
 def service() -> Iterator[Service]:
-    """One that is killed if it does not end."""
+    """A service that is killed if it does not end."""
     started = Service("--quiet", "--max-clients", "2")
     try:
         yield started

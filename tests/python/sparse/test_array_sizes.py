@@ -1,4 +1,4 @@
-"""Arrays too short or not to be written, on the sparse filter: refused, with nothing touched."""
+"""Arrays that are too short or read-only, on the sparse filter: refused, nothing changed."""
 
 from collections.abc import Iterator
 from types import ModuleType

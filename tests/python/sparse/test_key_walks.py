@@ -8,6 +8,7 @@ import pytest
 from models.opcodes import FLAG_NAND, LELBOW, RELBOW, SWAP, X
 from support.dense import Vector, reset
 from support.driver import rec
+from support.flag_conditions import CONDITIONS
 from support.sparse import SparseFilter, assert_same_amplitudes, open_sparse
 
 NOT_GATES = pytest.mark.parametrize(
@@ -133,25 +134,6 @@ def test_without_targets_or_terms_nothing_happens(engine: ModuleType, low: int) 
         filter_.load(np.zeros(4, dtype=np.complex128))
         filter_.run(rec(low, target_mask=3), rec(SWAP, target_mask=3))
         assert filter_.num_terms() == 0
-
-
-CONDITIONS = pytest.mark.parametrize(
-    ("flag", "acts"),
-    [
-        (0, True),
-        (1, True),
-        (-1, False),
-        (2, True),
-        (-2, False),
-        (3, False),
-        (-3, True),
-        (100_000_002, True),
-        (-100_000_003, True),
-        (64, False),  # beyond the stored words a condition fails whatever its sign
-        (-64, False),
-        (-(2**63), False),
-    ],
-)
 
 
 @CONDITIONS

@@ -1,4 +1,4 @@
-"""What a pair walk takes beside the terms, measured in a process of its own."""
+"""Memory of a pair walk beyond the terms, measured in another process."""
 
 import os
 import subprocess

@@ -216,15 +216,15 @@ TWO_APART = [(0, 2), (1, 3), (4, 6), (5, 7)]
         (0b100, 0b001, 0b001, [(0, 4), (2, 6)]),
         (0b001, 0b010, 0b100, [(2, 3), (6, 7)]),  # a negation outside the conditions
         (0b001, 0b000, 0b111, EVEN_ODD),  # negations without conditions
-        # The target's own bit is cleared when a condition is looked at.
+        # The target's own bit is cleared before the controls are tested.
         (0b001, 0b001, 0b000, []),
         (0b001, 0b001, 0b001, EVEN_ODD),
         (0b001, 0b011, 0b001, [(2, 3), (6, 7)]),
-        # A condition on one target of two: on itself as above, on the other one as ever.
+        # A control that is one of two targets: ignored for this target, not for the other one.
         (0b011, 0b010, 0b000, [(2, 3), (6, 7)]),
         (0b011, 0b010, 0b010, [(0, 1), (4, 5), *TWO_APART]),
         (0b011, 0b001, 0b000, [(1, 3), (5, 7)]),
-        # Qubits outside the register do not count.
+        # Qubits outside the register are ignored.
         (0b1001, 0b10000, 0b10000, EVEN_ODD),
         (0b001, 0b1010, 0b1000, [(2, 3), (6, 7)]),
         (0b1000, 0b000, 0b000, []),

@@ -12,10 +12,11 @@ from models.arithmetic import ROOT_HALF, Generator, probability, scaled, times
 from models.opcodes import FLAG_NAND, PCP, PHASE, PPR, READ, RZ, H, X
 from models.sparse import NO_MATCH
 from models.wire import tagged
-from support.dense import basis, random_state, reset, state_after, to_array, vector
+from support.dense import basis, random_state, reset, state_after, vector
 from support.driver import rec
 from support.pauli_records import ppm, ppr
 from support.sparse import assert_same_amplitudes, open_sparse
+from support.textbook import assert_textbook
 
 QUBITS = 3
 S_INV = (6.123233995736766e-17, -1.0)
@@ -30,9 +31,7 @@ def test_every_product_rotates(engine: ModuleType, rng: random.Random) -> None:
         for x in range(8):
             for z in range(0 if x else 1, 8):
                 gate = tagged(PPR, x, z, rng.uniform(-180, 180))
-                got = state_after(filter_, state, to_array([gate]))
-                expected = full.gate_matrix(QUBITS, gate) @ state
-                np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12, err_msg=str(gate))
+                assert_textbook(filter_, state, gate)
 
 
 def test_a_quarter_turn_is_minus_i_times_the_product(engine: ModuleType) -> None:
@@ -48,9 +47,7 @@ def test_conditions_stand_in_the_read_flag_word(engine: ModuleType, rng: random.
         for conds, negs in ((0b010, 0), (0b010, 0b010), (0b010, 0b100), (0, 0b010)):
             words = {"read_flag": conds, "cond_neg_mask": negs}
             gate = tagged(PPR, 0b101, 0b100, 35.0, **words)
-            got = state_after(filter_, state, to_array([gate]))
-            expected = full.gate_matrix(QUBITS, gate) @ state
-            np.testing.assert_allclose(got, expected, rtol=0, atol=1e-12)
+            assert_textbook(filter_, state, gate)
 
 
 @pytest.mark.parametrize("beyond", [1 << QUBITS, 1 << 62, -(1 << 63)])
@@ -73,7 +70,7 @@ def test_an_empty_product_rotates_qubit_0(engine: ModuleType, x: int, z: int) ->
         assert filter_.num_terms() == 2
         got = state_after(filter_, basis(QUBITS, 1), ppr(90.0, x, z))
         assert got[1] == complex(c, s)
-        # Under conditions as well.
+        # Also with controls.
         got = state_after(filter_, basis(QUBITS, 3), ppr(90.0, x, z, read_flag=4))
         assert got[3] == 1
 
@@ -125,7 +122,7 @@ def test_a_rotation_whose_condition_fails_cancels(engine: ModuleType, rng: rando
     with open_sparse(engine, QUBITS) as filter_:
         got = state_after(filter_, state, ppr(35.0, 3, 1, read_flag=4))
         np.testing.assert_allclose(got, state, rtol=0, atol=1e-15)
-        # The steps around the rotation have run: they change the last bits.
+        # The basis changes around the rotation have run: they change the last bits.
         assert got.tolist() != state.tolist()
 
 
@@ -225,7 +222,7 @@ def test_the_sign_turns_the_outcome_of_the_same_draw(engine: ModuleType, seed: i
 
 @pytest.mark.parametrize("seed", range(4))
 def test_a_measured_y_to_the_last_bit(engine: ModuleType, seed: int) -> None:
-    # On |0> the first factor meets no term, so both amplitudes are H; one of them is left.
+    # On |0> the first factor has no term to act on, so both amplitudes are those of H; one is kept.
     outcome = 0 if Generator(seed).zero_to_one() <= ROOT_HALF * ROOT_HALF else 1
     left = ROOT_HALF * (1.0 / math.sqrt(ROOT_HALF * ROOT_HALF))
     half = (

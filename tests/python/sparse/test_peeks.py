@@ -46,7 +46,7 @@ def test_a_probability_needs_a_qubit(engine: ModuleType) -> None:
         (0b110, 0b110, 0.390625 + 0.00390625),
         (0b101, 0b111, 0.0),
         (0b110, 0b111, 0.390625),
-        # A value outside the mask matches nothing; outside the register it does not count.
+        # A value with bits outside the mask matches nothing. Bits outside the register are ignored.
         (0b010, 0b001, 0.0),
         (0b1000, 0b001, 0.0625 + 0.5625 + 0.015625 + 0.390625),
         (0b1001, 0b1001, 0.25 + 1.0 + 0.00390625),
@@ -72,7 +72,7 @@ def test_probabilities(engine: ModuleType, value: int, mask: int, expected: floa
         (0.25, 0.25),
         (1e-9, 0.25),
         (5e-324, 0.25),
-        (-1.0, 0.25),  # looked at only after a first term
+        (-1.0, 0.25),  # tested only after a first term
         (-math.inf, 0.25),
         (1.0, 1.0),
         (2.0, 1.0),
@@ -267,7 +267,7 @@ def test_a_postselection_needs_a_qubit(engine: ModuleType) -> None:
         (0b001, 0b001, [1, 3, 7]),
         (0b110, 0b110, [6, 7]),
         (0b110, 0b111, [6]),
-        (0b1001, 0b0001, [1, 3, 7]),  # outside the register nothing counts
+        (0b1001, 0b0001, [1, 3, 7]),  # bits outside the register are ignored
         (0b0001, 0b1001, [1, 3, 7]),
         (0b1000, 0b1000, [0, 1, 2, 3, 4, 6, 7]),
     ],
@@ -317,7 +317,7 @@ def test_a_total_that_is_no_number_is_not_rescaled(engine: ModuleType) -> None:
         state = filter_.state(2)
         assert math.isnan(state[0].real)
         assert state[1:].tolist() == [0, 3.0, 0]
-        # A term that is no number and fails is gone like any other.
+        # A NaN term that does not match is removed like any other.
         filter_.call("postselect", 2, 2)
         assert_same_amplitudes(filter_.state(2), array(0, 0, 1, 0))
 

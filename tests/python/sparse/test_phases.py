@@ -13,7 +13,7 @@ from support.driver import rec
 from support.sparse import assert_same_amplitudes, open_sparse
 
 QUBITS = 3
-# Eight amplitudes that no factor maps to one another.
+# Eight amplitudes, none of them another one times a gate's factor.
 STATE = vector([(0.5, -0.25), (0.75, 0.125), (-0.3, 0.7), (1.5, 0.1)] * 2) * np.repeat((1, 3), 4)
 
 FIXED_FACTORS: dict[int, Amplitude] = {
@@ -27,7 +27,7 @@ def turn(degrees: float) -> Amplitude:
 
 
 def factor_of(low: int, degrees: float = 0.0) -> Amplitude:
-    """What a gate multiplies by; Z has no factor."""
+    """The factor of a gate. Z has none, it flips signs."""
     if low in FIXED_FACTORS:
         return FIXED_FACTORS[low]
     return turn({T: 45.0, S: 90.0}.get(low, degrees))
@@ -65,7 +65,7 @@ GATES = pytest.mark.parametrize(
     [
         (0b001, 0b000, 0b000, [1, 3, 5, 7]),
         (0b100, 0b000, 0b000, [4, 5, 6, 7]),
-        # Several targets are a product of gates, so a term takes the factor more than once.
+        # Each target multiplies, so a term may be multiplied several times.
         (0b011, 0b000, 0b000, [1, 3, 5, 7, 2, 3, 6, 7]),
         (0b111, 0b000, 0b000, [1, 3, 5, 7, 2, 3, 6, 7, 4, 5, 6, 7]),
         (0b001, 0b010, 0b000, [3, 7]),
@@ -74,19 +74,19 @@ GATES = pytest.mark.parametrize(
         (0b011, 0b100, 0b000, [5, 7, 6, 7]),
         (0b001, 0b001, 0b000, [1, 3, 5, 7]),  # the target as its own condition
         (0b011, 0b001, 0b000, [1, 3, 5, 7, 3, 7]),
-        (0b001, 0b010, 0b100, [3, 7]),  # a negation of no part
-        # A negation on a target asks for a 0 there.
+        (0b001, 0b010, 0b100, [3, 7]),  # a negation without effect
+        # A negated target must be 0.
         (0b001, 0b000, 0b001, [0, 2, 4, 6]),
         (0b011, 0b000, 0b001, [0, 2, 4, 6, 2, 3, 6, 7]),
         (0b001, 0b010, 0b011, [0, 4]),
-        # Without a target the lowest condition takes its place.
+        # Without targets, the lowest control is the target.
         (0b000, 0b011, 0b000, [3, 7]),
         (0b000, 0b100, 0b000, [4, 5, 6, 7]),
         (0b000, 0b110, 0b010, [4, 5]),
         (0b000, 0b110, 0b110, [0, 1]),
         (0b000, 0b111, 0b100, [3]),
         (0b000, 0b000, 0b111, []),
-        # Qubits outside the register do not count.
+        # Qubits outside the register are ignored.
         (0b1001, 0b10000, 0b10000, [1, 3, 5, 7]),
         (0b1000, 0b011, 0b000, [3, 7]),
         (0b1000, 0b000, 0b000, []),
@@ -108,7 +108,7 @@ def test_which_terms_are_multiplied(
 
 
 def on_one(engine: ModuleType, low: int, amplitude: Amplitude, **words: float) -> Amplitude:
-    """What becomes of the amplitude of a qubit that is 1."""
+    """The amplitude of 1 after the gate on a qubit in state 1."""
     with open_sparse(engine, 1) as filter_:
         filter_.load(vector([(0.0, 0.0), amplitude]))
         filter_.run(rec(low, target_mask=1, **words))
@@ -128,7 +128,7 @@ def test_t_and_s_are_computed(engine: ModuleType) -> None:
     assert on_one(engine, T, (1.0, 0.0)) == turn(45.0)
     assert on_one(engine, S, (1.0, 0.0)) == turn(90.0)
     assert on_one(engine, PHASE, (1.0, 0.0), angle=45.0) == turn(45.0)
-    # The angles of T and S are their own.
+    # T and S ignore the record's angle.
     assert on_one(engine, T, (1.0, 0.0), angle=10.0) == turn(45.0)
 
 
@@ -157,7 +157,7 @@ def test_z_turns_over_the_signs_of_a_stored_zero(engine: ModuleType) -> None:
         assert_same_amplitudes(filter_.state(1)[1:], [(-0.0, -0.0)])
 
 
-# Multiplied by 1 + 0i or by 1 - 0i, each of the last three changes a sign or is no number.
+# A multiplication by 1 + 0i or 1 - 0i changes a sign of each of the last three or makes it NaN.
 DELICATE = vector([(0.5, 0.5), (1.0, -0.0), (-0.0, 1.0), (math.inf, 1.0)])
 
 
@@ -223,7 +223,7 @@ def test_a_classical_condition_that_holds(engine: ModuleType, low: int) -> None:
 def test_the_list_keeps_its_order_and_length(engine: ModuleType, low: int) -> None:
     with open_sparse(engine, 2) as filter_:
         filter_.load(np.full(4, 0.5 + 0j))
-        # The factors leave the magnitude as it is, but not to the last bit; so only terms that
+        # The factors change the magnitude in the last bits, so only terms that
         # they pass over, or hit alike, can show the order.
         filter_.run(rec(X, target_mask=3), rec(low, target_mask=2, angle=180.0))
         kept = [index for index, _ in filter_.ranked() if index < 2]

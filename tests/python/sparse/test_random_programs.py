@@ -1,4 +1,4 @@
-"""Thousands of random programs on the sparse filter and on a plain model, compared term by term."""
+"""Random programs on the sparse filter and on a plain model, compared term by term."""
 
 import random
 import re
@@ -19,18 +19,18 @@ from support.dense import reset_record, vector
 from support.sparse_pair import SparsePair, blank, open_sparse_pair
 
 BATCHES = 4
-PROGRAMS_EACH = 500
-PART = 0xFFFFFFFF  # what a call takes of a mask
+PROGRAMS_EACH = 300
+PART = 0xFFFFFFFF  # the bits of a mask that a call uses
 
 
 def some_term(rng: random.Random, pair: SparsePair) -> int:
-    """The index of a stored term, or any number where there is none."""
+    """The index of a stored term, or a random number if there is none."""
     indices = [term.key >> 1 for term in pair.model.terms]
     return rng.choice(indices) if indices else rng.getrandbits(6)
 
 
 def value_and_mask(rng: random.Random, pair: SparsePair) -> tuple[int, int]:
-    """Arguments that fit some term as a rule, and otherwise no term or no qubit at all."""
+    """A value and a mask: mostly they match a term, sometimes no term, or the mask is empty."""
     mask = rng.getrandbits(32) & rng.getrandbits(32) & rng.getrandbits(32)
     mask = rng.choice((mask, mask, 1 << rng.randrange(8), 0x3, PART))
     value = some_term(rng, pair) & mask
@@ -41,7 +41,7 @@ def value_and_mask(rng: random.Random, pair: SparsePair) -> tuple[int, int]:
 
 
 def change(rng: random.Random, source: SparseSource, pair: SparsePair) -> None:
-    """One call that changes the state and is no record."""
+    """Makes a call other than a record that changes the state."""
     kind = rng.choice(("postselect", "postselect", "normalize", "push"))
     if kind == "postselect":
         pair.postselect(*value_and_mask(rng, pair))
@@ -53,7 +53,7 @@ def change(rng: random.Random, source: SparseSource, pair: SparsePair) -> None:
 
 
 def peek(rng: random.Random, pair: SparsePair) -> None:
-    """One call that only looks, the order of the list among what it shows."""
+    """Compares the result of a call that does not change the state, or the order of the list."""
     kind = rng.choice(("probability", "probability", "slice", "check", "pull", "order"))
     if kind == "probability":
         limit = rng.choice((*LIMITS, rng.random()))
@@ -70,7 +70,7 @@ def peek(rng: random.Random, pair: SparsePair) -> None:
 
 
 def compare_check(rng: random.Random, pair: SparsePair) -> None:
-    """A check that fails at some term, or meets one that lies past the array, or passes."""
+    """Compares a check: it fails at a term, finds one outside the array, or passes."""
     length = rng.choice((0, 1, 2, 16, 256))
     expected = blank(length)
     expected[:] = 0
@@ -83,13 +83,13 @@ def compare_check(rng: random.Random, pair: SparsePair) -> None:
 
 
 def keep_width(source: SparseSource, model: SparseModel) -> None:
-    """Tells the source of a reset that has come about: not every one that it draws does."""
+    """Reports a reset to the source: some of the resets drawn do not run."""
     if source.num_qubits != model.num_qubits:
         source.resize(model.num_qubits)
 
 
 def drive(engine: ModuleType, rng: DrawnRandom) -> SparsePair:
-    """One filter's life: a reset as a rule, then records and calls, and a look at the order."""
+    """Runs one program: usually a reset, then records and calls, and a comparison of the order."""
     source = SparseSource(rng, random_width(rng))
     with open_sparse_pair(engine, rng.getrandbits(32)) as pair:
         if rng.random() < 0.97:
@@ -111,14 +111,14 @@ def drive(engine: ModuleType, rng: DrawnRandom) -> SparsePair:
 
 
 def close_jump(pair: SparsePair) -> Record:
-    """Ends a skip that is still going on."""
+    """Ends an open jump."""
     return tagged(LABEL, target_mask=pair.model.open_label)
 
 
 class Reached:
-    """Counts what a batch of programs comes to.
+    """Counts what the programs of a batch reach.
 
-    They would test little if their states were plain or their lists short.
+    Simple states and short lists would test little.
     """
 
     def __init__(self) -> None:
@@ -139,7 +139,7 @@ class Reached:
 
     def check(self) -> None:
         assert len(self.failures) == 7, self.failures
-        assert min(self.found.values()) >= 5, self.found
+        assert min(self.found.values()) >= PROGRAMS_EACH // 100, self.found
         assert self.found["unsorted"] > PROGRAMS_EACH // 4, self.found
         assert self.found["not a number"] < PROGRAMS_EACH // 6, self.found
 
@@ -155,7 +155,7 @@ def test_random_programs(engine: ModuleType, batch: int) -> None:
 def test_an_exchange_of_two_terms_is_noticed(
     engine: ModuleType, rng: random.Random, number: int
 ) -> None:
-    """The comparison of the order would be worth nothing if it passed for every order."""
+    """Checks the comparison itself: it must fail for a wrong order."""
     source = SparseSource(rng, 8 + 5 * number)
     with open_sparse_pair(engine, number) as pair:
         pair.reset(source.num_qubits)
@@ -170,7 +170,7 @@ def test_an_exchange_of_two_terms_is_noticed(
 
 
 def disorder(rng: random.Random, num_qubits: int) -> list[Record]:
-    """Flips under conditions that scatter the keys, and a gate that brings partners together."""
+    """Controlled flips that scatter the keys, and a gate that sorts partners together."""
     qubits = rng.sample(range(num_qubits), 6)
     bits = [1 << qubit for qubit in qubits]
     low = rng.choice((opcodes.H, opcodes.RY, opcodes.ROOTY, opcodes.RX))
@@ -183,7 +183,7 @@ def disorder(rng: random.Random, num_qubits: int) -> list[Record]:
 
 @pytest.mark.parametrize("num_qubits", [9, 12, 14, 16])
 def test_long_lists(engine: ModuleType, rng: random.Random, num_qubits: int) -> None:
-    """How a list is brought into order depends on its length, and must not show."""
+    """The sorting algorithm depends on the length of the list. The result must not."""
     half = tagged(opcodes.H, target_mask=(1 << num_qubits - 1) - 1)
     program = [reset_record(num_qubits), half]
     program += [record for _ in range(6) for record in disorder(rng, num_qubits)]

@@ -1,4 +1,4 @@
-"""The record loop of the sparse filter: control flow, markers, failures and what they leave."""
+"""The record loop of the sparse filter: control flow, markers, and the state after failures."""
 
 from types import ModuleType
 from typing import Any
@@ -7,7 +7,18 @@ import nimbrel as nb
 import numpy as np
 import pytest
 
-from models.opcodes import CALLBACK, EXTEND, FLAG_NAND, JUMP_FWD, LABEL, PCP, READ, WRITE, X
+from models.opcodes import (
+    CALLBACK,
+    EXTEND,
+    FLAG_NAND,
+    JUMP_BACK,
+    JUMP_FWD,
+    LABEL,
+    PCP,
+    READ,
+    WRITE,
+    X,
+)
 from models.sparse import TOO_MANY_QUBITS
 from support.dense import reset
 from support.driver import op, rec
@@ -27,7 +38,7 @@ from support.record_loop_programs import (
 from support.sparse import open_sparse
 
 QUBITS = 3
-FAIL_ANYWHERE = {0x10000010, 0x10000018, 0x10000516}
+FAIL_ANYWHERE = {EXTEND, CALLBACK, JUMP_BACK}
 
 
 def test_the_table_is_whole() -> None:
@@ -106,7 +117,7 @@ def test_the_rest_of_the_jump_family_is_ignored_under_any_tag(
 
 def test_a_jump_skips_to_its_label(engine: ModuleType) -> None:
     with open_sparse(engine, QUBITS) as filter_:
-        # It stays open over what would fail or size the register anew.
+        # A jump skips records that would fail or resize the register.
         skip_to_a_label(filter_, reset(64), rec(0x07), rec(EXTEND))
         assert filter_.ranked() == [(4, 1.0)]
 

@@ -1,4 +1,4 @@
-"""The sparse state as a whole: its size, how many terms it counts, and single values."""
+"""The sparse state: its size, its number of terms, and single values."""
 
 from types import ModuleType
 from typing import Any
@@ -109,14 +109,14 @@ def test_every_stored_term_is_counted(
         assert filter_.num_terms() == count
 
 
-# Single values, and what is not calculated.
+# Single values, and operations that are not implemented.
 
 
 def test_single_values(engine: ModuleType) -> None:
     with open_sparse(engine, 3) as filter_:
         values = np.arange(1, 9) + 0.5j
         filter_.load(values)
-        filter_.run(rec(X, target_mask=5))  # the list is now in no order
+        filter_.run(rec(X, target_mask=5))  # the list is now unordered
         got = [value_at(filter_, index) for index in range(8)]
         assert got == [values[index ^ 5] for index in range(8)]
         for beyond in (8, 16, 2**31, 2**32 - 1):

@@ -1,4 +1,4 @@
-"""A sparse state from outside: pushing, pulling whole or in slices, and checking."""
+"""Transfer of a sparse state: pushing, pulling whole or in slices, and checking."""
 
 import math
 from types import ModuleType
@@ -23,7 +23,7 @@ def array(*values: complex) -> Vector:
 
 
 def empty() -> Vector:
-    """An array of no amplitudes whose stride is still that of an amplitude."""
+    """An empty array with the stride of an amplitude."""
     return array(0)[:0]
 
 
@@ -205,7 +205,7 @@ def test_a_stored_zero_is_compared(engine: ModuleType) -> None:
         (1.25 + 0.75j, 0.25, 1),
         (1.25 + 0.75j, 0.2499, 0),
         (1.25 + 0.25j, 0.2499, 0),
-        (1.5 + 0.75j, 0.25, 1),  # each part by itself, not the distance
+        (1.5 + 0.75j, 0.25, 1),  # each part separately, not the distance
         (1.25 + 0.5j, -1.0, 0),
         (complex(math.nan, 0.5), 0.0, 1),  # compares as not greater
         (complex(math.inf, 0.5), 1e300, 0),

@@ -29,7 +29,7 @@ from support.sparse_draws import (
         (0b011, 0b011, 0b111),
         (0b011, 0b000, 0b100),
         (0b110, 0b000, 0b001),
-        (0b001, 0b110, 0b100),  # the value reaches the targets alone
+        (0b001, 0b110, 0b100),  # the value applies to the targets only
         (0b010, 2**64 - 1, 0b111),
         (0b011 | 1 << 63, 0b001, 0b101),
         (0b000, 0b111, 0b101),
@@ -64,7 +64,7 @@ def test_a_write_stores_the_measured_bits_from_its_offset_word(
             rec(WRITE, target_mask=3, cond_mask=2, target_offset=target_offset, read_flag=30)
         )
         assert {flag: filter_.flag(flag) for flag in flags} == flags
-        assert filter_.flags(20, 32) == 0  # nothing under `read_flag`
+        assert filter_.flags(20, 32) == 0  # nothing is stored at `read_flag`
         assert filter_.ranked() == [(0b110, 1.0)]
 
 

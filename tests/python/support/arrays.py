@@ -1,4 +1,4 @@
-"""Arrays that a filter of amplitudes refuses: too short, or not to be written."""
+"""Arrays that a state-vector filter refuses: too short or read-only."""
 
 from __future__ import annotations
 
@@ -16,7 +16,7 @@ def too_short(name: str, needed: int, given: int) -> str:
 
 
 def guarded(length: int) -> tuple[Vector, Vector]:
-    """An array within a larger one of which nothing may change."""
+    """An array inside a larger one. Nothing in either may change."""
     whole = np.full(32, 7j)
     return whole[8 : 8 + length], whole
 
@@ -30,7 +30,7 @@ def locked(length: int) -> Vector:
 def assert_array_refused(
     filter_: StateFilter, text: str, name: str, array: Vector, *rest: Any
 ) -> None:
-    """A call with the array fails with this text and leaves the array, and the one around it."""
+    """Expects a call with the array to fail with this text and to change nothing around it."""
     __tracebackhide__ = True
     whole = array if array.base is None else array.base
     before = whole.copy()

@@ -1,4 +1,4 @@
-"""A dense filter and one of another type, given the same random programs to agree on."""
+"""A dense filter and one of another type that run the same random programs."""
 
 from __future__ import annotations
 
@@ -44,7 +44,7 @@ def top_letter(product: Record) -> int:
 
 
 def z_basis(product: Record) -> tuple[list[Record], list[Record]]:
-    """Gates that turn a product into a Z on its highest qubit, and gates that turn it back."""
+    """Gates that map a product to Z on its highest qubit, and their inverse."""
     xs, zs, top = product.target_mask, product.cond_mask, top_letter(product)
     turn, back = (tagged(low, target_mask=xs & zs) for low in (opcodes.S_INV, opcodes.S))
     mix = tagged(opcodes.H, target_mask=xs)
@@ -55,6 +55,6 @@ def z_basis(product: Record) -> tuple[list[Record], list[Record]]:
 
 
 def classical(rng: random.Random, both: DenseAnd[Any]) -> None:
-    """A flag operation; flags decide which of the later gates act."""
+    """A flag operation. Flags are the classical conditions of later gates."""
     a, b, dest = (rng.randint(-50, 50) for _ in range(3))
     both.run(tagged(opcodes.FLAG_NAND, target_mask=a & WORD, cond_mask=b & WORD, read_flag=dest))

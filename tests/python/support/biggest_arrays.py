@@ -1,4 +1,4 @@
-"""Arrays for the biggest terms that a filter of amplitudes refuses, or does not look at."""
+"""Arrays for the biggest terms that a state-vector filter refuses or ignores."""
 
 from __future__ import annotations
 
@@ -30,7 +30,7 @@ def assert_short_refused(filter_: StateFilter, count: int) -> None:
     given = min(count - 1, 3)
     indices, values = places(8)
     needs = f"Error: {CALL}() needs an array of {count} indices, but was given {given}."
-    # The indices are looked at first.
+    # The indices are checked first.
     filter_.call_fails(needs, CALL, count, indices[:given], values[:given])
     filter_.call_fails(needs, CALL, count, indices[:given], values)
     if count < 8:
@@ -40,7 +40,7 @@ def assert_short_refused(filter_: StateFilter, count: int) -> None:
 
 
 def assert_locked_refused(filter_: StateFilter) -> None:
-    """Either of the arrays of the biggest terms is refused when it may not be written."""
+    """Both arrays of the biggest terms are refused if they are read-only."""
     for which in (0, 1):
         arrays = places(2)
         arrays[which].setflags(write=False)
@@ -49,7 +49,7 @@ def assert_locked_refused(filter_: StateFilter) -> None:
 
 
 def assert_none_touch_nothing(filter_: StateFilter) -> None:
-    """The biggest 0 terms need no array, nor one that may be written."""
+    """A count of 0 accepts empty and read-only arrays."""
     indices, values = places(3)
     filter_.call(CALL, 0, indices, values)
     filter_.call(CALL, 0, indices[:0], values[:0])

@@ -35,5 +35,5 @@ class CliffordFilter(RecordFilter):
 def open_clifford(
     engine: ModuleType, num_qubits: int | None = None
 ) -> contextlib.AbstractContextManager[CliffordFilter]:
-    """A Clifford filter, with a register of `num_qubits` if that is given; freed at the end."""
+    """A Clifford filter, with a register of `num_qubits` if given. Freed at the end."""
     return opened(CliffordFilter(engine), num_qubits)

@@ -1,4 +1,4 @@
-"""The Clifford engine and its plain model, driven side by side and compared in all that shows."""
+"""A Clifford filter and its model, compared in everything observable."""
 
 from __future__ import annotations
 
@@ -22,19 +22,19 @@ FLAG_WINDOWS = (*range(-32, 224, 32), 99_999_980, 47_483_640, 54_775_790)
 
 
 def place_of(flag: int) -> int:
-    """A flag that shares the place of this one, and reads it as it is stored."""
+    """The positive flag number at the same place in the table, which reads the stored bit."""
     place = abs(flag) % CAPACITY
     return place if place > 1 else place + CAPACITY
 
 
 class Draws:
-    """Equations on draws, kept solved: each has one draw of its own, which no other has."""
+    """Solved linear equations on draws: each has a pivot draw that no other equation has."""
 
     def __init__(self) -> None:
         self._solved: dict[int, tuple[int, int]] = {}
 
     def add(self, mask: int, bit: int) -> None:
-        """The draws of the mask came out with this parity. What cannot be is passed over."""
+        """Adds an equation: the draws of the mask have this parity. Ignores a contradiction."""
         for pivot, (other_mask, other_bit) in self._solved.items():
             if mask & pivot:
                 mask, bit = mask ^ other_mask, bit ^ other_bit
@@ -47,11 +47,11 @@ class Draws:
         self._solved[own] = mask, bit
 
     def shown(self) -> list[int]:
-        """The values of the draws that are known for certain."""
+        """The values of the draws that are determined."""
         return [bit for pivot, (mask, bit) in self._solved.items() if mask == pivot]
 
     def ones(self) -> int:
-        """The draws that gave a 1. A draw that nothing shows counts as 0."""
+        """The mask of the draws that gave 1. Undetermined draws count as 0."""
         return sum(pivot for pivot, (_, bit) in self._solved.items() if bit)
 
 
@@ -71,18 +71,18 @@ def difference(text: str, expected: str) -> str:
 
 
 def swap_records(a: int, b: int) -> list[Record]:
-    """A swap of two qubits however far apart."""
+    """A swap of two qubits at any distance."""
     extension = tagged(EXTEND, target_mask=1, target_offset=b)
     return [extension, tagged(SWAP, target_mask=1, target_offset=a)]
 
 
 class CliffordPair:
-    """One engine filter and one model. The model learns the engine's draws from what shows."""
+    """A filter and a model. The model finds the engine's draws from printed signs and flags."""
 
     def __init__(self, engine: ModuleType) -> None:
         self.filter = CliffordFilter(engine)
         self.model = CliffordModel()
-        self.drawn: list[int] = []  # every drawn outcome that has shown
+        self.drawn: list[int] = []  # every drawn outcome that was determined
         self.failures: list[str] = []
         self.history: list[Record] = []
         self._flag_windows = FlagWindows(FLAG_WINDOWS)
@@ -92,7 +92,7 @@ class CliffordPair:
         return self.model.state.all_rows() if self.model.state else []
 
     def run(self, records: list[Record]) -> str | None:
-        """Runs one call on both sides and compares; answers the failure if it was one."""
+        """Runs one call on both sides and compares. Returns the error, if any."""
         __tracebackhide__ = True
         self.history += records
         answer = failure_of(lambda: self.filter.run_records(records))
@@ -124,11 +124,11 @@ class CliffordPair:
         self._flag_windows.compare(self.filter, self.model.flags)
 
     def _settle(self, tableau: Tableau, text: str) -> None:
-        """Tells the model what the engine drew, as far as its signs and flags show that."""
+        """Tells the model the engine's draws, as far as signs and flags determine them."""
         draws = Draws()
         for row, phase in zip(tableau.all_rows(), phases(text), strict=True):
             draws.add(row.draws, (phase - row.phase) >> 1 & 1)
-        # Of two outcomes in one flag the later shows.
+        # A later outcome overwrites an earlier one in the same flag.
         stored = {place_of(flag): (flag, out) for flag, out in self.model.stored if abs(flag) != 1}
         for place, (flag, outcome) in stored.items():
             draws.add(outcome.draws, self.filter.flag(place) ^ (flag < 0) ^ outcome.bit)
@@ -136,7 +136,7 @@ class CliffordPair:
         self.model.settle(draws.ones())
 
     def compare_hidden(self) -> None:
-        """Brings every qubit once to a column that is printed, and back.
+        """Swaps every hidden qubit to a printed column, compares, and swaps back.
 
         Above 64 qubits the text leaves out the high qubits of the first word.
         """
@@ -160,7 +160,7 @@ class CliffordPair:
 
 @contextlib.contextmanager
 def open_clifford_pair(engine: ModuleType, num_qubits: int | None = None) -> Iterator[CliffordPair]:
-    """Both sides, with a register of `num_qubits` if that is given; freed at the end."""
+    """A filter and its model, with a register of `num_qubits` if given. Freed at the end."""
     pair = CliffordPair(engine)
     try:
         if num_qubits is not None:

@@ -1,4 +1,4 @@
-"""What has become of the rows of a fresh register, in letters and qubit numbers."""
+"""The rows that gates have changed, in letters and qubit numbers."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ def short(row: str) -> str:
 
 
 def changes(filter_: CliffordFilter) -> dict[str, str]:
-    """The rows that are not what they were after the reset, by what they were then.
+    """The rows that differ from those after the reset. The keys are the rows after the reset.
 
     A fresh register of two qubits has the generators Z0 and Z1 and the destabilizers X0 and X1, so
     an X on qubit 1 gives {"Z1": "-Z1"}. Widths must be at most 64 or a multiple of 64, where the

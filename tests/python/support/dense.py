@@ -23,7 +23,7 @@ Vector: TypeAlias = npt.NDArray[np.complexfloating[Any, Any]]
 
 
 class Setting(NamedTuple):
-    """How a register is cut and driven; the fields are named as the engine names them."""
+    """Simulator parameters of a dense register, with the engine's names."""
 
     num_block_qubits: int = 0
     max_num_threads: int = 0
@@ -31,7 +31,7 @@ class Setting(NamedTuple):
 
 
 def settings(block_sizes: Iterable[int]) -> list[Setting]:
-    """Each block size with workers, without them, and with threads switched off by their limit."""
+    """Each block size with workers, without workers, and with a limit of one thread."""
     return [
         Setting(size, max_threads, is_async)
         for size in block_sizes
@@ -53,7 +53,7 @@ def reset(num_qubits: int) -> np.ndarray:
 
 
 class RecordFilter(FilterDriver):
-    """A filter that is given plain records."""
+    """A filter that runs `Record` tuples."""
 
     def run_records(self, records: Iterable[Record]) -> None:
         """Runs them in one call."""
@@ -69,7 +69,7 @@ class StateFilter(RecordFilter):
 
     def state(self, num_qubits: int) -> Vector:
         """All amplitudes in order of their index."""
-        # Anything that the engine leaves out shows as a NaN.
+        # An element that the engine does not write stays NaN.
         dest = np.full(1 << num_qubits, np.nan, dtype=np.complex128)
         assert self.call("pull_state", dest) == ""
         return dest
@@ -104,7 +104,7 @@ Driver = TypeVar("Driver", bound=RecordFilter)
 
 @contextlib.contextmanager
 def opened(driver: Driver, num_qubits: int | None) -> Iterator[Driver]:
-    """The filter, with a register of `num_qubits` if that is given; freed at the end."""
+    """The filter, with a register of `num_qubits` if given. Freed at the end."""
     try:
         if num_qubits is not None:
             driver.run(reset(num_qubits))
@@ -116,12 +116,12 @@ def opened(driver: Driver, num_qubits: int | None) -> Iterator[Driver]:
 def open_dense(
     engine: ModuleType, num_qubits: int | None = None, setting: Setting | None = None
 ) -> contextlib.AbstractContextManager[DenseFilter]:
-    """A dense filter, with a register of `num_qubits` if that is given; freed at the end."""
+    """A dense filter, with a register of `num_qubits` if given. Freed at the end."""
     return opened(DenseFilter(engine, setting), num_qubits)
 
 
 def random_state(rng: random.Random, num_qubits: int) -> Vector:
-    """A normalised state without a pattern."""
+    """A normalised random state."""
     parts = [complex(rng.gauss(0, 1), rng.gauss(0, 1)) for _ in range(1 << num_qubits)]
     vector = np.array(parts, dtype=np.complex128)
     state: Vector = vector / np.linalg.norm(vector)
@@ -186,7 +186,7 @@ def aligned(length: int, beyond: int = 0) -> Vector:
 
 
 def state_after(filter_: StateFilter, state: Vector, *parts: np.ndarray) -> Vector:
-    """What the parts make of a state."""
+    """The state after the records."""
     filter_.load(state)
     filter_.run(*parts)
     return filter_.state(len(state).bit_length() - 1)
@@ -200,13 +200,13 @@ def basis(num_qubits: int, index: int) -> Vector:
 
 
 def flush_native_output() -> None:
-    """Lets what the engine has printed reach the captured output."""
+    """Flushes the engine's output, so that it is captured."""
     ctypes.CDLL(None).fflush(None)
 
 
 def printed_by(capfd: Any, action: Callable[[], object]) -> str:
-    """What the action prints on standard output, natively as well."""
-    flush_native_output()  # what came before is not the action's
+    """The text that the action prints on standard output, by Python or by C++."""
+    flush_native_output()  # discards earlier output
     capfd.readouterr()
     action()
     flush_native_output()

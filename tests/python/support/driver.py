@@ -1,4 +1,4 @@
-"""Helpers of the tests of the engine: records by number, a filter to drive, exact errors."""
+"""Helpers of the engine's tests: records, a driver of a filter, exact errors."""
 
 from __future__ import annotations
 
@@ -24,13 +24,13 @@ def op(low: int) -> int:
 
 
 def rec(low: int, **words: Any) -> np.ndarray:
-    """One record of the engine's own tag, its other words given by name and 0 otherwise."""
+    """One record of the engine's tag. Words that are not given are 0."""
     return nb.record(op(low), **words)
 
 
 @contextlib.contextmanager
 def raises_engine_error(text: str) -> Iterator[None]:
-    """Expects the engine's way of failing: a SystemError caused by a RuntimeError of this text."""
+    """Expects an engine error: a SystemError caused by a RuntimeError with this text."""
     with pytest.raises(SystemError, match="returned a result with an exception set") as caught:
         yield
     cause = caught.value.__cause__
@@ -39,7 +39,7 @@ def raises_engine_error(text: str) -> Iterator[None]:
 
 
 def failure_of(call: Callable[[], Any]) -> Any:
-    """What the call answers, or the text of its failure on either side."""
+    """The result of the call, or the text of its error, from the engine or from a model."""
     try:
         return call()
     except ModelError as error:
@@ -50,7 +50,7 @@ def failure_of(call: Callable[[], Any]) -> Any:
 
 
 class FilterDriver:
-    """One filter of some type and the raw calls on it, spelled short."""
+    """One filter and the module's calls on it."""
 
     def __init__(self, engine: ModuleType, type_name: str) -> None:
         self.engine = engine

@@ -1,25 +1,42 @@
-"""Helpers of the examples' tests: a script run as its users run it, or imported for its parts."""
+"""Helpers of the examples' tests: runs a script in a process of its own or in this process."""
 
 from __future__ import annotations
 
 import contextlib
 import importlib
+import io
 import re
 import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
 from types import ModuleType
+from typing import NamedTuple
+
+from support.remote import LONG
 
 EXAMPLES = Path(__file__).parents[3] / "examples"
+
+
+class Run(NamedTuple):
+    """The exit status of a run and what it has printed."""
+
+    status: object
+    out: str
+    err: str
+
+    def figures(self) -> dict[str, str]:
+        """The printed lines of a successful run, by their name."""
+        assert (self.status, self.err) == (0, "")
+        return dict(re.split(r" {2,}", line) for line in self.out.splitlines())
 
 
 class Example:
     """One script among the examples.
 
     Attributes:
-        name: Its file's name without the ending.
-        usage: What its usage line says behind the file's name.
+        name: The file's name without its ending.
+        usage: The part of its usage line after the file's name.
     """
 
     def __init__(self, name: str, usage: str) -> None:
@@ -30,27 +47,41 @@ class Example:
         """The command line of a run with this interpreter."""
         return [sys.executable, str(EXAMPLES / f"{self.name}.py"), *arguments]
 
-    def output(self, *arguments: str) -> str:
-        """What a successful run prints; its output is not a terminal."""
-        done = subprocess.run(self.command(*arguments), capture_output=True, text=True, check=False)
-        assert (done.returncode, done.stderr) == (0, "")
-        return done.stdout
+    def run_as_script(self, *arguments: str) -> Run:
+        """Runs the script in a process of its own. Its output is not a terminal."""
+        done = subprocess.run(
+            self.command(*arguments), capture_output=True, text=True, check=False, timeout=LONG
+        )
+        return Run(done.returncode, done.stdout, done.stderr)
 
-    def figures(self, *arguments: str) -> dict[str, str]:
-        """The printed lines of a successful run, by their name."""
-        return dict(re.split(r" {2,}", line) for line in self.output(*arguments).splitlines())
+    def run(self, *arguments: str) -> Run:
+        """Calls the script's `main` in this process, which saves the start of an interpreter."""
+        out, err = io.StringIO(), io.StringIO()
+        with (
+            self.imported() as module,
+            contextlib.redirect_stdout(out),
+            contextlib.redirect_stderr(err),
+        ):
+            try:
+                status = module.main(list(arguments))
+            except SystemExit as end:
+                status = end.code
+        return Run(status, out.getvalue(), err.getvalue())
 
     def assert_refuses(self, arguments: list[str], message: str) -> None:
         """Runs the script and expects one line about these arguments, and nothing else."""
-        done = subprocess.run(self.command(*arguments), capture_output=True, text=True, check=False)
-        assert (done.returncode, done.stdout) == (2, "")
-        assert done.stderr == f"usage: {self.name}.py {self.usage}: {message}\n"
+        usage = f"usage: {self.name}.py {self.usage}: {message}\n"
+        assert self.run(*arguments) == Run(2, "", usage)
 
     @contextlib.contextmanager
     def imported(self) -> Iterator[ModuleType]:
-        """The script as a module, not run; meanwhile it finds the scripts beside it."""
-        sys.path.insert(0, str(EXAMPLES))
+        """The script as a module, not run. Undoes what scripts change in the interpreter."""
+        has_limit = hasattr(sys, "set_int_max_str_digits")  # early releases of 3.10 have none
+        limit = sys.get_int_max_str_digits() if has_limit else 0
+        sys.path.insert(0, str(EXAMPLES))  # a script finds the scripts beside it
         try:
             yield importlib.import_module(self.name)
         finally:
             sys.path.remove(str(EXAMPLES))
+            if has_limit:
+                sys.set_int_max_str_digits(limit)

@@ -9,7 +9,7 @@ from support.driver import FilterDriver
 
 
 class FlagWindows:
-    """The windows by their first flags, and what the model last had in them."""
+    """The first flags of the windows, and the model's last values in them."""
 
     def __init__(self, first_flags: Iterable[int]) -> None:
         self._words = dict.fromkeys(first_flags, 0)

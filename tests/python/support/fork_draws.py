@@ -1,6 +1,6 @@
-"""Programs of processes that fork and draw, each run in an interpreter of its own.
+"""Programs that fork and draw, each run in a new interpreter.
 
-Newer Pythons warn of every fork beside threads, and the tests' own process has some.
+Newer Pythons warn of a fork while threads run, and the tests' process has threads.
 """
 
 from __future__ import annotations
@@ -81,13 +81,13 @@ def seeded_family(seed: int) -> list[int]:
 
 
 def families_of_one_seed(seed: int) -> list[list[int]]:
-    """Two families of one process, with a fork that is neither's in front."""
+    """Two families of one process, after a fork that belongs to neither."""
     from_child(draw)
     return [seeded_family(seed) for _ in range(2)]
 
 
 def families_of_an_engine_seed(seed: int) -> list[list[int]]:
-    """The engine is seeded by its own function, past the package."""
+    """Seeds the engine directly, without the companion."""
     families = []
     for _ in range(2):
         engine.random_seed(0, seed)
@@ -126,7 +126,7 @@ def nested_forks(seed: int) -> list[int]:
 
 
 def draws_by_derivation(seed: int) -> list[int]:
-    """What the children and grandchildren of a seeded family are said to draw."""
+    """The draws of the children and grandchildren, computed from the documented derivation."""
     draws = []
     for path in [(0,), (1, 0), (1, 1), (1,)]:
         derived = np.random.SeedSequence(seed, spawn_key=path).generate_state(1)[0]
@@ -136,7 +136,7 @@ def draws_by_derivation(seed: int) -> list[int]:
 
 
 def pool_draws(method: str, seed: int | None = None) -> list[int]:
-    """The draws of two workers, in ascending order: which worker answers first is open."""
+    """The draws of two workers, sorted, because the order of the workers is undefined."""
     if seed is not None:
         nb.seed(seed)
     context: Any = multiprocessing.get_context(method)
@@ -158,7 +158,7 @@ def set_meeting(meeting: Barrier) -> None:
 
 
 def draw_together(_task: int) -> int:
-    """Draws once every worker has a task, so that none takes both."""
+    """Draws after every worker has a task, so that no worker takes both."""
     assert _workers_meet is not None
     _workers_meet.wait(WAIT_SECONDS)
     return draw()

@@ -14,5 +14,5 @@ def ppr(degrees: float, x: int, z: int, **words: int) -> np.ndarray:
 
 
 def ppm(x: int, z: int, sign: float = 1.0, **words: int) -> np.ndarray:
-    """A measurement of a product, of its negative where the sign is."""
+    """A measurement of a product, or of its negative if the sign is negative."""
     return rec(PPM, angle=sign, target_mask=x, cond_mask=z, **words)

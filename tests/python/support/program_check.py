@@ -1,4 +1,4 @@
-"""What tests of the checks before a run share: the filters, long programs and exact refusals."""
+"""Helpers of the tests of the companion's checks: filters, long programs, exact refusals."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ def outside(index: int, qubit: int, size: int) -> str:
 
 
 def filler(count: int) -> nb.RecordArray:
-    """So many records that every register from one qubit on takes."""
+    """So many records that are valid on every register with a qubit."""
     return np.repeat(nb.x(0), count)
 
 

@@ -1,4 +1,4 @@
-"""Gates and programs as circuits of qiskit, an independent truth of the dense filter's gates."""
+"""Gates and programs as qiskit circuits, for comparison with the dense filter."""
 
 from __future__ import annotations
 

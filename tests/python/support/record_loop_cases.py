@@ -9,12 +9,12 @@ from models.opcodes import CALLBACK, EXTEND, JUMP_BACK, LABEL, X
 from models.program import ONLY_FILTER
 from support.driver import op, rec
 
-# Passed over without a word.
+# Ignored.
 IGNORED = [
     0x207, 0x10000000, 0x10000002, 0x10000011, 0x10000012, 0x10000015, 0x10000017, 0x10000412,
     0x10000416, 0x10004011, 0x10004012, 0x10004015, 0x10004412, 0x10008003, 0x1000C003,
 ]  # fmt: skip
-# Words that would do something in any other record.
+# Words that have an effect in other records.
 EVERYTHING: dict[str, Any] = {
     "target_mask": 7,
     "cond_mask": 1,

@@ -1,6 +1,6 @@
 """Programs for the record loop of any filter, and failures that all filters have in common.
 
-The programs run on three qubits at 0 and invert some of them; each filter's tests look at its
+The programs run on three qubits at 0 and invert some of them. The tests of each filter read its
 register in their own way.
 """
 
@@ -27,14 +27,14 @@ FLAG_OPERATIONS = pytest.mark.parametrize(
 
 
 def invert_around_ignored_jumps(filter_: FilterDriver, opcode: int) -> None:
-    """Inverts qubits 0 and 2, the records of this opcode being no jumps and no labels."""
+    """Inverts qubits 0 and 2. Records of this opcode are neither jumps nor labels."""
     other = nb.record(opcode, target_mask=7, cond_mask=1)
     filter_.run(other, rec(X, target_mask=1), rec(JUMP_FWD, target_mask=7), other)
     filter_.run(rec(X, target_mask=2), rec(LABEL, target_mask=7), rec(X, target_mask=4))
 
 
 def skip_to_a_label(filter_: FilterDriver, *skipped: np.ndarray) -> None:
-    """Inverts qubit 2 after a jump over the others, over several calls and the parts given."""
+    """Inverts qubit 2. A jump over several calls and the given parts skips the other gates."""
     filter_.run(rec(JUMP_FWD, target_mask=9), rec(X, target_mask=1), rec(LABEL, target_mask=8))
     filter_.run(*skipped, rec(JUMP_FWD, target_mask=8))
     filter_.fails(f"qc.jump_back() {ONLY_FILTER}", rec(JUMP_BACK))
@@ -51,14 +51,14 @@ def jump_by_label_0(filter_: FilterDriver) -> None:
 
 
 def assert_wrong_counts_fail(filter_: FilterDriver) -> None:
-    """A count that is not the array's length is refused; nothing is to be inverted."""
+    """A count that differs from the array's length is refused, and nothing is inverted."""
     for count in (0, 2, 2**32 - 1):
         with raises_engine_error(WRONG_COUNT):
             filter_.call("put_instructions", rec(X, target_mask=1), count)
 
 
 def assert_neighbours_unknown(filter_: FilterDriver) -> None:
-    """Numbers that are not in the table, but for one bit of theirs, are unknown."""
+    """Numbers that differ by one bit from those of the table are unknown."""
     near = {low ^ 1 << bit for low in TABLE for bit in range(32)} - TABLE
     for low in sorted(low for low in near if low & 0xFF != 0x16):
         filter_.fails(f"Error: Unknown opcode: 0x{op(low):x}\n", rec(low, target_mask=1))

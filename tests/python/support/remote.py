@@ -1,4 +1,4 @@
-"""Helpers of the socket filter's tests: the filter, its peer in another process, their prints."""
+"""Helpers of the socket filter's tests: the filter, and its peer in another process."""
 
 from __future__ import annotations
 
@@ -31,9 +31,9 @@ STATUS_CONNECTED = '{"connected":true}'
 STATUS_NOT_CONNECTED = '{"connected":false}'
 
 LOOPBACK = "127.0.0.1"
-LONG = 30.0  # seconds; a wait that should end by its replies fails after these
-SHORT = 0.1  # seconds; a wait that should end by its timeout takes these
-ONE_POLL = 0.9 * POLL_SECONDS  # seconds; over after the first poll's pause, whatever came
+LONG = 30.0  # seconds; timeout of a wait that should end by its replies
+SHORT = 0.1  # seconds; timeout of a wait that should end by it
+ONE_POLL = 0.9 * POLL_SECONDS  # seconds; ends at the first poll's pause
 
 Answer = TypeVar("Answer")
 
@@ -41,7 +41,7 @@ PEER_PROGRAM = str(Path(__file__).with_name("remote_peer.py"))
 
 
 class Peer:
-    """The service in the other process; its orders are the methods of `remote_peer.Service`."""
+    """The service in the other process. Its commands are the methods of `remote_peer.Service`."""
 
     def __init__(self, receive_buffer: int = 0) -> None:
         self._orders, theirs = multiprocessing.Pipe()
@@ -52,7 +52,7 @@ class Peer:
         self.port: int = self._orders.recv()
 
     def start(self, order: str, *arguments: Any) -> None:
-        """Gives an order that is not answered."""
+        """Sends a command without a reply."""
         self._orders.send((order, *arguments))
 
     def ask(self, order: str, *arguments: Any) -> Any:
@@ -89,8 +89,8 @@ class Output(NamedTuple):
 
 
 def heard(capfd: Any, action: Callable[[], Answer]) -> tuple[Answer, Output]:
-    """What the action answers, and what it prints on both standard streams, natively as well."""
-    flush_native_output()  # what came before is not the action's
+    """The result of the action, and its output on both standard streams."""
+    flush_native_output()  # discards earlier output
     capfd.readouterr()
     answer = action()
     flush_native_output()
@@ -98,7 +98,7 @@ def heard(capfd: Any, action: Callable[[], Answer]) -> tuple[Answer, Output]:
 
 
 class Wait(NamedTuple):
-    """A call that may have waited for replies: what it printed, its length and its end's time."""
+    """A call that may have waited for replies: its output, its duration and the time of its end."""
 
     printed: str
     seconds: float
@@ -114,7 +114,7 @@ class Remote:
         self.filter = ConnectFilter(engine)
 
     def renew_filter(self) -> None:
-        """Replaces the filter by a new one, which has stored no flags."""
+        """Replaces the filter by a new one without flags."""
         self.filter.close()
         self.filter = ConnectFilter(self.filter.engine)
 
@@ -137,9 +137,9 @@ class Remote:
     def fetch_from(
         self, chunks: Sequence[bytes], requests: int = 1, ending: str = ""
     ) -> tuple[Wait, list[float]]:
-        """Waits while the peer sends the chunks, each when the one before has been read.
+        """Waits while the peer sends the chunks, each after the previous one has been read.
 
-        Returns also when each chunk was sent, as far as it came; the last one may be unread.
+        Also returns the times at which chunks were sent. The last one may be unread.
         """
         self.peer.start("play", requests * RECORD_BYTES, list(chunks), ending)
         wait = self.fetch(requests)
@@ -172,7 +172,7 @@ def open_remote(engine: ModuleType, capfd: Any, receive_buffer: int = 0) -> Iter
 
 
 def signed(word: int) -> int:
-    """A 64-bit word as the number that it holds when it has a sign."""
+    """An unsigned 64-bit word reinterpreted as a signed one."""
     return (word + 2**63) % 2**64 - 2**63
 
 

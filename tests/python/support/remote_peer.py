@@ -1,12 +1,12 @@
-"""A TCP service on loopback, in a process of its own, that does what the tests order.
+"""A TCP service on loopback in its own process, which the tests control by commands.
 
-The engine holds the interpreter lock while it waits for replies, so nothing in the tests' own
-process could answer it. Nothing here waits by the clock: what the client's end has received and
-read is asked of the kernel.
+The engine holds the interpreter lock while it waits for replies, so a thread of the tests' process
+could not reply. The service does not wait by the clock: the kernel tells it what the client has
+received and read.
 
-Usage: remote_peer.py DESCRIPTOR RECEIVE_BUFFER, the descriptor of a pipe to the tests. Its first
-answer is the port. Each order is the name of a method of `Service` and its arguments. All but
-`play` are answered.
+Usage: remote_peer.py DESCRIPTOR RECEIVE_BUFFER, the descriptor of a pipe to the tests. First it
+writes its port to the pipe. A command is the name of a method of `Service` and its arguments. All
+but `play` are answered.
 """
 
 from __future__ import annotations
@@ -19,15 +19,15 @@ from collections.abc import Callable
 from multiprocessing.connection import Connection
 from typing import Any, NamedTuple
 
-LIMIT = 30.0  # seconds until a test that went wrong is given up
+LIMIT = 30.0  # seconds, after which a failing test gives up
 LOOK_AGAIN = 0.0005  # seconds
 
-# States of a connection's end, as the kernel numbers them.
+# The kernel's numbers of connection states.
 TCP_CLOSE, TCP_CLOSE_WAIT = 7, 8
 
 
 class View(NamedTuple):
-    """One end of a connection: its state, the bytes that came, and those of them not yet read."""
+    """One end of a connection: its state, its received bytes, and its unread bytes."""
 
     state: int
     arrived: int
@@ -35,7 +35,7 @@ class View(NamedTuple):
 
 
 class ClientEnd:
-    """The client's end of a connection, looked up by its addresses among the kernel's sockets."""
+    """The client's end of a connection, found by its addresses among the kernel's sockets."""
 
     GONE = View(TCP_CLOSE, 0, 0)
 
@@ -54,7 +54,7 @@ class ClientEnd:
         self.kernel.send(self.query)
         answer = self.kernel.recv(8192)
         (kind,) = struct.unpack_from("=H", answer, 4)
-        if kind == 2:  # an error: there is no such socket any more
+        if kind == 2:  # an error: the socket no longer exists
             return self.GONE
         (unread,) = struct.unpack_from("=I", answer, 72)
         return View(answer[17], self._arrived(answer), unread)
@@ -69,7 +69,7 @@ class ClientEnd:
                 count: int = struct.unpack_from("=Q", answer, place + 4 + 128)[0]
                 return count
             place += (length + 3) & ~3
-        return 0  # an end that is only waiting to vanish has no statistics
+        return 0  # a socket in TIME_WAIT has no statistics
 
 
 class Service:
@@ -97,7 +97,7 @@ class Service:
         self.sent = 0
 
     def receive(self, size: int) -> bytes:
-        """So many bytes, or fewer if the client's end was closed before."""
+        """So many bytes, or fewer if the client closes earlier."""
         assert self.connection is not None
         received = bytearray()
         while len(received) < size:
@@ -112,7 +112,7 @@ class Service:
         return self.receive(sys.maxsize)
 
     def send(self, data: bytes) -> None:
-        """Sends and waits until the client's end has all of it."""
+        """Sends, and waits until the client's end has received everything."""
         assert self.connection is not None
         self.connection.sendall(data)
         self.sent += len(data)
@@ -124,7 +124,7 @@ class Service:
         return view.arrived - view.unread
 
     def close(self) -> None:
-        """Closes in order. Everything received must have been read: else this is a reset."""
+        """Closes regularly. All received bytes must have been read, else this is a reset."""
         assert self.connection is not None
         self.connection.close()
         self._wait_until(lambda view: view.state == TCP_CLOSE_WAIT)
@@ -137,13 +137,13 @@ class Service:
         self.wait_until_gone()
 
     def wait_until_gone(self) -> None:
-        """Waits until the client's end has heard that the connection is no more."""
+        """Waits until the client's end knows that the connection has ended."""
         self._wait_until(lambda view: view.state == TCP_CLOSE)
 
     def play(self, size: int, chunks: list[bytes], ending: str) -> None:
-        """Answers `size` bytes with the chunks, then perhaps with the order named `ending`.
+        """Receives `size` bytes and sends the chunks, then runs the command `ending` if given.
 
-        Each is sent when the client has read everything before it. The next order ends it all.
+        Each is sent after the client has read everything before it. The next command stops this.
         """
         self.sent_at = []
         self.receive(size)
@@ -156,11 +156,11 @@ class Service:
             getattr(self, ending)()
 
     def report(self) -> list[float]:
-        """When each chunk of the latest `play` was sent, as far as it came."""
+        """The times at which chunks of the latest `play` were sent."""
         return self.sent_at
 
     def _is_read_out(self) -> bool:
-        """Waits for the client to read all that was sent; false if an order comes before that."""
+        """Waits for the client to read everything sent. False if a command comes earlier."""
         while self.count_read() < self.sent:
             if self.orders.poll(LOOK_AGAIN):
                 return False
@@ -181,7 +181,7 @@ def main() -> None:
     while True:
         try:
             name, *arguments = orders.recv()
-        except EOFError:  # the tests have no more orders
+        except EOFError:  # no more commands
             return
         answer = getattr(service, name)(*arguments)
         if name != "play":

@@ -1,4 +1,4 @@
-"""Helpers of the service's tests: the service in another process, and a bare client of it."""
+"""Helpers of the service's tests: the service in another process, and a plain client."""
 
 from __future__ import annotations
 
@@ -8,7 +8,6 @@ import socket
 import subprocess
 import sys
 from collections.abc import Iterator
-from pathlib import Path
 
 import nimbrel as nb
 import numpy as np
@@ -17,12 +16,11 @@ from nimbrel import Opcode
 from models.wire import RECORD_BYTES
 from support.remote import LONG, LOOPBACK
 
-EXAMPLES = Path(__file__).parents[3] / "examples"
 COMMAND = [sys.executable, "-m", "nimbrel.service"]
 
 
 class Service:
-    """One process of the service, and what it has logged."""
+    """One process of the service, and its log."""
 
     def __init__(self, *arguments: str) -> None:
         self.process = subprocess.Popen(
@@ -54,7 +52,7 @@ def service_of(*arguments: str) -> Iterator[Service]:
 
 
 class Client:
-    """A bare socket to a service."""
+    """A plain socket connected to a service."""
 
     def __init__(self, service: Service) -> None:
         self.socket = socket.create_connection((LOOPBACK, service.port), LONG)
@@ -69,7 +67,7 @@ class Client:
         self.socket.sendall(nb.program(*parts).tobytes())
 
     def receive(self, count: int) -> bytes:
-        """So many records, or fewer if the service closes before."""
+        """So many records, or fewer if the service closes earlier."""
         received = bytearray()
         while len(received) < count * RECORD_BYTES:
             piece = self.socket.recv(count * RECORD_BYTES - len(received))
@@ -85,20 +83,14 @@ class Client:
         return int(words[5]) % 2**64
 
     def is_cut_off(self) -> bool:
-        """Waits for the service to close; with bytes unread that is a reset."""
+        """Waits for the service to close. If bytes are unread, this is a reset."""
         try:
             return self.socket.recv(1) == b""
         except ConnectionResetError:
             return True
 
 
-def run(name: str, *arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run an example with this interpreter."""
-    command = [sys.executable, str(EXAMPLES / name), *arguments]
-    return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)
-
-
 def run_service(*arguments: str) -> subprocess.CompletedProcess[str]:
-    """Run a service that ends by itself."""
+    """Runs a service that ends by itself."""
     command = [*COMMAND, *arguments]
     return subprocess.run(command, capture_output=True, text=True, check=False, timeout=LONG)

@@ -1,4 +1,4 @@
-"""Helpers of the sparse simulator's tests: a filter to drive and its terms, at any width."""
+"""Helpers of the sparse filter's tests: a driver of a filter, and its terms at any width."""
 
 from __future__ import annotations
 
@@ -28,29 +28,29 @@ class SparseFilter(StateFilter):
         super().__init__(engine, "StreamSparseQPU")
 
     def num_terms(self) -> int:
-        """The terms that are stored, those of amplitude 0 among them."""
+        """The number of stored terms, those of amplitude 0 included."""
         count: int = self.call("peek_num_nonzero_terms")
         return count
 
     def biggest(self, count: int) -> tuple[list[int], Vector]:
-        """The `count` most likely terms' indices and amplitudes; places left over are 0."""
-        # Anything that the engine leaves out shows.
+        """The indices and amplitudes of the `count` most probable terms. Unused entries are 0."""
+        # An element that the engine does not write keeps an impossible value.
         indices = np.full(count, 2**63 - 1, dtype=np.uint64)
         values = np.full(count, np.nan, dtype=np.complex128)
         assert self.call("peek_n_biggest_terms", count, indices, values) is None
         return indices.tolist(), values
 
     def ranked(self) -> list[tuple[int, complex]]:
-        """All terms of a probability above 0: the likeliest first, equals in list order."""
+        """All terms of a probability above 0, the most probable first, equal ones in list order."""
         indices, values = self.biggest(self.num_terms())
         pairs = zip(indices, values.tolist(), strict=True)
         return [(index, amplitude) for index, amplitude in pairs if amplitude]
 
     def values(self, indices: Iterable[int]) -> Vector:
-        """The amplitudes at these indices, which may be as wide as the register.
+        """The amplitudes at these indices, which may have more than 32 bits.
 
-        A peek takes 32 bits, so the register is flipped until the index is 0, and back at the
-        end: flips change neither the amplitudes nor the order of the list.
+        A peek takes 32 bits, so X gates first move the index to 0, and back at the end. They change
+        neither the amplitudes nor the order of the list.
         """
         path = [0, *indices, 0]
         flips = flip_records(here ^ there for here, there in pairwise(path))
@@ -72,8 +72,8 @@ class SparseFilter(StateFilter):
         return found
 
     def slice(self, mask: int, length: int | None = None) -> Vector:
-        """The slice over the masked qubits around the likeliest term."""
-        # Anything that the engine leaves out shows as a NaN.
+        """The slice of the masked qubits that contains the most probable term."""
+        # An element that the engine does not write stays NaN.
         size = 1 << mask.bit_count() if length is None else length
         dest = np.full(size, np.nan, dtype=np.complex128)
         assert self.call("pull_state_specific", dest, mask) == ""
@@ -87,7 +87,7 @@ class SparseFilter(StateFilter):
 def open_sparse(
     engine: ModuleType, num_qubits: int | None = None
 ) -> contextlib.AbstractContextManager[SparseFilter]:
-    """A sparse filter, with a register of `num_qubits` if that is given; freed at the end."""
+    """A sparse filter, with a register of `num_qubits` if given. Freed at the end."""
     return opened(SparseFilter(engine), num_qubits)
 
 
@@ -99,10 +99,12 @@ def plain_bits(state: Vector) -> Any:
 
 
 def assert_same_amplitudes(got: Vector, expected: Vector | Iterable[Amplitude]) -> None:
-    """Bit for bit the same, with the signs of zeros; any NaN equals any NaN."""
+    """Expects the same bits, signs of zeros included. All NaNs are equal."""
     __tracebackhide__ = True
     wanted = expected if isinstance(expected, np.ndarray) else vector(expected)
     assert len(got) == len(wanted), f"{len(got)} amplitudes instead of {len(wanted)}"
+    if got.tobytes() == wanted.tobytes():
+        return
     differ = np.flatnonzero((plain_bits(got) != plain_bits(wanted)).reshape(-1, 2).any(axis=1))
     shown = [(int(i), complex(got[i]), complex(wanted[i])) for i in differ[:4]]
     assert not len(differ), f"{len(differ)} amplitudes differ; place, got, expected: {shown}"

@@ -1,4 +1,4 @@
-"""Sparse states in which a seed's draws find known terms."""
+"""Sparse states in which the draws of a seed select known terms."""
 
 from __future__ import annotations
 
@@ -27,13 +27,13 @@ def draws(seed: int, count: int = 1) -> list[float]:
 
 
 def quarter(draw: float) -> int:
-    """The place in a list of four equal terms at which the draw is reached."""
+    """The index that the draw selects in a list of four equal terms."""
     return next(place for place in range(4) if (place + 1) / 4 >= draw)
 
 
 @contextlib.contextmanager
 def seeded_quarters(engine: ModuleType, seed: int) -> Iterator[SparseFilter]:
-    """A filter of two qubits that holds `QUARTERS`, its next draw the first of the seed."""
+    """A filter of two qubits in the state `QUARTERS`, with a new seed."""
     with open_sparse(engine, 2) as filter_:
         filter_.load(QUARTERS)
         engine.random_seed(0, seed)
@@ -41,7 +41,7 @@ def seeded_quarters(engine: ModuleType, seed: int) -> Iterator[SparseFilter]:
 
 
 def next_read_is(engine: ModuleType, draw: float) -> bool:
-    """Whether a fresh read takes this draw, told from which of 16 equal terms it finds."""
+    """Whether the next read uses this draw, which selects one of 16 equal terms."""
     with open_sparse(engine, 4) as filter_:
         filter_.load(np.full(16, 0.25 + 0j))
         filter_.run(rec(READ, target_mask=15, read_flag=2))
@@ -49,6 +49,6 @@ def next_read_is(engine: ModuleType, draw: float) -> bool:
 
 
 def prepared(filter_: SparseFilter, num_qubits: int, index: int) -> None:
-    """A register in a basis state, with a stored word of flags that are all 0."""
+    """A register in a basis state, with a stored word of flags that are 0."""
     store_0_in_flag_2 = rec(FLAG_NAND, target_mask=1, cond_mask=1, read_flag=2)
     filter_.run(store_0_in_flag_2, reset(num_qubits), rec(X, target_mask=index))

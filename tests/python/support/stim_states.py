@@ -1,4 +1,4 @@
-"""States of stim, an independent stabilizer simulator, beside those of a Clifford filter."""
+"""States of stim, an independent stabilizer simulator, for comparison with a Clifford filter."""
 
 from __future__ import annotations
 
@@ -14,12 +14,12 @@ stim: Any = importlib.import_module("stim")  # it has no types
 
 
 def tableau_of(filter_: CliffordFilter) -> Tableau:
-    """Widths must be at most 64 or a multiple of 64, where the printed text shows every qubit."""
+    """The tableau as printed. The width must be at most 64 or a multiple of 64."""
     return parse_tableau(filter_.tableau())
 
 
 def canonical(rows: Sequence[str]) -> list[str]:
-    """The state of these generators in stim's canonical form: equal lists are equal states."""
+    """The state of these generators in stim's canonical form. Equal states give equal lists."""
     simulator = stim.TableauSimulator()
     simulator.set_state_from_stabilizers([stim.PauliString(row) for row in rows])
     return canonical_of(simulator)

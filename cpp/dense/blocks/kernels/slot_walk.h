@@ -190,11 +190,11 @@ bool walk_odd_stride(complex_t* data, unsigned long n, unsigned long t, SlotCond
     return changed;
 }
 
-/// The pairs of a target bit under controls, which are tested on x.
+/// The pairs of a target bit under controls. Requires: no control on the target.
 template <typename Source>
 bool walk_some_pairs(complex_t* data, unsigned long n, unsigned long t, SlotCondition controls,
                      const Source& source) {
-    if (t == 1 && (controls.mask & 1) == 0) return walk_neighbours(data, n, controls, source);
+    if (t == 1) return walk_neighbours(data, n, controls, source);
     return walk_fixed(data, data + t, n, controls.mask | t, controls.pattern, source);
 }
 

@@ -1,4 +1,4 @@
-/// Blocks with known contents, in every way in which their tasks can find a thread.
+/// Blocks with known contents, for each kind of thread that can run their tasks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@
 
 namespace Nimbrel::Testing {
 
-/// Who runs the tasks of a block: the caller, for want of threads, the block's own worker, or any
-/// worker of a team.
+/// Who runs the tasks of a block: the caller if there are no threads, the block's own worker, or
+/// any worker of a team.
 enum class Hands { caller, own_worker, team };
 
 inline void PrintTo(Hands hands, std::ostream* out) {
@@ -34,10 +34,10 @@ inline void PrintTo(Hands hands, std::ostream* out) {
 inline const auto all_hands = testing::Values(Hands::caller, Hands::own_worker, Hands::team);
 inline const auto threaded_hands = testing::Values(Hands::own_worker, Hands::team);
 
-/// From this size on a task is left to the workers; a smaller block's runs on the caller's thread.
+/// Tasks of blocks from this size on are posted for the workers. The caller runs smaller ones.
 inline constexpr unsigned long handed_over_qubits = 13;
 
-inline constexpr unsigned long small_qubits = 11;  // sizes 0 to 10 are walked through whole
+inline constexpr unsigned long small_qubits = 11;  // sizes 0 to 10 are all tested
 
 /// Random numbers, masks and amplitudes from one seed.
 class Draws {
@@ -67,7 +67,7 @@ class Draws {
         return state;
     }
 
-    /// Bits of the block mostly; now and then one above it, or a negation outside the mask.
+    /// Mostly bits of the block; sometimes one above it, or a negation outside the mask.
     Condition condition(unsigned long block_qubits) {
         if (one_in(4)) return {};
         Condition cond{mask(block_qubits), 0};
@@ -87,7 +87,7 @@ class Draws {
     std::mt19937_64 generator_;
 };
 
-/// A test that draws, and tells its seed with every failure.
+/// A test that draws random numbers and prints its seed on failure.
 class DrawingTest : public testing::Test {
   protected:
     const std::uint64_t seed = seed_of_this_test();
@@ -97,10 +97,10 @@ class DrawingTest : public testing::Test {
     testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(seed)};
 };
 
-/// The same once for every kind of hands.
+/// The same, once for each value of `Hands`.
 class HandedTest : public DrawingTest, public testing::WithParamInterface<Hands> {
   protected:
-    /// Sizes at which tasks run on the caller's thread and sizes at which they are handed over.
+    /// Sizes whose tasks the caller runs, and sizes whose tasks are posted.
     static std::vector<unsigned long> block_sizes() {
         std::vector<unsigned long> sizes;
         for (unsigned long b = 0; b < small_qubits; ++b) sizes.push_back(b);
@@ -109,8 +109,8 @@ class HandedTest : public DrawingTest, public testing::WithParamInterface<Hands>
     }
 };
 
-/// Four blocks in one buffer. Two of them lie in each other's slots, as after a NOT on a qubit of
-/// the block number, so that a block's number does not tell its place.
+/// Four blocks in one buffer. Two of them have exchanged their slots, as after a NOT on a qubit of
+/// the block number, so a block's number is not its slot.
 class Blocks {
   public:
     static constexpr unsigned long count = 4;
@@ -156,7 +156,7 @@ class Blocks {
         return state;
     }
 
-    /// Where a block's amplitudes stand in a copy of the buffer.
+    /// A block's amplitudes in a copy of the buffer.
     complex_t* slots(State& state, unsigned long number) const {
         return state.data() + blocks_[number]->store_slot * num_terms;
     }
@@ -169,7 +169,7 @@ class Blocks {
     std::array<std::unique_ptr<CoreBlock>, count> blocks_;
 };
 
-/// The same controls as the kernels take them.
+/// The same controls as an argument of the kernels.
 inline SlotCondition slots_of(Condition cond) { return {cond.mask, cond.pattern()}; }
 
 inline std::ostream& operator<<(std::ostream& out, const Condition& cond) {

@@ -1,4 +1,4 @@
-/// The hand-over of tasks: order, waiting, pairs, and task numbers that nobody knows.
+/// How tasks are posted: order, waiting, pairs, and unknown task numbers.
 #include "dense/blocks/block_support.h"
 
 namespace {
@@ -40,7 +40,7 @@ TEST_P(HandOver, WaitsInEitherWay) {
     EXPECT_TRUE(same_bits(blocks.contents(), expected));
 }
 
-// A second task, started by hand, waits in `start_worker` until the first has ended.
+// A second `start_worker` waits until the first task has ended.
 TEST_P(HandOver, HasRoomForOneTask) {
     Blocks blocks(handed_over_qubits, GetParam());
     State expected = blocks.fill(draws);
@@ -98,7 +98,7 @@ TEST_P(HandOver, WaitsForBothEndsBeforeAPairWorks) {
     }
 }
 
-// The pair ends inside its task, so the lower block may be given the next one at once.
+// A pair ends inside its task, so the next task of the lower block can follow at once.
 TEST_P(HandOver, TakesTheNextTaskOfAPairsLowerBlock) {
     Blocks blocks(handed_over_qubits, GetParam());
     for (int round = 0; round < 20; ++round) {

@@ -67,7 +67,7 @@ TEST_P(Lifecycle, EndsWithTasksStillWaiting) {
     }
 }
 
-// Nobody's thread is asked for, so the first task of a register may come at any moment.
+// The test does not wait for any thread, so the first task may come before the workers run.
 TEST_P(Lifecycle, ServesATaskThatComesBeforeItsWorker) {
     for (int i = 0; i < 50; ++i) {
         Blocks blocks(handed_over_qubits, GetParam());

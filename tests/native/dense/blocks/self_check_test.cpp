@@ -5,7 +5,7 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// What the check of one block of its own prints.
+/// The text that the check of a single block prints.
 std::string printed_by_check(Hands hands, unsigned long number, unsigned long qubits) {
     const bool threads = hands != Hands::caller;
     CoreBlockStore store(qubits, 1, 0, nullptr, threads, false);

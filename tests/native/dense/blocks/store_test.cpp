@@ -135,7 +135,7 @@ TEST(Store, ThatFindsNoMemoryTellsWhenItIsAsked) {
               "Error: NULL block_data at line 0\n");
 }
 
-// Sizes that pass the largest number must not come out as a small buffer.
+// Sizes that overflow must not become a small buffer.
 TEST(Store, OfAnImpossibleSizeHasNoMemory) {
     for (const unsigned long qubits : {59UL, 60UL, 63UL, 64UL, 70UL}) {
         const CoreBlockStore one(qubits, 1, 0, nullptr, false, false);

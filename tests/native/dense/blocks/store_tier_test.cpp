@@ -1,5 +1,5 @@
-/// The disk tier that no register switches on: its arithmetic, and what it does with files that a
-/// test puts in their places.
+/// The disk tier, which no register uses: its arithmetic, and its access to files that a test
+/// provides.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -18,7 +18,7 @@ using Nimbrel::CoreBlock;
 using Nimbrel::CoreBlockStore;
 using Nimbrel::Testing::printed_by;
 
-/// A descriptor of an empty file without a name, the store's to close.
+/// A descriptor of an empty unnamed file. The store closes it.
 int new_file() {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
     return dup(fileno(file.get()));

@@ -118,7 +118,7 @@ TEST_P(Transfer, ChecksEachPartAgainstTheTolerance) {
     EXPECT_TRUE(block.check_all_values(other.data(), 0.125));  // exactly the tolerance passes
     EXPECT_EQ(block.lock_count, 0);
     EXPECT_FALSE(block.check_all_values(other.data(), 0.12));
-    EXPECT_EQ(block.lock_count, 1);  // the early way out leaves the lock counted
+    EXPECT_EQ(block.lock_count, 1);  // the early return does not unlock
 
     other = values;
     other[0].re = std::numeric_limits<double>::quiet_NaN();
@@ -201,7 +201,7 @@ TEST_P(BiggestTerms, PassOverAMarkedBlock) {
     blocks[1].peek_n_biggest_terms(1, &index, &value);
     EXPECT_EQ(index, 77UL);
     EXPECT_EQ(blocks[1].lock_count, 0);
-    blocks[1].peek_n_biggest_terms(1UL << 63, &index, &value);  // not even the length is looked at
+    blocks[1].peek_n_biggest_terms(1UL << 63, &index, &value);  // the length is not read
 }
 
 TEST_P(BiggestTerms, AreNotListedInAnImpossibleNumber) {

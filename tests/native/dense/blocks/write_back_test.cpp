@@ -1,5 +1,5 @@
-/// Whether each operation says that it changed the block. Only the inactive disk tier listens: a
-/// block that changed is written to its file, which is empty before.
+/// Whether each operation reports that it changed the block. Only the disk tier, which no register
+/// uses, reads this: it writes a changed block to its file.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@ using namespace Nimbrel::Testing;
 constexpr complex_t zero{0.0, 0.0};
 constexpr complex_t some{0.5, -0.25};
 
-/// An operation on a block of two amplitudes, and whether it tells of a change.
+/// An operation on a block of two amplitudes, and whether it reports a change.
 struct Operation {
     const char* name;
     bool writes;

@@ -61,6 +61,16 @@ TEST_F(Reservation, AGapThatIsTooSmallIsPassedOver) {
     EXPECT_EQ(reserve(1), 7);
 }
 
+TEST_F(Reservation, AGapThatIsTooSmallIsPassedOverTogetherWithTheLongerRangeBehindIt) {
+    resize(8);
+    EXPECT_EQ(reserve(2), 0);
+    EXPECT_EQ(reserve(1), 2);
+    EXPECT_EQ(reserve(3), 3);
+    qpu.release_qubits(2);
+    EXPECT_EQ(reserve(2), 6);
+    EXPECT_EQ(qpu.qint_table, (std::vector<unsigned int>{2, 0, 0, 3, 0, 0, 2, 0}));
+}
+
 TEST_F(Reservation, TwoFreedNeighboursMakeOneRun) {
     reserve(2);
     reserve(2);

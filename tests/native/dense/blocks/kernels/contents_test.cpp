@@ -119,7 +119,7 @@ TEST_P(Contents, DrawTheImaginaryPartFirst) {
     }
 }
 
-// Workers that fill their blocks at the same time share the draws out in an order of their own.
+// Workers that fill blocks at the same time draw in an order that depends on thread timing.
 TEST_P(Contents, DrawInAllBlocksAtOnce) {
     Blocks blocks(handed_over_qubits, GetParam());
     constexpr unsigned seed_of_draws = 11;

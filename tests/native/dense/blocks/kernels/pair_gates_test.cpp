@@ -114,7 +114,7 @@ TEST_P(PairGates, OnTwoBlocks) {
     }
 }
 
-// Strides that no register asks for: walked as they stand, and only as far as the block goes.
+// Strides that no register uses: they are not rounded, and the walk ends with the block.
 TEST_P(PairGates, OnAStrideOfSeveralBits) {
     for (unsigned long b = 1; b < 7; ++b) {
         Blocks blocks(b, GetParam());
@@ -147,7 +147,7 @@ TEST_P(PairGates, OnAStrideAboveTheBlockTouchNothing) {
     }
 }
 
-// Gates on one block follow each other without a word between them.
+// Gates on one block follow each other without a wait between them.
 TEST_P(PairGates, QueueUpInOrder) {
     for (const unsigned long b : {3UL, handed_over_qubits}) {
         Blocks blocks(b, GetParam());
@@ -202,7 +202,7 @@ TEST_P(PairGates, KeepAZeroPairUnderAMatrixAndMayNegateItElsewhere) {
     EXPECT_TRUE(same_bits(block.get_value(0).im, -0.0));
 }
 
-// Where a kernel leaves out a product by zero, an infinity tells: that product is not a number.
+// Infinities show whether a kernel omits a product by zero: that product is NaN.
 TEST_P(PairGates, OnInfinities) {
     constexpr double infinity = std::numeric_limits<double>::infinity();
     for (unsigned long b = 1; b < small_qubits; ++b) {

@@ -90,7 +90,7 @@ TEST_P(PauliProducts, Rotate) {
 
 TEST_P(PauliProducts, Project) {
     for_each_round([this](Blocks& blocks, unsigned long b, const Round& round) {
-        const unsigned long measured = draws.below(3);  // any number but 0 is the outcome -1
+        const unsigned long measured = draws.below(3);  // 1 and 2 are the outcome -1
         State expected = blocks.fill(draws);
         scalar_ppm(scalar(blocks, expected, b, round), measured);
         block_of(blocks, round).op_ppm(round.x_mask, round.z_mask, measured);
@@ -189,8 +189,8 @@ TEST_P(MultiExchange, WithoutATargetInTheBlockLeavesTheLockCounted) {
     }
 }
 
-// The mask of the slot bits is made in 32 bits. A small block that says it has more qubits than
-// that shows it: 32 leave no bit of X inside, 33 leave one.
+// The mask of the slot bits is computed in 32 bits. A small block with a false number of qubits
+// shows it: with 32 no bit of X is inside, with 33 one is.
 TEST(SlotMask, CountsTheBlocksQubitsModulo32) {
     Blocks blocks(1, Hands::caller);
     CoreBlock& block = blocks[1];

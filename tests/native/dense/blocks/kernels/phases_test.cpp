@@ -58,7 +58,8 @@ TEST_P(Phases, UnderRandomConditions) {
     }
 }
 
-// A negation outside a single-bit mask shifts the walk; it keeps its steps and ends with the block.
+// A negation outside a single-bit mask moves the start of the walk. The steps are the same, and the
+// walk ends with the block.
 TEST_P(Phases, WithANegationOutsideASingleBitStayInTheBlock) {
     for (unsigned long b = 0; b < 6; ++b) {
         Blocks blocks(b, GetParam());
@@ -94,7 +95,7 @@ TEST_P(Phases, OfOneTouchNoMemoryAndStartNoTask) {
     for (const double im : {0.0, 0.5, -1.0}) block.op_phase({}, im, 1.0);
     EXPECT_EQ(block.task_id, Nimbrel::TASK_NONE);
     block.finish();
-    EXPECT_EQ(block.block_data, nullptr);  // every task would have asked for the memory
+    EXPECT_EQ(block.block_data, nullptr);  // any task would have set it
 }
 
 TEST_P(Phases, OfMinusOneFlipSignsExactly) {

@@ -55,7 +55,7 @@ TEST_P(Probabilities, OfReadsUnderEveryKindOfMaskAndLimit) {
 
 TEST_P(Probabilities, WithAMaskAreFusedAndWithoutAreNot) {
     Blocks blocks(2, GetParam());
-    const double x = 0x1p27 + 1.0;  // its square needs one bit more than a double has
+    const double x = 0x1p27 + 1.0;  // its square has one bit more than a double
     blocks[0].set_all_values(State{{1.0, 0.0}, {1.0, 0.0}, {x, 0.0}, {0.0, 0.0}}.data());
     ASSERT_NE(std::fma(x, x, 2.0), 2.0 + x * x);
     EXPECT_EQ(read(blocks, 0, 0, 0, 0.0), 2.0 + x * x);

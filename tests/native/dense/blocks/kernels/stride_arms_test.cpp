@@ -1,4 +1,4 @@
-/// The arms of compiled code with a constant stride against the same loops on a run-time stride.
+/// Compares the code compiled for constant strides with the same loops on a run-time stride.
 #include <type_traits>
 
 #include "dense/blocks/block_support.h"
@@ -10,7 +10,7 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// A pair operation of the test's own: both members change, and each in another way.
+/// A pair operation that changes both members, each in a different way.
 struct SumAndDifference {
     static SumAndDifference operation() { return {}; }
 
@@ -31,7 +31,7 @@ void scalar_sum_and_difference(complex_t& x, complex_t& y) {
 
 class StrideArms : public DrawingTest {
   protected:
-    /// The walk of a gate's choice against the scalar one.
+    /// Compares the walk that a gate chooses with the scalar walk.
     void expect_walk(const State& start, unsigned long t, Condition cond) {
         State expected = start;
         scalar_pairs(expected.data(), start.size(), t, cond, scalar_sum_and_difference);
@@ -96,7 +96,7 @@ TEST_F(StrideArms, AgreeWithTheWalkOfAnyStride) {
     }
 }
 
-// Every gate through its block, at strides that a small block does not have.
+// Every gate on a block with strides that a small block does not have.
 TEST_F(StrideArms, OfTheGatesServeWideStrides) {
     constexpr unsigned long qubits = 15;
     Blocks blocks(qubits, Hands::caller);
