@@ -108,8 +108,8 @@ void run_on_blocks(QPU& qpu, unsigned long flipped, const GateCondition& conditi
 /// The same for a gate that may wait: lets `make_gate()` wait, or calls `task(block)`. A gate on a
 /// few qubits would notice what it takes to make one for nothing.
 template <typename MakeGate, typename Task>
-void run_gate(QPU& qpu, unsigned long flipped, const GateCondition& condition,
-              MakeGate&& make_gate, Task&& task) {
+void run_gate(QPU& qpu, unsigned long flipped, const GateCondition& condition, MakeGate&& make_gate,
+              Task&& task) {
     if (qpu.lets_gates_wait() && let_wait(qpu, flipped, condition, make_gate())) return;
     run_on_blocks(qpu, flipped, condition, task);
 }

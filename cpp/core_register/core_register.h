@@ -203,9 +203,9 @@ class QPU : public QPU_Base {
     // For tests: results do not depend on them.
     bool gates_wait = true;           ///< false makes every gate act at once
     unsigned long waits_from_qubits;  ///< smallest register whose gates wait, as of its reset
-    bool in_records = false;  ///< between `begin_records` and `end_records`
+    bool in_records = false;          ///< between `begin_records` and `end_records`
     std::unique_ptr<GateQueue> waiting_gates;  ///< null for a register too small to gain from it
-    CoreBlock** blocks = nullptr;        ///< null when there is no register
+    CoreBlock** blocks = nullptr;              ///< null when there is no register
     CoreBlockStore* block_store = nullptr;
     std::vector<unsigned long> pcp_x_masks;  ///< the batch that `pcp` collects
     std::vector<unsigned long> pcp_z_masks;

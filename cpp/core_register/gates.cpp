@@ -34,11 +34,12 @@ WaitingGate exchange() { return {.kind = GateKind::exchange}; }
 void QPU::hadamard(unsigned long target_mask, unsigned long cond_mask, unsigned long cond_neg_mask,
                    long cond_flag) {
     if (!acts(cond_flag)) return;
-    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
-                   [] { return WaitingGate{.kind = GateKind::hadamard}; },
-                   [](CoreBlock& block, unsigned long target, SlotCondition controls) {
-                       block.op_hadamard(target, controls);
-                   });
+    run_on_targets(
+        *this, target_mask, cond_mask, cond_neg_mask,
+        [] { return WaitingGate{.kind = GateKind::hadamard}; },
+        [](CoreBlock& block, unsigned long target, SlotCondition controls) {
+            block.op_hadamard(target, controls);
+        });
 }
 
 void QPU::complex2x2(const complex_t* matrix, unsigned long target_mask, unsigned long cond_mask,
@@ -49,26 +50,24 @@ void QPU::complex2x2(const complex_t* matrix, unsigned long target_mask, unsigne
 
 void QPU::apply_matrix(const GateMatrix& matrix, unsigned long target_mask, unsigned long cond_mask,
                        unsigned long cond_neg_mask) {
-    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
-                   [&matrix] {
-                       return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries};
-                   },
-                   [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
-                       block.op_complex2x2(target, controls, matrix);
-                   });
+    run_on_targets(
+        *this, target_mask, cond_mask, cond_neg_mask,
+        [&matrix] { return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries}; },
+        [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
+            block.op_complex2x2(target, controls, matrix);
+        });
 }
 
 void QPU::real2x2(const double* m, unsigned long target_mask, unsigned long cond_mask,
                   unsigned long cond_neg_mask, long cond_flag) {
     if (!acts(cond_flag)) return;
     const GateMatrix matrix = GateMatrix::real(m);
-    run_on_targets(*this, target_mask, cond_mask, cond_neg_mask,
-                   [&matrix] {
-                       return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries};
-                   },
-                   [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
-                       block.op_real2x2(target, controls, matrix);
-                   });
+    run_on_targets(
+        *this, target_mask, cond_mask, cond_neg_mask,
+        [&matrix] { return WaitingGate{.kind = matrix.kind, .matrix = matrix.entries}; },
+        [&matrix](CoreBlock& block, unsigned long target, SlotCondition controls) {
+            block.op_real2x2(target, controls, matrix);
+        });
 }
 
 // `cnot` without controls calls `op_not`; `op_not` with controls calls `cnot`. Controls outside the
@@ -110,8 +109,7 @@ void QPU::op_not(unsigned long target_mask, unsigned long cond_mask, unsigned lo
         if (distance != 0) {
             swap_pairs(*this, distance, {});
         } else {
-            run_gate(*this, target, {}, exchange,
-                     [=](CoreBlock& block) { block.op_not(target); });
+            run_gate(*this, target, {}, exchange, [=](CoreBlock& block) { block.op_not(target); });
         }
     });
     removable_finish();
@@ -143,8 +141,9 @@ void QPU::cz(unsigned long target_mask, unsigned long cond_mask, unsigned long c
         ++op_count;
         const auto condition =
             GateCondition::of_gate(*this, target | masks.controls, cond_neg_mask);
-        run_gate(*this, 0, condition, [] { return WaitingGate{.kind = GateKind::sign_flip}; },
-                 [&](CoreBlock& block) { block.op_cz(condition.slots); });
+        run_gate(
+            *this, 0, condition, [] { return WaitingGate{.kind = GateKind::sign_flip}; },
+            [&](CoreBlock& block) { block.op_cz(condition.slots); });
     });
     removable_finish();
 }

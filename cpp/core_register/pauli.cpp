@@ -44,9 +44,7 @@ void QPU::ppr(double angle, unsigned long x_mask, unsigned long z_mask, unsigned
         [&, s = sine, c = cosine] {
             return product_rotation(*this, x, z, {.sine = s, .cosine = c});
         },
-        [&, s = sine, c = cosine](CoreBlock& block) {
-            block.op_ppr(x, z, condition.slots, s, c);
-        });
+        [&, s = sine, c = cosine](CoreBlock& block) { block.op_ppr(x, z, condition.slots, s, c); });
     removable_finish();
 }
 

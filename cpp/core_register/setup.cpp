@@ -148,8 +148,7 @@ void QPU::make_blocks() {
     try {
         if (use_threads) team = std::make_unique<BlockTeam>(count);
         if (num_qubits >= waits_from_qubits && GateQueue::can_hold(num_qubits, num_block_qubits)) {
-            const unsigned long threads =
-                use_threads ? std::min(count, team->num_processors()) : 1;
+            const unsigned long threads = use_threads ? std::min(count, team->num_processors()) : 1;
             waiting_gates =
                 std::make_unique<GateQueue>(*block_store, team.get(), num_qubits, threads);
         }

@@ -66,8 +66,8 @@ class CoreBlock {
     void start_worker(TaskID task);
     void wait_for_worker(bool wait_until_ready);
 
-    /// Lets the register's waiting gates act, and waits until this block is idle, and its buddy while
-    /// they are a pair.
+    /// Lets the register's waiting gates act, and waits until this block is idle, and its buddy
+    /// while they are a pair.
     void finish();
 
     /// The same without the waiting gates, which may go on waiting while blocks are exchanged.

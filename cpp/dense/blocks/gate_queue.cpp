@@ -30,7 +30,7 @@ complex_t* allocate_scratch(unsigned long num_threads) {
 }
 
 /// One pass, shared by the threads that come.
-class SharedPass : public SharedWork {
+class SharedPass final : public SharedWork {
   public:
     SharedPass(const TilePass& pass, complex_t* scratch, unsigned long num_threads)
         : pass_(pass),

@@ -16,9 +16,8 @@ unsigned long count_bits(unsigned long mask) {
 /// The bits of `value` at the places of `mask`, moved together at the low end.
 unsigned long gather_bits(unsigned long value, unsigned long mask) {
     unsigned long gathered = 0;
-    for_each_bit(value & mask, [&](unsigned long bit) {
-        gathered |= 1UL << count_bits(mask & (bit - 1));
-    });
+    for_each_bit(value & mask,
+                 [&](unsigned long bit) { gathered |= 1UL << count_bits(mask & (bit - 1)); });
     return gathered;
 }
 

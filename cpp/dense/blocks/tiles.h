@@ -29,7 +29,8 @@ struct StoredState {
     unsigned long num_slots() const { return 1UL << (num_qubits - num_block_qubits); }
 };
 
-/// Qubits of a tile: 128 KiB of amplitudes. The next tile has room beside it in a second-level cache.
+/// Qubits of a tile: 128 KiB of amplitudes. The next tile has room beside it in a second-level
+/// cache.
 inline constexpr unsigned long tile_qubits = 13;
 /// The lowest bits of the place belong to every tile, so that it consists of rows of at least 256
 /// contiguous bytes.
@@ -81,12 +82,12 @@ class TilePass {
     unsigned long next_base(unsigned long base) const { return ((base | mask_) + 1) & ~mask_; }
 
     StoredState state_{};
-    unsigned long mask_ = 0;         ///< bits of the place in which a tile's amplitudes differ
-    unsigned long qubits_ = 0;       ///< number of these bits
-    unsigned long row_length_ = 0;   ///< contiguous amplitudes
-    unsigned long row_mask_ = 0;     ///< the mask without the row's bits
-    unsigned long piece_qubits_ = 0; ///< bits of the mask inside a block
-    unsigned long slot_mask_ = 0;    ///< the mask's bits of the store slot
+    unsigned long mask_ = 0;          ///< bits of the place in which a tile's amplitudes differ
+    unsigned long qubits_ = 0;        ///< number of these bits
+    unsigned long row_length_ = 0;    ///< contiguous amplitudes
+    unsigned long row_mask_ = 0;      ///< the mask without the row's bits
+    unsigned long piece_qubits_ = 0;  ///< bits of the mask inside a block
+    unsigned long slot_mask_ = 0;     ///< the mask's bits of the store slot
     std::vector<TileGate> gates_;
 };
 

@@ -59,11 +59,12 @@ INSTANTIATE_TEST_SUITE_P(Layouts, OneBlock,
 TEST_P(OneBlock, GivesEveryTargetToTheBlockAsASlotBit) {
     std::vector<unsigned long> targets;
     const auto unused = [] { return WaitingGate{}; };
-    run_on_targets(qpu, ~0UL, 0, 0, unused, [&](CoreBlock& block, unsigned long target, SlotCondition) {
-        EXPECT_EQ(&block, longer_array[0]);
-        EXPECT_EQ(block.op_buddy, nullptr);
-        targets.push_back(target);
-    });
+    run_on_targets(qpu, ~0UL, 0, 0, unused,
+                   [&](CoreBlock& block, unsigned long target, SlotCondition) {
+                       EXPECT_EQ(&block, longer_array[0]);
+                       EXPECT_EQ(block.op_buddy, nullptr);
+                       targets.push_back(target);
+                   });
     EXPECT_EQ(targets, (std::vector<unsigned long>{0b1000, 0b0100, 0b0010, 0b0001}));
     expect_no_pair_has_formed();
 }

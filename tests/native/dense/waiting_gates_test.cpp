@@ -25,8 +25,8 @@ struct Setting {
     bool lent = false;
 
     friend void PrintTo(const Setting& s, std::ostream* out) {
-        *out << s.qubits << " qubits, blocks of " << s.block_qubits << (s.threads ? ", threads" : "")
-             << (s.lent ? ", lent memory" : "");
+        *out << s.qubits << " qubits, blocks of " << s.block_qubits
+             << (s.threads ? ", threads" : "") << (s.lent ? ", lent memory" : "");
     }
 };
 
@@ -80,9 +80,9 @@ class Programs {
 
     QPUOp draw_record() {
         constexpr unsigned long gates[] = {
-            OP_X,   OP_X,         OP_X,    OP_Y,         OP_H,   OP_H,     OP_SWAP,  OP_LELBOW,
-            OP_Z,   OP_ROOTX,     OP_RX,   OP_ROOTY_INV, OP_RY,  OP_RZ,    OP_RX,    OP_RY,
-            OP_RZ,  OP_PHASE,     OP_T,    OP_S_INV,     OP_PPR, OP_PPR,   OP_PHASE, OP_Z};
+            OP_X,  OP_X,     OP_X,  OP_Y,         OP_H,   OP_H,   OP_SWAP,  OP_LELBOW,
+            OP_Z,  OP_ROOTX, OP_RX, OP_ROOTY_INV, OP_RY,  OP_RZ,  OP_RX,    OP_RY,
+            OP_RZ, OP_PHASE, OP_T,  OP_S_INV,     OP_PPR, OP_PPR, OP_PHASE, OP_Z};
         constexpr unsigned long others[] = {OP_READ, OP_WRITE, OP_CLEAR, OP_PPM, OP_FREE};
         Words words{.target_mask = qubit(), .cond_mask = mask(), .angle = angle()};
         if (below(4) == 0) words.target_mask |= mask();
@@ -209,9 +209,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Setting{5, 2, true}, Setting{6, 0, false}, Setting{7, 1, true},
                     Setting{8, 3, false}, Setting{8, 2, false, true}, Setting{11, 9, true},
                     Setting{12, 0, false}, Setting{12, 7, true}, Setting{13, 0, true},
-                    Setting{13, 11, false, true}, Setting{14, 8, false}, Setting{14, 12, true, true},
-                    Setting{15, 13, true}, Setting{15, 9, true}, Setting{16, 0, false},
-                    Setting{16, 13, true, true}));
+                    Setting{13, 11, false, true}, Setting{14, 8, false},
+                    Setting{14, 12, true, true}, Setting{15, 13, true}, Setting{15, 9, true},
+                    Setting{16, 0, false}, Setting{16, 13, true, true}));
 
 TEST_P(WaitingGates, ActAsGatesThatActAtOnce) {
     Programs programs(seed_of_this_test(), GetParam().qubits);
@@ -318,13 +318,22 @@ TEST_F(OneWaitingGate, ActsBeforeAnythingLooksAtAmplitudes) {
         [&] { qpu.pps(1, 0); },
         [&] { qpu.ppm(1, 1, 0, 0, 0); },
         [&] { qpu.read(1, 0, 0); },
-        [&] { qpu.collapse(0, 1); qpu.get_value(0); },
+        [&] {
+            qpu.collapse(0, 1);
+            qpu.get_value(0);
+        },
         [&] { qpu.peek_read_probability_sv(0, 1, 0.0); },
         [&] { qpu.get_random_term_index(); },
         [&] { qpu.assert_value(0, 1, "name", 0, 0); },
         [&] { qpu.pull_state_sv(state.data(), state.size()); },
-        [&] { std::string text; qpu.pull_state_specific_sv(text, state.data(), 1, 2); },
-        [&] { state = basis(qpu.num_terms, 1); qpu.push_state_sv(state.data(), 0, state.size()); },
+        [&] {
+            std::string text;
+            qpu.pull_state_specific_sv(text, state.data(), 1, 2);
+        },
+        [&] {
+            state = basis(qpu.num_terms, 1);
+            qpu.push_state_sv(state.data(), 0, state.size());
+        },
         [&] { qpu.check_state(state.data(), 0.1, false); },
         [&] { qpu.peek_n_biggest_terms(1, &index, &one); },
         [&] { qpu.peek_value(0, &one); },
@@ -332,7 +341,10 @@ TEST_F(OneWaitingGate, ActsBeforeAnythingLooksAtAmplitudes) {
         [&] { qpu.blocks[0]->finish(); },
         [&] { qpu.blocks[0]->get_value(0); },
         [&] { qpu.blocks[0]->set_value(0, {1.0, 0.0}); },
-        [&] { qpu.blocks[0]->op_cz({}); qpu.blocks[0]->finish(); },
+        [&] {
+            qpu.blocks[0]->op_cz({});
+            qpu.blocks[0]->finish();
+        },
     };
     for (std::size_t i = 0; i < looks.size(); ++i) {
         SCOPED_TRACE("look " + std::to_string(i));

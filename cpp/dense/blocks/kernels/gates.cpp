@@ -249,10 +249,25 @@ bool exchange_pairs(const SlotGate& gate, complex_t* lower, complex_t* upper, un
     return true;
 }
 
-/// Few slots, and whatever is no usual gate, are left to the other kernels.
+/// Whether a gate gains from wide vectors. A Hadamard and a NOT without controls take the time of
+/// their loads and stores at either width.
+bool gains_from_width(const SlotGate& gate) {
+    switch (gate.kind) {
+        case GateKind::exchange:
+            return gate.controls.mask != 0;
+        case GateKind::compared_exchange:
+        case GateKind::hadamard:
+            return false;
+        default:
+            return true;
+    }
+}
+
+/// Whatever is no usual gate is left to the narrow kernels.
 bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
-    return n >= 8 && (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n) &&
-           uses_wide_kernels() && gate.kind != GateKind::compared_exchange;
+    return n >= fewest_wide_slots && wide_kernels_in_use &&
+           (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n) &&
+           gains_from_width(gate);
 }
 
 [[gnu::noinline]] bool apply_wide(const SlotGate& gate, complex_t* lower, complex_t* upper,
@@ -260,9 +275,10 @@ bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
     const bool diagonal = gate.kind == GateKind::phase || gate.kind == GateKind::sign_flip;
     const bool without_matrix = gate.matrix == nullptr;
     // A control on the target itself is tested on x, where the target bit is 0.
-    const bool nothing = !diagonal && (gate.target == 0 ? upper == nullptr
-                                                        : gate.target >= n ||
-                                                              (gate.controls.pattern & gate.target) != 0);
+    const bool nothing =
+        !diagonal &&
+        (gate.target == 0 ? upper == nullptr
+                          : gate.target >= n || (gate.controls.pattern & gate.target) != 0);
     if (nothing) return without_matrix;
     const WidePairs pairs{.lower = lower,
                           .upper = upper,
@@ -273,11 +289,7 @@ bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
     const complex_t* matrix = without_matrix ? nullptr : gate.matrix->data();
     switch (gate.kind) {
         case GateKind::exchange:
-        case GateKind::compared_exchange:
             exchange_wide(pairs);
-            return true;
-        case GateKind::hadamard:
-            hadamard_wide(pairs);
             return true;
         case GateKind::complex_matrix:
             return apply_complex_wide(pairs, matrix);
@@ -288,11 +300,14 @@ bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
         case GateKind::real_matrix:
             return apply_real_wide(pairs, matrix);
         case GateKind::phase:
-            multiply_wide(pairs, matrix[3]);
+            multiply_wide(pairs, (*gate.matrix)[3]);
             return true;
         case GateKind::sign_flip:
             flip_signs_wide(pairs);
             return true;
+        case GateKind::hadamard:
+        case GateKind::compared_exchange:
+            break;
     }
     return false;
 }

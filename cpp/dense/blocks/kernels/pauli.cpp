@@ -220,19 +220,19 @@ bool odd_block(const PauliProduct& product, unsigned long number) {
 
 void rotate_wide(const PauliProduct& product, const ProductSlots& slots, SlotCondition controls,
                  double sine, double cosine) {
-    rotate_product_wide({.here = product.here,
-                         .there = product.there,
-                         .n = product.n,
-                         .x_mask = slots.xl,
-                         .z_mask = product.z_mask & (product.n - 1),
-                         .odd_here = odd_block(product, product.here_number),
-                         .odd_there = odd_block(product, slots.across ? product.there_number
-                                                                      : product.here_number),
-                         .phase = product.y_factors + 1,
-                         .sine = sine,
-                         .cosine = cosine,
-                         .mask = controls.mask & (product.n - 1),
-                         .pattern = controls.pattern});
+    rotate_product_wide(
+        {.here = product.here,
+         .there = product.there,
+         .n = product.n,
+         .x_mask = slots.xl,
+         .z_mask = product.z_mask & (product.n - 1),
+         .odd_here = odd_block(product, product.here_number),
+         .odd_there = odd_block(product, slots.across ? product.there_number : product.here_number),
+         .phase = product.y_factors + 1,
+         .sine = sine,
+         .cosine = cosine,
+         .mask = controls.mask & (product.n - 1),
+         .pattern = controls.pattern});
 }
 
 }  // namespace
@@ -245,7 +245,7 @@ unsigned long product_slot_mask(unsigned long num_block_qubits) {
 void rotate_product(const PauliProduct& product, SlotCondition controls, double sine,
                     double cosine) {
     const ProductSlots slots(product);
-    if (product.n >= 8 && uses_wide_kernels() && controls.can_hold(product.n) &&
+    if (product.n >= fewest_wide_slots && wide_kernels_in_use && controls.can_hold(product.n) &&
         slots.xl < product.n && (slots.xl & controls.mask) == 0) {
         return rotate_wide(product, slots, controls, sine, cosine);
     }

@@ -30,7 +30,8 @@ NIMBREL_INLINE Lanes product(Lanes a, Lanes b) { return _mm512_mul_pd(a, b); }
 NIMBREL_INLINE Mask nonzero_amplitudes(Lanes x, Lanes y) {
     const __m512i bits = _mm512_castpd_si512(_mm512_or_pd(x, y));
     const unsigned nonzero = _mm512_test_epi64_mask(bits, bits);
-    if (nonzero == all_lanes) [[likely]] return all_lanes;
+    if (nonzero == all_lanes) [[likely]]
+        return all_lanes;
     return static_cast<Mask>(nonzero | (nonzero >> 1 & 0x55U) | (nonzero << 1 & 0xAAU));
 }
 
@@ -46,12 +47,23 @@ struct ComplexFactor {
     Lanes re;
     Lanes im;  // negated in the lanes of real parts
 
-    NIMBREL_INLINE explicit ComplexFactor(complex_t m) : re(all(m.re)), im(alternating(-m.im, m.im)) {}
-    NIMBREL_INLINE Lanes times(Lanes x) const { return sum(product(x, re), product(swapped(x), im)); }
+    NIMBREL_INLINE explicit ComplexFactor(complex_t m)
+        : re(all(m.re)), im(alternating(-m.im, m.im)) {}
+    NIMBREL_INLINE Lanes times(Lanes x) const {
+        return sum(product(x, re), product(swapped(x), im));
+    }
 };
 
-// The pair operations: `apply` replaces x and y. With `keeps_zeros`, a pair that is zero in all bits
-// has to stay as it is.
+/// The lanes of amplitudes that have no bit set in either register.
+NIMBREL_INLINE Mask zero_amplitudes(Lanes x, Lanes y) {
+    const Lanes bits = _mm512_or_pd(x, y);
+    const __m512i of_amplitude = _mm512_castpd_si512(_mm512_or_pd(bits, swapped(bits)));
+    return _mm512_testn_epi64_mask(of_amplitude, of_amplitude);
+}
+
+// The pair operations: `apply` replaces x and y. With `keeps_zeros`, a pair that is zero in all
+// bits has to stay as it is. `attempt` computes x and y as if there were none, and returns lanes in
+// which that may be wrong.
 
 struct Exchange {
     static constexpr bool keeps_zeros = false;
@@ -60,15 +72,9 @@ struct Exchange {
         x = y;
         y = old_x;
     }
-};
-
-struct Hadamard {
-    static constexpr bool keeps_zeros = false;
-    Lanes root = all(0x1.6a09e667f3bccp-1);
-    NIMBREL_INLINE void apply(Lanes& x, Lanes& y) const {
-        const Lanes old_x = x;
-        x = product(sum(old_x, y), root);
-        y = product(_mm512_sub_pd(old_x, y), root);
+    NIMBREL_INLINE Mask attempt(Lanes& x, Lanes& y) const {
+        apply(x, y);
+        return 0;
     }
 };
 
@@ -82,6 +88,11 @@ struct ComplexMatrix {
         x = sum(m00.times(old_x), m01.times(y));
         y = sum(m10.times(old_x), m11.times(y));
     }
+    NIMBREL_INLINE Mask attempt(Lanes& x, Lanes& y) const {
+        const Mask zero = zero_amplitudes(x, y);
+        apply(x, y);
+        return zero;
+    }
 };
 
 struct RealMatrix {
@@ -93,6 +104,11 @@ struct RealMatrix {
         const Lanes old_x = x;
         x = _mm512_fmadd_pd(m00, old_x, product(m01, y));
         y = _mm512_fmadd_pd(old_x, m10, product(m11, y));
+    }
+    NIMBREL_INLINE Mask attempt(Lanes& x, Lanes& y) const {
+        const Mask zero = zero_amplitudes(x, y);
+        apply(x, y);
+        return zero;
     }
 };
 
@@ -109,18 +125,21 @@ struct ShortMatrix {
     Shape shape;
     const complex_t* entries;
     NIMBREL_INLINE explicit ShortMatrix(const complex_t* m) : shape(m), entries(m) {}
+    NIMBREL_INLINE Mask attempt(Lanes& x, Lanes& y) const {
+        const Lanes old_x = x;
+        x = shape.row_x(old_x, y);
+        y = shape.row_y(old_x, y);
+        // One test for both: a special lane in either shows in the product. A pair of zeros gives
+        // zeros.
+        return special_lanes(product(x, y));
+    }
     NIMBREL_INLINE void apply(Lanes& x, Lanes& y) const {
-        const Lanes new_x = shape.row_x(x, y);
-        const Lanes new_y = shape.row_y(x, y);
-        // One test for both: a special lane in either shows in the product.
-        if (special_lanes(product(new_x, new_y)) != 0) [[unlikely]] {
-            const Lanes full_x = row_in_full(entries, x, y);
-            y = row_in_full(entries + 2, x, y);
-            x = full_x;
+        const Lanes old_x = x;
+        const Lanes old_y = y;
+        if (attempt(x, y) == 0) [[likely]]
             return;
-        }
-        x = new_x;
-        y = new_y;
+        x = row_in_full(entries, old_x, old_y);
+        y = row_in_full(entries + 2, old_x, old_y);
     }
 };
 
@@ -191,7 +210,99 @@ NIMBREL_INLINE void for_each_run(unsigned long n, unsigned long fixed, unsigned 
     }
 }
 
-/// Targets of 4 and more, and pairs of blocks: x and y are registers of four adjacent slots.
+// Where a step of a walk finds its two registers. A place loads step k from itself and stores it.
+
+/// Registers of four adjacent slots each, with steps at three given distances from the first.
+template <unsigned long... Distances>
+struct FarPlace {
+    complex_t* at_x;
+    complex_t* at_y;
+
+    static constexpr unsigned long distances[] = {0, Distances...};
+
+    NIMBREL_INLINE void load_step(unsigned long k, Lanes& x, Lanes& y) const {
+        x = load(at_x + distances[k]);
+        y = load(at_y + distances[k]);
+    }
+    NIMBREL_INLINE void store_step(unsigned long k, Lanes x, Lanes y) const {
+        store(at_x + distances[k], x);
+        store(at_y + distances[k], y);
+    }
+};
+
+/// Two registers of adjacent slots, sorted into x and y for a target of 1 or 2.
+template <unsigned long Target>
+struct NearPlace {
+    complex_t* data;
+
+    static constexpr int to_x = Target == 1 ? 0x88 : 0x44;
+    static constexpr int to_y = Target == 1 ? 0xDD : 0xEE;
+
+    NIMBREL_INLINE void load_step(unsigned long k, Lanes& x, Lanes& y) const {
+        const Lanes a = load(data + 2 * count * k);
+        const Lanes b = load(data + 2 * count * k + count);
+        x = _mm512_shuffle_f64x2(a, b, to_x);
+        y = _mm512_shuffle_f64x2(a, b, to_y);
+    }
+    NIMBREL_INLINE void store_step(unsigned long k, Lanes x, Lanes y) const {
+        Lanes a = _mm512_shuffle_f64x2(x, y, to_x);
+        Lanes b = _mm512_shuffle_f64x2(x, y, to_y);
+        if constexpr (Target == 1) {
+            a = _mm512_permutex2var_pd(x, _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11), y);
+            b = _mm512_permutex2var_pd(x, _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15), y);
+        }
+        store(data + 2 * count * k, a);
+        store(data + 2 * count * k + count, b);
+    }
+};
+
+template <typename Op, typename Place>
+NIMBREL_INLINE bool step(const Op& op, const Place& place, unsigned long k, Mask chosen) {
+    Lanes x;
+    Lanes y;
+    place.load_step(k, x, y);
+    const bool changed = apply_op(op, x, y, chosen);
+    place.store_step(k, x, y);
+    return changed;
+}
+
+/// Four steps with one test for all, since a test and a branch at each took a third of the time.
+/// Nothing is stored before the test, so that the steps can be done with care instead.
+template <typename Op, typename Place>
+NIMBREL_INLINE bool four_steps(const Op& op, const Place& place) {
+    Lanes x0, x1, x2, x3, y0, y1, y2, y3;
+    place.load_step(0, x0, y0);
+    place.load_step(1, x1, y1);
+    place.load_step(2, x2, y2);
+    place.load_step(3, x3, y3);
+    const unsigned in_doubt =
+        op.attempt(x0, y0) | op.attempt(x1, y1) | op.attempt(x2, y2) | op.attempt(x3, y3);
+    if (in_doubt != 0) [[unlikely]] {
+        bool changed = false;
+        for (unsigned long k = 0; k < 4; ++k) changed |= step(op, place, k, all_lanes);
+        return changed;
+    }
+    place.store_step(0, x0, y0);
+    place.store_step(1, x1, y1);
+    place.store_step(2, x2, y2);
+    place.store_step(3, x3, y3);
+    return true;
+}
+
+/// Slots that four steps of a walk without controls cover.
+constexpr unsigned long four_steps_slots = 8 * count;
+
+/// All pairs of a target below 16, four steps at a time.
+template <typename MakePlace, typename Op>
+NIMBREL_INLINE bool walk_all(const WidePairs& p, const Op& op, MakePlace&& place_at) {
+    bool changed = false;
+    for (unsigned long i = 0; i < p.n; i += four_steps_slots) {
+        changed |= four_steps(op, place_at(p.lower + i));
+    }
+    return changed;
+}
+
+/// Targets of 4 and more, and pairs of blocks.
 template <typename Op>
 NIMBREL_INLINE bool walk_far(const WidePairs& p, const Op& op) {
     const unsigned long low = p.mask & (count - 1);
@@ -199,21 +310,27 @@ NIMBREL_INLINE bool walk_far(const WidePairs& p, const Op& op) {
     complex_t* const at_x = p.lower;
     complex_t* const at_y = p.target != 0 ? p.lower + p.target : p.upper;
     const unsigned long n = p.n;
+    const unsigned long fixed = (p.mask & ~low) | p.target;
+    const unsigned long pattern = p.pattern & ~low;
     bool changed = false;
-    for_each_run(n, (p.mask & ~low) | p.target, p.pattern & ~low,
-                 [&](unsigned long first, unsigned long length) {
-                     for (unsigned long i = first; i < first + length; i += count) {
-                         Lanes x = load(at_x + i);
-                         Lanes y = load(at_y + i);
-                         changed |= apply_op(op, x, y, chosen);
-                         store(at_x + i, x);
-                         store(at_y + i, y);
-                     }
-                 });
+    constexpr unsigned long four = 4 * count;
+    if (chosen == all_lanes && n >= four && (fixed & (four - 1)) == 0) {
+        for_each_run(n, fixed, pattern, [&](unsigned long first, unsigned long length) {
+            for (unsigned long i = first; i < first + length; i += four) {
+                changed |= four_steps(op, FarPlace<4, 8, 12>{at_x + i, at_y + i});
+            }
+        });
+        return changed;
+    }
+    for_each_run(n, fixed, pattern, [&](unsigned long first, unsigned long length) {
+        for (unsigned long i = first; i < first + length; i += count) {
+            changed |= step(op, FarPlace<>{at_x + i, at_y + i}, 0, chosen);
+        }
+    });
     return changed;
 }
 
-/// Targets of 1 and 2: two registers of adjacent slots are sorted into x and y, and back.
+/// Targets of 1 and 2.
 template <unsigned long Target, typename Op>
 NIMBREL_INLINE bool walk_near(const WidePairs& p, const Op& op) {
     constexpr unsigned long group = 2 * count;
@@ -221,27 +338,11 @@ NIMBREL_INLINE bool walk_near(const WidePairs& p, const Op& op) {
         Target == 1 ? RegisterSlots{{0, 2, 4, 6}} : RegisterSlots{{0, 1, 4, 5}};
     const unsigned long low = p.mask & (group - 1);
     const Mask chosen = qualifying_lanes(x_slots, low, p.pattern & low);
-    const __m512i first_back = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
-    const __m512i second_back = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
-    complex_t* const data = p.lower;
     bool changed = false;
     for_each_run(p.n, p.mask & ~low, p.pattern & ~low,
                  [&](unsigned long first, unsigned long length) {
                      for (unsigned long i = first; i < first + length; i += group) {
-                         const Lanes a = load(data + i);
-                         const Lanes b = load(data + i + count);
-                         constexpr int to_x = Target == 1 ? 0x88 : 0x44;
-                         constexpr int to_y = Target == 1 ? 0xDD : 0xEE;
-                         Lanes x = _mm512_shuffle_f64x2(a, b, to_x);
-                         Lanes y = _mm512_shuffle_f64x2(a, b, to_y);
-                         changed |= apply_op(op, x, y, chosen);
-                         if constexpr (Target == 1) {
-                             store(data + i, _mm512_permutex2var_pd(x, first_back, y));
-                             store(data + i + count, _mm512_permutex2var_pd(x, second_back, y));
-                         } else {
-                             store(data + i, _mm512_shuffle_f64x2(x, y, to_x));
-                             store(data + i + count, _mm512_shuffle_f64x2(x, y, to_y));
-                         }
+                         changed |= step(op, NearPlace<Target>{p.lower + i}, 0, chosen);
                      }
                  });
     return changed;
@@ -249,6 +350,22 @@ NIMBREL_INLINE bool walk_near(const WidePairs& p, const Op& op) {
 
 template <typename Op>
 NIMBREL_INLINE bool walk(const WidePairs& pairs, const Op& op) {
+    if (pairs.mask == 0 && pairs.n >= four_steps_slots) {
+        switch (pairs.target) {
+            case 1:
+                return walk_all(pairs, op, [](complex_t* at) { return NearPlace<1>{at}; });
+            case 2:
+                return walk_all(pairs, op, [](complex_t* at) { return NearPlace<2>{at}; });
+            case 4:
+                return walk_all(pairs, op,
+                                [](complex_t* at) { return FarPlace<8, 16, 24>{at, at + 4}; });
+            case 8:
+                return walk_all(pairs, op,
+                                [](complex_t* at) { return FarPlace<4, 16, 20>{at, at + 8}; });
+            default:
+                break;
+        }
+    }
     if (pairs.target == 1) return walk_near<1>(pairs, op);
     if (pairs.target == 2) return walk_near<2>(pairs, op);
     return walk_far(pairs, op);
@@ -340,12 +457,10 @@ void rotate(const WideProduct& p, const Rotation& rotation, Mask chosen) {
                          const unsigned long j = i ^ far;
                          const Lanes u = load(here + i);
                          const Lanes w = alone ? u : load(there + j);
-                         const Lanes new_u =
-                             rotation.turned(u, exchanged<Flip>(w), i, p.odd_here);
+                         const Lanes new_u = rotation.turned(u, exchanged<Flip>(w), i, p.odd_here);
                          store(here + i, _mm512_mask_blend_pd(chosen, u, new_u));
                          if (alone) continue;
-                         const Lanes new_w =
-                             rotation.turned(w, exchanged<Flip>(u), j, p.odd_there);
+                         const Lanes new_w = rotation.turned(w, exchanged<Flip>(u), j, p.odd_there);
                          store(there + j, _mm512_mask_blend_pd(chosen, w, new_w));
                      }
                  });
@@ -353,12 +468,7 @@ void rotate(const WideProduct& p, const Rotation& rotation, Mask chosen) {
 
 }  // namespace
 
-bool has_wide_kernels() {
-    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512dq") != 0;
-}
-
 void exchange_wide(const WidePairs& pairs) { walk(pairs, Exchange{}); }
-void hadamard_wide(const WidePairs& pairs) { walk(pairs, Hadamard{}); }
 
 bool apply_complex_wide(const WidePairs& pairs, const complex_t* matrix) {
     return walk(pairs, ComplexMatrix(matrix));

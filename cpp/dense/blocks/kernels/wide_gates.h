@@ -10,9 +10,6 @@
 
 namespace Nimbrel {
 
-/// Whether this processor can run the functions below.
-bool has_wide_kernels();
-
 /// A gate on `n` slots: the pairs (i, i + `target`) of `lower`, or for a target of 0 the pairs of
 /// slot i of `lower` and slot i of `upper`. Slots qualify when slot & mask == pattern, x deciding
 /// for its pair.
@@ -26,7 +23,6 @@ struct WidePairs {
 };
 
 void exchange_wide(const WidePairs& pairs);
-void hadamard_wide(const WidePairs& pairs);
 // These return whether any pair was not zero in all bits. `matrix` has four entries.
 bool apply_complex_wide(const WidePairs& pairs, const complex_t* matrix);
 bool apply_diagonal_wide(const WidePairs& pairs, const complex_t* matrix);
@@ -44,7 +40,7 @@ struct WideProduct {
     unsigned long n;   ///< a power of two, 8 or more
     unsigned long x_mask;
     unsigned long z_mask;
-    bool odd_here;   ///< the sign that all slots of the block have in common
+    bool odd_here;  ///< the sign that all slots of the block have in common
     bool odd_there;
     unsigned phase;  ///< power of -i
     double sine;

@@ -1,19 +1,17 @@
 #include "dense/blocks/kernels/width.h"
 
-#include "dense/blocks/kernels/wide_gates.h"
-
 namespace Nimbrel {
 namespace {
 
-bool& chosen() {
-    static bool wide = has_wide_kernels();
-    return wide;
+bool processor_has_wide_vectors() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512dq") != 0;
 }
 
 }  // namespace
 
-bool uses_wide_kernels() { return chosen(); }
+bool wide_kernels_in_use = processor_has_wide_vectors();
 
-void use_wide_kernels(bool wide) { chosen() = wide && has_wide_kernels(); }
+void use_wide_kernels(bool wide) { wide_kernels_in_use = wide && processor_has_wide_vectors(); }
 
 }  // namespace Nimbrel
