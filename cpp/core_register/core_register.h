@@ -63,7 +63,7 @@ class QPU : public QPU_Base {
     /// amplitudes. On a caller's memory none waits after the end.
     void begin_records() { in_records = true; }
     void end_records();
-    bool lets_gates_wait() const { return in_records && gates_wait && waiting_gates != nullptr; }
+    bool lets_gates_wait() const { return waiting_gates != nullptr && in_records && gates_wait; }
 
     // State primitives: state.cpp.
     double peek_total_probability();

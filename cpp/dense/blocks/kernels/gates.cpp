@@ -4,7 +4,6 @@
 
 #include "dense/blocks/kernels/phases.h"
 #include "dense/blocks/kernels/slot_walk.h"
-#include "dense/blocks/kernels/wide_gates.h"
 #include "dense/blocks/kernels/width.h"
 
 namespace Nimbrel {
@@ -247,69 +246,6 @@ bool exchange_pairs(const SlotGate& gate, complex_t* lower, complex_t* upper, un
         flip_slot_signs(data, n, gate.controls);
     }
     return true;
-}
-
-/// Whether a gate gains from wide vectors. A Hadamard and a NOT without controls take the time of
-/// their loads and stores at either width.
-bool gains_from_width(const SlotGate& gate) {
-    switch (gate.kind) {
-        case GateKind::exchange:
-            return gate.controls.mask != 0;
-        case GateKind::compared_exchange:
-        case GateKind::hadamard:
-            return false;
-        default:
-            return true;
-    }
-}
-
-/// Whatever is no usual gate is left to the narrow kernels.
-bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
-    return n >= fewest_wide_slots && wide_kernels_in_use &&
-           (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n) &&
-           gains_from_width(gate);
-}
-
-[[gnu::noinline]] bool apply_wide(const SlotGate& gate, complex_t* lower, complex_t* upper,
-                                  unsigned long n) {
-    const bool diagonal = gate.kind == GateKind::phase || gate.kind == GateKind::sign_flip;
-    const bool without_matrix = gate.matrix == nullptr;
-    // A control on the target itself is tested on x, where the target bit is 0.
-    const bool nothing =
-        !diagonal &&
-        (gate.target == 0 ? upper == nullptr
-                          : gate.target >= n || (gate.controls.pattern & gate.target) != 0);
-    if (nothing) return without_matrix;
-    const WidePairs pairs{.lower = lower,
-                          .upper = upper,
-                          .n = n,
-                          .target = gate.target,
-                          .mask = gate.controls.mask & ~gate.target & (n - 1),
-                          .pattern = gate.controls.pattern};
-    const complex_t* matrix = without_matrix ? nullptr : gate.matrix->data();
-    switch (gate.kind) {
-        case GateKind::exchange:
-            exchange_wide(pairs);
-            return true;
-        case GateKind::complex_matrix:
-            return apply_complex_wide(pairs, matrix);
-        case GateKind::diagonal_matrix:
-            return apply_diagonal_wide(pairs, matrix);
-        case GateKind::crossed_matrix:
-            return apply_crossed_wide(pairs, matrix);
-        case GateKind::real_matrix:
-            return apply_real_wide(pairs, matrix);
-        case GateKind::phase:
-            multiply_wide(pairs, (*gate.matrix)[3]);
-            return true;
-        case GateKind::sign_flip:
-            flip_signs_wide(pairs);
-            return true;
-        case GateKind::hadamard:
-        case GateKind::compared_exchange:
-            break;
-    }
-    return false;
 }
 
 bool is_zero(complex_t entry) { return entry.re == 0.0 && entry.im == 0.0; }

@@ -1,65 +1,10 @@
-// Compiled for AVX-512. Each sum and product is rounded by itself, as in the other kernels. A
-// subtraction of a product is an addition of the product with the negated factor, which has the
-// same bits.
+// Compiled for AVX-512.
 #include "dense/blocks/kernels/wide_gates.h"
 
-#include <immintrin.h>
+#include "dense/blocks/kernels/wide_lanes.h"
 
 namespace Nimbrel {
 namespace {
-
-using Lanes = __m512d;
-using Mask = __mmask8;
-
-constexpr unsigned long count = 4;  // amplitudes in a register
-constexpr Mask all_lanes = 0xFF;
-
-#define NIMBREL_INLINE [[gnu::always_inline]] inline
-
-NIMBREL_INLINE Lanes load(const complex_t* from) { return _mm512_loadu_pd(&from->re); }
-NIMBREL_INLINE void store(complex_t* to, Lanes lanes) { _mm512_storeu_pd(&to->re, lanes); }
-NIMBREL_INLINE Lanes swapped(Lanes lanes) { return _mm512_permute_pd(lanes, 0x55); }
-NIMBREL_INLINE Lanes all(double number) { return _mm512_set1_pd(number); }
-NIMBREL_INLINE Lanes alternating(double lane0, double lane1) {
-    return _mm512_setr_pd(lane0, lane1, lane0, lane1, lane0, lane1, lane0, lane1);
-}
-NIMBREL_INLINE Lanes sum(Lanes a, Lanes b) { return _mm512_add_pd(a, b); }
-NIMBREL_INLINE Lanes product(Lanes a, Lanes b) { return _mm512_mul_pd(a, b); }
-
-/// The lanes of amplitudes that have a bit set in either register.
-NIMBREL_INLINE Mask nonzero_amplitudes(Lanes x, Lanes y) {
-    const __m512i bits = _mm512_castpd_si512(_mm512_or_pd(x, y));
-    const unsigned nonzero = _mm512_test_epi64_mask(bits, bits);
-    if (nonzero == all_lanes) [[likely]]
-        return all_lanes;
-    return static_cast<Mask>(nonzero | (nonzero >> 1 & 0x55U) | (nonzero << 1 & 0xAAU));
-}
-
-/// The lanes that are a zero, an infinity or not a number.
-NIMBREL_INLINE Mask special_lanes(Lanes lanes) {
-    constexpr int quiet_nan = 0x01, zero = 0x02, minus_zero = 0x04, infinity = 0x08,
-                  minus_infinity = 0x10, signaling_nan = 0x80;
-    return _mm512_fpclass_pd_mask(
-        lanes, quiet_nan | zero | minus_zero | infinity | minus_infinity | signaling_nan);
-}
-
-struct ComplexFactor {
-    Lanes re;
-    Lanes im;  // negated in the lanes of real parts
-
-    NIMBREL_INLINE explicit ComplexFactor(complex_t m)
-        : re(all(m.re)), im(alternating(-m.im, m.im)) {}
-    NIMBREL_INLINE Lanes times(Lanes x) const {
-        return sum(product(x, re), product(swapped(x), im));
-    }
-};
-
-/// The lanes of amplitudes that have no bit set in either register.
-NIMBREL_INLINE Mask zero_amplitudes(Lanes x, Lanes y) {
-    const Lanes bits = _mm512_or_pd(x, y);
-    const __m512i of_amplitude = _mm512_castpd_si512(_mm512_or_pd(bits, swapped(bits)));
-    return _mm512_testn_epi64_mask(of_amplitude, of_amplitude);
-}
 
 // The pair operations: `apply` replaces x and y. With `keeps_zeros`, a pair that is zero in all
 // bits has to stay as it is. `attempt` computes x and y as if there were none, and returns lanes in
@@ -180,34 +125,6 @@ NIMBREL_INLINE bool apply_op(const Op& op, Lanes& x, Lanes& y, Mask chosen) {
         y = _mm512_mask_blend_pd(chosen, old_y, y);
     }
     return chosen != 0;
-}
-
-/// The lanes of the amplitudes whose slot qualifies under the low bits of a condition.
-/// `slots` are the slots of a register's four amplitudes, modulo 8.
-struct RegisterSlots {
-    unsigned char slots[count];
-};
-
-Mask qualifying_lanes(RegisterSlots at, unsigned long mask, unsigned long pattern) {
-    unsigned lanes = 0;
-    for (unsigned i = 0; i < count; ++i) {
-        if ((at.slots[i] & mask) == pattern) lanes |= 3U << 2 * i;
-    }
-    return static_cast<Mask>(lanes);
-}
-
-unsigned long lowest_of(unsigned long mask) { return mask & (0UL - mask); }
-
-/// Calls `visit(first, end)` for each run of slots between the bits of `fixed`, whose bits have the
-/// values of `pattern`.
-template <typename Visit>
-NIMBREL_INLINE void for_each_run(unsigned long n, unsigned long fixed, unsigned long pattern,
-                                 Visit&& visit) {
-    const unsigned long length = fixed == 0 ? n : lowest_of(fixed);
-    const unsigned long held = fixed | (length - 1);
-    for (unsigned long free = 0; free < n; free = ((free | held) + 1) & ~held) {
-        visit(free | pattern, length);
-    }
 }
 
 // Where a step of a walk finds its two registers. A place loads step k from itself and stores it.
@@ -385,87 +302,6 @@ NIMBREL_INLINE void walk_slots(const WidePairs& p, const SlotOp& op) {
                  });
 }
 
-struct PauliPhase {
-    Lanes straight;
-    Lanes crossed;
-
-    NIMBREL_INLINE Lanes times(Lanes v) const {
-        return _mm512_fmadd_pd(v, straight, product(swapped(v), crossed));
-    }
-};
-
-PauliPhase power_of_minus_i(unsigned exponent) {
-    switch (exponent % 4) {
-        case 0:
-            return {alternating(1, 1), alternating(0, 0)};
-        case 1:
-            return {alternating(0, 0), alternating(1, -1)};
-        case 2:
-            return {alternating(-1, -1), alternating(0, 0)};
-        default:
-            return {alternating(0, 0), alternating(-1, 1)};
-    }
-}
-
-bool odd_parity(unsigned long bits) { return (__builtin_popcountl(bits) & 1) != 0; }
-
-/// Negative zeros in the lanes of the slots of a register that are odd under a mask of its slots.
-Lanes lane_signs(unsigned long z_mask) {
-    alignas(64) double signs[2 * count];
-    for (unsigned i = 0; i < count; ++i) {
-        signs[2 * i] = signs[2 * i + 1] = odd_parity(i & z_mask) ? -0.0 : 0.0;
-    }
-    return _mm512_load_pd(signs);
-}
-
-/// Amplitude i of the result is amplitude i ^ flip.
-template <unsigned Flip>
-NIMBREL_INLINE Lanes exchanged(Lanes lanes) {
-    if constexpr (Flip == 1) return _mm512_shuffle_f64x2(lanes, lanes, 0xB1);
-    if constexpr (Flip == 2) return _mm512_shuffle_f64x2(lanes, lanes, 0x4E);
-    if constexpr (Flip == 3) return _mm512_shuffle_f64x2(lanes, lanes, 0x1B);
-    return lanes;
-}
-
-struct Rotation {
-    PauliPhase phase;
-    Lanes sine;
-    Lanes cosine;
-    Lanes signs[2];  // for registers of even and of odd parity
-    unsigned long z_mask;
-
-    /// New amplitudes of the register at `slot`; `other` are those that P takes there.
-    NIMBREL_INLINE Lanes turned(Lanes own, Lanes other, unsigned long slot, bool odd) const {
-        const Lanes sign = signs[odd_parity(slot & z_mask) != odd ? 1 : 0];
-        const Lanes part = _mm512_xor_pd(product(other, sine), sign);
-        return sum(phase.times(part), product(own, cosine));
-    }
-};
-
-template <unsigned Flip>
-void rotate(const WideProduct& p, const Rotation& rotation, Mask chosen) {
-    const unsigned long low = p.mask & (count - 1);
-    const unsigned long far = p.x_mask & ~(count - 1);
-    complex_t* const here = p.here;
-    complex_t* const there = p.there != nullptr ? p.there : p.here;
-    const bool alone = p.there == nullptr && far == 0;
-    // Inside a block each pair of registers is visited from the one with the lowest flipped bit 0.
-    const unsigned long selector = p.there == nullptr ? lowest_of(far) : 0;
-    for_each_run(p.n, (p.mask & ~low) | selector, p.pattern & ~low,
-                 [&](unsigned long first, unsigned long length) {
-                     for (unsigned long i = first; i < first + length; i += count) {
-                         const unsigned long j = i ^ far;
-                         const Lanes u = load(here + i);
-                         const Lanes w = alone ? u : load(there + j);
-                         const Lanes new_u = rotation.turned(u, exchanged<Flip>(w), i, p.odd_here);
-                         store(here + i, _mm512_mask_blend_pd(chosen, u, new_u));
-                         if (alone) continue;
-                         const Lanes new_w = rotation.turned(w, exchanged<Flip>(u), j, p.odd_there);
-                         store(there + j, _mm512_mask_blend_pd(chosen, w, new_w));
-                     }
-                 });
-}
-
 }  // namespace
 
 void exchange_wide(const WidePairs& pairs) { walk(pairs, Exchange{}); }
@@ -494,27 +330,6 @@ void multiply_wide(const WidePairs& slots, complex_t factor) {
 void flip_signs_wide(const WidePairs& slots) {
     const Lanes signs = all(-0.0);
     walk_slots(slots, [signs](Lanes x) { return _mm512_xor_pd(x, signs); });
-}
-
-void rotate_product_wide(const WideProduct& p) {
-    const unsigned long low = p.mask & (count - 1);
-    const Mask chosen = qualifying_lanes({{0, 1, 2, 3}}, low, p.pattern & low);
-    const Lanes even = lane_signs(p.z_mask & (count - 1));
-    const Rotation rotation{.phase = power_of_minus_i(p.phase),
-                            .sine = all(p.sine),
-                            .cosine = all(p.cosine),
-                            .signs = {even, _mm512_xor_pd(even, all(-0.0))},
-                            .z_mask = p.z_mask};
-    switch (p.x_mask & (count - 1)) {
-        case 0:
-            return rotate<0>(p, rotation, chosen);
-        case 1:
-            return rotate<1>(p, rotation, chosen);
-        case 2:
-            return rotate<2>(p, rotation, chosen);
-        default:
-            return rotate<3>(p, rotation, chosen);
-    }
 }
 
 }  // namespace Nimbrel

@@ -1,6 +1,8 @@
 /// The choice between the kernels of two vector widths. Both give the same bits.
 #pragma once
 
+#include "dense/blocks/kernels/gates.h"
+
 namespace Nimbrel {
 
 /// Pieces of the state below this size are left to the narrow kernels, which begin sooner.
@@ -13,5 +15,21 @@ extern bool wide_kernels_in_use;
 /// For tests. Has no effect where the processor has one width only.
 /// Requires: no gate is at work.
 void use_wide_kernels(bool wide);
+
+/// Whether the wide kernels gain from their width. A Hadamard and a NOT without controls take the
+/// time of their loads and stores at either width.
+inline bool gains_from_width(const SlotGate& gate) {
+    if (gate.kind == GateKind::exchange) return gate.controls.mask != 0;
+    return gate.kind != GateKind::hadamard && gate.kind != GateKind::compared_exchange;
+}
+
+/// Whether a gate on `n` slots is left to the wide kernels. Whatever is no usual gate is not.
+inline bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
+    return n >= fewest_wide_slots && gains_from_width(gate) && wide_kernels_in_use &&
+           (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n);
+}
+
+/// `apply_gate` by the wide kernels. Requires: `suits_wide_kernels`.
+bool apply_wide(const SlotGate& gate, complex_t* lower, complex_t* upper, unsigned long n);
 
 }  // namespace Nimbrel
