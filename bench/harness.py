@@ -7,7 +7,7 @@ simulators compared here take turns in one process, and some are timed by their 
 import argparse
 import sys
 import time
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Collection, Sequence
 from dataclasses import dataclass
 from functools import partial
 from pathlib import Path
@@ -99,12 +99,15 @@ class BestTime:
         self._repetitions = max(1, min(wanted, MOST_GROWTH * self._repetitions, self._limit))
 
 
-def time_in_turns(contenders: dict[str, list[BestTime]], effort: Effort) -> dict[str, float]:
+def time_in_turns(
+    contenders: dict[str, list[BestTime]], effort: Effort, pace: Collection[str] = ()
+) -> dict[str, float]:
     """Time one task on several simulators.
 
     Args:
         contenders: Simulator -> its task, and further runs whose times are taken off.
         effort: How long to try.
+        pace: The simulators whose fastest tells who is hopeless; all of them if none is named.
 
     Returns:
         Simulator -> best net time of one repetition in seconds. One whose time was lost in the
@@ -121,7 +124,8 @@ def time_in_turns(contenders: dict[str, list[BestTime]], effort: Effort) -> dict
         if round_number >= 1 and time.perf_counter() - begin > effort.task_seconds:
             break
         best = measured()
-        limit = HOPELESS * min(best.values(), default=0.0)
+        paces = [seconds for name, seconds in best.items() if not pace or name in pace]
+        limit = HOPELESS * min(paces, default=float("inf"))
         for name, runs in contenders.items():
             if sum(each.last_run for each in runs) < LONG_RUN or best.get(name, 0.0) <= limit:
                 for each in runs:
@@ -152,6 +156,29 @@ def at_least(least: int) -> Callable[[str], int]:
         return value
 
     return integer
+
+
+def widths(least: int, most: int, text: str) -> list[int]:
+    """An argument's type: widths of registers, separated by commas."""
+    found = [int(part) for part in text.split(",")]
+    if not all(least <= width <= most for width in found):
+        raise argparse.ArgumentTypeError(f"widths are from {least} to {most} qubits")
+    return found
+
+
+def names(known: Sequence[str], text: str) -> list[str]:
+    """An argument's type: some of the known names, separated by commas."""
+    found = text.split(",")
+    unknown = [name for name in found if name not in known]
+    if unknown:
+        raise argparse.ArgumentTypeError(f"{unknown[0]} is none of {', '.join(known)}")
+    return found
+
+
+def show(text: str) -> None:
+    """Say what is going on, on a terminal only."""
+    if sys.stderr.isatty():
+        print(f"\r{text:<40}", end="", file=sys.stderr, flush=True)
 
 
 def run(
