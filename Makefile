@@ -25,7 +25,7 @@ DEV_TOOLS := $(VENV)/.dev-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
-# Widths of bench/circuits.py. 24 alone takes half an hour; `make bench CIRCUIT_QUBITS=24,26` adds it.
+# Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
 .PHONY: help demo install test test-native test-python test-numpy check format sanitize

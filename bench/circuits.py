@@ -21,7 +21,7 @@ more than 24 qubits one peer's register at a time is in memory.
 import argparse
 import os
 import sys
-from collections.abc import Collection, Iterator, Sequence
+from collections.abc import Collection, Iterable, Iterator, Sequence
 from functools import partial
 from typing import Any
 
@@ -32,9 +32,9 @@ import peers
 from circuit_lists import CIRCUITS
 from gates import DENSE_SEED, Gate
 from numpy_models import random_state
-from report import BATCHED, ENGINE, Comparison, Figure, Report, print_table
+from report import BATCHED, ENGINE, Comparison, Figure, Report
 
-QUBITS = (12, 16, 20)  # 24 takes half an hour
+QUBITS = (12, 16, 20)  # on 24 a circuit takes minutes
 WIDEST_TOGETHER = 24  # qubits; above, the registers of all peers need too much memory
 WIDE_CIRCUITS = ("qft", "qaoa", "brickwork")  # those run on still more qubits unless named
 QSIM = "qsim"
@@ -52,9 +52,12 @@ SINGLE_TOLERANCE = 1e-5  # the same for a peer in single precision
 SLICE = 1 << 20  # amplitudes compared at once
 RUN_SECONDS = 0.01
 TASK_SECONDS = 30.0  # no further round of a circuit is begun after that time
+PATIENCE = 3.0  # seconds for each peer: its threads may have been disturbed in the first runs
 WITHOUT_GOAL = "volume"
 PEER_GOAL_QUBITS = 16
 CALLS_GOAL_QUBITS = 12
+RATIOS = ("over double", "over qsim", "calls over list")
+LEAST_COLUMN = 9  # characters
 DOUBLE_GOAL, QSIM_GOAL, CALLS_GOAL = 0.35, 1.0, 1.1
 
 
@@ -141,7 +144,7 @@ def time_together(
     }
     timers |= {name: register.timer(gates) for name, register in registers.items()}
     limits = {name: r.max_gates // len(gates) for name, r in registers.items()}
-    effort = harness.Effort(RUN_SECONDS, repeats, TASK_SECONDS)
+    effort = harness.Effort(RUN_SECONDS, repeats, TASK_SECONDS, PATIENCE)
     contenders = {
         name: [harness.BestTime(timer, effort, max(1, limits.get(name, harness.MOST_REPETITIONS)))]
         for name, timer in timers.items()
@@ -157,32 +160,46 @@ def _double(names: Collection[str]) -> list[str]:
 def ratios(cell: Comparison) -> Iterator[Figure]:
     """The three ratios of a circuit with their goals; those that can be told."""
     title, own = f"{cell.task}/{cell.num_qubits}", cell.seconds[BATCHED]
-    judged = cell.task != WITHOUT_GOAL
-    by_peers = judged and cell.num_qubits >= PEER_GOAL_QUBITS
-    by_calls = judged and cell.num_qubits >= CALLS_GOAL_QUBITS
-    if double := [cell.seconds[name] for name in _double(cell.seconds)]:
-        ratio, goal = own / min(double), DOUBLE_GOAL if by_peers else None
-        yield Figure(f"{title} over double", ratio, at_most=goal)
-    if QSIM in cell.seconds:
-        goal = QSIM_GOAL if by_peers else None
-        yield Figure(f"{title} over qsim", own / cell.seconds[QSIM], at_most=goal)
-    goal = CALLS_GOAL if by_calls else None
-    yield Figure(f"{title} calls over list", cell.seconds[ENGINE] / own, at_most=goal)
+    goals: tuple[float | None, ...] = (
+        DOUBLE_GOAL if cell.num_qubits >= PEER_GOAL_QUBITS else None,
+        QSIM_GOAL if cell.num_qubits >= PEER_GOAL_QUBITS else None,
+        CALLS_GOAL if cell.num_qubits >= CALLS_GOAL_QUBITS else None,
+    )
+    if cell.task == WITHOUT_GOAL:
+        goals = (None, None, None)
+    double = [cell.seconds[name] for name in _double(cell.seconds)]
+    qsim = cell.seconds.get(QSIM)
+    found = (
+        own / min(double) if double else None,
+        own / qsim if qsim else None,
+        cell.seconds[ENGINE] / own,
+    )
+    for name, ratio, goal in zip(RATIOS, found, goals, strict=True):
+        if ratio is not None:
+            yield Figure(f"{title} {name}", ratio, at_most=goal)
 
 
-def print_cells(num_qubits: int, cells: Sequence[Comparison]) -> None:
-    """Print the times of one width in milliseconds, then the ratios."""
-    names = list(dict.fromkeys(name for cell in cells for name in cell.peers))
-    first = {figure.name.partition(" ")[2]: "" for cell in cells for figure in ratios(cell)}
-    rows = [["circuit", "gates", "calls", "list", *names, *first]]
-    for cell in cells:
-        times = [cell.seconds.get(name) for name in (ENGINE, BATCHED, *names)]
-        shown = {figure.name.partition(" ")[2]: _text(figure) for figure in ratios(cell)}
+class Table:
+    """The table of one width, printed row by row, because a row may take minutes."""
+
+    def __init__(self, num_qubits: int, peer_names: Iterable[str]) -> None:
+        self._names = [ENGINE, BATCHED, *peer_names]
+        self._head = ["circuit", "gates", "calls", "list", *self._names[2:], *RATIOS]
+        print(f"\n{num_qubits} qubits: ms of a circuit, and ratios of the list; * misses its goal")
+        self._print(self._head)
+
+    def add(self, cell: Comparison) -> None:
+        """Print a circuit's times and ratios."""
+        times = [cell.seconds.get(name) for name in self._names]
+        shown = {figure.name.partition(" ")[2]: figure for figure in ratios(cell)}
         row = [cell.task, f"{cell.details['gates']:g}"]
         row += ["-" if each is None else f"{1e3 * each:.4g}" for each in times]
-        rows.append(row + [shown.get(head, "- ") for head in first])
-    title = f"{num_qubits} qubits: ms of a circuit, and ratios of the list; * misses its goal"
-    print_table(title, rows, "<" + ">" * (len(rows[0]) - 1))
+        self._print(row + [_text(shown[name]) if name in shown else "- " for name in RATIOS])
+
+    def _print(self, row: Sequence[str]) -> None:
+        first, *rest = [max(len(head), LEAST_COLUMN) for head in self._head]
+        columns = [f"{text:>{width}}" for text, width in zip(row[1:], rest, strict=True)]
+        print("  ".join([f"{row[0]:<{first}}", *columns]), flush=True)
 
 
 def _text(figure: Figure) -> str:
@@ -193,9 +210,10 @@ def print_verdict(figures: Sequence[Figure]) -> None:
     """Print how many goals were reached, and the ratios that missed theirs."""
     judged = [figure for figure in figures if figure.goal]
     missed = [figure for figure in judged if figure.verdict == "MISSED"]
-    print(f"\n{len(judged) - len(missed)} of {len(judged)} ratios reach their goal")
-    for figure in missed:
-        print(f"{figure.name}: {figure.value:.2f}, goal {figure.goal}")
+    if judged:
+        print(f"\n{len(judged) - len(missed)} of {len(judged)} ratios reach their goal")
+    if missed:
+        print("missed: " + ", ".join(f"{figure.name} {figure.value:.2f}" for figure in missed))
 
 
 def load_peers(names: Sequence[str]) -> tuple[dict[str, Any], dict[str, str]]:
@@ -221,17 +239,17 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
     for width in arguments.qubits:
         wide = width > WIDEST_TOGETHER
         names = arguments.circuits or (WIDE_CIRCUITS if wide else tuple(CIRCUITS))
-        cells = []
+        table = Table(width, classes)
         for name in names:
             harness.show(f"{width} qubits, {name}")
             try:
-                cells.append(compare(name, width, classes, arguments))
+                cell = compare(name, width, classes, arguments)
             except harness.WrongResultError as error:
                 raise harness.WrongResultError(f"{name} on {width} qubits: {error}") from error
-        harness.show("")
-        print_cells(width, cells)
-        report.comparisons += cells
-        report.figures += [figure for cell in cells for figure in ratios(cell)]
+            harness.show("")
+            table.add(cell)
+            report.comparisons.append(cell)
+            report.figures += ratios(cell)
     print_verdict(report.figures)
 
 

@@ -64,6 +64,7 @@ class Effort:
     run_seconds: float  # aimed at for one timed run, by repeating the task
     rounds: int  # most rounds; in each, every contender has one run
     task_seconds: float  # after this no further round is begun, but one is made in any case
+    patience: float = 0.0  # seconds of runs that a hopeless contender has before it is left out
 
 
 # Many short runs: one that nothing else on the machine disturbs is soon among them.
@@ -81,6 +82,7 @@ class BestTime:
         self._repetitions = 1
         self.best = float("inf")
         self.last_run = 0.0
+        self.spent = 0.0
         # The first run may be many times too slow, and a very short run tells little.
         for _ in range(MOST_WARM_UPS):
             self.run()
@@ -92,6 +94,7 @@ class BestTime:
         time.sleep(SETTLE_SECONDS)
         # A time net of something else may come out as nothing or less.
         self.last_run = max(self._timer(self._repetitions), LEAST_SECONDS)
+        self.spent += self.last_run
         each = self.last_run / self._repetitions
         if self.last_run >= self._run_seconds / 4 or self._repetitions == self._limit:
             self.best = min(self.best, each)
@@ -127,7 +130,9 @@ def time_in_turns(
         paces = [seconds for name, seconds in best.items() if not pace or name in pace]
         limit = HOPELESS * min(paces, default=float("inf"))
         for name, runs in contenders.items():
-            if sum(each.last_run for each in runs) < LONG_RUN or best.get(name, 0.0) <= limit:
+            is_short = sum(each.last_run for each in runs) < LONG_RUN
+            is_early = sum(each.spent for each in runs) < effort.patience
+            if is_short or is_early or best.get(name, 0.0) <= limit:
                 for each in runs:
                     each.run()
     return measured()
