@@ -25,6 +25,9 @@ DEV_TOOLS := $(VENV)/.dev-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
+# Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
+CIRCUIT_QUBITS ?= 12,16,20
+
 .PHONY: help demo install test test-native test-python test-numpy check format sanitize
 .PHONY: sanitize-address sanitize-thread bench gtest clean
 
@@ -87,6 +90,7 @@ sanitize-thread: $(TEST_TOOLS) gtest
 bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit.py
 	$(VENV_PYTHON) bench/dense.py
+	$(VENV_PYTHON) bench/circuits.py --qubits $(CIRCUIT_QUBITS)
 	$(VENV_PYTHON) bench/sparse.py
 	$(VENV_PYTHON) bench/clifford.py
 	$(CMAKE) -S . -B build/bench -G Ninja --log-level=WARNING -DNIMBREL_BUILD_BENCH=ON \

@@ -102,18 +102,12 @@ def compare(
     effort = harness.QUICK if arguments.quick else harness.FULL
     found = []
     for task in arguments.gates:
-        show(f"{num_qubits} qubits, {task}")
+        harness.show(f"{num_qubits} qubits, {task}")
         check(registers, task, start)
         found.append(time_task(registers, task, num_qubits, effort))
     for register in registers.values():
         register.close()
     return found
-
-
-def show(text: str) -> None:
-    """Say what is going on, on a terminal only."""
-    if sys.stderr.isatty():
-        print(f"\r{text:<40}", end="", file=sys.stderr, flush=True)
 
 
 def print_comparisons(cells: Sequence[Comparison]) -> None:
@@ -196,7 +190,7 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
     widths = arguments.qubits or (QUICK_QUBITS if arguments.quick else QUBITS)
     for width in widths:
         report.comparisons += compare(simulators, width, arguments)
-    show("")
+    harness.show("")
     print_comparisons(report.comparisons)
     title = "the dense filter alone"
     report.add_figures(title, alone_figures(max(widths), arguments.threads))
@@ -207,27 +201,14 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
             print(f"dense.py: nothing drawn: {error}", file=sys.stderr)
 
 
-def _widths(text: str) -> list[int]:
-    widths = [int(part) for part in text.split(",")]
-    if not all(4 <= width <= 28 for width in widths):
-        raise argparse.ArgumentTypeError("widths are from 4 to 28 qubits")
-    return widths
-
-
-def _names(known: Sequence[str], text: str) -> list[str]:
-    names = text.split(",")
-    unknown = [name for name in names if name not in known]
-    if unknown:
-        raise argparse.ArgumentTypeError(f"{unknown[0]} is none of {', '.join(known)}")
-    return names
-
-
 def parse_arguments() -> argparse.Namespace:
     """The command line; lists are checked here."""
     parser = harness.argument_parser(__doc__)
-    parser.add_argument("--qubits", help="widths, such as 4,16,24", type=_widths)
-    parser.add_argument("--gates", type=partial(_names, DENSE_TASKS), default=DENSE_TASKS)
-    parser.add_argument("--peers", type=partial(_names, PEERS), default=PEERS)
+    parser.add_argument(
+        "--qubits", help="widths, such as 4,16,24", type=partial(harness.widths, 4, 28)
+    )
+    parser.add_argument("--gates", type=partial(harness.names, DENSE_TASKS), default=DENSE_TASKS)
+    parser.add_argument("--peers", type=partial(harness.names, PEERS), default=PEERS)
     parser.add_argument("--quick", action="store_true", help="fewer widths and shorter runs")
     parser.add_argument("--threads", type=harness.at_least(1), help="threads of every simulator")
     parser.add_argument("--plot", type=Path, metavar="PATH", help="draw them there, as PNG")

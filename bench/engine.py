@@ -35,6 +35,11 @@ class Dense(DirectRegister):
     def call(self, gate: Gate) -> Call:
         return _lib_nb_sim.put_instructions, (self.handle, record_of(gate), 1)
 
+    def whole_call(self, gates: Sequence[Gate]) -> list[Call]:
+        """The one call that runs all gates."""
+        records = records_of(gates)
+        return [(_lib_nb_sim.put_instructions, (self.handle, records, len(records)))]
+
     def finish(self) -> None:
         _lib_nb_sim.finish(self.handle)
 
@@ -46,8 +51,7 @@ class BatchedDense(Dense):
     """The dense filter, one call of the module for the whole list."""
 
     def calls(self, gates: Sequence[Gate]) -> list[Call]:
-        records = records_of(gates)
-        return [(_lib_nb_sim.put_instructions, (self.handle, records, len(records)))]
+        return self.whole_call(gates)
 
 
 class FilterProgram(Program[State]):

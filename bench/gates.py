@@ -22,9 +22,9 @@ class Gate(NamedTuple):
     """One gate or measurement.
 
     Attributes:
-        name: X, Y, Z, H, S, S_INV, T, CNOT, TOFFOLI; PHASE, CPHASE (controlled) by an angle;
-            R and letters, such as RX or RXYZ, for the rotation exp(-i angle/2 P) about that Pauli
-            product; or MEASURE.
+        name: X, Y, Z, H, S, S_INV, T, CNOT, TOFFOLI, SWAP; CZ with one or more controls; PHASE,
+            CPHASE (controlled) by an angle; R and letters, such as RX or RXYZ, for the rotation
+            exp(-i angle/2 P) about that Pauli product; or MEASURE.
         qubits: Controls and the target, in this order; one for each letter of a rotation.
         degrees: The angle.
     """
@@ -66,9 +66,9 @@ class Circuit:
 
 
 _BUILDERS: Final[dict[str, Callable[..., nb.RecordArray]]] = {
-    "X": nb.x, "CNOT": nb.x, "TOFFOLI": nb.x, "Y": nb.y, "Z": nb.z,
+    "X": nb.x, "CNOT": nb.x, "TOFFOLI": nb.x, "Y": nb.y, "Z": nb.z, "CZ": nb.z,
     "H": nb.h, "S": nb.s, "S_INV": nb.s_inv, "T": nb.t,
-    "PHASE": nb.phase, "CPHASE": nb.phase, "RX": nb.rx, "RZ": nb.rz,
+    "PHASE": nb.phase, "CPHASE": nb.phase, "RX": nb.rx, "RY": nb.ry, "RZ": nb.rz,
 }  # fmt: skip
 
 
@@ -77,6 +77,8 @@ def record_of(gate: Gate) -> nb.RecordArray:
     *controls, target = gate.qubits
     if gate.name == "MEASURE":
         return nb.read(target, FIRST_FLAG)
+    if gate.name == "SWAP":
+        return nb.swap(*gate.qubits)
     if len(gate.paulis) > 1:
         letters = list(zip(gate.qubits, gate.paulis, strict=True))
         xs = [qubit for qubit, letter in letters if letter in "XY"]

@@ -7,7 +7,7 @@ simulators compared here take turns in one process, and some are timed by their 
 import argparse
 import sys
 import time
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Collection, Sequence
 from dataclasses import dataclass
 from functools import partial
 from pathlib import Path
@@ -64,6 +64,7 @@ class Effort:
     run_seconds: float  # aimed at for one timed run, by repeating the task
     rounds: int  # most rounds; in each, every contender has one run
     task_seconds: float  # after this no further round is begun, but one is made in any case
+    patience: float = 0.0  # seconds of runs that a hopeless contender has before it is left out
 
 
 # Many short runs: one that nothing else on the machine disturbs is soon among them.
@@ -81,6 +82,7 @@ class BestTime:
         self._repetitions = 1
         self.best = float("inf")
         self.last_run = 0.0
+        self.spent = 0.0
         # The first run may be many times too slow, and a very short run tells little.
         for _ in range(MOST_WARM_UPS):
             self.run()
@@ -92,6 +94,7 @@ class BestTime:
         time.sleep(SETTLE_SECONDS)
         # A time net of something else may come out as nothing or less.
         self.last_run = max(self._timer(self._repetitions), LEAST_SECONDS)
+        self.spent += self.last_run
         each = self.last_run / self._repetitions
         if self.last_run >= self._run_seconds / 4 or self._repetitions == self._limit:
             self.best = min(self.best, each)
@@ -99,12 +102,15 @@ class BestTime:
         self._repetitions = max(1, min(wanted, MOST_GROWTH * self._repetitions, self._limit))
 
 
-def time_in_turns(contenders: dict[str, list[BestTime]], effort: Effort) -> dict[str, float]:
+def time_in_turns(
+    contenders: dict[str, list[BestTime]], effort: Effort, pace: Collection[str] = ()
+) -> dict[str, float]:
     """Time one task on several simulators.
 
     Args:
         contenders: Simulator -> its task, and further runs whose times are taken off.
         effort: How long to try.
+        pace: The simulators whose fastest tells who is hopeless; all of them if none is named.
 
     Returns:
         Simulator -> best net time of one repetition in seconds. One whose time was lost in the
@@ -121,9 +127,12 @@ def time_in_turns(contenders: dict[str, list[BestTime]], effort: Effort) -> dict
         if round_number >= 1 and time.perf_counter() - begin > effort.task_seconds:
             break
         best = measured()
-        limit = HOPELESS * min(best.values(), default=0.0)
+        paces = [seconds for name, seconds in best.items() if not pace or name in pace]
+        limit = HOPELESS * min(paces, default=float("inf"))
         for name, runs in contenders.items():
-            if sum(each.last_run for each in runs) < LONG_RUN or best.get(name, 0.0) <= limit:
+            is_short = sum(each.last_run for each in runs) < LONG_RUN
+            is_early = sum(each.spent for each in runs) < effort.patience
+            if is_short or is_early or best.get(name, 0.0) <= limit:
                 for each in runs:
                     each.run()
     return measured()
@@ -152,6 +161,29 @@ def at_least(least: int) -> Callable[[str], int]:
         return value
 
     return integer
+
+
+def widths(least: int, most: int, text: str) -> list[int]:
+    """An argument's type: widths of registers, separated by commas."""
+    found = [int(part) for part in text.split(",")]
+    if not all(least <= width <= most for width in found):
+        raise argparse.ArgumentTypeError(f"widths are from {least} to {most} qubits")
+    return found
+
+
+def names(known: Sequence[str], text: str) -> list[str]:
+    """An argument's type: some of the known names, separated by commas."""
+    found = text.split(",")
+    unknown = [name for name in found if name not in known]
+    if unknown:
+        raise argparse.ArgumentTypeError(f"{unknown[0]} is none of {', '.join(known)}")
+    return found
+
+
+def show(text: str) -> None:
+    """Say what is going on, on a terminal only."""
+    if sys.stderr.isatty():
+        print(f"\r{text:<40}", end="", file=sys.stderr, flush=True)
 
 
 def run(

@@ -22,7 +22,11 @@ Terms: TypeAlias = tuple[npt.NDArray[np.uint64], Amplitudes]
 Call: TypeAlias = tuple[Callable[..., object], tuple[Any, ...]]
 State = TypeVar("State")
 
-DISTRIBUTIONS: Final = {"lightning": "pennylane-lightning", "aer": "qiskit-aer"}
+DISTRIBUTIONS: Final = {
+    "lightning": "pennylane-lightning",
+    "aer": "qiskit-aer",
+    "qsim": "qsimcirq",
+}
 """Peer -> the package that it comes with, if that has another name."""
 
 
@@ -93,8 +97,10 @@ class DirectRegister(DenseRegister):
         self.timer(gates)(1)
 
     def timer(self, gates: Sequence[Gate]) -> RepeatTimer:
-        """Time the plain loop over the calls, which is the same loop for every simulator."""
-        calls = self.calls(gates)
+        return self.timer_of(self.calls(gates))
+
+    def timer_of(self, calls: Sequence[Call]) -> RepeatTimer:
+        """Time the plain loop over calls, which is the same loop for every simulator."""
 
         def run(repetitions: int) -> float:
             start = time.perf_counter()

@@ -5,6 +5,7 @@ conversion of circuits and results in Python are left out.
 """
 
 import importlib
+import math
 from collections.abc import Sequence
 from typing import Any
 
@@ -19,7 +20,7 @@ qiskit: Any = importlib.import_module("qiskit")
 qiskit_aer: Any = importlib.import_module("qiskit_aer")
 importlib.import_module("qiskit_aer.library")  # gives circuits the instructions on states
 
-_NAMES = {"CNOT": "cx", "S_INV": "sdg"}
+_NAMES = {"CNOT": "cx", "S_INV": "sdg", "TOFFOLI": "ccx", "PHASE": "p", "CPHASE": "cp"}
 
 
 def append(circuit: Any, gates: Sequence[Gate]) -> None:
@@ -27,7 +28,9 @@ def append(circuit: Any, gates: Sequence[Gate]) -> None:
     for gate in gates:
         if gate.name == "MEASURE":
             circuit.measure(gate.qubits[0], 0)
-        elif len(gate.paulis) > 1:
+        elif gate.name == "CZ" and len(gate.qubits) > 2:
+            circuit.mcp(math.pi, list(gate.qubits[:-1]), gate.qubits[-1])
+        elif len(gate.paulis) > 1 and gate.name != "RZZ":
             # It has no such rotation of three qubits; one matrix is faster than nine gates.
             circuit.unitary(pauli_rotation(gate.degrees, gate.paulis), list(gate.qubits))
         else:
@@ -98,6 +101,16 @@ class Dense(DenseRegister):
             append(circuit, gates)
         circuit.measure(0, 0)  # a circuit without any result is not run
         return float(result_of(self._backend, circuit).results[0].time_taken)
+
+
+class Fused(Dense):
+    """The same with fusion, whose time is that of a single run of the gates.
+
+    Repeated gates would be fused beyond the end of their list.
+    """
+
+    fusion = True
+    max_gates = 1
 
 
 class Clifford(CliffordProgram):

@@ -15,7 +15,14 @@ from peers import Amplitudes, Call, DirectRegister
 
 ops: Any = importlib.import_module("pennylane_lightning.lightning_qubit_ops")
 
-_NAMES = {"X": "PauliX", "H": "Hadamard"}
+_NAMES = {
+    "X": "PauliX",
+    "H": "Hadamard",
+    "TOFFOLI": "Toffoli",
+    "PHASE": "PhaseShift",
+    "CPHASE": "ControlledPhaseShift",
+    "RZZ": "IsingZZ",
+}
 
 
 class Dense(DirectRegister):
@@ -39,7 +46,10 @@ class Dense(DirectRegister):
         wires = [self._num_qubits - 1 - qubit for qubit in gate.qubits]
         if gate.name == "MEASURE":
             return self._measure, (wires[0], wires)
-        if len(gate.paulis) > 1:
+        if gate.name == "CZ" and len(wires) > 2:
+            *controls, target = wires
+            return self._vector.PauliZ, (controls, [True] * len(controls), [target], False, [])
+        if len(gate.paulis) > 1 and gate.name not in _NAMES:
             return self._vector.applyPauliRot, (wires, False, gate.angles, gate.paulis)
         method = getattr(self._vector, _NAMES.get(gate.name, gate.name))
         return method, (wires, False, gate.angles)

@@ -2,6 +2,7 @@
 
 import importlib
 import random
+from collections.abc import Sequence
 from typing import Any
 
 from gates import Gate
@@ -10,6 +11,8 @@ from peers import Amplitudes, Call, DirectRegister
 
 qulacs: Any = importlib.import_module("qulacs")
 
+LARGEST_MERGED = 2  # qubits of the gates that its optimiser makes
+
 
 def made_gate(gate: Gate) -> Any:
     """A gate as Qulacs has it; its rotations are exp(+i angle/2 P)."""
@@ -17,7 +20,20 @@ def made_gate(gate: Gate) -> Any:
     if len(gate.paulis) > 1:
         letters = ["IXYZ".index(letter) for letter in gate.paulis]
         return qulacs.gate.PauliRotation(list(gate.qubits), letters, *angles)
+    *controls, target = gate.qubits
+    if gate.name in ("PHASE", "CPHASE"):
+        return _controlled(qulacs.gate.U1(target, *gate.angles), controls)
+    if gate.name == "CZ" and len(controls) > 1:
+        return _controlled(qulacs.gate.Z(target), controls)
     return getattr(qulacs.gate, gate.name)(*gate.qubits, *angles)
+
+
+def _controlled(gate: Any, controls: Sequence[int]) -> Any:
+    if controls:
+        gate = qulacs.gate.to_matrix_gate(gate)
+    for control in controls:
+        gate.add_control_qubit(control, 1)
+    return gate
 
 
 class Dense(DirectRegister):
@@ -49,3 +65,14 @@ class Dense(DirectRegister):
         else:
             one.update_quantum_state(self._state)
             self._state.normalize(1 - zeros)
+
+
+class Optimized(Dense):
+    """The same with whole lists as circuits, whose gates its optimiser has merged."""
+
+    def calls(self, gates: Sequence[Gate]) -> list[Call]:
+        circuit = qulacs.QuantumCircuit(self._state.get_qubit_count())
+        for gate in gates:
+            circuit.add_gate(made_gate(gate))
+        qulacs.circuit.QuantumCircuitOptimizer().optimize(circuit, LARGEST_MERGED)
+        return [(circuit.update_quantum_state, (self._state,))]
