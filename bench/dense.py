@@ -29,7 +29,7 @@ import peers
 from dense_alone import alone_figures
 from gates import DENSE_SEED, DENSE_TASKS, Gate, dense_gates
 from numpy_models import after_gates, after_measurement, random_state
-from report import BATCHED, ENGINE, Comparison, Report, print_table
+from report import BATCHED, ENGINE, SETTLED, Comparison, Report, print_table
 
 QUBITS = (4, 8, 10, 12, 13, 14, 16, 18, 20, 22, 24)
 QUICK_QUBITS = (4, 10, 13, 16, 20)
@@ -116,6 +116,8 @@ def print_comparisons(cells: Sequence[Comparison]) -> None:
     _print_grid(title, cells, lambda cell: _ratio_text(cell.over_fastest()))
     title = "for information: one call for the whole list, over the fastest peer"
     _print_grid(title, cells, lambda cell: _ratio_text(cell.over_fastest(BATCHED)))
+    title = "for information: `finish` after each record, over the fastest peer"
+    _print_grid(title, cells, lambda cell: _ratio_text(cell.over_fastest(SETTLED)))
     title = "fastest peer: l Lightning, q Qulacs, a Aer; time of one gate"
     _print_grid(title, cells, lambda cell: _time_text(cell.peers, cell.fastest_peer, letter=True))
     title = "this engine, one record a call; time of one gate"
@@ -168,7 +170,7 @@ def write_plot(path: Path, cells: Sequence[Comparison]) -> None:
         mine = [cell for cell in cells if cell.task == task]
         for name in dict.fromkeys(name for cell in mine for name in cell.seconds):
             points = [(c.num_qubits, 1e9 * c.seconds[name]) for c in mine if name in c.seconds]
-            style = {ENGINE: "o-", BATCHED: "o:"}.get(name, ".-")
+            style = {ENGINE: "o-", BATCHED: "o:", SETTLED: "o--"}.get(name, ".-")
             panel.plot(*zip(*points, strict=True), style, label=name)
         panel.set(title=task, xlabel="qubits", ylabel="ns per gate", yscale="log")
         panel.grid(alpha=0.3)
@@ -186,7 +188,11 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
             os.environ[variable] = str(arguments.threads)
     classes, versions = peers.load("Dense", arguments.peers)
     report.add_simulators(versions)
-    simulators = {ENGINE: engine.Dense, BATCHED: engine.BatchedDense} | classes
+    simulators = {
+        ENGINE: engine.Dense,
+        BATCHED: engine.BatchedDense,
+        SETTLED: engine.SettledDense,
+    } | classes
     widths = arguments.qubits or (QUICK_QUBITS if arguments.quick else QUBITS)
     for width in widths:
         report.comparisons += compare(simulators, width, arguments)

@@ -25,6 +25,7 @@ from report import Figure
 
 RECORD_QUBITS = (4, 6)
 RESET_QUBITS = (6, 12, 16, 20)
+CACHED_QUBITS = 10  # 16 KiB, in the first-level cache
 MEMORY_QUBITS = 22  # from here on a state does not fit a cache
 AMPLITUDE_BYTES = 16
 ROUNDS = 4
@@ -91,6 +92,36 @@ def bandwidth_figures(num_qubits: int, threads: int | None) -> list[Figure]:
         Figure("CNOT, half of the amplitudes", cnot / num_qubits / mean, over),
         Figure("T, half of the amplitudes", t / num_qubits / mean, over),
     ]
+
+
+def layer_figures(num_qubits: int, threads: int | None) -> list[Figure]:
+    """A layer of one gate on each qubit: gates that wait against one pass for each.
+
+    The arithmetic's own limit is the same gate on a register in the first-level cache, with as many
+    of these at a time as there are threads.
+    """
+    waiting, settled = engine.Dense(num_qubits, threads), engine.SettledDense(num_qubits, threads)
+    cached = engine.BatchedDense(CACHED_QUBITS, threads)
+    workers = threads or len(os.sched_getaffinity(0))
+    found = []
+    for name in ("H", "RX", "RZ"):
+        layer, small = dense_gates(name, num_qubits), dense_gates(name, CACHED_QUBITS)
+        for register in (waiting, settled):
+            check_gates(register, num_qubits, layer)
+        check_gates(cached, CACHED_QUBITS, small)
+        layers = [partial(register.timer(layer), 1) for register in (waiting, settled)]
+        repeated = cached.timer(small * (ARRAY_RECORDS // CACHED_QUBITS))
+        shared, single, alone = best_seconds([*layers, partial(repeated, 1)], ROUNDS)
+        gates = ARRAY_RECORDS // CACHED_QUBITS * CACHED_QUBITS
+        limit = alone / gates / (1 << CACHED_QUBITS) / workers
+        task = f"layer of {name}, {num_qubits} qubits"
+        found += [
+            Figure(task, shared / single, "of one pass a gate", 0.3),
+            Figure(task, shared / num_qubits / (1 << num_qubits) / limit, "of the arithmetic"),
+        ]
+    for register in (waiting, settled, cached):
+        register.close()
+    return found
 
 
 def record_figures(num_qubits: int) -> Iterator[Figure]:
@@ -175,3 +206,4 @@ def alone_figures(widest: int, threads: int | None) -> Iterator[Figure]:
         yield from reset_figures(width)
     if widest >= MEMORY_QUBITS:
         yield from bandwidth_figures(widest, threads)
+        yield from layer_figures(widest, threads)

@@ -54,6 +54,14 @@ class BatchedDense(Dense):
         return self.whole_call(gates)
 
 
+class SettledDense(Dense):
+    """The dense filter, one call for each record, and `finish` after it: no gate waits."""
+
+    def calls(self, gates: Sequence[Gate]) -> list[Call]:
+        finish: Call = (_lib_nb_sim.finish, (self.handle,))
+        return [call for gate in gates for call in (self.call(gate), finish)]
+
+
 class FilterProgram(Program[State]):
     """A circuit on a filter; a run is one call with all records, and the fetch of the flags."""
 

@@ -12,7 +12,10 @@ import numpy as np
 
 ENGINE = "nimbrel"
 BATCHED = "batched"
-"""This engine as well, with whole arrays of records instead of one record a call."""
+SETTLED = "settled"
+OURS = (ENGINE, BATCHED, SETTLED)
+"""Names of this engine in a comparison: one record a call, the whole list in one call, and one
+record a call with a wait for it."""
 
 
 @dataclass(frozen=True)
@@ -57,7 +60,7 @@ class Comparison:
     @property
     def peers(self) -> dict[str, float]:
         """The times of all that is not this engine."""
-        return {name: s for name, s in self.seconds.items() if name not in (ENGINE, BATCHED)}
+        return {name: s for name, s in self.seconds.items() if name not in OURS}
 
     @property
     def fastest_peer(self) -> str | None:
@@ -80,7 +83,7 @@ class Comparison:
         """The comparison with its ratios."""
         return asdict(self) | {
             "fastest_peer": self.fastest_peer,
-            "over_fastest": {name: self.over_fastest(name) for name in (ENGINE, BATCHED)},
+            "over_fastest": {name: self.over_fastest(name) for name in OURS},
             "ratios": [ratio.as_json() for ratio in self.ratios()],
         }
 
