@@ -85,8 +85,8 @@ struct Rotation {
 /// or another one, which P exchanges up to the order of their amplitudes.
 template <unsigned Flip, bool Swaps>
 struct ProductWalk {
-    const WideProduct& p;
     const Rotation rotation;  ///< a copy: its constants then stay in registers
+    const WideProduct& p;
     unsigned long far = p.x_mask & ~(count - 1);
     complex_t* here = p.here;
     complex_t* there = p.there != nullptr ? p.there : p.here;
@@ -157,9 +157,9 @@ struct ProductWalk {
 template <unsigned Flip>
 void rotate(const WideProduct& p, const Rotation& rotation) {
     if (rotation.swaps) {
-        ProductWalk<Flip, true>{p, rotation}.run();
+        ProductWalk<Flip, true>{rotation, p}.run();
     } else {
-        ProductWalk<Flip, false>{p, rotation}.run();
+        ProductWalk<Flip, false>{rotation, p}.run();
     }
 }
 
