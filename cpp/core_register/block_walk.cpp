@@ -62,6 +62,8 @@ bool let_pairs_wait(QPU& qpu, unsigned long distance, const GateCondition& condi
     for_each_live_pair(qpu, distance, condition, [](CoreBlock& lower, CoreBlock& upper) {
         lower.all_zero = false;
         upper.all_zero = false;
+        lower.locate();
+        upper.locate();
     });
     pairs.for_each_distance([&](unsigned long slot_distance, unsigned long lower_slots) {
         gate.distance = slot_distance;
@@ -81,8 +83,10 @@ bool let_wait(QPU& qpu, unsigned long flipped, const GateCondition& condition, W
     const unsigned long distance = flipped >> qpu.num_block_qubits;
     if (distance != 0) return let_pairs_wait(qpu, distance, condition, gate);
     if (!queue.takes(gate)) return false;
-    for_each_live_block(qpu, condition,
-                        [&](CoreBlock& block) { gate.slots |= 1UL << block.store_slot; });
+    for_each_live_block(qpu, condition, [&](CoreBlock& block) {
+        gate.slots |= 1UL << block.store_slot;
+        block.locate();
+    });
     if (gate.slots != 0) queue.add(gate);
     return true;
 }

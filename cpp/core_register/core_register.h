@@ -200,7 +200,8 @@ class QPU : public QPU_Base {
 
     unsigned long op_count = 0;          ///< operations issued since the reset
     unsigned long classical_qubits = 0;  ///< qubits last left in a known classical state
-    // For tests: results do not depend on them.
+    // Gates of records that wait for their arithmetic. Tests set the first two; results do not
+    // depend on them.
     bool gates_wait = true;           ///< false makes every gate act at once
     unsigned long waits_from_qubits;  ///< smallest register whose gates wait, as of its reset
     bool in_records = false;          ///< between `begin_records` and `end_records`

@@ -144,6 +144,8 @@ bool QPU::make_store(complex_t* buffer) {
 }
 
 void QPU::make_blocks() {
+    // Left over where the memory before was pinned.
+    waiting_gates.reset();
     const unsigned long count = num_blocks;
     try {
         if (use_threads) team = std::make_unique<BlockTeam>(count);
@@ -213,7 +215,9 @@ void QPU::finish() {
 // NOLINTNEXTLINE(readability-make-member-function-const)
 void QPU::removable_finish() {
     if (!finish_each_op || !use_threads || blocks == nullptr) return;
-    for (unsigned long i = 0; i < num_blocks; ++i) blocks[i]->finish_tasks();
+    for (unsigned long i = 0; i < num_blocks; ++i) {
+        if (blocks[i] != nullptr) blocks[i]->finish_tasks();
+    }
 }
 
 void QPU::end_records() {

@@ -44,7 +44,11 @@ void CoreBlock::swap_blocks(CoreBlock* other) {
     other->finish_tasks();
     std::swap(store_slot, other->store_slot);
     std::swap(all_zero, other->all_zero);
-    lock(true, nullptr);
+    locate();
+}
+
+void CoreBlock::locate() {
+    lock_memory(true, nullptr);
     unlock(true, nullptr);
 }
 

@@ -80,8 +80,13 @@ class CoreBlock {
     /// Exchanges the memory of two blocks without moving an amplitude.
     void swap_blocks(CoreBlock* other);
 
-    /// Points `block_data` of this block and its buddy to their amplitudes for one task.
+    /// Points `block_data` of this block and its buddy to their amplitudes for one task. Waiting
+    /// gates act before, but in `lock_memory`, which tasks call.
     void lock(bool read, CoreBlock* buddy) {
+        settle();
+        lock_memory(read, buddy);
+    }
+    void lock_memory(bool read, CoreBlock* buddy) {
         if (!block_store->all_in_ram()) return lock_paged(read, buddy);
         block_data = block_store->request_block(store_slot);
         if (buddy != nullptr) buddy->block_data = block_store->request_block(buddy->store_slot);
@@ -91,6 +96,9 @@ class CoreBlock {
         --lock_count;
         if (!block_store->all_in_ram()) unlock_paged(write_back, buddy);
     }
+
+    /// Points `block_data` to this block's amplitudes, which an exchange may have moved.
+    void locate();
 
     /// Prints what is wrong or, when verbose, one line about the block. Always true.
     bool self_check(int line);
@@ -226,7 +234,7 @@ class CoreBlock {
     bool all_zero = false;
     int lock_count = 0;  ///< nesting depth of `lock`
 
-    GateQueue* waiting_gates = nullptr;  ///< of the register; they act before anything else here
+    GateQueue* waiting_gates = nullptr;  ///< of the register; null if none can wait
     BlockTeam* team;  ///< the workers of this register; null for a block outside a team
     std::atomic<bool> worker_awake{true};  ///< false while the worker sleeps
     bool poked = false;  ///< woken to run tasks of other blocks; guarded by `task_mutex`

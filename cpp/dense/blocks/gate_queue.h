@@ -12,6 +12,7 @@ namespace Nimbrel {
 
 class BlockTeam;
 class CoreBlockStore;
+class SharedWork;
 
 /// A list of gates in program order, on the blocks of one register.
 ///
@@ -34,6 +35,7 @@ class GateQueue {
               unsigned long num_threads);
 
     bool empty() const { return gates_.empty(); }
+    std::size_t size() const { return gates_.size(); }
     bool takes(const WaitingGate& gate) const;
 
     /// Adds a gate, after the waiting ones have acted if there are too many.
@@ -48,13 +50,14 @@ class GateQueue {
 
   private:
     void act();
-    void run_pass(std::size_t num_gates);
+    void share(SharedWork& work, std::size_t num_gates) const;
 
     const CoreBlockStore& store_;
     BlockTeam* const team_;
     const unsigned long num_qubits_;
     const unsigned long num_threads_;
     const std::size_t most_gates_;
+    const unsigned long tile_qubits_;
     std::vector<WaitingGate> gates_;
     TilePass pass_;
     struct Free {

@@ -7,7 +7,6 @@
 
 #include "dense/blocks/core_block.h"
 #include "dense/blocks/kernels/contents.h"
-#include "dense/blocks/kernels/phases.h"
 #include "dense/blocks/store.h"
 
 namespace Nimbrel {
@@ -20,7 +19,7 @@ std::mutex drawing;
 }  // namespace
 
 void CoreBlock::self_check_worker(int line) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     for (unsigned long i = 0; i < num_terms; ++i) {
         if (is_raw_zero(block_data[i])) continue;
         std::printf("Self-check all-zero inconsistency block %lu at line %d\n", i, line);
@@ -29,13 +28,13 @@ void CoreBlock::self_check_worker(int line) {
 }
 
 void CoreBlock::set_zero_worker() {
-    lock(false, nullptr);
+    lock_memory(false, nullptr);
     clear_slots(block_data, num_terms);
     unlock(true, nullptr);
 }
 
 void CoreBlock::set_random_worker() {
-    lock(false, nullptr);
+    lock_memory(false, nullptr);
     {
         const std::lock_guard guard(drawing);
         fill_slots_at_random(block_data, num_terms);
@@ -44,43 +43,43 @@ void CoreBlock::set_random_worker() {
 }
 
 void CoreBlock::set_zero_mask_worker(unsigned long mask) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     unlock(clear_masked_slots(block_data, num_terms, mask), nullptr);
 }
 
 void CoreBlock::collapse_worker(unsigned long mask, unsigned long value) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     unlock(clear_other_slots(block_data, num_terms, mask, value), nullptr);
 }
 
 void CoreBlock::peek_read_probability_worker(double* out, unsigned long value, unsigned long mask,
                                              double limit) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     *out = sum_probabilities(block_data, num_terms, mask, value, limit);
     unlock(false, nullptr);
 }
 
 void CoreBlock::peek_split_probability_worker(SplitProbability* out, unsigned long bit) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     *out = split_probabilities(block_data, num_terms, bit);
     unlock(false, nullptr);
 }
 
 void CoreBlock::get_index_from_probability_worker(double target, unsigned long* out) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     *out = find_slot(block_data, num_terms, target);
     unlock(false, nullptr);
 }
 
 void CoreBlock::scale_probability_worker(double factor) {
-    lock(true, nullptr);
+    lock_memory(true, nullptr);
     scale_slots(block_data, num_terms, factor);
     unlock(true, nullptr);
 }
 
 [[gnu::always_inline]] inline void CoreBlock::run_pair_gate(const SlotGate& gate) {
     CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
+    lock_memory(true, buddy);
     complex_t* upper = buddy != nullptr ? buddy->block_data : nullptr;
     unlock(apply_gate(gate, block_data, upper, num_terms), buddy);
     if (gate.target == 0) set_op_buddy(nullptr);
@@ -118,14 +117,17 @@ void CoreBlock::op_real2x2_worker(unsigned long target_mask, SlotCondition condi
 }
 
 void CoreBlock::op_cphase_worker(SlotCondition condition, double im, double re) {
-    lock(true, nullptr);
-    multiply_slots(block_data, num_terms, condition, {re, im});
+    lock_memory(true, nullptr);
+    const MatrixEntries factor{{{}, {}, {}, {re, im}}};
+    apply_gate({.kind = GateKind::phase, .controls = condition, .matrix = &factor}, block_data,
+               nullptr, num_terms);
     unlock(true, nullptr);
 }
 
 void CoreBlock::op_cz_worker(SlotCondition condition) {
-    lock(true, nullptr);
-    flip_slot_signs(block_data, num_terms, condition);
+    lock_memory(true, nullptr);
+    apply_gate({.kind = GateKind::sign_flip, .controls = condition}, block_data, nullptr,
+               num_terms);
     unlock(true, nullptr);
 }
 
@@ -133,7 +135,7 @@ template <typename Kernel>
 void CoreBlock::run_product(unsigned long x_mask, unsigned long z_mask, bool write_back,
                             Kernel&& kernel) {
     CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
+    lock_memory(true, buddy);
     kernel(PauliProduct{.here = block_data,
                         .there = buddy != nullptr ? buddy->block_data : nullptr,
                         .n = num_terms,
@@ -167,7 +169,7 @@ void CoreBlock::op_pps_worker(unsigned long x_mask, unsigned long z_mask, double
 // The early return leaves the lock counted, which nothing depends on while blocks are in memory.
 void CoreBlock::op_x_multi_worker(unsigned long target_bits, unsigned long condition_bits) {
     CoreBlock* buddy = op_buddy;
-    lock(true, buddy);
+    lock_memory(true, buddy);
     const unsigned long flips = target_bits & product_slot_mask(num_block_qubits);
     if (flips == 0) return;
     exchange_slots(block_data, buddy != nullptr ? buddy->block_data : nullptr, num_terms, flips,

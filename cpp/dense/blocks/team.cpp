@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "dense/blocks/core_block.h"
@@ -45,7 +46,7 @@ void BlockTeam::join(CoreBlock* block) { blocks_[block->thread_id].store(block);
 // to see the block is waited for here, and any later one finds nothing.
 void BlockTeam::leave(const CoreBlock* block) {
     blocks_[block->thread_id].store(nullptr);
-    while (looking_.load() != 0) std::this_thread::yield();
+    wait_until_nobody_looks();
 }
 
 void BlockTeam::task_posted(unsigned long num_terms) {
@@ -60,11 +61,26 @@ void BlockTeam::task_posted(unsigned long num_terms) {
 // A worker raises `looking_` before it reads the pointer, so one that has read it is waited for.
 void BlockTeam::share(SharedWork& work, unsigned long amplitudes) {
     shared_work_.store(&work);
-    task_posted(amplitudes);
+    posted_.fetch_add(1, std::memory_order_relaxed);
+    const int asleep = spare_processors_ - awake_.load(std::memory_order_relaxed);
+    const auto paid = static_cast<long>(amplitudes / worth_a_wake);
+    for (long i = 0; i < std::min<long>(asleep, paid); ++i) wake_one();
     work.take_part();
     shared_work_.store(nullptr);
     task_taken();
-    while (looking_.load() != 0) pause_processor();
+    wait_until_nobody_looks();
+}
+
+void BlockTeam::wait_until_nobody_looks() const {
+    // A worker that the system has taken the processor from would be waited for in vain.
+    constexpr int polls_before_yielding = 1000;
+    for (int poll = 0; looking_.load() != 0; ++poll) {
+        if (poll < polls_before_yielding) {
+            pause_processor();
+        } else {
+            std::this_thread::yield();
+        }
+    }
 }
 
 void BlockTeam::wake_one() {
@@ -72,7 +88,7 @@ void BlockTeam::wake_one() {
         CoreBlock* block = blocks_[i].load();
         if (block == nullptr || block->worker_awake.load(std::memory_order_relaxed)) continue;
         std::unique_lock guard(block->task_mutex, std::try_to_lock);
-        if (!guard) continue;
+        if (!guard || block->poked) continue;
         block->poked = true;
         guard.unlock();
         block->wake.notify_one();

@@ -60,14 +60,16 @@ class BlockTeam {
     bool has_tasks() const { return posted_.load(std::memory_order_relaxed) > 0; }
 
     // The workers' side.
-    /// Runs tasks of any block, the highest first, until none is left unbegun: the submitter takes
-    /// them from the lowest, so each processor keeps to the same blocks from gate to gate.
+    /// Takes part in shared work, and runs tasks of any block, the highest first, until none is
+    /// left unbegun: the submitter takes them from the lowest, so each processor keeps to the same
+    /// blocks from gate to gate.
     void run_tasks();
     void worker_woke() { awake_.fetch_add(1, std::memory_order_relaxed); }
     void worker_sleeps() { awake_.fetch_sub(1, std::memory_order_relaxed); }
 
   private:
     void wake_one();
+    void wait_until_nobody_looks() const;
 
     // Set once.
     const unsigned long num_blocks_;

@@ -40,14 +40,15 @@ constexpr unsigned long low_bits(unsigned long count) { return (1UL << count) - 
 
 }  // namespace
 
-bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits) {
+bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits,
+                 unsigned long tile_qubits) {
     const unsigned long paired = gate.paired_bits(num_block_qubits) & ~low_bits(row_qubits);
     return count_bits(paired) <= tile_qubits - row_qubits;
 }
 
 std::size_t TilePass::prepare(const StoredState& state, std::span<const WaitingGate> gates) {
     state_ = state;
-    qubits_ = std::min(tile_qubits, state.num_qubits);
+    qubits_ = std::min(tile_qubits_, state.num_qubits);
     mask_ = low_bits(std::min(row_qubits, qubits_));
     std::size_t count = 0;
     for (; count < gates.size(); ++count) {
@@ -68,7 +69,6 @@ std::size_t TilePass::prepare(const StoredState& state, std::span<const WaitingG
 
 TilePass::TileGate TilePass::in_tile(const WaitingGate& source) const {
     const unsigned long block_bits = low_bits(state_.num_block_qubits);
-    const unsigned long all_slots = ~0UL >> (bits_per_word - state_.num_slots());
     TileGate gate{.gate = {.kind = source.kind,
                            .target = gather_bits(source.target, mask_),
                            .controls = {.mask = gather_bits(source.controls.mask, mask_),
@@ -80,29 +80,44 @@ TilePass::TileGate TilePass::in_tile(const WaitingGate& source) const {
                   .piece_distance = gather_bits(source.distance, slot_mask_),
                   .z_mask = gather_bits(source.z_mask, mask_ & block_bits),
                   .outside_z_mask = source.z_mask & ~mask_,
-                  .whole_target = 0,
                   .whole = false};
-    if (source.is_product) return gate;
-    if (source.distance == 0) {
-        gate.whole = source.slots == all_slots;
-        gate.whole_target = gate.gate.target;
-        return gate;
+    gate.whole = whole_tiles_do(source);
+    if (gate.whole && source.distance != 0) {
+        gate.gate.target = gate.piece_distance << piece_qubits_;
     }
-    // The blocks that hold the first of each pair are those without the bit of the distance, unless
-    // blocks were exchanged.
+    return gate;
+}
+
+// A gate on pairs of blocks is one on a bit of the place, unless blocks were exchanged: then the
+// first of a pair may be the one that has the bit.
+bool TilePass::whole_tiles_do(const WaitingGate& source) const {
+    if (source.is_product) return false;
+    const unsigned long num_slots = state_.num_slots();
+    if (source.distance == 0) return source.slots == ~0UL >> (bits_per_word - num_slots);
     unsigned long lower_slots = 0;
-    for (unsigned long slot = 0; slot < state_.num_slots(); ++slot) {
+    for (unsigned long slot = 0; slot < num_slots; ++slot) {
         if ((slot & source.distance) == 0) lower_slots |= 1UL << slot;
     }
-    gate.whole = std::has_single_bit(source.distance) && source.slots == lower_slots;
-    gate.whole_target = gate.piece_distance << piece_qubits_;
-    return gate;
+    return std::has_single_bit(source.distance) && source.slots == lower_slots;
+}
+
+// Controls and blocks outside a tile may leave nothing to do in it.
+bool TilePass::acts_on(unsigned long base) const {
+    const unsigned long slot = base >> state_.num_block_qubits;
+    return std::ranges::any_of(gates_, [&](const TileGate& gate) {
+        return (base & gate.outside_mask) == gate.outside_pattern &&
+               (slot_mask_ != 0 || (gate.source->slots >> slot & 1) != 0);
+    });
 }
 
 void TilePass::run(unsigned long first, unsigned long count, complex_t* scratch) const {
     unsigned long base = scatter_bits(first, ~mask_);
     for (unsigned long tile = 0; tile < count; ++tile) {
         const unsigned long next = next_base(base);
+        if (!acts_on(base)) {
+            base = next;
+            continue;
+        }
         if (row_mask_ == 0) {
             run_one(state_.amplitudes + base, base, next);
         } else {
@@ -165,7 +180,7 @@ class TilePass::LinesAhead {
 
 void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) const {
     const bool last = (next >> state_.num_qubits) != 0;
-    if (last || state_.num_qubits <= second_level_qubits) {
+    if (last || state_.num_qubits <= second_level_qubits || !acts_on(next)) {
         for (const TileGate& gate : gates_) apply(gate, tile, base);
         return;
     }
@@ -182,9 +197,7 @@ void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) 
 void TilePass::apply(const TileGate& gate, complex_t* tile, unsigned long base) const {
     if ((base & gate.outside_mask) != gate.outside_pattern) return;
     if (!gate.whole) return apply_to_pieces(gate, tile, base);
-    SlotGate whole = gate.gate;
-    whole.target = gate.whole_target;
-    apply_gate(whole, tile, nullptr, 1UL << qubits_);
+    apply_gate(gate.gate, tile, nullptr, 1UL << qubits_);
 }
 
 void TilePass::apply_to_pieces(const TileGate& gate, complex_t* tile, unsigned long base) const {

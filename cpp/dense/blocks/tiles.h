@@ -20,30 +20,21 @@
 
 namespace Nimbrel {
 
-/// The whole state in the order of the store: place = store slot * block size + slot.
-struct StoredState {
-    complex_t* amplitudes;
-    unsigned long num_qubits;
-    unsigned long num_block_qubits;
-
-    unsigned long num_slots() const { return 1UL << (num_qubits - num_block_qubits); }
-};
-
-/// Qubits of a tile: 128 KiB of amplitudes. The next tile has room beside it in a second-level
-/// cache.
-inline constexpr unsigned long tile_qubits = 13;
 /// The lowest bits of the place belong to every tile, so that it consists of rows of at least 256
 /// contiguous bytes.
 inline constexpr unsigned long row_qubits = 4;
 
-/// Whether a tile can hold what the gate pairs.
-bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits);
+/// Whether a tile of so many qubits can hold what the gate pairs.
+bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits,
+                 unsigned long tile_qubits);
 
 /// Several gates, prepared for one pass over the state.
 class TilePass {
   public:
     /// Makes room for passes of up to `most_gates`, so that none allocates.
-    explicit TilePass(std::size_t most_gates) { gates_.reserve(most_gates); }
+    TilePass(std::size_t most_gates, unsigned long tile_qubits) : tile_qubits_(tile_qubits) {
+        gates_.reserve(most_gates);
+    }
 
     /// Prepares a pass for as many of the gates, from the first on, as one tile mask allows, and
     /// returns their number, which is 1 or more. The gates must stay until the pass has run.
@@ -67,12 +58,12 @@ class TilePass {
         unsigned long piece_distance;  ///< of a gate on pairs of blocks
         unsigned long z_mask;          ///< of a product
         unsigned long outside_z_mask;  ///< of a product, bits of the place
-        unsigned long whole_target;    ///< target for a call on a whole tile
-        bool whole;                    ///< one call does, where all blocks in the tile take part
+        bool whole;                    ///< the gate is for whole tiles, else for their blocks
     };
 
-    void choose_mask(std::span<const WaitingGate> gates, std::size_t count);
     TileGate in_tile(const WaitingGate& source) const;
+    bool whole_tiles_do(const WaitingGate& source) const;
+    bool acts_on(unsigned long base) const;
     void apply(const TileGate& gate, complex_t* tile, unsigned long base) const;
     void apply_to_pieces(const TileGate& gate, complex_t* tile, unsigned long base) const;
     void rotate(const TileGate& gate, complex_t* here, complex_t* there, unsigned long base,
@@ -81,6 +72,7 @@ class TilePass {
     void run_in_scratch(complex_t* scratch, unsigned long base, unsigned long next) const;
     unsigned long next_base(unsigned long base) const { return ((base | mask_) + 1) & ~mask_; }
 
+    const unsigned long tile_qubits_;
     StoredState state_{};
     unsigned long mask_ = 0;          ///< bits of the place in which a tile's amplitudes differ
     unsigned long qubits_ = 0;        ///< number of these bits

@@ -1,10 +1,9 @@
 /// A gate whose arithmetic waits. Plain data, made by the submitting thread.
 #pragma once
 
-#include <bit>
-
 #include "dense/blocks/kernels/gates.h"
 #include "dense/blocks/kernels/slot_condition.h"
+#include "support/complex.h"
 
 namespace Nimbrel {
 
@@ -36,5 +35,18 @@ struct WaitingGate {
         return target | distance << num_block_qubits;
     }
 };
+
+/// The whole state in the order of the store: place = store slot * block size + slot.
+struct StoredState {
+    complex_t* amplitudes;
+    unsigned long num_qubits;
+    unsigned long num_block_qubits;
+
+    unsigned long num_slots() const { return 1UL << (num_qubits - num_block_qubits); }
+};
+
+/// Applies a gate to the block in a store slot, or to its pair. Any thread, if no other works on
+/// these blocks. Requires: the slot is one of the gate's.
+void act_on_block(const WaitingGate& gate, const StoredState& state, unsigned long slot);
 
 }  // namespace Nimbrel

@@ -37,6 +37,7 @@ bool spin(std::chrono::microseconds patience, Done&& done) {
 
 void CoreBlock::start_worker(TaskID task) {
     if (!use_threads) return;
+    settle();
     std::unique_lock guard(task_mutex);
     while (task_id.load(std::memory_order_relaxed) != TASK_NONE) {
         guard.unlock();

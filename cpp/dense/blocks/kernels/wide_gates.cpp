@@ -118,6 +118,7 @@ NIMBREL_INLINE bool apply_op(const Op& op, Lanes& x, Lanes& y, Mask chosen) {
     const Lanes old_y = y;
     if constexpr (Op::keeps_zeros) {
         chosen = static_cast<Mask>(chosen & nonzero_amplitudes(x, y));
+        if (chosen == 0) return false;
     }
     op.apply(x, y);
     if (chosen != all_lanes) [[unlikely]] {
@@ -178,9 +179,10 @@ NIMBREL_INLINE bool step(const Op& op, const Place& place, unsigned long k, Mask
     Lanes x;
     Lanes y;
     place.load_step(k, x, y);
-    const bool changed = apply_op(op, x, y, chosen);
+    // Most of a state may be zeros, and these are not stored.
+    if (!apply_op(op, x, y, chosen)) return false;
     place.store_step(k, x, y);
-    return changed;
+    return true;
 }
 
 /// Four steps with one test for all, since a test and a branch at each took a third of the time.

@@ -1,9 +1,9 @@
 /// The gate kernels for processors with AVX-512: the same bits as the others, four amplitudes at a
 /// time. For cpp/dense/blocks/kernels only, which chooses between the two.
 ///
-/// The source file is compiled for AVX-512, and the linker keeps one copy of an inline function
-/// that several files use. So that file defines none: its helpers have internal linkage, and these
-/// functions take plain data.
+/// The source files are compiled for AVX-512, and the linker keeps one copy of an inline function
+/// that several files use. So these files define none: their helpers have internal linkage, and the
+/// functions here take plain data.
 #pragma once
 
 #include "support/complex.h"

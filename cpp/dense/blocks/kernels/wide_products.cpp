@@ -148,7 +148,11 @@ struct ProductWalk {
         }
         for_each_run(p.n, fixed, pattern, [&](unsigned long first, unsigned long length) {
             for (unsigned long i = first; i < first + length; i += count) {
-                alone ? step_alone(i, chosen) : step(i, chosen);
+                if (alone) {
+                    step_alone(i, chosen);
+                } else {
+                    step(i, chosen);
+                }
             }
         });
     }

@@ -1,6 +1,8 @@
 /// The choice between the kernels of two vector widths. Both give the same bits.
 #pragma once
 
+#include <bit>
+
 #include "dense/blocks/kernels/gates.h"
 
 namespace Nimbrel {
@@ -17,13 +19,25 @@ extern bool wide_kernels_in_use;
 void use_wide_kernels(bool wide);
 
 /// Whether the wide kernels gain from their width. A Hadamard and a NOT without controls take the
-/// time of their loads and stores at either width.
+/// time of their loads and stores at either width. For phases on one qubit the narrow kernels have
+/// compiled strides.
 inline bool gains_from_width(const SlotGate& gate) {
-    if (gate.kind == GateKind::exchange) return gate.controls.mask != 0;
-    return gate.kind != GateKind::hadamard && gate.kind != GateKind::compared_exchange;
+    switch (gate.kind) {
+        case GateKind::exchange:
+            return gate.controls.mask != 0;
+        case GateKind::hadamard:
+        case GateKind::compared_exchange:
+            return false;
+        case GateKind::phase:
+        case GateKind::sign_flip:
+            return !std::has_single_bit(gate.controls.mask);
+        default:
+            return true;
+    }
 }
 
-/// Whether a gate on `n` slots is left to the wide kernels. Whatever is no usual gate is not.
+/// Whether a gate on `n` slots is left to the wide kernels. The narrow ones define what a target of
+/// several bits and a pattern outside its mask mean.
 inline bool suits_wide_kernels(const SlotGate& gate, unsigned long n) {
     return n >= fewest_wide_slots && gains_from_width(gate) && wide_kernels_in_use &&
            (gate.target & (gate.target - 1)) == 0 && gate.controls.can_hold(n);
