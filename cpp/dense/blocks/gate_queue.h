@@ -24,8 +24,8 @@ class SharedWork;
 /// `settle` runs. Acting allocates nothing and cannot fail.
 class GateQueue {
   public:
-    /// A smaller register stays in the second-level cache, where waiting gains nothing.
-    static constexpr unsigned long fewest_qubits = 17;
+    /// A smaller register is one tile, so its gates would share neither a pass nor the threads.
+    static constexpr unsigned long fewest_qubits = 14;
 
     /// Whether a register's gates can wait at all: it may have at most 64 blocks.
     static bool can_hold(unsigned long num_qubits, unsigned long num_block_qubits);

@@ -1,6 +1,6 @@
 """Gates of a large register wait for their arithmetic; nothing that Python can see depends on it.
 
-Gates wait from 17 qubits on. A register of more than 64 blocks lets none wait, so it serves as the
+Gates wait from 14 qubits on. A register of more than 64 blocks lets none wait, so it serves as the
 reference for gates that act at once.
 """
 
