@@ -5,7 +5,6 @@ The processor beside this one is emulated by qemu and has no 512-bit registers.
 
 import os
 import random
-import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -25,15 +24,9 @@ from support.dense import (
     reset,
     to_array,
 )
+from support.emulator import EMULATOR, needs_emulator
 
-EMULATOR = shutil.which("qemu-x86_64")
-pytestmark = [
-    pytest.mark.skipif(EMULATOR is None, reason="needs qemu-x86_64 of package qemu-user"),
-    pytest.mark.skipif(
-        "asan" in os.environ.get("LD_PRELOAD", ""),
-        reason="the address sanitizer's memory map does not fit into the emulated one",
-    ),
-]
+pytestmark = needs_emulator
 
 # Runs program k on state k, with the arrays of one file, and stores the new states in another.
 EMULATED = """
@@ -60,7 +53,6 @@ SHAPES = [(1, 0), (2, 0), (3, 0), (4, 2), (5, 0), (6, 3), (8, 0), (9, 4), (11, 0
 
 
 def run_emulated(folder: Path, arrays: dict[str, np.ndarray]) -> dict[str, Vector]:
-    assert EMULATOR is not None
     given, new = folder / "given.npz", folder / "new.npz"
     np.savez(given, **arrays)  # type: ignore[arg-type]  # the stubs see `allow_pickle` in a name
     command = [EMULATOR, "-cpu", "Haswell", sys.executable, "-c", EMULATED, str(given), str(new)]

@@ -4,7 +4,6 @@ The tests emulate such processors with qemu, which stops a program at a missing 
 """
 
 import os
-import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -23,19 +22,11 @@ else:
 
 REFUSAL = "_lib_nb_sim needs a processor with AVX, FMA and POPCNT; this one is without{}\n"
 
-EMULATOR = shutil.which("qemu-x86_64")
-pytestmark = [
-    pytest.mark.skipif(EMULATOR is None, reason="needs qemu-x86_64 of package qemu-user"),
-    pytest.mark.skipif(
-        "asan" in os.environ.get("LD_PRELOAD", ""),
-        reason="the address sanitizer's memory map does not fit into the emulated one",
-    ),
-]
+pytestmark = needs_emulator
 
 
 def load_on(processor: str, folder: Path) -> subprocess.CompletedProcess[str]:
     """Imports the engine on a processor of qemu. A fake NumPy prints when it is imported."""
-    assert EMULATOR is not None
     numpy = folder / "numpy"
     if not numpy.exists():
         numpy.mkdir()
