@@ -7,6 +7,8 @@
 
 #include "dense/blocks/core_block.h"
 #include "dense/blocks/kernels/contents.h"
+#include "dense/blocks/kernels/phases.h"
+#include "dense/blocks/kernels/width.h"
 #include "dense/blocks/store.h"
 
 namespace Nimbrel {
@@ -108,19 +110,21 @@ void CoreBlock::op_complex2x2_worker(unsigned long target_mask, SlotCondition co
                    .matrix = &matrix.entries});
 }
 
+// The matrix tells its kind.
 void CoreBlock::op_real2x2_worker(unsigned long target_mask, SlotCondition condition,
                                   const GateMatrix& matrix) {
-    run_pair_gate({.kind = matrix.kind,
-                   .target = target_mask,
-                   .controls = condition,
-                   .matrix = &matrix.entries});
+    op_complex2x2_worker(target_mask, condition, matrix);
 }
 
 void CoreBlock::op_cphase_worker(SlotCondition condition, double im, double re) {
     lock_memory(true, nullptr);
-    const MatrixEntries factor{{{}, {}, {}, {re, im}}};
-    apply_gate({.kind = GateKind::phase, .controls = condition, .matrix = &factor}, block_data,
-               nullptr, num_terms);
+    if (num_terms < fewest_wide_slots) {
+        multiply_slots(block_data, num_terms, condition, {re, im});  // soonest on a few qubits
+    } else {
+        const MatrixEntries factor{{{}, {}, {}, {re, im}}};
+        apply_gate({.kind = GateKind::phase, .controls = condition, .matrix = &factor}, block_data,
+                   nullptr, num_terms);
+    }
     unlock(true, nullptr);
 }
 

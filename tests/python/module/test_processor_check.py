@@ -11,6 +11,8 @@ from pathlib import Path
 import _lib_nb_sim
 import pytest
 
+from support.emulator import EMULATOR, needs_emulator
+
 LOAD = """
 try:
     import _lib_nb_sim
