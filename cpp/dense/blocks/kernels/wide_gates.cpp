@@ -47,8 +47,8 @@ struct RealMatrix {
         : m00(all(m[0].re)), m01(all(m[1].re)), m10(all(m[2].re)), m11(all(m[3].re)) {}
     NIMBREL_INLINE void apply(Lanes& x, Lanes& y) const {
         const Lanes old_x = x;
-        x = _mm512_fmadd_pd(m00, old_x, product(m01, y));
-        y = _mm512_fmadd_pd(old_x, m10, product(m11, y));
+        x = fused(m00, old_x, product(m01, y));
+        y = fused(old_x, m10, product(m11, y));
     }
     NIMBREL_INLINE Mask attempt(Lanes& x, Lanes& y) const {
         const Mask zero = zero_amplitudes(x, y);
@@ -122,8 +122,8 @@ NIMBREL_INLINE bool apply_op(const Op& op, Lanes& x, Lanes& y, Mask chosen) {
     }
     op.apply(x, y);
     if (chosen != all_lanes) [[unlikely]] {
-        x = _mm512_mask_blend_pd(chosen, old_x, x);
-        y = _mm512_mask_blend_pd(chosen, old_y, y);
+        x = select(chosen, x, old_x);
+        y = select(chosen, y, old_y);
     }
     return chosen != 0;
 }
@@ -153,24 +153,17 @@ template <unsigned long Target>
 struct NearPlace {
     complex_t* data;
 
-    static constexpr int to_x = Target == 1 ? 0x88 : 0x44;
-    static constexpr int to_y = Target == 1 ? 0xDD : 0xEE;
-
     NIMBREL_INLINE void load_step(unsigned long k, Lanes& x, Lanes& y) const {
-        const Lanes a = load(data + 2 * count * k);
-        const Lanes b = load(data + 2 * count * k + count);
-        x = _mm512_shuffle_f64x2(a, b, to_x);
-        y = _mm512_shuffle_f64x2(a, b, to_y);
+        complex_t* const at = data + 2 * count * k;
+        split_pairs<Target>(load(at), load(at + count), x, y);
     }
     NIMBREL_INLINE void store_step(unsigned long k, Lanes x, Lanes y) const {
-        Lanes a = _mm512_shuffle_f64x2(x, y, to_x);
-        Lanes b = _mm512_shuffle_f64x2(x, y, to_y);
-        if constexpr (Target == 1) {
-            a = _mm512_permutex2var_pd(x, _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11), y);
-            b = _mm512_permutex2var_pd(x, _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15), y);
-        }
-        store(data + 2 * count * k, a);
-        store(data + 2 * count * k + count, b);
+        complex_t* const at = data + 2 * count * k;
+        Lanes a;
+        Lanes b;
+        join_pairs<Target>(x, y, a, b);
+        store(at, a);
+        store(at + count, b);
     }
 };
 
@@ -299,7 +292,7 @@ NIMBREL_INLINE void walk_slots(const WidePairs& p, const SlotOp& op) {
                  [&](unsigned long first, unsigned long length) {
                      for (unsigned long i = first; i < first + length; i += count) {
                          const Lanes x = load(data + i);
-                         store(data + i, _mm512_mask_blend_pd(chosen, x, op(x)));
+                         store(data + i, select(chosen, op(x), x));
                      }
                  });
 }
@@ -331,7 +324,7 @@ void multiply_wide(const WidePairs& slots, complex_t factor) {
 
 void flip_signs_wide(const WidePairs& slots) {
     const Lanes signs = all(-0.0);
-    walk_slots(slots, [signs](Lanes x) { return _mm512_xor_pd(x, signs); });
+    walk_slots(slots, [signs](Lanes x) { return signed_by(signs, x); });
 }
 
 }  // namespace Nimbrel

@@ -32,6 +32,48 @@ NIMBREL_INLINE Lanes alternating(double lane0, double lane1) {
 }
 NIMBREL_INLINE Lanes sum(Lanes a, Lanes b) { return _mm512_add_pd(a, b); }
 NIMBREL_INLINE Lanes product(Lanes a, Lanes b) { return _mm512_mul_pd(a, b); }
+/// a * b + c with one rounding.
+NIMBREL_INLINE Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_pd(a, b, c); }
+/// Flips the signs of the lanes in which `signs` is negative.
+NIMBREL_INLINE Lanes signed_by(Lanes signs, Lanes lanes) { return _mm512_xor_pd(lanes, signs); }
+/// `set` in the lanes of the mask, `clear` in the others.
+NIMBREL_INLINE Lanes select(Mask mask, Lanes set, Lanes clear) {
+    return _mm512_mask_blend_pd(mask, clear, set);
+}
+
+/// Amplitude i of the result is amplitude i ^ Flip.
+template <unsigned Flip>
+NIMBREL_INLINE Lanes exchanged(Lanes lanes) {
+    if constexpr (Flip == 1) return _mm512_shuffle_f64x2(lanes, lanes, 0xB1);
+    if constexpr (Flip == 2) return _mm512_shuffle_f64x2(lanes, lanes, 0x4E);
+    if constexpr (Flip == 3) return _mm512_shuffle_f64x2(lanes, lanes, 0x1B);
+    return lanes;
+}
+
+/// Sorts eight adjacent amplitudes, in a and b, into those without and those with the bit of a
+/// target of 1 or 2.
+template <unsigned long Target>
+NIMBREL_INLINE void split_pairs(Lanes a, Lanes b, Lanes& x, Lanes& y) {
+    x = _mm512_shuffle_f64x2(a, b, Target == 1 ? 0x88 : 0x44);
+    y = _mm512_shuffle_f64x2(a, b, Target == 1 ? 0xDD : 0xEE);
+}
+
+/// The reverse.
+template <unsigned long Target>
+NIMBREL_INLINE void join_pairs(Lanes x, Lanes y, Lanes& a, Lanes& b) {
+    if constexpr (Target == 1) {
+        a = _mm512_permutex2var_pd(x, _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11), y);
+        b = _mm512_permutex2var_pd(x, _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15), y);
+    } else {
+        split_pairs<Target>(x, y, a, b);
+    }
+}
+
+/// One number for each amplitude, in both of its lanes.
+NIMBREL_INLINE Lanes for_each_amplitude(const double (&numbers)[count]) {
+    return _mm512_setr_pd(numbers[0], numbers[0], numbers[1], numbers[1], numbers[2], numbers[2],
+                          numbers[3], numbers[3]);
+}
 
 /// The lanes of amplitudes that have a bit set in either register.
 NIMBREL_INLINE Mask nonzero_amplitudes(Lanes x, Lanes y) {

@@ -10,7 +10,7 @@ struct PauliPhase {
     Lanes crossed;
 
     NIMBREL_INLINE Lanes times(Lanes v) const {
-        return _mm512_fmadd_pd(v, straight, product(swapped(v), crossed));
+        return fused(v, straight, product(swapped(v), crossed));
     }
 };
 
@@ -31,20 +31,9 @@ bool odd_parity(unsigned long bits) { return (__builtin_popcountl(bits) & 1) != 
 
 /// Negative zeros in the lanes of the slots of a register that are odd under a mask of its slots.
 Lanes lane_signs(unsigned long z_mask) {
-    alignas(64) double signs[2 * count];
-    for (unsigned i = 0; i < count; ++i) {
-        signs[2 * i] = signs[2 * i + 1] = odd_parity(i & z_mask) ? -0.0 : 0.0;
-    }
-    return _mm512_load_pd(signs);
-}
-
-/// Amplitude i of the result is amplitude i ^ flip.
-template <unsigned Flip>
-NIMBREL_INLINE Lanes exchanged(Lanes lanes) {
-    if constexpr (Flip == 1) return _mm512_shuffle_f64x2(lanes, lanes, 0xB1);
-    if constexpr (Flip == 2) return _mm512_shuffle_f64x2(lanes, lanes, 0x4E);
-    if constexpr (Flip == 3) return _mm512_shuffle_f64x2(lanes, lanes, 0x1B);
-    return lanes;
+    double signs[count];
+    for (unsigned long i = 0; i < count; ++i) signs[i] = odd_parity(i & z_mask) ? -0.0 : 0.0;
+    return for_each_amplitude(signs);
 }
 
 struct Rotation {
@@ -63,7 +52,7 @@ struct Rotation {
 
     /// New amplitudes of the register at `slot`; `other` are those that P takes there.
     NIMBREL_INLINE Lanes turned(Lanes own, Lanes other, unsigned long slot, bool odd) const {
-        const Lanes part = _mm512_xor_pd(product(other, sine), signs[parity(slot, odd)]);
+        const Lanes part = signed_by(signs[parity(slot, odd)], product(other, sine));
         return sum(phase.times(part), product(own, cosine));
     }
 
@@ -74,7 +63,7 @@ struct Rotation {
                                       Mask& in_doubt) const {
         const Lanes part = product(other, sine);
         const Lanes placed =
-            _mm512_xor_pd(Swaps ? swapped(part) : part, short_signs[parity(slot, odd)]);
+            signed_by(short_signs[parity(slot, odd)], Swaps ? swapped(part) : part);
         const Lanes result = sum(placed, product(own, cosine));
         in_doubt = static_cast<Mask>(in_doubt | special_lanes(result));
         return result;
@@ -95,7 +84,7 @@ struct ProductWalk {
     NIMBREL_INLINE void step_alone(unsigned long i, Mask chosen) const {
         const Lanes u = load(here + i);
         const Lanes new_u = rotation.turned(u, exchanged<Flip>(u), i, p.odd_here);
-        store(here + i, _mm512_mask_blend_pd(chosen, u, new_u));
+        store(here + i, select(chosen, new_u, u));
     }
 
     NIMBREL_INLINE void step(unsigned long i, Mask chosen) const {
@@ -104,8 +93,8 @@ struct ProductWalk {
         const Lanes w = load(there + j);
         const Lanes new_u = rotation.turned(u, exchanged<Flip>(w), i, p.odd_here);
         const Lanes new_w = rotation.turned(w, exchanged<Flip>(u), j, p.odd_there);
-        store(here + i, _mm512_mask_blend_pd(chosen, u, new_u));
-        store(there + j, _mm512_mask_blend_pd(chosen, w, new_w));
+        store(here + i, select(chosen, new_u, u));
+        store(there + j, select(chosen, new_w, w));
     }
 
     NIMBREL_INLINE Lanes short_alone(unsigned long i, Mask& in_doubt) const {
@@ -185,13 +174,13 @@ Lanes phase_signs(unsigned exponent) {
 
 void rotate_product_wide(const WideProduct& p) {
     const Lanes even = lane_signs(p.z_mask & (count - 1));
-    const Lanes odd = _mm512_xor_pd(even, all(-0.0));
+    const Lanes odd = signed_by(all(-0.0), even);
     const Lanes phase = phase_signs(p.phase);
     const Rotation rotation{.phase = power_of_minus_i(p.phase),
                             .sine = all(p.sine),
                             .cosine = all(p.cosine),
                             .signs = {even, odd},
-                            .short_signs = {_mm512_xor_pd(even, phase), _mm512_xor_pd(odd, phase)},
+                            .short_signs = {signed_by(phase, even), signed_by(phase, odd)},
                             .swaps = p.phase % 2 != 0,
                             .z_mask = p.z_mask};
     switch (p.x_mask & (count - 1)) {
