@@ -14,7 +14,9 @@ import pytest
 
 # Every call flips qubit 16 twice, so it is 1 only within a call.
 MANY_CALLS = """
+import signal
 import nimbrel as nb
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a parent may have it ignored
 call = nb.program(nb.x(16), *[nb.h(range(16))] * 40, nb.x(16))
 with nb.Simulator("StreamQPU") as sim:
     sim.run(nb.reset(17))
