@@ -10,6 +10,7 @@
 
 #include "dense/blocks/gate_queue.h"
 #include "dense/blocks/kernels/width.h"
+#include "dense/blocks/store.h"
 #include "dense/dense_fixture.h"
 #include "support/random.h"
 
@@ -408,14 +409,21 @@ TEST_F(OneWaitingGate, LeavesEachBlockWithAPointerToItsAmplitudes) {
 }
 
 TEST_F(OneWaitingGate, IsNotKeptForAnotherRegister) {
+    QPU& qpu = *filter.qpu;
+    shape(qpu, qubits + 1, {2, false});
     let_a_gate_wait();
-    filter.qpu->memory_pinned = true;
-    filter.qpu->waits_from_qubits = 9;
-    reset(3);
-    filter.qpu->memory_pinned = false;
-    EXPECT_EQ(filter.qpu->waiting_gates, nullptr);
+    // A register with pinned memory leaves it to whoever holds it.
+    const std::unique_ptr<CoreBlockStore> store(qpu.block_store);
+    const std::unique_ptr<CoreBlock*[]> array(qpu.blocks);
+    std::vector<std::unique_ptr<CoreBlock>> blocks;
+    for (unsigned long i = 0; i < qpu.num_blocks; ++i) blocks.emplace_back(array[i]);
+    qpu.memory_pinned = true;
+    qpu.waits_from_qubits = 9;
+    shape(qpu, 3, {2, false});
+    qpu.memory_pinned = false;
+    EXPECT_EQ(qpu.waiting_gates, nullptr);
     run(OP_X, {.target_mask = 0b1});
-    EXPECT_STATE(state_of(*filter.qpu), basis(8, 1));
+    EXPECT_STATE(state_of(qpu), basis(8, 1));
 }
 
 TEST_F(OneWaitingGate, GoesOnWaitingWhileBlocksAreExchanged) {
