@@ -30,6 +30,9 @@ constexpr unsigned long lowest_bit(unsigned long mask) { return mask & (0UL - ma
 /// The mask without its lowest set bit.
 constexpr unsigned long without_lowest_bit(unsigned long mask) { return mask & (mask - 1); }
 
+/// Whether a mask has an odd number of set bits.
+constexpr bool odd_parity(unsigned long mask) { return (std::popcount(mask) & 1) != 0; }
+
 /// Calls `visit(bit)` for each set bit of the mask, from the lowest up.
 template <typename Visit>
 constexpr void for_each_bit(unsigned long mask, Visit&& visit) {

@@ -30,8 +30,7 @@ constexpr std::size_t fewest_gates_of_a_pass = 3;
 std::size_t gates_of_a_tenth_second(unsigned long num_qubits) {
     constexpr unsigned long amplitudes = 1UL << 30;
     constexpr std::size_t fewest = 2;
-    constexpr std::size_t most = 256;
-    return std::clamp<std::size_t>(amplitudes >> num_qubits, fewest, most);
+    return std::clamp<std::size_t>(amplitudes >> num_qubits, fewest, TilePass::most_gates);
 }
 
 complex_t* allocate_scratch(unsigned long amplitudes) {

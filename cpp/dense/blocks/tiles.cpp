@@ -34,8 +34,6 @@ unsigned long scatter_bits(unsigned long value, unsigned long mask) {
 // A state up to this size stays in the second-level cache.
 constexpr unsigned long second_level_qubits = 16;
 
-bool odd_parity(unsigned long bits) { return (std::popcount(bits) & 1) != 0; }
-
 constexpr unsigned long low_bits(unsigned long count) { return (1UL << count) - 1; }
 
 }  // namespace
@@ -64,7 +62,36 @@ std::size_t TilePass::prepare(const StoredState& state, std::span<const WaitingG
     piece_qubits_ = qubits_ - count_bits(slot_mask_);
     gates_.clear();
     for (const WaitingGate& gate : gates.first(count)) gates_.push_back(in_tile(gate));
+    make_steps();
     return count;
+}
+
+void TilePass::make_steps() {
+    steps_.clear();
+    register_gates_.clear();
+    for (std::size_t first = 0; first < gates_.size();) {
+        Step step{.first = first, .count = 1, .run = {}};
+        step.count = extend(step);
+        for (std::size_t i = first; i < first + step.count; ++i) {
+            register_gates_.push_back(
+                step.count == 1 ? RegisterGate{} : prepare_for_registers(gates_[i].gate, step.run));
+        }
+        steps_.push_back(step);
+        first += step.count;
+    }
+}
+
+/// How many gates from the step's first on act together, in registers if there are several.
+std::size_t TilePass::extend(Step& step) const {
+    const unsigned long size = 1UL << qubits_;
+    std::size_t end = step.first;
+    for (; end < gates_.size(); ++end) {
+        const TileGate& gate = gates_[end];
+        if (!gate.whole || !suits_registers(gate.gate, size) || !step.run.add(gate.gate)) break;
+    }
+    if (!step.run.pays()) return 1;
+    step.run.complete(size);
+    return end - step.first;
 }
 
 TilePass::TileGate TilePass::in_tile(const WaitingGate& source) const {
@@ -181,21 +208,38 @@ class TilePass::LinesAhead {
 void TilePass::run_one(complex_t* tile, unsigned long base, unsigned long next) const {
     const bool last = (next >> state_.num_qubits) != 0;
     if (last || state_.num_qubits <= second_level_qubits || !acts_on(next)) {
-        for (const TileGate& gate : gates_) apply(gate, tile, base);
+        for (const Step& step : steps_) apply_step(step, tile, base);
         return;
     }
     LinesAhead lines(*this, next);
     const unsigned long count = (1UL << qubits_) / LinesAhead::amplitudes_per_line;
-    const unsigned long share = count / gates_.size();
-    lines.fetch(count - share * (gates_.size() - 1));
-    for (const TileGate& gate : gates_) {
-        apply(gate, tile, base);
-        if (&gate != &gates_.back()) lines.fetch(share);
+    const unsigned long share = count / steps_.size();
+    lines.fetch(count - share * (steps_.size() - 1));
+    for (const Step& step : steps_) {
+        apply_step(step, tile, base);
+        if (&step != &steps_.back()) lines.fetch(share);
     }
 }
 
+void TilePass::apply_step(const Step& step, complex_t* tile, unsigned long base) const {
+    if (step.count == 1) return apply(gates_[step.first], tile, base);
+    const RegisterGate* acting[most_gates + 1];
+    unsigned long num_acting = 0;
+    bool keep_zeros = true;
+    for (std::size_t i = step.first; i < step.first + step.count; ++i) {
+        if (!acts_on(gates_[i], base)) continue;
+        acting[num_acting++] = &register_gates_[i];
+        keep_zeros = keep_zeros && register_gates_[i].keeps_zeros;
+    }
+    if (num_acting == 0) return;
+    RegisterGroups groups{
+        .slots = tile, .n = 1UL << qubits_, .distances = {}, .skips_zeros = keep_zeros};
+    std::ranges::copy(step.run.distances(), groups.distances);
+    run_in_registers(groups, acting, num_acting);
+}
+
 void TilePass::apply(const TileGate& gate, complex_t* tile, unsigned long base) const {
-    if ((base & gate.outside_mask) != gate.outside_pattern) return;
+    if (!acts_on(gate, base)) return;
     if (!gate.whole) return apply_to_pieces(gate, tile, base);
     apply_gate(gate.gate, tile, nullptr, 1UL << qubits_);
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "dense/blocks/kernels/pauli.h"
+#include "dense/blocks/kernels/register_run.h"
 #include "dense/blocks/waiting_gate.h"
 #include "support/complex.h"
 
@@ -31,9 +32,14 @@ bool fits_a_tile(const WaitingGate& gate, unsigned long num_block_qubits,
 /// Several gates, prepared for one pass over the state.
 class TilePass {
   public:
-    /// Makes room for passes of up to `most_gates`, so that none allocates.
-    TilePass(std::size_t most_gates, unsigned long tile_qubits) : tile_qubits_(tile_qubits) {
-        gates_.reserve(most_gates);
+    /// Most gates of a pass.
+    static constexpr std::size_t most_gates = 256;
+
+    /// Makes room for passes of up to `num_gates`, so that none allocates.
+    TilePass(std::size_t num_gates, unsigned long tile_qubits) : tile_qubits_(tile_qubits) {
+        gates_.reserve(num_gates);
+        register_gates_.reserve(num_gates);
+        steps_.reserve(num_gates);
     }
 
     /// Prepares a pass for as many of the gates, from the first on, as one tile mask allows, and
@@ -61,9 +67,22 @@ class TilePass {
         bool whole;                    ///< the gate is for whole tiles, else for their blocks
     };
 
+    /// Consecutive gates: one, or several that act in registers.
+    struct Step {
+        std::size_t first;
+        std::size_t count;
+        RegisterRun run;
+    };
+
     TileGate in_tile(const WaitingGate& source) const;
+    void make_steps();
+    std::size_t extend(Step& step) const;
     bool whole_tiles_do(const WaitingGate& source) const;
     bool acts_on(unsigned long base) const;
+    bool acts_on(const TileGate& gate, unsigned long base) const {
+        return (base & gate.outside_mask) == gate.outside_pattern;
+    }
+    void apply_step(const Step& step, complex_t* tile, unsigned long base) const;
     void apply(const TileGate& gate, complex_t* tile, unsigned long base) const;
     void apply_to_pieces(const TileGate& gate, complex_t* tile, unsigned long base) const;
     void rotate(const TileGate& gate, complex_t* here, complex_t* there, unsigned long base,
@@ -81,6 +100,8 @@ class TilePass {
     unsigned long piece_qubits_ = 0;  ///< bits of the mask inside a block
     unsigned long slot_mask_ = 0;     ///< the mask's bits of the store slot
     std::vector<TileGate> gates_;
+    std::vector<RegisterGate> register_gates_;  ///< of the same gates, where they act in registers
+    std::vector<Step> steps_;
 };
 
 }  // namespace Nimbrel

@@ -24,6 +24,13 @@ TEST(Bits, VisitsSetBitsFromTheLowestUp) {
     for_each_bit(0, [](unsigned long) { FAIL() << "an empty mask has no bit to visit"; });
 }
 
+TEST(Bits, ParityCountsTheSetBits) {
+    EXPECT_FALSE(odd_parity(0));
+    EXPECT_TRUE(odd_parity(1UL << 63));
+    EXPECT_FALSE(odd_parity(3));
+    EXPECT_TRUE(odd_parity(7));
+}
+
 TEST(Bits, MagnitudeOfTheMostNegativeNumber) {
     EXPECT_EQ(magnitude(std::numeric_limits<long>::min()), 1UL << 63);
     EXPECT_EQ(magnitude(-5), 5UL);

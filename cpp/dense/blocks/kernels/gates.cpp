@@ -9,10 +9,6 @@
 namespace Nimbrel {
 namespace {
 
-/// One unit in the last place below the double nearest to 1/sqrt(2); results are defined by it.
-constexpr double one_over_root_two = 0x1.6a09e667f3bccp-1;
-static_assert(std::bit_cast<unsigned long>(one_over_root_two) == 0x3FE6A09E667F3BCCUL);
-
 /// NOT and CNOT. Equal amplitudes are exchanged too: comparing them costs more than the store.
 struct ExchangeOp {
     template <typename Amplitudes>

@@ -5,24 +5,19 @@
 #pragma once
 
 #include <array>
+#include <bit>
 
+#include "dense/blocks/kernels/gate_kind.h"
 #include "dense/blocks/kernels/slot_condition.h"
 #include "support/complex.h"
 #include "support/gate_matrices.h"
 
 namespace Nimbrel {
 
-enum class GateKind {
-    exchange,           ///< NOT and CNOT
-    compared_exchange,  ///< NOT without controls that reports whether any pair differed; slower
-    hadamard,
-    complex_matrix,   ///< any complex 2x2 matrix
-    diagonal_matrix,  ///< complex, zeros off the diagonal: rotations about Z
-    crossed_matrix,   ///< complex, real diagonal, imaginary off the diagonal: rotations about X, Y
-    real_matrix,      ///< any real 2x2 matrix
-    phase,            ///< multiplies the amplitudes that meet the controls by entry 3 of the matrix
-    sign_flip,        ///< Z: flips the signs of the amplitudes that meet the controls
-};
+/// The factor of a Hadamard. One unit in the last place below the double nearest to 1/sqrt(2);
+/// results are defined by it.
+inline constexpr double one_over_root_two = 0x1.6a09e667f3bccp-1;
+static_assert(std::bit_cast<unsigned long>(one_over_root_two) == 0x3FE6A09E667F3BCCUL);
 
 /// A 2x2 matrix with the kind that selects its kernel. The three complex kinds give the same bits
 /// wherever more than one fits; the special ones are faster.

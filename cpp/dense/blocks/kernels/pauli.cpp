@@ -45,8 +45,6 @@ PauliPhase power_of_minus_i(unsigned exponent) {
     }
 }
 
-bool odd_parity(unsigned long bits) { return (std::popcount(bits) & 1) != 0; }
-
 /// The signs of a block's slots: the parity of the term index under the Z mask.
 class SlotSigns {
   public:

@@ -31,6 +31,7 @@ NIMBREL_INLINE Lanes alternating(double lane0, double lane1) {
     return _mm512_setr_pd(lane0, lane1, lane0, lane1, lane0, lane1, lane0, lane1);
 }
 NIMBREL_INLINE Lanes sum(Lanes a, Lanes b) { return _mm512_add_pd(a, b); }
+NIMBREL_INLINE Lanes difference(Lanes a, Lanes b) { return _mm512_sub_pd(a, b); }
 NIMBREL_INLINE Lanes product(Lanes a, Lanes b) { return _mm512_mul_pd(a, b); }
 /// a * b + c with one rounding.
 NIMBREL_INLINE Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_pd(a, b, c); }
@@ -84,6 +85,11 @@ NIMBREL_INLINE Mask nonzero_amplitudes(Lanes x, Lanes y) {
     return static_cast<Mask>(nonzero | (nonzero >> 1 & 0x55U) | (nonzero << 1 & 0xAAU));
 }
 
+NIMBREL_INLINE bool is_zero_bits(Lanes lanes) {
+    const __m512i bits = _mm512_castpd_si512(lanes);
+    return _mm512_test_epi64_mask(bits, bits) == 0;
+}
+
 /// The lanes that are a zero, an infinity or not a number.
 NIMBREL_INLINE Mask special_lanes(Lanes lanes) {
     constexpr int quiet_nan = 0x01, zero = 0x02, minus_zero = 0x04, infinity = 0x08,
@@ -98,6 +104,7 @@ struct ComplexFactor {
 
     NIMBREL_INLINE explicit ComplexFactor(complex_t m)
         : re(all(m.re)), im(alternating(-m.im, m.im)) {}
+    NIMBREL_INLINE ComplexFactor(Lanes real, Lanes imaginary) : re(real), im(imaginary) {}
     NIMBREL_INLINE Lanes times(Lanes x) const {
         return sum(product(x, re), product(swapped(x), im));
     }
@@ -116,7 +123,8 @@ struct RegisterSlots {
     unsigned char slots[count];
 };
 
-Mask qualifying_lanes(RegisterSlots at, unsigned long mask, unsigned long pattern) {
+[[maybe_unused]] Mask qualifying_lanes(RegisterSlots at, unsigned long mask,
+                                       unsigned long pattern) {
     unsigned lanes = 0;
     for (unsigned i = 0; i < count; ++i) {
         if ((at.slots[i] & mask) == pattern) lanes |= 3U << 2 * i;
@@ -124,7 +132,7 @@ Mask qualifying_lanes(RegisterSlots at, unsigned long mask, unsigned long patter
     return static_cast<Mask>(lanes);
 }
 
-unsigned long lowest_of(unsigned long mask) { return mask & (0UL - mask); }
+[[maybe_unused]] unsigned long lowest_of(unsigned long mask) { return mask & (0UL - mask); }
 
 /// Calls `visit(first, end)` for each run of slots between the bits of `fixed`, whose bits have the
 /// values of `pattern`.
