@@ -123,12 +123,20 @@ def _excitation(outside: float) -> Maker:
     return make
 
 
-def _double_excitation(angles: Angles, bits: Bits) -> list[Row]:
-    # A rotation between 0011 and 1100, which the X records make neighbours.
-    first, second, third, fourth = bits
-    fold = Row(_X, second | third | fourth, first)
-    turn = Row(_RY, first, second | third | fourth, second, angles[0])
-    return [fold, turn, fold]
+def _double_excitation(outside: float) -> Maker:
+    # A rotation between 0011 and 1100, which the X records make neighbours; `outside` times half
+    # the angle is the phase of all other terms.
+    def make(angles: Angles, bits: Bits) -> list[Row]:
+        first, second, third, fourth = bits
+        others = second | third | fourth
+        fold = Row(_X, others, first)
+        rows = [fold, Row(_RY, first, others, second, angles[0])]
+        if outside:
+            rows.append(Row(_PHASE, 0, others, second, -outside * angles[0] / 2))
+            rows += _global_phase((-outside * angles[0] / 2,), bits)
+        return [*rows, fold]
+
+    return make
 
 
 def _global_phase(angles: Angles, bits: Bits) -> list[Row]:
@@ -175,7 +183,9 @@ MAKERS: Final[dict[Any, Maker]] = _names(
     SingleExcitation=_excitation(0.0),
     SingleExcitationPlus=_excitation(1.0),
     SingleExcitationMinus=_excitation(-1.0),
-    DoubleExcitation=_double_excitation,
+    DoubleExcitation=_double_excitation(0.0),
+    DoubleExcitationPlus=_double_excitation(1.0),
+    DoubleExcitationMinus=_double_excitation(-1.0),
     GlobalPhase=_global_phase,
     Identity=_nothing,
     Barrier=_nothing,

@@ -10,7 +10,7 @@ from nimbrel.pennylane.execution import is_shadow
 from nimbrel.pennylane.gates import MAKERS
 from nimbrel.pennylane.mixtures import can_mix
 from nimbrel.pennylane.plan import is_step
-from nimbrel.pennylane.translation import has_angles, is_native
+from nimbrel.pennylane.translation import decompose_once, has_angles, is_native
 
 DEVICE_NAME: Final = "nimbrel.qubit"
 
@@ -131,6 +131,7 @@ def device_transforms(config: Any, wires: Any) -> Any:
     pipeline.add_transform(
         checks.decompose,
         stopping_condition=accepts_operation,
+        decomposer=decompose_once,
         device_wires=wires,
         target_gates=TARGET_GATES,
         name=DEVICE_NAME,

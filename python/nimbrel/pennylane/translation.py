@@ -119,6 +119,21 @@ def expand_all(ops: Iterable[Any], places: Places) -> list[Row]:
     return rows
 
 
+def decompose_once(op: Any) -> Any:
+    """The parts of an operation that is not native.
+
+    An operation that has a matrix and no decomposition is decomposed as a unitary. A trainable
+    one is not, since its parameters would be lost.
+
+    Raises:
+        pennylane.operation.DecompositionUndefinedError: If there is neither.
+    """
+    constant = not any(qml.math.requires_grad(value) for value in op.data)
+    if op.has_decomposition or not (constant and op.has_matrix):
+        return op.decomposition()
+    return [qml.QubitUnitary(op.matrix(), wires=op.wires)]
+
+
 def decomposed(ops: Iterable[Any]) -> list[Any]:
     """Decompose operations until all are native.
 
@@ -132,5 +147,5 @@ def decomposed(ops: Iterable[Any]) -> list[Any]:
     native: list[Any] = []
     with qml.QueuingManager.stop_recording():
         for op in ops:
-            native += [op] if is_native(op) else decomposed(op.decomposition())
+            native += [op] if is_native(op) else decomposed(decompose_once(op))
     return native
