@@ -139,18 +139,13 @@ def _double_excitation(outside: float) -> Maker:
     return make
 
 
-def _global_phase(angles: Angles, bits: Bits) -> list[Row]:
-    # exp(-i angle) on every term: a phase on the terms where the qubit is 1, less the rotation
-    # about Z that would make the phases of 0 and 1 opposite.
-    bit = bits[0]
-    return [Row(_PHASE, bit, angle=-2 * angles[0]), Row(_RZ, bit, angle=2 * angles[0])]
+def _global_phase(angles: Angles, _: Bits) -> list[Row]:
+    return [Row(_PHASE, 0, angle=-angles[0])]
 
 
 def _names(**makers: Maker) -> dict[Any, Maker]:
     return {getattr(qml, name): maker for name, maker in makers.items()}
 
-
-GLOBAL_PHASE: Final[Any] = qml.GlobalPhase
 
 MAKERS: Final[dict[Any, Maker]] = _names(
     PauliX=_fixed(Opcode.X),

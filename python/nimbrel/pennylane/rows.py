@@ -8,6 +8,7 @@ from collections.abc import Iterable, Sequence
 from typing import Final, NamedTuple
 
 import numpy as np
+import numpy.typing as npt
 
 from nimbrel.opcodes import Opcode
 from nimbrel.records import QPU_OP, RecordArray
@@ -17,7 +18,8 @@ class Row(NamedTuple):
     """A gate's record. Words that are not here are 0.
 
     For a Pauli product rotation, `targets` is the X mask, `conds` the Z mask and `read_flag` the
-    mask of the controls, as in the record.
+    mask of the controls, as in the record. A phase without targets and controls is a phase of the
+    whole state, for which there is no record: `pack_rows` writes two.
     """
 
     opcode: int
@@ -57,7 +59,16 @@ def pack_rows(rows: Sequence[Row]) -> RecordArray:
     if rows:
         for name, column in zip(_COLUMNS, zip(*rows, strict=True), strict=True):
             records[name] = column
-    return records
+    overall = (records["target_mask"] | records["cond_mask"]) == 0
+    return _with_overall_phase(records, overall) if overall.any() else records
+
+
+def _with_overall_phase(records: RecordArray, overall: npt.NDArray[np.bool_]) -> RecordArray:
+    # A phase of qubit 0, less the rotation about Z by the same angle, is half that angle for both
+    # values of the qubit.
+    angle = 2 * float(records["angle"][overall].sum())
+    pair = [Row(int(Opcode.PHASE), 1, angle=angle), Row(int(Opcode.RZ), 1, angle=-angle)]
+    return np.concatenate([records[~overall], pack_rows(pair)])
 
 
 def is_angled(row: Row) -> bool:

@@ -6,7 +6,7 @@ from typing import Any, Final, TypeAlias
 
 from nimbrel.opcodes import Opcode
 from nimbrel.pennylane._framework import qml
-from nimbrel.pennylane.gates import GLOBAL_PHASE, MAKERS, Maker, pauli_rotation
+from nimbrel.pennylane.gates import MAKERS, Maker, pauli_rotation
 from nimbrel.pennylane.rows import Row, controlled_rows, inverse_rows
 from nimbrel.pennylane.unitaries import unitary_rows
 
@@ -24,13 +24,6 @@ def _expander(maker: Maker) -> Expander:
         return maker(angles, [places[wire] for wire in op.wires])
 
     return expand
-
-
-def _global_phase(op: Any, places: Places, angles: Sequence[float] | None) -> list[Row]:
-    if angles is None:
-        angles = [math.degrees(op.data[0])]
-    # The gate may have no wire; every qubit serves.
-    return MAKERS[GLOBAL_PHASE](angles, (1,))
 
 
 def _pauli_rotation(op: Any, places: Places, angles: Sequence[float] | None) -> list[Row]:
@@ -53,9 +46,6 @@ def _controlled(op: Any, places: Places, angles: Sequence[float] | None) -> list
         controls |= places[wire]
         if not value:
             zeros |= places[wire]
-    if type(op.base) is GLOBAL_PHASE:
-        angle = math.degrees(op.base.data[0]) if angles is None else angles[0]
-        return [Row(int(Opcode.PHASE), 0, controls, zeros, -angle)]
     return controlled_rows(expand(op.base, places, angles), controls, zeros)
 
 
@@ -65,7 +55,6 @@ def _cnot(op: Any, places: Places, _: Sequence[float] | None) -> list[Row]:
 
 _EXPANDERS: Final[dict[Any, Expander]] = {
     **{kind: _expander(maker) for kind, maker in MAKERS.items()},
-    GLOBAL_PHASE: _global_phase,
     qml.PauliRot: _pauli_rotation,
     qml.QubitUnitary: _unitary,
     qml.CNOT: _cnot,
