@@ -22,18 +22,20 @@ CREATED := $(VENV)/.created
 INSTALLED := $(VENV)/.installed
 TEST_TOOLS := $(VENV)/.test-tools
 DEV_TOOLS := $(VENV)/.dev-tools
+FRAMEWORKS := $(VENV)/.frameworks
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
-.PHONY: help demo install test test-native test-python test-numpy check format sanitize
-.PHONY: sanitize-address sanitize-thread bench gtest clean
+.PHONY: help demo install test test-native test-python test-numpy test-frameworks check format
+.PHONY: sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
 	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
+	@echo "make test-frameworks  the doors to other frameworks, with the frameworks' own tests"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
@@ -60,6 +62,10 @@ test-native: $(TEST_TOOLS) gtest
 # All tests, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
 	$(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
+
+# The doors to other frameworks, with the frameworks' own tests of devices.
+test-frameworks: $(FRAMEWORKS)
+	$(VENV_PYTHON) -m pytest -q -m "slow or not slow" tests/python/frameworks
 
 # The tests of arrays, under each older NumPy that is served.
 test-numpy: $(WHEEL)
@@ -139,6 +145,10 @@ $(TEST_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[dev]"
+	@touch $@
+
+$(FRAMEWORKS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

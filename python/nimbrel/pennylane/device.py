@@ -13,7 +13,11 @@ from nimbrel.dense import DenseSimulator
 from nimbrel.pennylane._framework import qml
 from nimbrel.pennylane.adjoint import AdjointRun
 from nimbrel.pennylane.execution import FILL_SHOTS, execute
-from nimbrel.pennylane.preprocess import DEVICE_NAME, device_transforms
+from nimbrel.pennylane.preprocess import (
+    DEVICE_NAME,
+    device_transforms,
+    takes_adjoint_directly,
+)
 from nimbrel.pennylane.register import Register
 
 _MCM_METHODS = ("deferred", "tree-traversal")
@@ -98,7 +102,7 @@ class NimbrelQubit(qml.devices.Device):  # type: ignore[misc] # PennyLane has no
             return True
         if execution_config.gradient_method not in ("adjoint", "best"):
             return False
-        return circuit is None or self._takes_adjoint(circuit)
+        return circuit is None or self._takes_adjoint(circuit, execution_config)
 
     def supports_vjp(self, execution_config: Any = None, circuit: Any = None) -> bool:
         """Whether the device has the vector-Jacobian products of a circuit."""
@@ -145,8 +149,10 @@ class NimbrelQubit(qml.devices.Device):  # type: ignore[misc] # PennyLane has no
         results = self.execute(circuits, execution_config)
         return results, self.compute_vjp(circuits, cotangents, execution_config)
 
-    def _takes_adjoint(self, circuit: Any) -> bool:
-        config = qml.devices.ExecutionConfig(gradient_method="adjoint")
+    def _takes_adjoint(self, circuit: Any, config: Any) -> bool:
+        if takes_adjoint_directly(circuit, self.wires):
+            return True
+        config = replace(config, gradient_method="adjoint")
         try:
             config = self.setup_execution_config(config, circuit)
             self.preprocess_transforms(config)((circuit,))
@@ -195,10 +201,13 @@ def _jacobian(run: AdjointRun, circuit: Any) -> Any:
 
 
 def _vjp(run: AdjointRun, circuit: Any, cotangents: Any) -> Any:
-    weights = np.atleast_1d(np.asarray(qml.math.toarray(qml.math.stack(cotangents))
-        if isinstance(cotangents, (tuple, list)) else cotangents))
     observables = [process.obs for process in circuit.measurements]
-    return tuple(run.gradient(run.weighted_image(list(weights), observables)))
+    weights = np.array(cotangents, dtype=float).reshape(len(observables), -1)
+    gradients = [
+        run.gradient(run.weighted_image(list(column), observables)) for column in weights.T
+    ]
+    batched = np.ndim(cotangents) > int(len(observables) > 1)
+    return tuple(np.stack(gradients, axis=1)) if batched else tuple(gradients[0])
 
 
 def _values_and_jacobian(register: Register, circuit: Any, wires: Any) -> tuple[Any, Any]:

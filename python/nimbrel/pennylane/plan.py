@@ -146,7 +146,7 @@ def _project(op: Any, places: Places) -> Project:
 
 _SPECIAL = {
     qml.ops.MidMeasure: _measure,
-    qml.Projector: _project,
+    qml.ops.qubit.BasisStateProjector: _project,
     qml.ops.op_math.Conditional: _conditional,
 }
 

@@ -44,8 +44,26 @@ def accepts_for_adjoint(op: Any) -> bool:
     return is_native(op) and has_angles(op)
 
 
+def takes_adjoint_directly(circuit: Any, wires: Any) -> bool:
+    """Whether the adjoint method takes a circuit as it is, without a decomposition.
+
+    PennyLane asks before every execution, and the transforms would answer at several times the
+    cost.
+    """
+    if circuit.shots or circuit.num_preps or not all(map(accepts_for_adjoint, circuit.operations)):
+        return False
+    if wires is not None and not set(circuit.wires) <= set(wires):
+        return False
+    return all(
+        isinstance(process, qml.measurements.ExpectationMP)
+        and process.obs is not None
+        and _has_matrix(process.obs)
+        for process in circuit.measurements
+    )
+
+
 def _has_matrix(obs: Any) -> bool:
-    if isinstance(obs, (qml.ops.CompositeOp,)):
+    if isinstance(obs, qml.ops.CompositeOp):
         return all(_has_matrix(part) for part in obs.operands)
     return bool(obs.pauli_rep is not None or obs.has_matrix or obs.has_sparse_matrix)
 

@@ -4,11 +4,16 @@ import math
 from collections.abc import Callable, Iterable, Mapping, Sequence
 from typing import Any, Final, TypeAlias
 
+import numpy as np
+
 from nimbrel.opcodes import Opcode
 from nimbrel.pennylane._framework import qml
 from nimbrel.pennylane.gates import MAKERS, Maker, pauli_rotation
 from nimbrel.pennylane.rows import Row, controlled_rows, inverse_rows
 from nimbrel.pennylane.unitaries import unitary_rows
+
+UNITARY_TOLERANCE: Final = 1e-6
+"""How far the product of a matrix and its adjoint may be from the identity."""
 
 Places: TypeAlias = Mapping[Any, int]
 """The bit of each wire: 1 << qubit."""
@@ -33,6 +38,7 @@ def _pauli_rotation(op: Any, places: Places, angles: Sequence[float] | None) -> 
 
 
 def _unitary(op: Any, places: Places, _: Sequence[float] | None) -> list[Row]:
+    check_unitary(op, op.data[0])
     return unitary_rows(op.data[0], places[op.wires[0]])
 
 
@@ -115,12 +121,32 @@ def decompose_once(op: Any) -> Any:
     one is not, since its parameters would be lost.
 
     Raises:
-        pennylane.operation.DecompositionUndefinedError: If there is neither.
+        pennylane.exceptions.DecompositionUndefinedError: If there is neither.
+        pennylane.exceptions.DeviceError: If the matrix is not unitary.
     """
+    if type(op) is qml.QubitUnitary:
+        check_unitary(op, op.data[0])
     constant = not any(qml.math.requires_grad(value) for value in op.data)
     if op.has_decomposition or not (constant and op.has_matrix):
         return op.decomposition()
-    return [qml.QubitUnitary(op.matrix(), wires=op.wires)]
+    matrix = op.matrix()
+    check_unitary(op, matrix)
+    return [qml.QubitUnitary(matrix, wires=op.wires)]
+
+
+def check_unitary(op: Any, matrix: Any) -> None:
+    """Refuse an operation whose matrix is not unitary: the engine has gates only.
+
+    Raises:
+        pennylane.exceptions.DeviceError: If the rows are not orthonormal up to 1e-6.
+    """
+    rows = np.asarray(qml.math.toarray(qml.math.unwrap([matrix])[0]))
+    product = rows @ np.swapaxes(rows.conj(), -1, -2)
+    if not np.allclose(product, np.eye(product.shape[-1]), rtol=0.0, atol=UNITARY_TOLERANCE):
+        raise qml.exceptions.DeviceError(
+            f"{op.name} on wires {op.wires.tolist()} is not unitary, and nimbrel.qubit runs "
+            "unitary operations only"
+        )
 
 
 def decomposed(ops: Iterable[Any]) -> list[Any]:
