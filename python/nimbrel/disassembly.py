@@ -91,7 +91,8 @@ def _operations(program: Program, start: int, stop: int) -> Iterator[_Line]:
     extensions: list[Record] = []
     for index, words in enumerate(program[start:stop].tolist(), start):
         record = Record(*words)
-        if record.opcode == Opcode.EXTEND and not _is_last(program, index, stop):
+        is_always = record.cond_flag in (0, 1)
+        if record.opcode == Opcode.EXTEND and is_always and not _is_last(program, index, stop):
             extensions.append(record)
             continue
         place = f"{index - len(extensions)}..{index}" if extensions else str(index)

@@ -25,6 +25,9 @@ _DENSE_QUBITS: Final = 12
 _SPARSER: Final = 8
 """A gate on a term takes longer than one on an amplitude, by less than 2**8."""
 _MOST_SPARSE_QUBITS: Final = 63
+_SMALL_QUBITS: Final = 20
+_SMALL: Final = _STATES * _AMPLITUDE_BYTES << _SMALL_QUBITS
+"""Bytes that every machine has, so that the system need not be asked."""
 _GIBIBYTE: Final = 2**30
 
 
@@ -92,7 +95,7 @@ def _amplitudes(
     words: Words, positions: dict[int, npt.NDArray[np.intp]], not_clifford: Objection | None
 ) -> FilterChoice:
     qubits = int(words[positions[int(Opcode.RESET)], 1].max())
-    memory = available_memory()
+    memory = _SMALL if qubits <= _SMALL_QUBITS else available_memory()
     dense_fits = Opcode.EXTEND not in positions and (
         qubits < _MOST_SPARSE_QUBITS and _STATES * _AMPLITUDE_BYTES << qubits <= memory
     )
