@@ -55,7 +55,7 @@ def pauli_sums(observable: Observable, num_qubits: int) -> tuple[list[PauliSum],
         ValueError: If a label has another letter than I, X, Y and Z, or names a qubit outside the
             register.
     """
-    if isinstance(observable, list) and not all(_is_term(entry) for entry in observable):
+    if isinstance(observable, list) and not any(_is_term(entry) for entry in observable):
         return [_pauli_sum(entry, num_qubits) for entry in observable], True
     return [_pauli_sum(observable, num_qubits)], False
 

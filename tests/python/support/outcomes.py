@@ -30,6 +30,6 @@ def assert_distributed(samples: nb.Samples, probabilities: dict[str, float]) -> 
     assert sum(counts.values()) == shots
     assert set(counts) <= set(probabilities), (counts, probabilities)
     for outcome, probability in probabilities.items():
-        spread = SIGMAS * math.sqrt(shots * probability * (1 - probability)) + 1e-6 * shots
+        spread = SIGMAS * math.sqrt(shots * probability * max(1 - probability, 0)) + 1e-6 * shots
         got = counts.get(outcome, 0)
         assert abs(got - shots * probability) <= spread, (outcome, got, shots * probability)
