@@ -161,17 +161,15 @@ class AdjointRun:
             self._register.load(self._parts.initial)
         self._register.run(pack_rows(self._parts.rows))
 
-    def expectation(self, obs: Any) -> np.float64:
+    def expectation(self, obs: Any) -> float:
         """The expectation value of an observable. Call it before the register is changed."""
         terms = pauli_terms(obs, self._parts.places)
         if terms is not None:
-            return np.float64(pauli_expectation(self._register, terms, self._register.norm()))
+            return pauli_expectation(self._register, terms, self._register.norm())
         image = multiply(self._final, obs, self._parts.wires)
-        return np.float64(np.vdot(self._final, image).real)
+        return float(np.vdot(self._final, image).real)
 
-    def weighted_image(
-        self, weights: Sequence[float], observables: Sequence[Any]
-    ) -> Amplitudes:
+    def weighted_image(self, weights: Sequence[float], observables: Sequence[Any]) -> Amplitudes:
         """The sum of the observables times the weights, applied to the final state.
 
         Leaves another state in the register.
@@ -216,7 +214,7 @@ class AdjointRun:
         norm = self._register.norm()
         pending: list[Row] = []
         touched = 0
-        for row, slopes in zip(reversed(self._parts.rows), reversed(self._parts.slopes)):
+        for row, slopes in zip(self._parts.rows[::-1], self._parts.slopes[::-1], strict=True):
             own = support(row)
             if slopes:
                 # A generator commutes with pending records that share no qubit with it.

@@ -36,7 +36,7 @@ class FinalState:
         if not self._valid:
             return process.process_state(np.full_like(self.amplitudes(), np.nan), self._plan.wires)
         if isinstance(process, qml.measurements.ExpectationMP) and process.obs is not None:
-            return self._expectation(process.obs)
+            return np.float64(self._expectation(process.obs))
         if isinstance(process, qml.measurements.VarianceMP) and process.obs is not None:
             terms = pauli_terms(process.obs, self._plan.places)
             if terms is not None and len(terms) == 1 and not terms[0].is_identity:
@@ -59,12 +59,12 @@ class FinalState:
     def _pauli(self, terms: Any) -> float:
         return pauli_expectation(self._register, terms, self.norm())
 
-    def _expectation(self, obs: Any) -> np.float64:
+    def _expectation(self, obs: Any) -> float:
         terms = pauli_terms(obs, self._plan.places)
         if terms is not None:
-            return np.float64(self._pauli(terms))
+            return self._pauli(terms)
         state = self.amplitudes()
-        return np.float64(np.vdot(state, multiply(state, obs, self._plan.wires)).real)
+        return float(np.vdot(state, multiply(state, obs, self._plan.wires)).real)
 
     def _rotated(self, process: Any) -> Amplitudes:
         with qml.QueuingManager.stop_recording():

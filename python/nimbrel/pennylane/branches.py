@@ -16,7 +16,7 @@ import numpy as np
 
 from nimbrel.amplitudes import Amplitudes
 from nimbrel.pennylane.outcomes import value_of
-from nimbrel.pennylane.plan import Measure, Plan, Project, Run, RunIf
+from nimbrel.pennylane.plan import Measure, Plan, Project, Run
 from nimbrel.pennylane.register import Register
 
 _NOTHING = 1e-15

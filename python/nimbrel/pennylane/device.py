@@ -48,14 +48,14 @@ class NimbrelQubit(qml.devices.Device):  # type: ignore[misc] # PennyLane has no
         wires: Any = None,
         shots: Any = None,
         seed: Any = "global",
-        **params: int,
+        **params: Any,
     ) -> None:
         super().__init__(wires=wires, shots=shots)
-        if isinstance(seed, str) and seed == "global":
-            seed = np.random.randint(2**31)  # noqa: NPY002 - PennyLane's users seed this generator
-        self._rng = np.random.default_rng(seed)
+        # PennyLane's users seed NumPy's old generator.
+        start: Any = np.random.randint(2**31) if seed == "global" else seed  # noqa: NPY002
+        self._rng = np.random.default_rng(start)
         self._params = params
-        with DenseSimulator(**params):
+        with self._register():
             pass  # reports a wrong parameter now and not at the first circuit
 
     @property
@@ -212,7 +212,7 @@ def _vjp(run: AdjointRun, circuit: Any, cotangents: Any) -> Any:
 
 def _values_and_jacobian(register: Register, circuit: Any, wires: Any) -> tuple[Any, Any]:
     run = AdjointRun(register, circuit, wires)
-    values = [run.expectation(process.obs) for process in circuit.measurements]
+    values = [np.float64(run.expectation(process.obs)) for process in circuit.measurements]
     return _unwrapped(values), _jacobian(run, circuit)
 
 

@@ -55,8 +55,8 @@ def exact_results(register: Register, circuit: Any, plan: Plan) -> list[Any]:
         for branch in leaves(register, plan, 1.0, split_exactly):
             mixture.add(branch, FinalState(register, plan))
         return mixture.results()
-    branch = next(leaves(register, plan, 1.0, split_exactly), None)
-    final = FinalState(register, plan, valid=branch is not None)
+    end = next(leaves(register, plan, 1.0, split_exactly), None)
+    final = FinalState(register, plan, valid=end is not None)
     return [final.measure(process) for process in circuit.measurements]
 
 

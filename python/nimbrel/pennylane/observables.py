@@ -96,7 +96,8 @@ def multiply(state: Amplitudes, obs: Any, wires: Any) -> Amplitudes:
             coefficient * multiply(state, term, wires)
             for coefficient, term in zip(coefficients, terms, strict=True)
         )
-        return np.sum(list(products), axis=0)
+        total: Amplitudes = np.sum(list(products), axis=0)
+        return total
     if not obs.wires:
         return np.asarray(state * complex(qml.math.squeeze(obs.matrix())[0, 0]))
     if len(obs.wires) > _MATRIX_WIRES or not obs.has_matrix:
@@ -109,4 +110,6 @@ def _contract(state: Amplitudes, matrix: Amplitudes, targets: Any, wires: Any) -
     axes = [wires.index(wire) for wire in targets]
     tensor = np.moveaxis(state.reshape((2,) * len(wires)), axes, range(len(axes)))
     product = (matrix @ tensor.reshape(len(matrix), -1)).reshape(tensor.shape)
-    return np.ascontiguousarray(np.moveaxis(product, range(len(axes)), axes)).reshape(-1)
+    moved = np.moveaxis(product, range(len(axes)), axes)
+    flat: Amplitudes = np.ascontiguousarray(moved).reshape(-1)
+    return flat

@@ -67,9 +67,7 @@ def _combinations(values: Sequence[Any]) -> list[tuple[Any, ...]]:
     return list(product(*(value.branches.values() for value in values)))
 
 
-def _probabilities(
-    values: Sequence[Any], samples: npt.NDArray[Any]
-) -> npt.NDArray[np.float64]:
+def _probabilities(values: Sequence[Any], samples: npt.NDArray[Any]) -> npt.NDArray[np.float64]:
     hits = [np.count_nonzero((samples == row).all(axis=1)) for row in _combinations(values)]
     return np.array(hits) / len(samples)
 
@@ -80,9 +78,7 @@ def _counts(process: Any, values: Sequence[Any], samples: npt.NDArray[Any]) -> d
             return "".join(str(int(entry)) for entry in row)
         return float(row[0])
 
-    counts = (
-        {key(row): 0 for row in _combinations(values)} if process.all_outcomes else {}
-    )
+    counts = {key(row): 0 for row in _combinations(values)} if process.all_outcomes else {}
     rows, numbers = np.unique(samples, axis=0, return_counts=True)
     for row, number in zip(rows.tolist(), numbers.tolist(), strict=True):
         counts[key(row)] = counts.get(key(row), 0) + number

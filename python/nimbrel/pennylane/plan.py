@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from dataclasses import dataclass
 from typing import Any, TypeAlias
 
@@ -144,7 +144,7 @@ def _project(op: Any, places: Places) -> Project:
     return Project(sum(kept), sum(bits))
 
 
-_SPECIAL = {
+_SPECIAL: dict[Any, Callable[[Any, Places], Step]] = {
     qml.ops.MidMeasure: _measure,
     qml.ops.qubit.BasisStateProjector: _project,
     qml.ops.op_math.Conditional: _conditional,

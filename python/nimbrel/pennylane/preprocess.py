@@ -112,15 +112,13 @@ def _unchanged(results: Any) -> Any:
     return results[0]
 
 
-@qml.transform
-def validate_branches(tape: Any) -> Any:
+def _validate_branches(tape: Any) -> Any:
     """Refuse measurement processes that have no sum over the branches of a circuit."""
     _mixes_or_draws(tape)
     return (tape,), _unchanged
 
 
-@qml.transform
-def validate_expectations(tape: Any) -> Any:
+def _validate_expectations(tape: Any) -> Any:
     """Refuse measurement processes other than expectation values of observables."""
     for process in tape.measurements:
         if not isinstance(process, qml.measurements.ExpectationMP) or process.obs is None:
@@ -129,6 +127,10 @@ def validate_expectations(tape: Any) -> Any:
                 f"only, not {process}; use diff_method='parameter-shift'"
             )
     return (tape,), _unchanged
+
+
+validate_branches: Any = qml.transform(_validate_branches)
+validate_expectations: Any = qml.transform(_validate_expectations)
 
 
 def device_transforms(config: Any, wires: Any) -> Any:

@@ -40,9 +40,7 @@ _INVERSE_PAIRS: Final = (
     (Opcode.ROOTY, Opcode.ROOTY_INV),
 )
 _INVERSE: Final = {
-    int(opcode): int(other)
-    for pair in _INVERSE_PAIRS
-    for opcode, other in (pair, pair[::-1])
+    int(opcode): int(other) for pair in _INVERSE_PAIRS for opcode, other in (pair, pair[::-1])
 }
 
 

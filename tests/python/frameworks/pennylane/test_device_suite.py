@@ -19,8 +19,8 @@ suite: Any = pytest.importorskip("pennylane.devices.tests")
 FAST = ["test_properties.py", "test_wires.py", "test_return_system.py", "test_tracker.py"]
 SHOTS = [None, 20_000]
 
-# Backpropagation differentiates a simulator that is written in the user's framework. PennyLane's own
-# device is; every compiled one skips these cases.
+# Backpropagation differentiates a simulator that is written in the user's framework. PennyLane's
+# own device is; every compiled one skips these cases.
 OWN_REASONS = {"device does not support diff_method"}
 
 

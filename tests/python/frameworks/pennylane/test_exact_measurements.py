@@ -19,7 +19,7 @@ from support.pennylane_circuits import (
     seeded,
 )
 
-TIGHT = {"rtol": 0, "atol": 1e-12}
+TIGHT: Any = {"rtol": 0, "atol": 1e-12}
 
 
 def hermitian(size: int) -> Any:
@@ -29,7 +29,13 @@ def hermitian(size: int) -> Any:
 
 
 def hamiltonian() -> Any:
-    terms = [qml.X(0) @ qml.Y(1), qml.Z(3), qml.Identity(), qml.Y(2) @ qml.Y(0), qml.Z(0) @ qml.Z(1)]
+    terms = [
+        qml.X(0) @ qml.Y(1),
+        qml.Z(3),
+        qml.Identity(),
+        qml.Y(2) @ qml.Y(0),
+        qml.Z(0) @ qml.Z(1),
+    ]
     return qml.dot([0.3, -1.2, 0.8, 2.0, 0.1], terms)
 
 

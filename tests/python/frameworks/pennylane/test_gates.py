@@ -14,7 +14,7 @@ from support.pennylane_circuits import WIRES, nimbrel_device, qml, random_gate, 
 
 QUBITS = 6
 CONTROLS = (4, 5)
-TIGHT = {"rtol": 0, "atol": 1e-14}
+TIGHT: Any = {"rtol": 0, "atol": 1e-14}
 
 preprocess: Any = pytest.importorskip("nimbrel.pennylane.preprocess")
 

@@ -23,7 +23,7 @@ from support.pennylane_circuits import (
     reference_device,
 )
 
-TIGHT = {"rtol": 0, "atol": 1e-11}
+TIGHT: Any = {"rtol": 0, "atol": 1e-11}
 TURNING = [name for name in WIRES if getattr(qml, name).num_params]
 
 

@@ -128,9 +128,7 @@ def test_statistics_of_outcomes_from_shots(name: str) -> None:
     circuit = outcome_circuit(OUTCOMES[name])
     node = qml.QNode(circuit, nimbrel_device(seed=SEED))
     value = qml.set_shots(node, shots=SHOTS)()
-    np.testing.assert_allclose(
-        value, exact_reference(circuit), rtol=0, atol=5 * 3 / np.sqrt(SHOTS)
-    )
+    np.testing.assert_allclose(value, exact_reference(circuit), rtol=0, atol=5 * 3 / np.sqrt(SHOTS))
 
 
 def test_counts_of_outcomes_are_within_five_sigma() -> None:

@@ -78,9 +78,7 @@ def test_a_wire_that_the_device_lacks() -> None:
 
 
 def test_samples_without_shots() -> None:
-    text = (
-        "Measurement sample(wires=[0]) not accepted for analytic simulation on nimbrel.qubit."
-    )
+    text = "Measurement sample(wires=[0]) not accepted for analytic simulation on nimbrel.qubit."
     with pytest.raises(DeviceError, match=whole(text)):
         run(lambda: qml.sample(wires=0))
 
@@ -180,7 +178,7 @@ def test_a_parameter_of_the_engine() -> None:
 
 def test_a_device_option() -> None:
     config = qml.devices.ExecutionConfig(device_options={"threads": 2})
-    with pytest.raises(DeviceError, match="^device option threads not present on <nimbrel.qubit "):
+    with pytest.raises(DeviceError, match=r"^device option threads not present on <"):
         nimbrel_device(2).setup_execution_config(config)
 
 
@@ -194,11 +192,15 @@ def test_a_missing_framework_is_named() -> None:
         "except ImportError as error:\n"
         "    print(error)\n"
     )
-    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, check=True)
+    done = subprocess.run(
+        [sys.executable, "-c", program], capture_output=True, text=True, check=True
+    )
     assert done.stdout == "nimbrel.pennylane needs PennyLane: pip install nimbrel[pennylane]\n"
 
 
 def test_the_companion_does_not_import_the_framework() -> None:
     program = "import sys, nimbrel; print('pennylane' in sys.modules)"
-    done = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True, check=True)
+    done = subprocess.run(
+        [sys.executable, "-c", program], capture_output=True, text=True, check=True
+    )
     assert done.stdout == "False\n"

@@ -1,4 +1,4 @@
-"""Results from shots: their form is that of PennyLane's own device, their values within five sigma."""
+"""Results from shots: their form is that of PennyLane's own device, their values its own."""
 
 from __future__ import annotations
 
@@ -89,7 +89,7 @@ def test_probabilities(rng: random.Random) -> None:
     assert (abs(drawn(circuit, 3) - expected) <= five_sigma(expected * (1 - expected))).all()
 
 
-def test_counts_and_samples_agree_with_the_wires(rng: random.Random) -> None:
+def test_counts_and_samples_agree_with_the_wires() -> None:
     operations = [qml.X(1), qml.Hadamard(2), qml.CNOT([2, 0])]
     counts, samples = drawn(
         circuit_of(operations, lambda: (qml.counts(wires=[0, 1]), qml.sample(wires=[2, 0, 1]))), 3

@@ -23,7 +23,7 @@ from support.pennylane_circuits import (
     reference_device,
 )
 
-TIGHT = {"rtol": 0, "atol": 1e-12}
+TIGHT: Any = {"rtol": 0, "atol": 1e-12}
 
 
 def assert_same_state(operations: Sequence[Any], wires: Any) -> None:
