@@ -88,9 +88,7 @@ def _product(label: str, num_qubits: int) -> PauliProduct:
         raise TypeError(f"a Pauli label is a string, not {label!r}")
     if not label or set(label) - set("IXYZ"):
         raise ValueError(f"a Pauli label has the letters I, X, Y and Z, not {label!r}")
-    product = PauliProduct(
-        int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2)
-    )
+    product = PauliProduct(int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2))
     highest = (product.x_mask | product.z_mask).bit_length() - 1
     if highest >= num_qubits:
         raise ValueError(

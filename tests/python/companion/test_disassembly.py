@@ -56,7 +56,7 @@ LINES = {
 
 @pytest.mark.parametrize("line", LINES)
 def test_one_operation_is_one_line(line: str) -> None:
-    assert str(LINES[line]) == line
+    assert str(nb.program(LINES[line])) == line
 
 
 def test_the_columns_of_several_lines_are_aligned() -> None:

@@ -106,7 +106,9 @@ def test_few_terms_go_to_the_sparse_filter() -> None:
     few = [nb.h(q) for q in range(5)] + [nb.t(q) for q in range(40)]
     choice = nb.choose_filter(nb.program(nb.reset(40), *few))
     assert choice.name == SPARSE
-    assert choice.reason == "record 6 (t) is not Clifford, and the state has at most 32 of 2**40 terms"
+    assert (
+        choice.reason == "record 6 (t) is not Clifford, and the state has at most 32 of 2**40 terms"
+    )
 
 
 def test_entanglement_and_repeated_gates_do_not_raise_the_bound() -> None:
@@ -133,7 +135,9 @@ def test_a_reset_starts_the_bound_again() -> None:
 
 
 def test_no_filter_for_too_many_terms() -> None:
-    with pytest.raises(ValueError, match=r"no filter fits the program of 60 qubits: record 2 \(t\)"):
+    with pytest.raises(
+        ValueError, match=r"no filter fits the program of 60 qubits: record 2 \(t\)"
+    ):
         on(60, nb.h(range(60)), nb.t(0))
 
 
