@@ -100,7 +100,7 @@ def qulacs_tasks() -> dict[str, Build]:
 
 def qiskit_tasks() -> dict[str, Build]:
     """The tasks for Qiskit."""
-    from qiskit import QuantumCircuit
+    from qiskit import QuantumCircuit  # type: ignore[import-untyped,unused-ignore]
 
     def h(g: Gates) -> object:
         circuit = QuantumCircuit(g.num_qubits)
@@ -143,7 +143,9 @@ def state_of(built: object, num_qubits: int) -> State:
         state = QuantumState(num_qubits)
         built.update_quantum_state(state)  # type: ignore[attr-defined]
         return np.asarray(state.get_vector())
-    from qiskit.quantum_info import Statevector
+    from qiskit.quantum_info import (  # type: ignore[import-untyped,unused-ignore]
+        Statevector,
+    )
 
     return np.asarray(Statevector(built))
 

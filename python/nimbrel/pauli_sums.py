@@ -1,7 +1,7 @@
 """Observables: sums of Pauli products with coefficients."""
 
 from collections.abc import Iterable, Mapping
-from typing import Any, NamedTuple, Protocol, TypeAlias
+from typing import Any, NamedTuple, Protocol, TypeAlias, cast
 
 __all__ = ["Observable", "PauliProduct", "PauliSum", "pauli_sums"]
 
@@ -65,12 +65,12 @@ def _is_term(entry: object) -> bool:
 
 
 def _pauli_sum(terms: Terms, num_qubits: int) -> PauliSum:
+    items: Iterable[Any]
     if isinstance(terms, Mapping):
-        items: Iterable[Any] = terms.items()
-    elif hasattr(terms, "to_list"):
-        items = terms.to_list()
+        items = terms.items()
     else:
-        items = terms
+        to_list: Any = getattr(terms, "to_list", None)
+        items = to_list() if to_list is not None else cast("Iterable[Any]", terms)
     total: PauliSum = {}
     for label, coefficient in items:
         product = _product(label, num_qubits)
