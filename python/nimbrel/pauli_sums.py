@@ -1,7 +1,7 @@
 """Observables: sums of Pauli products with coefficients."""
 
 from collections.abc import Iterable, Mapping
-from typing import Any, NamedTuple, Protocol, TypeAlias
+from typing import Any, NamedTuple, Protocol, TypeAlias, cast
 
 __all__ = ["Observable", "PauliProduct", "PauliSum", "pauli_sums"]
 
@@ -65,12 +65,12 @@ def _is_term(entry: object) -> bool:
 
 
 def _pauli_sum(terms: Terms, num_qubits: int) -> PauliSum:
+    items: Iterable[Any]
     if isinstance(terms, Mapping):
-        items: Iterable[Any] = terms.items()
-    elif hasattr(terms, "to_list"):
-        items = terms.to_list()
+        items = terms.items()
     else:
-        items = terms
+        to_list: Any = getattr(terms, "to_list", None)
+        items = to_list() if to_list is not None else cast("Iterable[Any]", terms)
     total: PauliSum = {}
     for label, coefficient in items:
         product = _product(label, num_qubits)
@@ -88,9 +88,7 @@ def _product(label: str, num_qubits: int) -> PauliProduct:
         raise TypeError(f"a Pauli label is a string, not {label!r}")
     if not label or set(label) - set("IXYZ"):
         raise ValueError(f"a Pauli label has the letters I, X, Y and Z, not {label!r}")
-    product = PauliProduct(
-        int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2)
-    )
+    product = PauliProduct(int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2))
     highest = (product.x_mask | product.z_mask).bit_length() - 1
     if highest >= num_qubits:
         raise ValueError(
