@@ -35,6 +35,7 @@ MASK_QUBITS: Final = 63
 TABLEAU_QUBITS: Final = 17
 """From this width on, a Clifford circuit is written in the forms that a tableau takes."""
 
+_NOT_FINITE: Final = "an angle is not a finite number"
 _RESET: Final = int(Opcode.RESET)
 
 
@@ -50,7 +51,9 @@ class CircuitProgram:
         global_phase: The phase that the program lacks, in radians: the circuit's state is
             exp(i global_phase) times that of the program.
         back_jumps: Jumps back of while loops, in the order of their positions. A program without
-            any runs in one call; `nimbrel.qiskit.sample` runs the others.
+            any runs in one call; `SamplerV2` and `NimbrelBackend` run the others.
+        random_at: Index and name of the circuit's first operation that measures or resets a qubit,
+            so that the state is another one in every run; None if there is none.
     """
 
     program: Program
@@ -59,6 +62,7 @@ class CircuitProgram:
     stored_flags: tuple[int, ...]
     global_phase: float
     back_jumps: tuple[BackJump, ...]
+    random_at: tuple[int, str] | None
 
     def __str__(self) -> str:
         return str(self.program)
@@ -108,9 +112,8 @@ def refuse_unbound(circuit: QuantumCircuit) -> None:
             unbound = getattr(parameter, "parameters", ())
             if unbound:
                 name = min(each.name for each in unbound)
-                error = ConversionError(f"the parameter {name!r} has no value")
-                error.inside(index, instruction.name)
-                raise error
+                reason = f"the parameter {name!r} has no value"
+                raise ConversionError(reason, (index, instruction.name))
     name = min(each.name for each in circuit.parameters)
     raise ConversionError(f"the parameter {name!r} of the global phase has no value")
 
@@ -188,6 +191,7 @@ class Template:
             tuple(flag for flag in flags if flag in stored),
             0.0 if is_symbolic(phase) else float(phase),
             tuple(jumps),
+            conversion.random_at,
         )
 
     def _formed(
@@ -215,8 +219,6 @@ def _refuse_infinite(circuit: QuantumCircuit, program: Program) -> None:
     for index, instruction in enumerate(circuit.data):
         numbers = [param for param in instruction.params if isinstance(param, int | float)]
         if not np.isfinite(numbers).all():
-            error = ConversionError("an angle is not a finite number")
-            error.inside(index, instruction.name)
-            raise error
-    raise ConversionError("an angle is not a finite number")
+            raise refusal("an angle is not a finite number", (index, instruction.name))
+    raise ConversionError(_NOT_FINITE)
 

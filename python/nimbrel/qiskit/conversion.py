@@ -66,12 +66,14 @@ class Scope:
         clbits: Flag of each classical bit, those of enclosing blocks included.
         when: The conditions under which the block's operations act.
         loops: The loops around the block, innermost last.
+        is_circuit: Whether this is the whole circuit.
     """
 
     qubits: dict[Qubit, int]
     clbits: dict[Clbit, int]
     when: When = When()
     loops: tuple[Loop, ...] = ()
+    is_circuit: bool = False
 
 
 @dataclass
@@ -85,6 +87,8 @@ class Conversion:
         back_jumps: Jumps back, in the order of their positions.
         variables: Flags of each classical variable.
         merge_from: Reads before this row are not extended, because a loop begins here.
+        is_random: Whether a row measures or resets a qubit.
+        random_at: Index and name of the circuit's first operation that measures or resets.
     """
 
     flags: Flags
@@ -93,7 +97,11 @@ class Conversion:
     back_jumps: list[BackJump] = field(default_factory=list)
     variables: dict[expr.Var, Literals] = field(default_factory=dict)
     merge_from: int = 0
+    is_random: bool = False
+    random_at: tuple[int, str] | None = None
     _labels: int = 0
+    _touched: int = 0
+    _seen: int = 0
 
     def walk(self, circuit: QuantumCircuit, scope: Scope) -> None:
         """Add the rows of a circuit or a block.
@@ -114,6 +122,8 @@ class Conversion:
                         self.phase = self.phase + phase
                     continue
                 add_operation(instruction.operation, self, _place(instruction, scope))
+                if self.is_random and scope.is_circuit and self.random_at is None:
+                    self.random_at = index, instruction.name
         except ConversionError as error:
             if instruction is not None:
                 error.inside(index, instruction.name)
@@ -144,6 +154,7 @@ class Conversion:
 
     def add_read(self, qubit: int, flag: int, when: When) -> None:
         """Add a measurement of one qubit, by extending the previous record if possible."""
+        self.is_random = True
         self.flags.note_stored(flag)
         last = self.rows[-1] if len(self.rows) > self.merge_from else None
         if last is not None and last[0] == _READ and last[4] == when.flag and qubit > last[1]:
@@ -219,12 +230,12 @@ class Conversion:
         """Whether the qubits of an operation are certainly 0, since no row before has them."""
         if place.scope.loops or self.flags.conditional_depth or place.when.controls:
             return False
-        mask = sum(place.qubits)
-        return not any(
-            mask & (target | controls | (products if opcode == _PPR else 0))
-            for opcode, target, controls, _, _, products, *_ in self.rows
-            if opcode not in _WITHOUT_QUBITS
-        )
+        for opcode, target, controls, _, _, products, *_ in self.rows[self._seen :]:
+            if opcode not in _WITHOUT_QUBITS:
+                self._touched |= target | controls | (products if opcode == _PPR else 0)
+        # The last row may still be extended.
+        self._seen = max(len(self.rows) - 1, 0)
+        return not self._touched & sum(place.qubits)
 
 
 class Place(NamedTuple):
@@ -279,5 +290,6 @@ def convert(circuit: QuantumCircuit) -> Conversion:
     conversion.walk(circuit, Scope(
         {qubit: 1 << index for index, qubit in enumerate(circuit.qubits)},
         {clbit: FIRST_FLAG + index for index, clbit in enumerate(circuit.clbits)},
+        is_circuit=True,
     ))
     return conversion

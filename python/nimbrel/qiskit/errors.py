@@ -16,10 +16,10 @@ class ConversionError(ValueError):
         path: Index and name of each operation, outermost first.
     """
 
-    def __init__(self, reason: str) -> None:
-        super().__init__(reason)
+    def __init__(self, reason: str, *path: tuple[int, str]) -> None:
+        super().__init__(reason, *path)
         self.reason = reason
-        self.path: list[tuple[int, str]] = []
+        self.path = [*path]
 
     def inside(self, index: int, name: str) -> None:
         """Note the operation in which the error arose; called from the innermost outwards.

@@ -6,6 +6,7 @@ import numpy as np
 import numpy.typing as npt
 
 from nimbrel.qiskit.circuit_programs import CircuitProgram
+from nimbrel.seeding import seed as seed_engine
 from nimbrel.simulator import Simulator
 
 
@@ -35,7 +36,7 @@ def run_once(simulator: Simulator, circuit: CircuitProgram) -> None:
 
 
 def run_shots(
-    circuit: CircuitProgram, shots: int, filter_type: str
+    circuit: CircuitProgram, shots: int, filter_type: str, seed: int | None = None
 ) -> npt.NDArray[np.uint8]:
     """Run a program many times.
 
@@ -43,12 +44,15 @@ def run_shots(
         circuit: The program.
         shots: Number of runs.
         filter_type: The engine's name of the filter type.
+        seed: Seed of the engine's generator, 32 bits; None leaves it as it is.
 
     Returns:
         The classical bits of each run, packed in little bit order, shape (shots, bytes).
     """
     width = len(circuit.flags)
     outcomes = bytearray()
+    if seed is not None:
+        seed_engine(seed)
     with Simulator(filter_type) as simulator:
         for _ in range(shots):
             run_once(simulator, circuit)

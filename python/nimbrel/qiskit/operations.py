@@ -35,6 +35,7 @@ def _(operation: PauliProductMeasurement, conversion: Conversion, place: Place) 
     _refuse_controls(place)
     pauli, flag = operation.pauli(), place.clbits[0]
     xs, zs = pauli_masks(pauli.to_label().lstrip("-")[::-1], place.qubits)
+    conversion.is_random = True
     conversion.flags.note_stored(flag)
     sign = -1.0 if pauli.phase else 1.0
     conversion.rows.append((_PPM, xs, zs, sign, place.when.flag, flag, 0, 0, 0, 0, 0))
@@ -65,7 +66,9 @@ def _(operation: Store, conversion: Conversion, place: Place) -> None:
 
 def _clear(conversion: Conversion, place: Place) -> None:
     _refuse_controls(place)
-    conversion.rows.append(row(_CLEAR, sum(place.qubits), place.when))
+    if not conversion.is_untouched(place):
+        conversion.is_random = True
+        conversion.rows.append(row(_CLEAR, sum(place.qubits), place.when))
 
 
 def _refuse_controls(place: Place) -> None:

@@ -12,6 +12,8 @@ from typing import Any, Final, TypeAlias
 import numpy as np
 import numpy.typing as npt
 from qiskit.circuit import Parameter, ParameterExpression
+from qiskit.primitives.containers.estimator_pub import EstimatorPub
+from qiskit.primitives.containers.sampler_pub import SamplerPub
 
 from nimbrel.qiskit.rows import Rows
 
@@ -19,6 +21,17 @@ Floats: TypeAlias = npt.NDArray[np.float64]
 
 ANGLE: Final = 3
 """Position of the angle in a row."""
+
+
+def parameter_sets(pub: SamplerPub | EstimatorPub) -> Floats:
+    """The sets of values of a pub's parameters, in the order of `circuit.parameters`.
+
+    Returns:
+        The values, shape (sets, parameters).
+    """
+    values = pub.parameter_values
+    array = np.asarray(values.as_array(pub.circuit.parameters), dtype=np.float64)
+    return array.reshape(values.size, len(pub.circuit.parameters))
 
 
 class AngleSlots:
