@@ -202,14 +202,13 @@ def program(*parts: RecordArray) -> Program:
     Raises:
         ValueError: If a part is not a one-dimensional `QPU_OP` array.
     """
-    for part in parts:
-        # The identity comes first: comparing two structured dtypes takes microseconds.
-        try:
-            if (part.dtype is QPU_OP or part.dtype == QPU_OP) and part.ndim == 1:
-                continue
-        except AttributeError:
-            pass
-        raise ValueError("a program is made of one-dimensional arrays of dtype QPU_OP")
+    try:
+        for part in parts:
+            # The identity comes first: comparing two structured dtypes takes microseconds.
+            if (part.dtype is not QPU_OP and part.dtype != QPU_OP) or part.ndim != 1:
+                raise AttributeError
+    except AttributeError:
+        raise ValueError("a program is made of one-dimensional arrays of dtype QPU_OP") from None
     if len(parts) == 1:
         return _as_program(parts[0])
     try:
