@@ -49,16 +49,21 @@ class Flags:
         self._next = FIRST_FLAG + num_clbits
         self._stored: set[int] = set()
         self._initialised: set[int] = set()
+        self._last_variable = 0
 
     def allocate(self) -> int:
         """Return a new flag for an intermediate result, which is stored before it is read."""
+        flag = self._next
         self._next += 1
-        return self._next - 1
+        if self.conditional_depth:
+            self.note_read(flag)
+        return flag
 
     def allocate_variable(self) -> int:
         """Return a new flag that is 0 at the start of the program."""
         flag = self.allocate()
         self._initialised.add(flag)
+        self._last_variable = flag
         return flag
 
     def mark(self) -> int:
@@ -67,8 +72,7 @@ class Flags:
 
     def release(self, mark: int) -> None:
         """Let the flags that were allocated since a mark be allocated again."""
-        if not any(flag >= mark for flag in self._initialised):
-            self._next = mark
+        self._next = max(mark, self._last_variable + 1)
 
     def note_read(self, flag: int) -> None:
         """Note that an operation looks at a flag."""

@@ -34,8 +34,7 @@ def draw(
     if not circuit.stored_flags or not shots:
         return np.zeros((shots, num_bytes(len(circuit.flags))), dtype=np.uint8)
     if circuit.back_jumps:
-        name = choose_filter(circuit.program).name if filter_type == "auto" else filter_type
-        return run_shots(circuit, shots, name, seed)
+        return run_shots(circuit, shots, _filter_for_loops(circuit, filter_type, seed), seed)
     samples = sample(
         circuit.program, shots, read_flags=circuit.stored_flags, filter=filter_type, seed=seed
     )
@@ -45,6 +44,17 @@ def draw(
     bits = np.zeros((shots, len(circuit.flags)), dtype=np.uint8)
     bits[:, places] = samples.bits()
     return np.packbits(bits, axis=1, bitorder="little")
+
+
+def _filter_for_loops(circuit: CircuitProgram, filter_type: str, seed: int | None) -> str:
+    if filter_type == "auto":
+        return choose_filter(circuit.program, seedable=seed is not None).name
+    if seed is not None and filter_type == "StreamCliffordQPU":
+        raise ValueError(
+            "the circuit has while loops, so it runs once a shot; a Clifford filter cannot do this "
+            "with a seed"
+        )
+    return filter_type
 
 
 def num_bytes(bits: int) -> int:
