@@ -80,7 +80,7 @@ class NimbrelBackend(BackendV2):
         seeds = seeds_for(chosen["seed_simulator"], len(programs))
         results = []
         for circuit, program, seed in zip(circuits, programs, seeds, strict=True):
-            outcomes = draw(program, chosen["shots"], filter_type=chosen["filter"], seed=seed)
+            outcomes = draw(program, chosen["shots"], filter=chosen["filter"], seed=seed)
             data = ExperimentResultData(
                 counts=hexadecimal_counts(outcomes),
                 memory=hexadecimal(outcomes) if chosen["memory"] else None,

@@ -13,6 +13,7 @@ from qiskit.primitives.containers.estimator_pub import EstimatorPub, EstimatorPu
 
 from nimbrel import expectation
 from nimbrel.qiskit.circuit_programs import Template
+from nimbrel.qiskit.shared_filter import with_filter
 from nimbrel.qiskit.states import refuse_random
 from nimbrel.qiskit.templates import parameter_sets
 
@@ -104,12 +105,12 @@ class EstimatorV2(BaseEstimatorV2):
         set_numbers = np.arange(len(sets)).reshape(pub.parameter_values.shape)
         numbers, chosen = np.broadcast_arrays(set_numbers, pub.observables)
         values = np.zeros(numbers.shape)
-        for number, row in enumerate(sets):
+        programs = (template.program(row) for row in sets)
+        for number, (program, filter_) in enumerate(with_filter(programs, self._filter, len(sets))):
+            refuse_random(program)
             here = numbers == number
             sums = [_pauli_sum(observable) for observable in chosen[here]]
-            program = template.program(row)
-            refuse_random(program)
-            values[here] = np.real(expectation(program.program, sums, filter=self._filter))
+            values[here] = np.real(expectation(program.program, sums, filter=filter_))
         return values
 
 
