@@ -92,7 +92,7 @@ class EstimatorV2(BaseEstimatorV2):
         values = self._exact_values(pub)
         precision = pub.precision
         if precision:
-            values = rng.normal(values, precision)
+            values = np.asarray(rng.normal(values, precision))
         data = DataBin(evs=values, stds=np.full(values.shape, precision), shape=values.shape)
         return PubResult(
             data,

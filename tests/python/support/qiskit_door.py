@@ -62,9 +62,9 @@ def counts_of(circuit: QuantumCircuit, **options: Any) -> Counter[str]:
     return Counter(NimbrelBackend().run(circuit, **chosen).result().get_counts())
 
 
-def outcomes_of(circuit: QuantumCircuit, **options: Any) -> set[str]:
-    """The outcomes that occur in 50 shots."""
-    return set(counts_of(circuit, shots=50, **options))
+def outcomes_of(circuit: QuantumCircuit, shots: int = 50) -> set[str]:
+    """The outcomes that occur."""
+    return set(counts_of(circuit, shots=shots, seed_simulator=None))
 
 
 def aer_counts(circuit: QuantumCircuit, seed: int = 5) -> Counter[str]:
