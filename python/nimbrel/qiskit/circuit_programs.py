@@ -221,4 +221,3 @@ def _refuse_infinite(circuit: QuantumCircuit, program: Program) -> None:
         if not np.isfinite(numbers).all():
             raise ConversionError(_NOT_FINITE, (index, instruction.name))
     raise ConversionError(_NOT_FINITE)
-

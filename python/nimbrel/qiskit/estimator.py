@@ -129,4 +129,3 @@ def _pauli_sum(observable: Mapping[str, float]) -> dict[str, float]:
             new = label[:place] + letter + label[place + 1 :]
             terms[new] = terms.get(new, 0.0) + half
     return total
-

@@ -50,6 +50,4 @@ def observables(num_qubits: int) -> list[SparsePauliOp]:
     """Sums of products of all letters."""
     rng = np.random.default_rng(num_qubits)
     labels = ["".join(rng.choice(list("IXYZ"), num_qubits)) for _ in range(12)]
-    return [
-        SparsePauliOp(labels[k : k + 4], rng.uniform(-1, 1, 4)).simplify() for k in (0, 4, 8)
-    ]
+    return [SparsePauliOp(labels[k : k + 4], rng.uniform(-1, 1, 4)).simplify() for k in (0, 4, 8)]

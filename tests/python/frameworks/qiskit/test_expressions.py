@@ -28,11 +28,14 @@ EXPRESSIONS: dict[str, tuple[Built, Computed]] = {
     "product": (expr.mul, lambda a, b: a * b % WORD),
     "left shift": (expr.shift_left, lambda a, b: (a << b) % WORD),
     "right shift": (expr.shift_right, lambda a, b: a >> b),
-    "shift by a constant": (lambda a, b: expr.shift_left(a, 2), lambda a, b: (a << 2) % WORD),
-    "with constants": (lambda a, b: expr.add(expr.bit_and(a, 6), 3), lambda a, b: ((a & 6) + 3) % 8),
+    "shift by a constant": (lambda a, _b: expr.shift_left(a, 2), lambda a, _b: (a << 2) % WORD),
+    "with constants": (
+        lambda a, _b: expr.add(expr.bit_and(a, 6), 3),
+        lambda a, _b: ((a & 6) + 3) % 8,
+    ),
     "narrowed": (
-        lambda a, b: expr.cast(expr.cast(a, types.Uint(2)), types.Uint(3)),
-        lambda a, b: a % 4,
+        lambda a, _b: expr.cast(expr.cast(a, types.Uint(2)), types.Uint(3)),
+        lambda a, _b: a % 4,
     ),
 }
 CONDITIONS: dict[str, tuple[Built, Computed]] = {
@@ -42,13 +45,13 @@ CONDITIONS: dict[str, tuple[Built, Computed]] = {
     "less or equal": (expr.less_equal, lambda a, b: a <= b),
     "greater": (expr.greater, lambda a, b: a > b),
     "greater or equal": (expr.greater_equal, lambda a, b: a >= b),
-    "equal to a constant": (lambda a, b: expr.equal(a, 5), lambda a, b: a == 5),
-    "bit": (lambda a, b: expr.index(a, 1), lambda a, b: a >> 1 & 1),
+    "equal to a constant": (lambda a, _b: expr.equal(a, 5), lambda a, _b: a == 5),
+    "bit": (lambda a, _b: expr.index(a, 1), lambda a, _b: a >> 1 & 1),
     "bit by a word": (
         lambda a, b: expr.index(a, expr.bit_and(b, 1)),
         lambda a, b: a >> (b & 1) & 1,
     ),
-    "any bit": (lambda a, b: expr.cast(a, types.Bool()), lambda a, b: a != 0),
+    "any bit": (lambda a, _b: expr.cast(a, types.Bool()), lambda a, _b: a != 0),
     "logic": (
         lambda a, b: expr.logic_or(
             expr.logic_and(expr.less(a, 3), expr.logic_not(expr.less(b, 3))), expr.equal(a, b)
@@ -106,11 +109,11 @@ def test_a_variable_keeps_its_value_until_it_is_stored_again() -> None:
 
 
 def test_a_swap_through_one_store_each() -> None:
-    circuit, a, b = two_numbers()
+    circuit, a, _ = two_numbers()
     total = circuit.add_var("total", expr.lift(a))
     circuit.store(total, expr.bit_or(expr.shift_right(total, 1), expr.shift_left(total, 2)))
     circuit.store(circuit.cregs[2], total)
-    assert_values(circuit, lambda a, b: (a >> 1 | a << 2) % WORD)
+    assert_values(circuit, lambda a, _b: (a >> 1 | a << 2) % WORD)
 
 
 def test_a_bit_of_a_register_is_stored() -> None:

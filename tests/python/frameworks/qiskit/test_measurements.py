@@ -97,7 +97,9 @@ def test_a_reset_leaves_a_partner_mixed() -> None:
 
 
 def test_registers_are_separate_in_the_counts() -> None:
-    circuit = QuantumCircuit(QuantumRegister(3), ClassicalRegister(1, "a"), ClassicalRegister(2, "b"))
+    circuit = QuantumCircuit(
+        QuantumRegister(3), ClassicalRegister(1, "a"), ClassicalRegister(2, "b")
+    )
     circuit.x([0, 2])
     circuit.measure([0, 1, 2], [0, 1, 2])
     assert outcomes_of(circuit) == {"10 1"}

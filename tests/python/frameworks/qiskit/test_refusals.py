@@ -50,7 +50,7 @@ def test_an_instruction_in_a_block_of_a_block() -> None:
 def test_an_instruction_of_a_simulator() -> None:
     pytest.importorskip("qiskit_aer")
     circuit = QuantumCircuit(1)
-    circuit.save_statevector()  # type: ignore[attr-defined]
+    circuit.save_statevector()
     assert_refused(circuit, "operation 0 (save_statevector): it has no definition by gates")
 
 
