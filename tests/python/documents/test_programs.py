@@ -4,14 +4,16 @@ from __future__ import annotations
 
 import re
 from collections.abc import Iterator
+from pathlib import Path
 from typing import Any
 
 import pytest
 from nimbrel import RemoteSimulator
 
-from support.documents import ROOT, assert_blocks_run
+from support.documents import assert_blocks_print
 from support.service import service_of
 
+ROOT = Path(__file__).parents[3]
 DOCUMENTS = ["README.md", *sorted(f"docs/{path.name}" for path in (ROOT / "docs").glob("*.md"))]
 # The port that the README names. The machine may use it already, so the test takes a free one.
 README_PORT = 7376
@@ -41,7 +43,7 @@ def readme_service(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
 @pytest.mark.usefixtures("readme_service")
 @pytest.mark.parametrize("name", [name for name in DOCUMENTS if "```python" in text_of(name)])
 def test_blocks_run_in_order(name: str, capsys: pytest.CaptureFixture[str]) -> None:
-    assert_blocks_run(name, capsys)
+    assert_blocks_print(ROOT / name, capsys)
 
 
 @pytest.mark.parametrize("name", ["README.md", "docs/records.md"])

@@ -1,4 +1,4 @@
-"""Python blocks of documents, and what the comments beside their calls of print say."""
+"""Runs the Python blocks of documents and compares what they print with the comments beside it."""
 
 from __future__ import annotations
 
@@ -9,8 +9,6 @@ import pytest
 from sybil.document import Document
 from sybil.example import Example
 from sybil.parsers.markdown import PythonCodeBlockParser
-
-ROOT = Path(__file__).parents[3]
 
 CALL_OF_PRINT = re.compile(r"^ *print\(.*$", re.MULTILINE)
 COMMENTED_PRINT = re.compile(r"^ *print\(.*\)  # (?P<output>[^:\n]*)(: .*)?$")
@@ -27,12 +25,11 @@ def documented_output(source: str) -> str:
 
 
 def assert_prints(example: Example, capsys: pytest.CaptureFixture[str]) -> None:
-    """Run a block and compare its output with its comments."""
     example.evaluate()
     assert capsys.readouterr().out == documented_output(example.parsed)
 
 
-def assert_blocks_run(name: str, capsys: pytest.CaptureFixture[str]) -> None:
-    """Run the Python blocks of a document in order, in one namespace."""
-    for example in Document.parse(str(ROOT / name), PythonCodeBlockParser()).examples():
+def assert_blocks_print(path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    """Every Python block of a document runs, in order, and prints what its comments say."""
+    for example in Document.parse(str(path), PythonCodeBlockParser()).examples():
         assert_prints(example, capsys)
