@@ -5,7 +5,7 @@ are in degrees. An operation PHASE without targets multiplies the terms whose co
 phase; without controls too, it is the phase of the whole state.
 """
 
-from collections.abc import Sequence
+from collections.abc import Iterable, Sequence
 from typing import Final, NamedTuple
 
 import numpy as np
@@ -70,6 +70,20 @@ def inverse(calls: Sequence[GateCall]) -> list[GateCall]:
 
 def _inverse_of(call: GateCall) -> GateCall:
     return call._replace(opcode=_INVERSE.get(call.opcode, call.opcode), angle=-call.angle)
+
+
+def placed(calls: Iterable[GateCall], qubits: Sequence[int]) -> list[GateCall]:
+    """A list on the places 0, 1, ... as one on these qubits."""
+    return [
+        GateCall(
+            call.opcode,
+            call.angle,
+            tuple([qubits[place] for place in call.targets]),
+            tuple([qubits[place] for place in call.controls]),
+            tuple([qubits[place] for place in call.zeros]),
+        )
+        for call in calls
+    ]
 
 
 def controlled(

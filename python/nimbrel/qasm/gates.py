@@ -10,7 +10,7 @@ from openqasm3 import ast
 
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import known_integer, known_number
-from nimbrel.qasm.gate_calls import GateCall, controlled, inverse, power
+from nimbrel.qasm.gate_calls import GateCall, controlled, inverse, placed, power
 from nimbrel.qasm.operands import qubits_of
 from nimbrel.qasm.scope import DefinedGate, Qubits
 from nimbrel.qasm.standard_gates import StandardGate
@@ -55,20 +55,11 @@ def phase(context: Context, node: ast.QuantumPhase) -> None:
 
 def emit(context: Context, calls: Iterable[GateCall], qubits: Sequence[int]) -> None:
     """Add operations on the places 0, 1, ... of some qubits."""
-    placed = [
-        GateCall(
-            call.opcode,
-            call.angle,
-            tuple([qubits[place] for place in call.targets]),
-            tuple([qubits[place] for place in call.controls]),
-            tuple([qubits[place] for place in call.zeros]),
-        )
-        for call in calls
-    ]
+    made = placed(calls, qubits)
     if context.gate_body is not None:
-        context.gate_body += placed
+        context.gate_body += made
     else:
-        context.records.gates(placed)
+        context.records.gates(made)
 
 
 def _gate(context: Context, node: ast.QuantumGate) -> StandardGate | DefinedGate:
@@ -111,14 +102,7 @@ def _expanded(
         return gate.build(angles, places)
     if angles not in gate.expansions:
         gate.expansions[angles] = _body(context, node, gate, angles)
-    return [
-        call._replace(
-            targets=tuple(first + place for place in call.targets),
-            controls=tuple(first + place for place in call.controls),
-            zeros=tuple(first + place for place in call.zeros),
-        )
-        for call in gate.expansions[angles]
-    ]
+    return placed(gate.expansions[angles], places)
 
 
 def _body(
