@@ -66,7 +66,7 @@ def _kept(value: Value) -> Value:
 
 
 def _read(context: Context, variables: list[Variable], body: Body) -> _Branch:
-    start = len(context.records.rows)
+    start = context.records.begin_branch()
     context.branch_depth += 1
     try:
         with context.scopes.block():
@@ -135,7 +135,7 @@ def _flags_of(variable: Variable, value: Value) -> list[int] | None:
 
 
 def _with_copies(context: Context, rows: list[Row], copies: list[tuple[int, int]]) -> list[Row]:
-    start = len(context.records.rows)
+    start = context.records.begin_branch()
     context.records.rows += rows
     for value, home in copies:
         context.records.store(value, home)

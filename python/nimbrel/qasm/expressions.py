@@ -10,7 +10,7 @@ from openqasm3 import ast
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.flag_logic import constant_flags
 from nimbrel.qasm.operators import CONSTANTS, FUNCTIONS, binary, call_function, unary
-from nimbrel.qasm.scope import Extern, Qubits, Subroutine
+from nimbrel.qasm.scope import Extern, Subroutine
 from nimbrel.qasm.values import (
     Bits,
     Duration,
@@ -186,15 +186,6 @@ def _measurement(context: Context, node: ast.QuantumMeasurement) -> Value:
     return Bits(tuple(flags), "bit", qubits.is_register)
 
 
-def _concatenation(context: Context, node: ast.Concatenation) -> Value:
-    left, right = evaluate(context, node.lhs), evaluate(context, node.rhs)
-    if isinstance(left, list) and isinstance(right, list):
-        return [*left, *right]
-    if not isinstance(left, Bits) or not isinstance(right, Bits):
-        raise context.error(node, "only registers and arrays can be concatenated")
-    return Bits(left.flags + right.flags, "bit", True)
-
-
 def _index(context: Context, node: ast.IndexExpression) -> Value:
     return indexed(context, evaluate(context, node.collection), [node.index])
 
@@ -299,11 +290,8 @@ _RULES: Final[dict[type, Evaluate]] = {
     ast.Cast: _cast,
     ast.FunctionCall: _call,
     ast.QuantumMeasurement: _measurement,
-    ast.Concatenation: _concatenation,
     ast.IndexExpression: _index,
     ast.SizeOf: _size_of,
     ast.DurationLiteral: _duration,
     ast.DurationOf: _duration,
 }
-
-__all__ = ["Qubits", "evaluate", "indexed", "kind_of", "known_integer", "known_number"]

@@ -126,6 +126,9 @@ def _on_flags(name: str, a: Any, b: Any, logic: FlagLogic) -> Value:
 
 
 def _on_widened(name: str, a: Bits | int, b: Bits | int, logic: FlagLogic) -> Value:
+    if name in ("+", "-") and not (isinstance(a, Bits) and isinstance(b, Bits)):
+        # A literal is an int of any width, so the sum has room for every value.
+        a, b = (_as_signed(each) for each in (a, b))
     x, y, signed = _same_width(a, b)
     if name in ("&", "|", "^"):
         combine = {"&": logic.both, "|": logic.either, "^": logic.differ}[name]
@@ -143,6 +146,11 @@ def _on_widened(name: str, a: Bits | int, b: Bits | int, logic: FlagLogic) -> Va
         total = logic.add(x, other, FALSE if name == "+" else TRUE)
         return Bits(tuple(total), "int" if signed else "uint")
     raise ValueError(f"the operator {name} takes no value that depends on a measurement")
+
+
+def _as_signed(value: Bits | int) -> Bits:
+    width = len(value.flags) if isinstance(value, Bits) else value.bit_length()
+    return Bits(tuple(_widened(value, width + 2)), "int")
 
 
 def _compared(name: str, x: Flags, y: Flags, signed: bool, logic: FlagLogic) -> int:

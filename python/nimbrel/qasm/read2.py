@@ -112,7 +112,7 @@ class _Reader:
         condition = self._logic.all_of(
             [flag if value >> place & 1 else -flag for place, flag in enumerate(flags)]
         )
-        start = len(self.records.rows)
+        start = self.records.begin_branch()
         self.read(operation.blocks[0])
         self.records.add_branches(condition, self.records.take_from(start), [])
 

@@ -7,7 +7,7 @@ not yet counted.
 
 from collections.abc import Iterable, Sequence
 from math import isfinite
-from typing import Final, NamedTuple
+from typing import Final
 
 import numpy as np
 import numpy.typing as npt
@@ -45,12 +45,6 @@ _UNITARY: Final = frozenset(
 )
 _MOST_CONDITIONED: Final = 8
 """Longest conditional body whose records have the condition each. A longer one has a jump."""
-
-
-class Mark(NamedTuple):
-    """A place in the list, for records that are added to a branch later."""
-
-    position: int
 
 
 class RecordList:
@@ -175,6 +169,11 @@ class RecordList:
         self._last_read = None
         self.rows.append((Opcode.LABEL, label, 0, 0.0, 0, 0, 0, 0, 0, 0, 0))
 
+    def begin_branch(self) -> int:
+        """The position where the records of a branch begin."""
+        self._last_read = None
+        return len(self.rows)
+
     def take_from(self, position: int) -> list[Row]:
         """Remove and return the records from a position on."""
         self._last_read = None
@@ -212,7 +211,8 @@ class RecordList:
             num_qubits: Qubits of the register.
             num_flags: Flags of the classical bits, from `FIRST_FLAG` on.
         """
-        reset = (Opcode.RESET, num_qubits, 0, 0.0, 0, 0, 0, 0, 0, 0, 0)
+        # A program of classical bits alone has a qubit that nothing uses: filters need a register.
+        reset = (Opcode.RESET, max(num_qubits, 1), 0, 0.0, 0, 0, 0, 0, 0, 0, 0)
         records = np.array([reset, *self.rows], dtype=QPU_OP)
         shift = FIRST_FLAG + num_flags - PROVISIONAL
         for name in ("cond_flag", "read_flag"):
