@@ -8,8 +8,9 @@ from typing import Any, NamedTuple
 
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.flag_logic import constant_flags
-from nimbrel.qasm.record_list import FALSE, TRUE, Row
+from nimbrel.qasm.record_list import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Poison, Value, Variable
+from nimbrel.row_types import Rows
 
 Body = Callable[[], None]
 
@@ -26,7 +27,7 @@ class _Branch(NamedTuple):
         values: What each variable holds after it, or None if a jump left it.
     """
 
-    rows: list[Row]
+    rows: Rows
     values: list[Value] | None
 
 
@@ -84,7 +85,7 @@ def _merged(
     stored: list[set[int]],
     first: _Branch,
     second: _Branch,
-) -> tuple[list[Row], list[Row]]:
+) -> tuple[Rows, Rows]:
     """Let every variable hold one value after both branches; returns their records."""
     if first.values is None or second.values is None:
         values = first.values or second.values or [variable.value for variable in variables]
@@ -134,7 +135,7 @@ def _flags_of(variable: Variable, value: Value) -> list[int] | None:
     return None
 
 
-def _with_copies(context: Context, rows: list[Row], copies: list[tuple[int, int]]) -> list[Row]:
+def _with_copies(context: Context, rows: Rows, copies: list[tuple[int, int]]) -> Rows:
     start = context.records.begin_branch()
     context.records.rows += rows
     for value, home in copies:

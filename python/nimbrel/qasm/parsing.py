@@ -3,11 +3,9 @@
 from __future__ import annotations
 
 import contextlib
-import gc
 import io
 import re
 from bisect import bisect_left
-from collections.abc import Iterator
 from typing import Any, Final
 
 import openqasm3
@@ -38,25 +36,13 @@ def parse(text: str, file: str) -> list[Any]:
 def _parse_whole(text: str, file: str) -> list[Any]:
     try:
         # The lexer prints its errors as well as raising them.
-        with contextlib.redirect_stderr(io.StringIO()), _without_collection():
+        with contextlib.redirect_stderr(io.StringIO()):
             statements: list[Any] = openqasm3.parse(text).statements
     except QASM3ParsingError as error:
         raise _located(error, text, file) from None
     except RecursionError:
         raise QasmError("the program is nested too deeply", file, 1, 1) from None
     return statements
-
-
-@contextlib.contextmanager
-def _without_collection() -> Iterator[None]:
-    # The parser makes many objects and no garbage; collections take a quarter of its time.
-    was_enabled = gc.isenabled()
-    gc.disable()
-    try:
-        yield
-    finally:
-        if was_enabled:
-            gc.enable()
 
 
 def _located(error: QASM3ParsingError, text: str, file: str) -> QasmError:

@@ -3,7 +3,7 @@
 from collections.abc import Mapping
 from dataclasses import dataclass
 
-from nimbrel.records import RecordArray
+from nimbrel.records import Program
 
 
 @dataclass(frozen=True)
@@ -11,14 +11,14 @@ class QasmProgram:
     """A program, and where its qubits and classical bits are.
 
     Attributes:
-        program: The records, shape (n,), dtype `QPU_OP`. They begin with a reset of the register.
+        program: The records, shape (n,). They begin with a reset of the register.
         num_qubits: Qubits of the register.
         qubits: The qubits of each register by its name, in the order of their declaration.
         bits: The read flags of each register of classical bits by its name, bit 0 first, in the
             order of their declaration.
     """
 
-    program: RecordArray
+    program: Program
     num_qubits: int
     qubits: Mapping[str, range]
     bits: Mapping[str, range]

@@ -8,6 +8,7 @@ from os import PathLike
 from pathlib import Path
 from typing import Final
 
+from nimbrel.qasm.collection import without_collection
 from nimbrel.qasm.errors import QasmError
 from nimbrel.qasm.qasm_program import QasmProgram
 
@@ -65,7 +66,8 @@ def _read(
         if version is not None and version[1] == "2":
             from nimbrel.qasm.read2 import read2
 
-            return read2(text, file, folder)
+            with without_collection():
+                return read2(text, file, folder)
         from nimbrel.qasm.read3 import read3
     except ModuleNotFoundError as error:
         raise ImportError(f"{error}; install it with: pip install nimbrel[qasm]") from error
@@ -73,4 +75,5 @@ def _read(
         line = text.count("\n", 0, version.start(1)) + 1
         column = version.start(1) - text.rfind("\n", 0, version.start(1))
         raise QasmError(f"OpenQASM {version[1]} is not read", file, line, column)
-    return read3(text, file, folder, inputs)
+    with without_collection():
+        return read3(text, file, folder, inputs)

@@ -12,12 +12,13 @@ from typing import Final
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.masks import WORD_BITS, spread
+from nimbrel.clifford_form import clifford_form
+from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.qasm.gate_calls import GateCall
-from nimbrel.records import QPU_OP, Record, RecordArray
-
-Row = tuple[int | float, ...]
+from nimbrel.records import QPU_OP, Program, RecordArray
+from nimbrel.row_types import Row, Rows
+from nimbrel.wide_rows import wide_rows
 
 FIRST_FLAG: Final = 2
 """The lowest read flag that is no constant."""
@@ -26,6 +27,9 @@ PROVISIONAL: Final = 1 << 40
 TRUE: Final = 1
 FALSE: Final = -1
 """The flags that read 1 and 0. The flag -f reads the opposite of the flag f, these too."""
+
+TABLEAU_QUBITS: Final = 17
+"""From this size on, a Clifford program is written for the Clifford filter."""
 
 _WORD: Final = 2**64 - 1
 _TURNS: Final = {
@@ -55,7 +59,7 @@ class RecordList:
     """
 
     def __init__(self) -> None:
-        self.rows: list[Row] = []
+        self.rows: Rows = []
         self._provisional = PROVISIONAL
         self._label = 0
         self._last_read: tuple[int, int] | None = None  # highest qubit and last flag
@@ -71,14 +75,14 @@ class RecordList:
         self._label += 1
         return self._label
 
-    def gates(self, calls: Iterable[GateCall], flag: int = 0) -> None:
+    def gates(self, calls: Iterable[GateCall]) -> None:
         """Add the operations of a gate. A phase of the whole state is left out."""
         self._last_read = None
         for call in calls:
             if call.targets or call.controls or call.zeros:
-                self._gate(call, flag)
+                self._gate(call)
 
-    def _gate(self, call: GateCall, flag: int) -> None:
+    def _gate(self, call: GateCall) -> None:
         opcode, angle, targets, controls, zeros = call
         if opcode == Opcode.PHASE:
             short = _TURNS.get(angle % 360.0, opcode)
@@ -90,63 +94,61 @@ class RecordList:
             raise ValueError(f"the angle {angle} is not finite")
         if not targets:
             if not controls:
-                self._phase_of_zeros(call, flag)
+                self._phase_of_zeros(call)
                 return
             targets, controls = controls[:1], controls[1:]
-        self._add(opcode, angle, flag, targets, controls, zeros)
+        self._add(opcode, angle, targets, controls, zeros)
 
-    def _phase_of_zeros(self, call: GateCall, flag: int) -> None:
+    def _phase_of_zeros(self, call: GateCall) -> None:
         # A phase needs a qubit that is 1, so one negated control is inverted around it.
         first, *others = call.zeros
         flip = GateCall(Opcode.X, 0.0, (first,))
         turned = call._replace(targets=(first,), zeros=tuple(others))
         for each in (flip, turned, flip):
-            self._gate(each, flag)
+            self._gate(each)
 
     def _add(
         self,
         opcode: Opcode,
         angle: float,
-        flag: int,
         targets: Sequence[int],
         controls: Sequence[int] = (),
         zeros: Sequence[int] = (),
         read_flag: int = 0,
     ) -> None:
-        qubits = (*targets, *controls, *zeros)
-        if max(qubits) >= WORD_BITS:
-            main = Record(opcode, angle=angle, cond_flag=flag, read_flag=read_flag)
-            self.rows += spread(main, list(targets), controls, zeros).tolist()
-            return
-        target_mask = sum(1 << qubit for qubit in targets)
-        negated = sum(1 << qubit for qubit in zeros)
-        mask = sum(1 << qubit for qubit in controls) | negated
-        self.rows.append(
-            (opcode, target_mask, mask, angle, flag, read_flag, negated, 0, 0, 0, 0)
-        )
+        # Masks are as wide as the register here; `finish` divides them into words.
+        target_mask = mask = negated = 0
+        for qubit in targets:
+            target_mask |= 1 << qubit
+        for qubit in zeros:
+            negated |= 1 << qubit
+        for qubit in controls:
+            mask |= 1 << qubit
+        mask |= negated
+        self.rows.append((opcode, target_mask, mask, angle, 0, read_flag, negated, 0, 0, 0, 0))
 
-    def clear(self, qubits: Sequence[int], flag: int = 0) -> None:
+    def clear(self, qubits: Sequence[int]) -> None:
         """Set qubits to 0."""
         self._last_read = None
         if qubits:
-            self._add(Opcode.CLEAR, 0.0, flag, qubits)
+            self._add(Opcode.CLEAR, 0.0, qubits)
 
-    def measure(self, qubits: Sequence[int], flags: Sequence[int], flag: int = 0) -> None:
+    def measure(self, qubits: Sequence[int], flags: Sequence[int]) -> None:
         """Measure qubits into flags, one record for as many as rise together."""
         for qubit, result in zip(qubits, flags, strict=True):
-            self._measure_one(qubit, result, flag)
+            self._measure_one(qubit, result)
 
-    def _measure_one(self, qubit: int, result: int, flag: int) -> None:
+    def _measure_one(self, qubit: int, result: int) -> None:
         # A record stores its qubits in ascending order in consecutive flags.
-        if self._last_read is not None and flag == 0 and qubit < WORD_BITS:
+        if self._last_read is not None:
             highest, last = self._last_read
             if qubit > highest and result == last + 1:
                 row = self.rows[-1]
                 self.rows[-1] = (row[0], int(row[1]) | 1 << qubit, *row[2:])
                 self._last_read = (qubit, result)
                 return
-        self._add(Opcode.READ, 0.0, flag, (qubit,), read_flag=result)
-        self._last_read = (qubit, result) if flag == 0 and qubit < WORD_BITS else None
+        self._add(Opcode.READ, 0.0, (qubit,), read_flag=result)
+        self._last_read = (qubit, result)
 
     def store_nand(self, a: int, b: int, result: int) -> None:
         """Store the NAND of two flags; a negative `result` stores the AND."""
@@ -174,19 +176,18 @@ class RecordList:
         self._last_read = None
         return len(self.rows)
 
-    def take_from(self, position: int) -> list[Row]:
+    def take_from(self, position: int) -> Rows:
         """Remove and return the records from a position on."""
         self._last_read = None
         taken = self.rows[position:]
         del self.rows[position:]
         return taken
 
-    def add_branches(self, flag: int, then: list[Row], otherwise: list[Row]) -> None:
+    def add_branches(self, flag: int, then: Rows, otherwise: Rows) -> None:
         """Add records of which a flag chooses one part."""
         self._last_read = None
         if not otherwise and _may_have_condition(then):
-            self.rows += [(*row[:4], flag, *row[5:]) if row[0] != Opcode.EXTEND else row
-                          for row in then]  # fmt: skip
+            self.rows += [(*row[:4], flag, *row[5:]) for row in then]
             return
         if not then and not otherwise:
             return
@@ -204,16 +205,23 @@ class RecordList:
         else:
             self.label(after_then)
 
-    def finish(self, num_qubits: int, num_flags: int) -> RecordArray:
+    def finish(self, num_qubits: int, num_flags: int) -> Program:
         """Make the program.
 
         Args:
             num_qubits: Qubits of the register.
             num_flags: Flags of the classical bits, from `FIRST_FLAG` on.
         """
+        rows = self.rows
+        # A small register is fastest on the dense filter, which has one record for each gate.
+        formed = clifford_form(rows) if num_qubits >= TABLEAU_QUBITS else None
+        if formed is not None:
+            rows = formed[0]
+        if num_qubits > WORD_BITS:
+            rows, _ = wide_rows(rows)
         # A program of classical bits alone has a qubit that nothing uses: filters need a register.
         reset = (Opcode.RESET, max(num_qubits, 1), 0, 0.0, 0, 0, 0, 0, 0, 0, 0)
-        records = np.array([reset, *self.rows], dtype=QPU_OP)
+        records = np.array([reset, *rows], dtype=QPU_OP)
         shift = FIRST_FLAG + num_flags - PROVISIONAL
         for name in ("cond_flag", "read_flag"):
             _renumber(records[name], shift)
@@ -222,13 +230,15 @@ class RecordList:
             operands = records[name][nands].view(np.int64)
             _renumber(operands, shift)
             records[name][nands] = operands.view(np.uint64)
-        return np.concatenate([records[:1], _initialised(records), records[1:]])
+        outputs = range(FIRST_FLAG, FIRST_FLAG + num_flags)
+        whole = np.concatenate([records[:1], _initialised(records, outputs), records[1:]])
+        return whole.view(Program)
 
 
 def _may_have_condition(rows: Sequence[Row]) -> bool:
     if len(rows) > _MOST_CONDITIONED:
         return False
-    return all(row[0] == Opcode.EXTEND or (row[0] in _UNITARY and row[4] == 0) for row in rows)
+    return all(row[0] in _UNITARY and row[4] == 0 for row in rows)
 
 
 def _renumber(flags: npt.NDArray[np.int64], shift: int) -> None:
@@ -236,24 +246,29 @@ def _renumber(flags: npt.NDArray[np.int64], shift: int) -> None:
     flags[provisional] += np.sign(flags[provisional]) * shift
 
 
-def _initialised(records: RecordArray) -> RecordArray:
+def _initialised(records: RecordArray, outputs: Iterable[int]) -> RecordArray:
     """Records that store 0 in every flag that may be read before it is stored.
 
     A flag that was never stored makes a negative condition fail, and one that only a skipped record
-    would store has the value of the shot before.
+    would store has the value of the shot before. The flags of `outputs` are read at the end.
     """
     stored: set[int] = set()
     missing: set[int] = set()
-    open_jumps = 0
+    open_jumps = extended = 0
     relevant = np.isin(records["opcode"], _FLAG_OPCODES) | (records["cond_flag"] != 0)
     for row in records[relevant].tolist():
+        if row[0] == Opcode.EXTEND:
+            extended += int(row[1]).bit_count()
+            continue
         missing |= _tested(row) - stored
         open_jumps += (row[0] == Opcode.JUMP_FWD) - (row[0] == Opcode.LABEL)
-        results = _stored(row)
+        results = _stored(row, extended)
+        extended = 0
         if open_jumps or row[4]:
             missing |= results - stored
         else:
             stored |= results
+    missing |= set(outputs) - stored
     made = np.zeros(len(missing), dtype=QPU_OP)
     made["opcode"] = Opcode.FLAG_NAND
     made["target_mask"] = made["cond_mask"] = TRUE
@@ -262,7 +277,7 @@ def _initialised(records: RecordArray) -> RecordArray:
 
 
 _FLAG_OPCODES: Final = np.array(
-    [Opcode.READ, Opcode.FLAG_NAND, Opcode.JUMP_FWD, Opcode.LABEL], dtype=np.uint64
+    [Opcode.READ, Opcode.EXTEND, Opcode.FLAG_NAND, Opcode.JUMP_FWD, Opcode.LABEL], dtype=np.uint64
 )
 
 
@@ -273,11 +288,11 @@ def _tested(row: Row) -> set[int]:
     return {abs(flag) for flag in flags if abs(flag) > TRUE}
 
 
-def _stored(row: Row) -> set[int]:
+def _stored(row: Row, extended: int) -> set[int]:
     if row[0] == Opcode.FLAG_NAND:
         return {abs(int(row[5]))}
     if row[0] == Opcode.READ:
-        return {int(row[5]) + number for number in range(int(row[1]).bit_count())}
+        return {int(row[5]) + number for number in range(int(row[1]).bit_count() + extended)}
     return set()
 
 
