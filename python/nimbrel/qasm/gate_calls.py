@@ -5,6 +5,7 @@ are in degrees. An operation PHASE without targets multiplies the terms whose co
 phase; without controls too, it is the phase of the whole state.
 """
 
+import math
 from collections.abc import Iterable, Sequence
 from typing import Final, NamedTuple
 
@@ -17,6 +18,13 @@ Matrix = npt.NDArray[np.complex128]
 
 MOST_OPERATIONS: Final = 1_000_000
 """Longest list that a power may expand to."""
+
+
+def degrees_of(radians: float) -> float:
+    """An angle in degrees; multiples of 45 degrees are exact, because the filters know those."""
+    degrees = math.degrees(radians)
+    nearest = 45.0 * round(degrees / 45.0) if math.isfinite(degrees) else degrees
+    return nearest if abs(degrees - nearest) <= 4e-16 * abs(nearest) else degrees
 
 
 class GateCall(NamedTuple):

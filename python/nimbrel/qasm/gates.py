@@ -3,14 +3,13 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Sequence
-from math import degrees
 from typing import Any, Final
 
 from openqasm3 import ast
 
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import known_integer, known_number
-from nimbrel.qasm.gate_calls import GateCall, controlled, inverse, placed, power
+from nimbrel.qasm.gate_calls import GateCall, controlled, degrees_of, inverse, placed, power
 from nimbrel.qasm.operands import qubits_of
 from nimbrel.qasm.scope import DefinedGate, Qubits
 from nimbrel.qasm.standard_gates import StandardGate
@@ -45,7 +44,7 @@ def phase(context: Context, node: ast.QuantumPhase) -> None:
     Raises:
         QasmError: If the controls do not fit the modifiers.
     """
-    angle = GateCall(Opcode.PHASE, degrees(known_number(context, node.argument, "a phase")), ())
+    angle = GateCall(Opcode.PHASE, degrees_of(known_number(context, node.argument, "a phase")), ())
     operands = [qubits_of(context, each) for each in node.qubits]
     _check_count(context, node, "qubit", _num_controls(context, node), len(operands))
     calls = _modified(context, node, [angle])

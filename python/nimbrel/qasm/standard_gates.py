@@ -7,11 +7,10 @@ controlled standard gate is the controlled gate of the language.
 """
 
 from collections.abc import Callable, Mapping, Sequence
-from math import degrees
 from typing import Final, NamedTuple
 
 from nimbrel.opcodes import Opcode
-from nimbrel.qasm.gate_calls import GateCall, controlled, u_calls
+from nimbrel.qasm.gate_calls import GateCall, controlled, degrees_of, u_calls
 
 Calls = list[GateCall]
 Build = Callable[[Sequence[float], Sequence[int]], Calls]
@@ -40,7 +39,7 @@ def _plain(opcode: Opcode, num_controls: int = 0) -> StandardGate:
 
 def _turning(opcode: Opcode, num_controls: int = 0) -> StandardGate:
     def build(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
-        return [GateCall(opcode, degrees(angles[0]), (qubits[-1],), tuple(qubits[:-1]))]
+        return [GateCall(opcode, degrees_of(angles[0]), (qubits[-1],), tuple(qubits[:-1]))]
 
     return StandardGate(1, num_controls + 1, build)
 
@@ -54,30 +53,30 @@ def _identity(_angles: Sequence[float], _qubits: Sequence[int]) -> Calls:
 
 
 def _u(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
-    theta, phi, lam = map(degrees, angles)
+    theta, phi, lam = map(degrees_of, angles)
     return u_calls(theta, phi, lam, qubits[0])
 
 
 def _built_in_u(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
     # OpenQASM 3 gives its built-in gate the further phase theta / 2.
-    return [*_u(angles, qubits), GateCall(Opcode.PHASE, degrees(angles[0]) / 2, ())]
+    return [*_u(angles, qubits), GateCall(Opcode.PHASE, degrees_of(angles[0]) / 2, ())]
 
 
 def _u3(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
     # The library's u3 and u2 have determinant 1.
-    phase = -(degrees(angles[1]) + degrees(angles[2])) / 2
+    phase = -(degrees_of(angles[1]) + degrees_of(angles[2])) / 2
     return [*_u(angles, qubits), GateCall(Opcode.PHASE, phase, ())]
 
 
 def _u2(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
-    phi, lam = map(degrees, angles)
+    phi, lam = map(degrees_of, angles)
     return [*u_calls(90.0, phi, lam, qubits[0]), GateCall(Opcode.PHASE, -(phi + lam) / 2, ())]
 
 
 def _cu(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
     control, target = qubits
     gate = _u(angles[:3], [target])
-    phase = GateCall(Opcode.PHASE, degrees(angles[3]), (control,))
+    phase = GateCall(Opcode.PHASE, degrees_of(angles[3]), (control,))
     return [phase, *controlled(gate, [control], [])]
 
 
@@ -90,7 +89,7 @@ def _cu3(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
 def _rzz(angles: Sequence[float], qubits: Sequence[int]) -> Calls:
     a, b = qubits
     cnot = GateCall(Opcode.X, 0.0, (b,), (a,))
-    return [cnot, GateCall(Opcode.RZ, degrees(angles[0]), (b,)), cnot]
+    return [cnot, GateCall(Opcode.RZ, degrees_of(angles[0]), (b,)), cnot]
 
 
 _COMMON: Final[Mapping[str, StandardGate]] = {

@@ -147,8 +147,8 @@ def _store(
 ) -> None:
     """Store flags at places of a variable of bits. Constants are stored when they are needed."""
     homes = [variable.flags[place] for place in places]
-    moved = {abs(flag) for flag in flags} & set(homes)
-    if moved and list(flags) != homes:
+    if any(abs(flag) in homes and abs(flag) != home
+           for flag, home in zip(flags, homes, strict=True)):  # fmt: skip
         flags = context.logic.copy(flags)  # storing one would change another
     assert isinstance(variable.value, Bits)
     value = list(variable.value.flags)
