@@ -86,7 +86,7 @@ def test_flags_are_the_same_after_writing_and_reading(name: str) -> None:
     read = qasm.loads(qasm.dumps(records))
     again, flags = read.program, read.bits["c"]
     with nb.DenseSimulator() as sim:
-        assert ends(sim, records, flags, 60) <= ends(sim, again, flags, 400)
+        assert ends(sim, records, flags, 20) <= ends(sim, again, flags, 2000)
 
 
 def ends(
