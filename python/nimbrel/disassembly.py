@@ -215,9 +215,9 @@ def _value(targets: _Masks, values: _Masks) -> str:
 
 def _product(xs: _Masks, zs: _Masks) -> str:
     x_qubits, z_qubits = set(_qubits(xs)), set(_qubits(zs))
-    letters = {qubit: "X" for qubit in x_qubits - z_qubits}
-    letters |= {qubit: "Z" for qubit in z_qubits - x_qubits}
-    letters |= {qubit: "Y" for qubit in x_qubits & z_qubits}
+    letters = dict.fromkeys(x_qubits - z_qubits, "X")
+    letters |= dict.fromkeys(z_qubits - x_qubits, "Z")
+    letters |= dict.fromkeys(x_qubits & z_qubits, "Y")
     return " ".join(f"{letters[qubit]}{qubit}" for qubit in sorted(letters))
 
 

@@ -135,9 +135,7 @@ CLASSICAL: Final[dict[int, _Rule | None]] = {
 
 CLIFFORD: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, (*_GATES, Opcode.PCP)), _NEVER),
-    **dict.fromkeys(
-        map(int, (Opcode.Y, Opcode.H, Opcode.S, Opcode.S_INV)), _Rows.without_controls
-    ),
+    **dict.fromkeys(map(int, (Opcode.Y, Opcode.H, Opcode.S, Opcode.S_INV)), _Rows.without_controls),
     int(Opcode.X): lambda rows: rows.without_controls() | (rows.one_control() & rows.apart()),
     int(Opcode.Z): _half_turn,
     int(Opcode.PHASE): _clifford_phase,

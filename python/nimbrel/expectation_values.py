@@ -73,8 +73,7 @@ def expectation(
             put_in_calls(handle, records, first_call(simulator.filter_type, records), bar)
         values = product_values(simulator, {product for each in sums for product in each})
     totals = [
-        sum(coefficient * values[product] for product, coefficient in each.items())
-        for each in sums
+        sum(coefficient * values[product] for product, coefficient in each.items()) for each in sums
     ]
     return np.array(totals) if is_list else totals[0]
 

@@ -9,7 +9,8 @@ from nimbrel.available_memory import available_memory
 from nimbrel.exact_records import CLASSICAL, CLIFFORD, SPARSE, Objection, first_objection
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
-from nimbrel.records import Program, RecordArray, program as joined_program
+from nimbrel.records import Program, RecordArray
+from nimbrel.records import program as joined_program
 from nimbrel.register_trace import Words
 from nimbrel.suspect_search import as_words
 from nimbrel.term_bound import log2_terms

@@ -12,7 +12,7 @@ import numpy.typing as npt
 
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
-from nimbrel.records import QPU_OP, Program, program
+from nimbrel.records import QPU_OP, Program, RecordArray, program
 
 __all__ = ["AngleGates", "Gates", "Numbers", "Swaps", "angle_gates", "gates", "swaps"]
 
@@ -87,7 +87,7 @@ class Swaps(Protocol):
         ...
 
 
-def gates(opcode: Opcode, build: Callable[..., Program]) -> Gates:
+def gates(opcode: Opcode, build: Callable[..., RecordArray]) -> Gates:
     """Make the builder of many gates.
 
     Args:
@@ -109,7 +109,7 @@ def gates(opcode: Opcode, build: Callable[..., Program]) -> Gates:
     return each
 
 
-def angle_gates(opcode: Opcode, build: Callable[..., Program]) -> AngleGates:
+def angle_gates(opcode: Opcode, build: Callable[..., RecordArray]) -> AngleGates:
     """Make the builder of many gates with angles; see `gates`."""
 
     def each(
@@ -130,7 +130,7 @@ def angle_gates(opcode: Opcode, build: Callable[..., Program]) -> AngleGates:
     return each
 
 
-def swaps(opcode: Opcode, build: Callable[..., Program]) -> Swaps:
+def swaps(opcode: Opcode, build: Callable[..., RecordArray]) -> Swaps:
     """Make the builder of many swaps; see `gates`."""
 
     def each(
@@ -155,7 +155,7 @@ class _Rows:
 
     def __init__(
         self,
-        build: Callable[..., Program],
+        build: Callable[..., RecordArray],
         opcode: Opcode,
         qubits: dict[str, Numbers],
         controls: Numbers | None,
@@ -193,7 +193,9 @@ class _Rows:
         angles = _angles(leading.pop("angles_degrees", 0.0))
         targets = _Masks.of([_qubits(values) for values in leading.values()])
         controls = {
-            name: _qubits(self._named[name]) for name in ("controls", "zeros") if name in self._named
+            name: _qubits(self._named[name])
+            for name in ("controls", "zeros")
+            if name in self._named
         }
         conditions = _Masks.of(list(controls.values()))
         words = np.zeros((self._count, 11), dtype=np.uint64)

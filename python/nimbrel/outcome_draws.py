@@ -8,7 +8,6 @@ are uniform on an affine space over GF(2): one outcome plus the span of the X pa
 from collections.abc import Sequence
 from typing import Final
 
-import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 

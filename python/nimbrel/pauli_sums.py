@@ -55,7 +55,7 @@ def pauli_sums(observable: Observable, num_qubits: int) -> tuple[list[PauliSum],
         ValueError: If a label has another letter than I, X, Y and Z, or names a qubit outside the
             register.
     """
-    if isinstance(observable, list) and not all(_is_term(entry) for entry in observable):
+    if isinstance(observable, list) and not any(_is_term(entry) for entry in observable):
         return [_pauli_sum(entry, num_qubits) for entry in observable], True
     return [_pauli_sum(observable, num_qubits)], False
 
@@ -88,9 +88,7 @@ def _product(label: str, num_qubits: int) -> PauliProduct:
         raise TypeError(f"a Pauli label is a string, not {label!r}")
     if not label or set(label) - set("IXYZ"):
         raise ValueError(f"a Pauli label has the letters I, X, Y and Z, not {label!r}")
-    product = PauliProduct(
-        int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2)
-    )
+    product = PauliProduct(int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2))
     highest = (product.x_mask | product.z_mask).bit_length() - 1
     if highest >= num_qubits:
         raise ValueError(
