@@ -15,7 +15,7 @@ def state_of(tableau: object) -> list[str]:
     return canonical_of(simulator)
 
 
-@pytest.mark.parametrize("num_qubits", [1, 2, 5, 20, 64, 128])
+@pytest.mark.parametrize("num_qubits", [1, 2, 5, 20, 64])
 def test_a_tableau_comes_back_as_the_same_state(num_qubits: int) -> None:
     circuit = stim.Tableau.random(num_qubits).to_circuit("elimination")
     tableau = circuit.to_tableau() if circuit.num_qubits == num_qubits else stim.Tableau(num_qubits)
@@ -65,3 +65,12 @@ def test_a_pauli_string_becomes_an_observable() -> None:
 def test_an_imaginary_sign_is_refused() -> None:
     with pytest.raises(ValueError, match=r"^the Pauli string \+iX is not Hermitian$"):
         nimbrel_stim.qubits_of(stim.PauliString("iX"))
+
+
+def test_a_wide_tableau_comes_back_as_the_same_state() -> None:
+    # A random tableau of this size takes seconds, so the gates are few.
+    circuit = stim.Circuit("H 0 70\nCX 0 127 70 3 3 64\nS 127 64\nCZ 5 100\nX 101\nI 127")
+    tableau = circuit.to_tableau()
+    with nb.CliffordSimulator() as sim:
+        sim.run(nimbrel_stim.from_tableau(tableau))
+        assert state_of(nimbrel_stim.to_tableau(sim)) == state_of(tableau)
