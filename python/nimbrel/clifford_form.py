@@ -33,7 +33,7 @@ _UNCHANGED: Final = frozenset(
 )
 
 
-class _NotClifford(Exception):
+class _NotCliffordError(Exception):
     """A row has no Clifford form."""
 
 
@@ -53,7 +53,7 @@ def clifford_form(rows: Rows) -> tuple[Rows, list[int]] | None:
                 new.append(row)
             else:
                 _rewrite(new, row)
-    except _NotClifford:
+    except _NotCliffordError:
         return None
     return new, [*starts, len(new)]
 
@@ -62,12 +62,12 @@ def _rewrite(new: Rows, row: Row) -> None:
     opcode, target, controls, angle, flag, products, zeros, *_ = row
     if opcode == _PPR:
         if products:
-            raise _NotClifford
+            raise _NotCliffordError
         new.append(_product(target, controls, _turns(angle, 45) * 45, flag))
         return
     writer = _REWRITERS.get(opcode)
     if writer is None or controls.bit_count() + target.bit_count() > 2:
-        raise _NotClifford
+        raise _NotCliffordError
     if zeros:
         new.append(_gate(_X, zeros, flag))
     writer(new, target, controls, angle, flag)
@@ -87,7 +87,7 @@ def _turns(angle: float, unit: int) -> int:
     """How often an angle in degrees contains a unit."""
     count = round(angle / unit)
     if abs(angle - count * unit) > _CLOSE:
-        raise _NotClifford
+        raise _NotCliffordError
     return count
 
 
@@ -96,7 +96,7 @@ def _plain(opcode: int) -> Callable[[Rows, int, int, float, int], None]:
 
     def write(new: Rows, target: int, controls: int, _angle: float, flag: int) -> None:
         if controls:
-            raise _NotClifford
+            raise _NotCliffordError
         new.append(_gate(opcode, target, flag))
 
     return write
@@ -172,7 +172,7 @@ def _ry(new: Rows, target: int, controls: int, angle: float, flag: int) -> None:
 def _root_x(quarter: int) -> Callable[[Rows, int, int, float, int], None]:
     def write(new: Rows, target: int, controls: int, _angle: float, flag: int) -> None:
         if controls:
-            raise _NotClifford
+            raise _NotCliffordError
         new.append(_gate(_H, target, flag))
         new.append(_gate(quarter, target, flag))
         new.append(_gate(_H, target, flag))

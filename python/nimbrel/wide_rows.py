@@ -55,12 +55,26 @@ def _divide(new: Rows, row: Row) -> None:
     ]
     for target_word, target_at, control_word, control_at, zero_word in words[1:]:
         negated = zero_word if control_word else 0
-        new.append((_EXTEND, target_word, control_word, 0.0, 0, 0, negated, target_at, control_at,
-                    0, 0))
+        new.append(
+            (_EXTEND, target_word, control_word, 0.0, 0, 0, negated, target_at, control_at, 0, 0)
+        )
     target_word, target_at, control_word, control_at, zero_word = words[0]
     negated = zero_word if control_word else 0
-    new.append((opcode, target_word, control_word, angle, flag, read_flag, negated, target_at,
-                control_at, 0, 0))
+    new.append(
+        (
+            opcode,
+            target_word,
+            control_word,
+            angle,
+            flag,
+            read_flag,
+            negated,
+            target_at,
+            control_at,
+            0,
+            0,
+        )
+    )
 
 
 def _words(mask: int) -> list[tuple[int, int]]:

@@ -75,20 +75,26 @@ class NimbrelBackend(BackendV2):
                 known = ", ".join(sorted(self.options))
                 raise TypeError(f"run has no option {name!r}; it has {known}")
         chosen = {**self.options, **options}
-        circuits = [run_input] if isinstance(run_input, QuantumCircuit) else list(run_input)
+        is_one = isinstance(run_input, QuantumCircuit)
+        circuits: list[QuantumCircuit] = [run_input] if is_one else list(run_input)
         programs = [from_circuit(circuit) for circuit in circuits]
         seeds = seeds_for(chosen["seed_simulator"], len(programs))
         results = []
         for circuit, program, seed in zip(circuits, programs, seeds, strict=True):
-            outcomes = draw(program, chosen["shots"], filter_type=chosen["filter"], seed=seed)
+            outcomes = draw(program, chosen["shots"], filter=chosen["filter"], seed=seed)
             data = ExperimentResultData(
                 counts=hexadecimal_counts(outcomes),
                 memory=hexadecimal(outcomes) if chosen["memory"] else None,
             )
             results.append(
                 ExperimentResult(
-                    shots=chosen["shots"], success=True, data=data, status="DONE", seed=seed,
-                    header=_header(circuit), name=circuit.name,
+                    shots=chosen["shots"],
+                    success=True,
+                    data=data,
+                    status="DONE",
+                    seed=seed,
+                    header=_header(circuit),
+                    name=circuit.name,
                 )
             )
         return NimbrelJob(self, results)

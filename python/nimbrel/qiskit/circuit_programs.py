@@ -219,6 +219,5 @@ def _refuse_infinite(circuit: QuantumCircuit, program: Program) -> None:
     for index, instruction in enumerate(circuit.data):
         numbers = [param for param in instruction.params if isinstance(param, int | float)]
         if not np.isfinite(numbers).all():
-            raise refusal("an angle is not a finite number", (index, instruction.name))
+            raise ConversionError(_NOT_FINITE, (index, instruction.name))
     raise ConversionError(_NOT_FINITE)
-

@@ -51,10 +51,14 @@ from nimbrel.qiskit.rows import (
     row,
 )
 from nimbrel.qiskit.standard_gates import STANDARD_GATES
-from nimbrel.qiskit.state_preparation import multiplexed, preparation_rows
+from nimbrel.qiskit.state_preparation import multiplexed, preparation_rows, turned_once
 
 _X, _Y, _Z, _PHASE = int(Opcode.X), int(Opcode.Y), int(Opcode.Z), int(Opcode.PHASE)
 _U_PARAMETERS = ("theta", "phi", "lambda")
+_ZEROS, _ONES = "0+r", "1-l"
+_H, _ROOTX, _ROOTX_INV = int(Opcode.H), int(Opcode.ROOTX), int(Opcode.ROOTX_INV)
+_TURNS = {"+": _H, "-": _H, "r": _ROOTX, "l": _ROOTX}
+_INVERSES = {_H: _H, _ROOTX: _ROOTX_INV}
 _ROTATIONS = {"X": int(Opcode.RX), "Y": int(Opcode.RY), "Z": int(Opcode.RZ)}
 
 
@@ -219,7 +223,27 @@ def _(operation: PauliEvolutionGate, conversion: Conversion, place: Place) -> No
         return
     for letters, numbers, angle in operation.synthesis.expand(operation):
         qubits = [place.qubits[number] for number in numbers]
-        _add_rotation(letters, qubits, angle, conversion, place.when)
+        when, turns = _projected(letters, qubits, place.when)
+        conversion.rows.extend(turns)
+        _add_rotation(letters, qubits, angle, conversion, when)
+        conversion.rows.extend((_INVERSES[turn[0]], *turn[1:]) for turn in turns)
+
+
+def _projected(letters: str, qubits: list[int], when: When) -> tuple[When, Rows]:
+    """The projectors of a term as controls, and the gates that turn them to projectors on 0 and 1.
+
+    exp(-i t P (x) Q) with a projector Q rotates by P where Q holds, and does nothing elsewhere.
+    """
+    controls = zeros = 0
+    turns: Rows = []
+    free = When(flag=when.flag)
+    for letter, qubit in zip(letters, qubits, strict=True):
+        if letter in _ZEROS + _ONES:
+            controls |= qubit
+            zeros |= qubit if letter in _ZEROS else 0
+        if letter in _TURNS:
+            turns.append(row(_TURNS[letter], qubit, free))
+    return When(when.controls | controls, when.zeros | zeros, when.flag), turns
 
 
 @add_operation.register
@@ -228,7 +252,7 @@ def _(operation: DiagonalGate, conversion: Conversion, place: Place) -> None:
     everywhere = np.ones(len(phases), dtype=np.bool_)
     # The phase of each value of the qubits is one of the lowest qubit and of the others.
     for target in range(len(place.qubits)):
-        steps = phases[1::2] - phases[0::2]
+        steps = turned_once(phases[1::2] - phases[0::2])
         angles = steps, everywhere[: len(steps)]
         multiplexed(conversion.rows, _PHASE, angles, target, place.qubits, place.when)
         phases = phases[0::2]

@@ -1,7 +1,7 @@
 """Control flow, by jumps forward and by repeated rows.
 
-A block of a few gates gets the condition in each of its records. Other blocks are skipped by a jump.
-A for loop repeats its rows. A while loop ends with a jump back, which the engine does not have: the
+A block of a few gates gets the condition in each of its records. Other blocks are skipped by a
+jump. A for loop repeats its rows. A while loop ends with a jump back, which the engine does not have: the
 companion runs the records up to it, reads the loop's flag and continues accordingly. The flag is 0
 unless the loop is to repeat, so a jump back that is reached because the whole loop was skipped
 passes on.
@@ -139,7 +139,9 @@ def _(operation: ForLoopOp, conversion: Conversion, place: Place) -> None:
         conversion.flags.conditional_depth += 1
     if _takes_index(parameter, body):
         for index in indices:
-            _add_round(_with_index(body, parameter, index, conversion, place), conversion, place, loop)
+            _add_round(
+                _with_index(body, parameter, index, conversion, place), conversion, place, loop
+            )
     else:
         _repeat(body, len(indices), conversion, place, loop)
     if leaves:

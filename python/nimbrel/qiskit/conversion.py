@@ -21,7 +21,7 @@ from nimbrel.opcodes import Opcode
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.expressions import Expressions, Literals, Logic, width_of
 from nimbrel.qiskit.flags import FIRST_FLAG, Flags
-from nimbrel.qiskit.rows import Angle, Rows, When, global_phase
+from nimbrel.qiskit.rows import ALWAYS, Angle, Rows, When, global_phase
 from nimbrel.qiskit.standard_gates import STANDARD_GATES
 
 _JUMP, _LABEL, _READ = int(Opcode.JUMP_FWD), int(Opcode.LABEL), int(Opcode.READ)
@@ -71,7 +71,7 @@ class Scope:
 
     qubits: dict[Qubit, int]
     clbits: dict[Clbit, int]
-    when: When = When()
+    when: When = ALWAYS
     loops: tuple[Loop, ...] = ()
     is_circuit: bool = False
 
@@ -113,7 +113,7 @@ class Conversion:
         index, instruction = 0, None
         self.add_phase(global_phase(rows, circuit.global_phase, when))
         try:
-            for index, instruction in enumerate(circuit.data):  # noqa: B007 - read on errors
+            for index, instruction in enumerate(circuit.data):
                 add = STANDARD_GATES.get(instruction.name)
                 if add is not None and instruction.is_standard_gate():
                     qubits = [masks[qubit] for qubit in instruction.qubits]
@@ -129,8 +129,13 @@ class Conversion:
                 error.inside(index, instruction.name)
             raise
 
-    def walk_inner(self, circuit: QuantumCircuit, place: Place, when: When | None = None,
-                   loop: Loop | None = None) -> None:
+    def walk_inner(
+        self,
+        circuit: QuantumCircuit,
+        place: Place,
+        when: When | None = None,
+        loop: Loop | None = None,
+    ) -> None:
         """Add the rows of a circuit that an operation holds.
 
         Args:
@@ -140,12 +145,15 @@ class Conversion:
             loop: The loop whose body the circuit is.
         """
         scope = place.scope
-        self.walk(circuit, Scope(
-            dict(zip(circuit.qubits, place.qubits, strict=True)),
-            {**scope.clbits, **dict(zip(circuit.clbits, place.clbits, strict=True))},
-            place.when if when is None else when,
-            scope.loops if loop is None else (*scope.loops, loop),
-        ))
+        self.walk(
+            circuit,
+            Scope(
+                dict(zip(circuit.qubits, place.qubits, strict=True)),
+                {**scope.clbits, **dict(zip(circuit.clbits, place.clbits, strict=True))},
+                place.when if when is None else when,
+                scope.loops if loop is None else (*scope.loops, loop),
+            ),
+        )
 
     def add_phase(self, phase: Angle | None) -> None:
         """Add to the global phase what a row function has returned."""
@@ -275,7 +283,7 @@ def add_operation(operation: Any, conversion: Conversion, place: Place) -> None:
     Raises:
         ConversionError: If it has no exact translation.
     """
-    raise ConversionError("it is no instruction of a circuit")
+    raise TypeError(f"{operation!r} on {place} has no translation in {conversion}")
 
 
 def convert(circuit: QuantumCircuit) -> Conversion:
@@ -287,9 +295,12 @@ def convert(circuit: QuantumCircuit) -> Conversion:
     conversion = Conversion(Flags(circuit.num_clbits))
     for variable in circuit.iter_input_vars():
         raise ConversionError(f"the input variable {variable.name!r} has no value")
-    conversion.walk(circuit, Scope(
-        {qubit: 1 << index for index, qubit in enumerate(circuit.qubits)},
-        {clbit: FIRST_FLAG + index for index, clbit in enumerate(circuit.clbits)},
-        is_circuit=True,
-    ))
+    conversion.walk(
+        circuit,
+        Scope(
+            {qubit: 1 << index for index, qubit in enumerate(circuit.qubits)},
+            {clbit: FIRST_FLAG + index for index, clbit in enumerate(circuit.clbits)},
+            is_circuit=True,
+        ),
+    )
     return conversion

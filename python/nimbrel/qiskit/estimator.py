@@ -13,6 +13,7 @@ from qiskit.primitives.containers.estimator_pub import EstimatorPub, EstimatorPu
 
 from nimbrel import expectation
 from nimbrel.qiskit.circuit_programs import Template
+from nimbrel.qiskit.shared_filter import with_filter
 from nimbrel.qiskit.states import refuse_random
 from nimbrel.qiskit.templates import parameter_sets
 
@@ -91,7 +92,7 @@ class EstimatorV2(BaseEstimatorV2):
         values = self._exact_values(pub)
         precision = pub.precision
         if precision:
-            values = rng.normal(values, precision)
+            values = np.asarray(rng.normal(values, precision))
         data = DataBin(evs=values, stds=np.full(values.shape, precision), shape=values.shape)
         return PubResult(
             data,
@@ -104,12 +105,12 @@ class EstimatorV2(BaseEstimatorV2):
         set_numbers = np.arange(len(sets)).reshape(pub.parameter_values.shape)
         numbers, chosen = np.broadcast_arrays(set_numbers, pub.observables)
         values = np.zeros(numbers.shape)
-        for number, row in enumerate(sets):
+        programs = (template.program(row) for row in sets)
+        for number, (program, filter_) in enumerate(with_filter(programs, self._filter, len(sets))):
+            refuse_random(program)
             here = numbers == number
             sums = [_pauli_sum(observable) for observable in chosen[here]]
-            program = template.program(row)
-            refuse_random(program)
-            values[here] = np.real(expectation(program.program, sums, filter=self._filter))
+            values[here] = np.real(expectation(program.program, sums, filter=filter_))
         return values
 
 
@@ -128,4 +129,3 @@ def _pauli_sum(observable: Mapping[str, float]) -> dict[str, float]:
             new = label[:place] + letter + label[place + 1 :]
             terms[new] = terms.get(new, 0.0) + half
     return total
-

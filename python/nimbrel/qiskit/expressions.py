@@ -39,10 +39,10 @@ class Logic:
         self._flags = flags
 
     def conjunction(self, a: int, b: int) -> int:
-        """a AND b."""
+        """A AND b."""
         if FALSE in (a, b) or a == -b:
             return FALSE
-        if a == TRUE or a == b:
+        if a in (TRUE, b):
             return b
         if b == TRUE:
             return a
@@ -51,11 +51,11 @@ class Logic:
         return result
 
     def disjunction(self, a: int, b: int) -> int:
-        """a OR b."""
+        """A OR b."""
         return -self.conjunction(-a, -b)
 
     def difference(self, a: int, b: int) -> int:
-        """a XOR b."""
+        """A XOR b."""
         if abs(a) == TRUE:
             return b if a == FALSE else -b
         if abs(b) == TRUE:
@@ -77,18 +77,18 @@ class Logic:
         return reduce(self.disjunction, literals, FALSE)
 
     def equal(self, a: Literals, b: Literals) -> int:
-        """a == b."""
+        """A == b."""
         return self.all_of(-self.difference(x, y) for x, y in zip(a, b, strict=True))
 
     def less(self, a: Literals, b: Literals) -> int:
-        """a < b."""
+        """A < b."""
         result = FALSE
         for x, y in zip(a, b, strict=True):
             result = self.choice(self.difference(x, y), y, result)
         return result
 
     def total(self, a: Literals, b: Literals, carry: int = FALSE) -> Literals:
-        """a + b + carry modulo 2**width."""
+        """A + b + carry modulo 2**width."""
         bits = []
         for x, y in zip(a, b, strict=True):
             half = self.difference(x, y)
@@ -97,15 +97,16 @@ class Logic:
         return bits
 
     def product(self, a: Literals, b: Literals) -> Literals:
-        """a * b modulo 2**width."""
+        """A * b modulo 2**width."""
         result = constant(0, len(a))
         for place, bit in enumerate(b):
             shifted = [FALSE] * place + a[: len(a) - place]
             result = self.total(result, [self.conjunction(bit, each) for each in shifted])
         return result
 
-    def shifted(self, a: Literals, places: Literals, step: Callable[[Literals, int], Literals]
-                ) -> Literals:
+    def shifted(
+        self, a: Literals, places: Literals, step: Callable[[Literals, int], Literals]
+    ) -> Literals:
         """Shift by a number of places that may be known at run time only."""
         for position, bit in enumerate(places):
             moved = step(a, min(1 << position, len(a)))
@@ -226,9 +227,7 @@ class Expressions:
     def _binary(self, node: expr.Binary) -> Literals:
         if node.op in _ARITHMETIC:
             width_of(node.type)
-            return _ARITHMETIC[node.op](
-                self._logic, self.value(node.left), self.value(node.right)
-            )
+            return _ARITHMETIC[node.op](self._logic, self.value(node.left), self.value(node.right))
         if node.op not in _BITWISE and node.op not in _COMPARISONS:
             raise ConversionError(f"no flags compute the operation {node.op.name}")
         left, right = self.value(node.left), self.value(node.right)
@@ -239,9 +238,7 @@ class Expressions:
 
     def _index(self, target: Literals, index: Literals) -> Literals:
         chosen = (
-            self._logic.conjunction(
-                bit, self._logic.equal(index, constant(place, len(index)))
-            )
+            self._logic.conjunction(bit, self._logic.equal(index, constant(place, len(index))))
             for place, bit in enumerate(target)
             if place < 1 << len(index)
         )

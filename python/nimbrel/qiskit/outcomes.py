@@ -16,27 +16,32 @@ from qiskit.circuit import Clbit
 from nimbrel import choose_filter, sample
 from nimbrel.qiskit.circuit_programs import CircuitProgram
 from nimbrel.qiskit.loops import run_shots
+from nimbrel.simulator import Simulator
 
 Bytes: TypeAlias = npt.NDArray[np.uint8]
 
 
 def draw(
-    circuit: CircuitProgram, shots: int, *, filter_type: str = "auto", seed: int | None = None
+    circuit: CircuitProgram,
+    shots: int,
+    *,
+    filter: str | Simulator = "auto",  # noqa: A002 - the name that nimbrel.sample has
+    seed: int | None = None,
 ) -> Bytes:
     """Run a circuit and return the outcomes of all its classical bits.
 
     Args:
         circuit: The circuit as a program.
         shots: Number of shots.
-        filter_type: As the argument `filter` of `nimbrel.sample`.
+        filter: As for `nimbrel.sample`; a name if the circuit has while loops.
         seed: As for `nimbrel.sample`.
     """
     if not circuit.stored_flags or not shots:
         return np.zeros((shots, num_bytes(len(circuit.flags))), dtype=np.uint8)
     if circuit.back_jumps:
-        return run_shots(circuit, shots, _filter_for_loops(circuit, filter_type, seed), seed)
+        return run_shots(circuit, shots, _filter_for_loops(circuit, str(filter), seed), seed)
     samples = sample(
-        circuit.program, shots, read_flags=circuit.stored_flags, filter=filter_type, seed=seed
+        circuit.program, shots, read_flags=circuit.stored_flags, filter=filter, seed=seed
     )
     if circuit.stored_flags == circuit.flags:
         return samples.packed

@@ -42,9 +42,10 @@ class When(NamedTuple):
     flag: int = 0
 
 
-RowFunction: TypeAlias = Callable[
-    [Rows, Sequence[int], Sequence[Angle], When], "Angle | None"
-]
+ALWAYS: Final = When()
+"""No controls and no condition."""
+
+RowFunction: TypeAlias = Callable[[Rows, Sequence[int], Sequence[Angle], When], "Angle | None"]
 
 DEGREES: Final = 180.0 / pi
 """Degrees in a radian."""
@@ -78,9 +79,7 @@ def global_phase(rows: Rows, angle: Angle, when: When) -> Angle | None:
     return None
 
 
-def general_turn(
-    rows: Rows, target: int, theta: Angle, phi: Angle, lam: Angle, when: When
-) -> None:
+def general_turn(rows: Rows, target: int, theta: Angle, phi: Angle, lam: Angle, when: When) -> None:
     """Add Qiskit's U(theta, phi, lambda) = P(phi) RY(theta) P(lambda), angles in radians."""
     if theta == 0:
         phi, lam = 0, phi + lam

@@ -19,6 +19,7 @@ from qiskit.primitives.containers.sampler_pub import SamplerPub, SamplerPubLike
 from nimbrel.qiskit.circuit_programs import Template
 from nimbrel.qiskit.outcomes import bits_of, draw, num_bytes, register_places
 from nimbrel.qiskit.seeds import seeds_for
+from nimbrel.qiskit.shared_filter import with_filter
 from nimbrel.qiskit.templates import parameter_sets
 
 
@@ -90,9 +91,9 @@ class SamplerV2(BaseSamplerV2):
         sets = parameter_sets(pub)
         outcomes = np.empty((len(sets), pub.shots, num_bytes(pub.circuit.num_clbits)), np.uint8)
         seeds = seeds_for(seed, len(sets))
-        for place, (values, own_seed) in enumerate(zip(sets, seeds, strict=True)):
-            program = template.program(values)
-            outcomes[place] = draw(program, pub.shots, filter_type=self._filter, seed=own_seed)
+        programs = (template.program(values) for values in sets)
+        for place, (program, chosen) in enumerate(with_filter(programs, self._filter, len(sets))):
+            outcomes[place] = draw(program, pub.shots, filter=chosen, seed=seeds[place])
         drawn = outcomes.reshape(len(sets) * pub.shots, -1)
         registers = {
             name: BitArray(

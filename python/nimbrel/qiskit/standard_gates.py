@@ -114,9 +114,7 @@ def _controlled_by(control: int, when: When) -> When:
     return When(when.controls | control, when.zeros, when.flag)
 
 
-def _turned(
-    rows: Rows, target: int, angle: Angle, when: When, turned: Callable[[], None]
-) -> None:
+def _turned(rows: Rows, target: int, angle: Angle, when: When, turned: Callable[[], None]) -> None:
     """Add P(-angle) G P(angle). The phases cancel where G does not act: they need no controls."""
     free = When(flag=when.flag)
     if angle != 0:

@@ -50,9 +50,15 @@ def preparation_rows(
         low, high = norms[0::2], norms[1::2]
         turns = 2 * np.arctan2(high, low)
         multiplexed(rows, _RY, (turns, (low > 0) | (high > 0)), target, qubits, when)
-        steps = phases[1::2] - phases[0::2]
+        steps = turned_once(phases[1::2] - phases[0::2])
         multiplexed(rows, _PHASE, (steps, (low > 0) & (high > 0)), target, qubits, when)
     return global_phase(rows, float(levels[-1][1][0]), when)
+
+
+def turned_once(angles: Floats) -> Floats:
+    """The same angles of phases in radians, above -pi and up to pi, but for rounding."""
+    turns = np.ceil(angles / (2 * np.pi) - 0.5 - _SAME)
+    return angles - 2 * np.pi * turns
 
 
 def _halved(norms: Floats, phases: Floats) -> tuple[Floats, Floats]:

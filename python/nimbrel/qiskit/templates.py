@@ -30,8 +30,9 @@ def parameter_sets(pub: SamplerPub | EstimatorPub) -> Floats:
         The values, shape (sets, parameters).
     """
     values = pub.parameter_values
-    array = np.asarray(values.as_array(pub.circuit.parameters), dtype=np.float64)
-    return array.reshape(values.size, len(pub.circuit.parameters))
+    shape = values.size, len(pub.circuit.parameters)
+    array: Floats = np.reshape(values.as_array(pub.circuit.parameters), shape)
+    return array
 
 
 class AngleSlots:
