@@ -205,7 +205,8 @@ def _packed(
     """Arrange the words of all runs as rows of the wanted flags."""
     words = np.array(fetched, dtype=np.uint32).reshape(shots, len(windows))
     columns = np.empty((shots, len(flags)), dtype=np.uint8)
+    firsts = [window.first for window in windows]
     for column, flag in enumerate(flags):
-        place = bisect_right([window.first for window in windows], flag) - 1
+        place = bisect_right(firsts, flag) - 1
         columns[:, column] = words[:, place] >> np.uint32(flag - windows[place].first) & 1
     return np.packbits(columns, axis=1, bitorder="little")

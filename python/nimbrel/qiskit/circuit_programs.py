@@ -12,19 +12,19 @@ from qiskit import QuantumCircuit
 from qiskit.circuit import CircuitError
 from qiskit.exceptions import QiskitError
 
+from nimbrel.clifford_form import clifford_form
 from nimbrel.opcodes import Opcode
 
 # These modules register the translation of their operations.
 from nimbrel.qiskit import composite_gates as _composite_gates  # noqa: F401
 from nimbrel.qiskit import control_flow as _control_flow  # noqa: F401
 from nimbrel.qiskit import operations as _operations  # noqa: F401
-from nimbrel.qiskit.clifford_form import clifford_form
 from nimbrel.qiskit.conversion import BackJump, convert
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.flags import FIRST_FLAG
 from nimbrel.qiskit.rows import Rows
 from nimbrel.qiskit.templates import ANGLE, AngleSlots, is_symbolic
-from nimbrel.qiskit.wide_rows import wide_rows
+from nimbrel.wide_rows import wide_rows
 from nimbrel.records import QPU_OP, Program
 
 ParameterValues: TypeAlias = "Mapping[Any, Any] | Sequence[float] | npt.NDArray[np.float64]"

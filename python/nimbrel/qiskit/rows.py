@@ -22,11 +22,7 @@ from math import pi
 from typing import Any, Final, NamedTuple, TypeAlias
 
 from nimbrel.opcodes import Opcode
-
-Row: TypeAlias = tuple[Any, ...]
-"""The eleven words of a record, in the order of `QPU_OP`."""
-
-Rows: TypeAlias = list[Row]
+from nimbrel.row_types import Row, Rows
 
 Angle: TypeAlias = Any
 """A number, or a `ParameterExpression`, whose arithmetic gives expressions again."""
