@@ -15,20 +15,8 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
-PLAIN: tuple[Any, ...] = (
-    nb.h,
-    nb.x,
-    nb.y,
-    nb.z,
-    nb.s,
-    nb.s_inv,
-    nb.t,
-    nb.t_inv,
-    nb.rootx,
-    nb.rootx_inv,
-)
-PLAIN += (nb.rooty, nb.rooty_inv, nb.lelbow, nb.relbow)
-ANGLED: tuple[Any, ...] = (nb.phase, nb.rx, nb.ry, nb.rz)
+from support.gate_builders import ANGLED, PLAIN
+
 GATES: dict[str, Any] = {
     **{gate.__name__: gate for gate in PLAIN},
     **{gate.__name__: lambda *a, gate=gate, **k: gate(-22.5, *a, **k) for gate in ANGLED},

@@ -10,20 +10,8 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
-PLAIN: tuple[Any, ...] = (
-    nb.h,
-    nb.x,
-    nb.y,
-    nb.z,
-    nb.s,
-    nb.s_inv,
-    nb.t,
-    nb.t_inv,
-    nb.rootx,
-    nb.rootx_inv,
-)
-PLAIN += (nb.rooty, nb.rooty_inv, nb.lelbow, nb.relbow)
-ANGLED: tuple[Any, ...] = (nb.phase, nb.rx, nb.ry, nb.rz)
+from support.gate_builders import ANGLED, PLAIN
+
 COLUMNS = ("controls", "zeros", "flag")
 qubits = st.integers(0, 200)
 
