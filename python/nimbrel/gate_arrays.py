@@ -262,7 +262,8 @@ def _items(values: Numbers, count: int) -> Sequence[object]:
 
 
 def _bits(qubits: _Integers) -> _Words:
-    return np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    bits: _Words = np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    return bits
 
 
 def _offsets(qubits: _Integers) -> _Words:

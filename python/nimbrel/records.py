@@ -72,7 +72,7 @@ class Program(np.ndarray[Any, np.dtype[np.void]]):
             return str(self.view(np.ndarray))
         from nimbrel.disassembly import disassembly
 
-        return disassembly(self.view(Program))
+        return disassembly(self)
 
     def _repr_html_(self) -> str | None:
         """A table with a row a record, for notebooks."""
@@ -80,7 +80,7 @@ class Program(np.ndarray[Any, np.dtype[np.void]]):
             return None
         from nimbrel.disassembly import html_table
 
-        return html_table(self.view(Program))
+        return html_table(self)
 
 
 def is_program(array: object) -> bool:
