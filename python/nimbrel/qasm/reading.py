@@ -70,7 +70,8 @@ def _read(
                 return read2(text, file, folder)
         from nimbrel.qasm.read3 import read3
     except ModuleNotFoundError as error:
-        raise ImportError(f"{error}; install it with: pip install nimbrel[qasm]") from error
+        package = (error.name or "").partition(".")[0]
+        raise ImportError(f"nimbrel.qasm needs {package}: pip install nimbrel[qasm]") from error
     if version is not None and version[1] != "3":
         line = text.count("\n", 0, version.start(1)) + 1
         column = version.start(1) - text.rfind("\n", 0, version.start(1))

@@ -19,6 +19,7 @@ Packed = npt.NDArray[np.uint8]
 
 _CLIFFORD: Final = "StreamCliffordQPU"
 _DENSE: Final = "StreamQPU"
+_BIT: Final = "StreamBitQPU"
 _MOST_DENSE_QUBITS: Final = 20
 
 
@@ -70,11 +71,13 @@ def sample(
         The measurement records, the detectors and the observables.
 
     Raises:
-        ValueError: If an instruction has no records, if `shots` is negative, or if there is a seed
-            that no filter can take.
+        ValueError: If an instruction has no records, if `shots` is negative, if the filter
+            is a bit filter, or if there is a seed that no filter can take.
         RuntimeError: The engine's error.
     """
     check_shots(shots)
+    if filter == _BIT:
+        raise ValueError(f'a "{_BIT}" filter cannot run the gates of Stim')
     converted = from_circuit(circuit)
     name = _filter_for(circuit, seed) if filter == "auto" else filter
     if converted.channels:
