@@ -23,6 +23,7 @@ INSTALLED := $(VENV)/.installed
 TEST_TOOLS := $(VENV)/.test-tools
 DEV_TOOLS := $(VENV)/.dev-tools
 FRAMEWORKS := $(VENV)/.frameworks
+DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
@@ -30,12 +31,13 @@ WHEEL := build/wheel/.built
 CIRCUIT_QUBITS ?= 12,16,20
 
 .PHONY: help demo install test test-native test-python test-numpy test-frameworks check format
-.PHONY: sanitize sanitize-address sanitize-thread bench gtest clean
+.PHONY: docs sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
 	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
 	@echo "make test-frameworks  the doors to other frameworks, with the frameworks' own tests"
+	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
@@ -66,6 +68,12 @@ test-python: $(INSTALLED) $(TEST_TOOLS)
 # The doors to other frameworks, with the frameworks' own tests of devices.
 test-frameworks: $(FRAMEWORKS)
 	$(VENV_PYTHON) -m pytest -q -m "slow or not slow" tests/python/frameworks
+
+# The documentation site, in build/docs/html. Notebooks are run; warnings are errors.
+docs: $(INSTALLED) $(DOC_TOOLS)
+	rm -rf build/docs
+	$(VENV_PYTHON) -m sphinx --quiet --fail-on-warning --keep-going docs build/docs/html
+	$(VENV_PYTHON) tools/check_doc_links.py build/docs/html
 
 # The tests of arrays, under each older NumPy that is served.
 test-numpy: $(WHEEL)
@@ -151,6 +159,10 @@ $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(FRAMEWORKS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks]"
+	@touch $@
+
+$(DOC_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[docs]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

@@ -1,5 +1,6 @@
 """Sphinx configuration of the documentation site. `make docs` builds it into build/docs/html."""
 
+import logging
 from importlib.metadata import version as installed_version
 
 project = "Nimbrel"
@@ -23,6 +24,9 @@ html_css_files = ["site.css"]
 myst_heading_anchors = 4
 myst_enable_extensions = ["colon_fence"]
 
+# The notebook client reports each start of a kernel otherwise.
+logging.getLogger("traitlets").setLevel(logging.WARNING)
+
 # A notebook that fails or that prints to standard error fails the build.
 nb_execution_mode = "force"
 nb_execution_raise_on_error = True
@@ -34,3 +38,4 @@ nb_merge_streams = True
 autodoc_typehints = "none"
 autodoc_member_order = "bysource"
 napoleon_numpy_docstring = False
+napoleon_use_ivar = True  # attributes as one list, which the members do not repeat
