@@ -22,18 +22,22 @@ CREATED := $(VENV)/.created
 INSTALLED := $(VENV)/.installed
 TEST_TOOLS := $(VENV)/.test-tools
 DEV_TOOLS := $(VENV)/.dev-tools
+FRAMEWORKS := $(VENV)/.frameworks
+DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
-.PHONY: help demo install test test-native test-python test-numpy check format sanitize
-.PHONY: sanitize-address sanitize-thread bench gtest clean
+.PHONY: help demo install test test-native test-python test-numpy test-frameworks check format
+.PHONY: docs sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
 	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
+	@echo "make test-frameworks  the doors to other frameworks, with the frameworks' own tests"
+	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
@@ -60,6 +64,16 @@ test-native: $(TEST_TOOLS) gtest
 # All tests, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
 	$(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
+
+# The doors to other frameworks, with the frameworks' own tests of devices.
+test-frameworks: $(FRAMEWORKS)
+	$(VENV_PYTHON) -m pytest -q -m "slow or not slow" tests/python/frameworks
+
+# The documentation site, in build/docs/html. Notebooks are run; warnings are errors.
+docs: $(INSTALLED) $(DOC_TOOLS)
+	rm -rf build/docs
+	$(VENV_PYTHON) -m sphinx --quiet --fail-on-warning --keep-going docs build/docs/html
+	$(VENV_PYTHON) tools/check_doc_links.py build/docs/html
 
 # The tests of arrays, under each older NumPy that is served.
 test-numpy: $(WHEEL)
@@ -99,6 +113,8 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	build/bench/bench/native/nimbrel_tableau_bench
 	$(VENV_PYTHON) bench/checks.py
 	$(VENV_PYTHON) bench/connect.py
+	$(VENV_PYTHON) bench/doors/building.py
+	$(VENV_PYTHON) bench/doors/sampling.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache
@@ -139,6 +155,14 @@ $(TEST_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[dev]"
+	@touch $@
+
+$(FRAMEWORKS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks]"
+	@touch $@
+
+$(DOC_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[docs]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

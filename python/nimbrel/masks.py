@@ -41,6 +41,8 @@ def qubit_list(qubits: Qubits, role: str, *, required: bool = False) -> list[int
         ValueError: If a qubit is negative or given twice, or if the list is empty and one is
             required.
     """
+    if type(qubits) is int and qubits >= 0:
+        return [qubits]
     numbers = qubits if isinstance(qubits, Iterable) else (qubits,)
     checked = [operator.index(number) for number in numbers]
     if required and not checked:
@@ -121,8 +123,23 @@ def spread(
         TypeError: If a word of `main` other than its angle is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
+    negated = [*negated]
+    all_controls = [*controls, *negated]
+    if max(targets, default=0) < WORD_BITS and max(all_controls, default=0) < WORD_BITS:
+        return _one_word(main, targets, all_controls, negated)
     negated_masks = word_masks(negated)
-    return spread_words(main, word_masks(targets), word_masks([*controls, *negated]), negated_masks)
+    return spread_words(main, word_masks(targets), word_masks(all_controls), negated_masks)
+
+
+def _one_word(
+    main: Record, targets: list[int], controls: list[int], negated: list[int]
+) -> RecordArray:
+    made = main._replace(
+        target_mask=sum([1 << qubit for qubit in targets]),
+        cond_mask=sum([1 << qubit for qubit in controls]),
+        cond_neg_mask=sum([1 << qubit for qubit in negated]),
+    )
+    return pack([made])
 
 
 def spread_words(

@@ -9,10 +9,8 @@ from typing import Any
 
 import pytest
 from nimbrel import RemoteSimulator
-from sybil.document import Document
-from sybil.example import Example
-from sybil.parsers.markdown import PythonCodeBlockParser
 
+from support.documents import assert_blocks_print
 from support.service import service_of
 
 ROOT = Path(__file__).parents[3]
@@ -20,22 +18,9 @@ DOCUMENTS = ["README.md", *sorted(f"docs/{path.name}" for path in (ROOT / "docs"
 # The port that the README names. The machine may use it already, so the test takes a free one.
 README_PORT = 7376
 
-CALL_OF_PRINT = re.compile(r"^ *print\(.*$", re.MULTILINE)
-COMMENTED_PRINT = re.compile(r"^ *print\(.*\)  # (?P<output>[^:\n]*)(: .*)?$")
-
 
 def text_of(name: str) -> str:
     return (ROOT / name).read_text(encoding="utf-8")
-
-
-def documented_output(source: str) -> str:
-    """What the block prints according to its comments: `print(x)  # output: explanation`."""
-    lines = []
-    for call in CALL_OF_PRINT.findall(source):
-        commented = COMMENTED_PRINT.match(call)
-        assert commented is not None, f"no comment tells what this prints: {call}"
-        lines.append(commented["output"] + "\n")
-    return "".join(lines)
 
 
 @pytest.fixture
@@ -55,16 +40,10 @@ def readme_service(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
         yield
 
 
-def assert_prints(example: Example, capsys: pytest.CaptureFixture[str]) -> None:
-    example.evaluate()
-    assert capsys.readouterr().out == documented_output(example.parsed)
-
-
 @pytest.mark.usefixtures("readme_service")
 @pytest.mark.parametrize("name", [name for name in DOCUMENTS if "```python" in text_of(name)])
 def test_blocks_run_in_order(name: str, capsys: pytest.CaptureFixture[str]) -> None:
-    for example in Document.parse(str(ROOT / name), PythonCodeBlockParser()).examples():
-        assert_prints(example, capsys)
+    assert_blocks_print(ROOT / name, capsys)
 
 
 @pytest.mark.parametrize("name", ["README.md", "docs/records.md"])

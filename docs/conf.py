@@ -1,0 +1,41 @@
+"""Sphinx configuration of the documentation site. `make docs` builds it into build/docs/html."""
+
+import logging
+from importlib.metadata import version as installed_version
+
+project = "Nimbrel"
+release = installed_version("nimbrel")
+author = "the Nimbrel developers"
+language = "en"
+
+extensions = [
+    "myst_nb",  # pages in Markdown; notebooks are run at build time
+    "sphinx.ext.autodoc",  # the API reference, from the docstrings
+    "sphinx.ext.napoleon",  # Google style docstrings
+]
+
+html_theme = "furo"
+html_title = "Nimbrel"
+html_theme_options = {"navigation_with_keys": True}
+html_static_path = ["_static"]
+html_css_files = ["site.css"]
+
+# Links to headings of other pages: page.md#heading.
+myst_heading_anchors = 4
+myst_enable_extensions = ["colon_fence"]
+
+# The notebook client reports each start of a kernel otherwise.
+logging.getLogger("traitlets").setLevel(logging.WARNING)
+
+# A notebook that fails or that prints to standard error fails the build.
+nb_execution_mode = "force"
+nb_execution_raise_on_error = True
+nb_execution_timeout = 300
+nb_execution_show_tb = True
+nb_output_stderr = "show"
+nb_merge_streams = True
+
+autodoc_typehints = "none"
+autodoc_member_order = "bysource"
+napoleon_numpy_docstring = False
+napoleon_use_ivar = True  # attributes as one list, which the members do not repeat

@@ -1,0 +1,18 @@
+"""Every Python block of docs/doors/stim.md runs, and prints what the comments say."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import pytest
+
+pytest.importorskip("stim")
+pytest.importorskip("sybil")
+
+from support.documents import assert_blocks_print
+
+DOCUMENT = Path(__file__).parents[4] / "docs" / "doors" / "stim.md"
+
+
+def test_blocks_run_in_order(capsys: pytest.CaptureFixture[str]) -> None:
+    assert_blocks_print(DOCUMENT, capsys)
