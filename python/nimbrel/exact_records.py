@@ -30,20 +30,29 @@ _QUARTER, _HALF = 90.0, 180.0
 _PAULI_STEP: Final = 45.0
 _MOST_DEGREES: Final = 1e6  # the Clifford filter doubles the angle in 32 bits
 _MOST_SPARSE_QUBITS: Final = 63
+_FIRST_STORED_FLAG: Final = 2
 
 
 class _Rows:
-    """All records of one opcode, word by word."""
+    """All records of one opcode, word by word.
 
-    def __init__(self, words: Words, following: npt.NDArray[np.uint64]) -> None:
+    Attributes:
+        following: The opcodes of the records that may take these as their extensions.
+        extended: Whether the program has extension records.
+        narrow: Whether a dense filter could hold the program, so that its meaning there counts.
+        one_register: Whether the register is known at every record.
+    """
+
+    def __init__(
+        self, words: Words, following: npt.NDArray[np.uint64], program: "_Program"
+    ) -> None:
         self.targets, self.controls, self.negated = words[:, 1], words[:, 2], words[:, 6]
         self.angles = np.ascontiguousarray(words[:, 3]).view(np.float64)
         self.conditions, self.flags = words[:, 4], words[:, 5]
         self.target_offsets, self.control_offsets = words[:, 7], words[:, 8]
         self.following = following
-
-    def everything(self) -> _Bools:
-        return np.ones(len(self.targets), dtype=bool)
+        self.extended, self.narrow = program.extended, program.narrow
+        self.one_register = program.one_register
 
     def without_controls(self) -> _Bools:
         return self.controls == 0
@@ -53,16 +62,43 @@ class _Rows:
         return single & (self.controls & self.negated == 0)
 
     def apart(self) -> _Bools:
-        same_word = self.target_offsets == self.control_offsets
+        # The low bits of an offset name no word.
+        same_word = (self.target_offsets ^ self.control_offsets) < WORD_BITS
         return ~same_word | (self.targets & self.controls == 0)
 
     def two_targets(self) -> _Bools:
         rest = self.targets & (self.targets - np.uint64(1))
         return (self.targets != 0) & (rest != 0) & (rest & (rest - np.uint64(1)) == 0)
 
-    def one_or_two_targets(self) -> _Bools:
+    def at_most_two_targets(self) -> _Bools:
         rest = self.targets & (self.targets - np.uint64(1))
-        return (self.targets != 0) & (rest & (rest - np.uint64(1)) == 0)
+        return rest & (rest - np.uint64(1)) == 0
+
+    def plain_swap(self) -> _Bools:
+        # A dense filter lets a negated target control the other target.
+        if self.narrow:
+            return self.two_targets() & (self.targets & self.negated == 0)
+        return self.at_most_two_targets()
+
+    def plain_targets(self) -> _Bools:
+        # A diagonal gate acts where a negated target is 0.
+        return self.targets & self.negated == 0
+
+    def negated_controls_only(self) -> _Bools:
+        # A bit filter never carries out a gate with other negated qubits.
+        return (self.controls == 0) | (self.negated & ~self.controls == 0)
+
+    def target_words(self) -> _Bools:
+        # A Clifford filter adds the low bits of an offset, and a dense one ignores the offset.
+        return (self.targets == 0) | (self.target_offsets == 0) | (not self.narrow)
+
+    def control_words(self) -> _Bools:
+        return (self.controls == 0) | (self.control_offsets == 0) | (not self.narrow)
+
+    def size(self) -> _Bools:
+        # Qubits outside the register are dropped by a dense filter only, and a jump over a reset
+        # leaves the register unknown.
+        return (self.targets != 0) & (self.one_register or not self.narrow)
 
     def without_flags(self) -> _Bools:
         return self.flags == 0
@@ -77,7 +113,7 @@ def _half_turn(rows: _Rows) -> _Bools:
 
 
 def _clifford_phase(rows: _Rows) -> _Bools:
-    quarter = (np.abs(rows.angles) == _QUARTER) & rows.without_controls()
+    quarter = (np.abs(rows.angles) == _QUARTER) & rows.without_controls() & rows.plain_targets()
     return quarter | ((rows.angles == _HALF) & _half_turn(rows))
 
 
@@ -100,9 +136,19 @@ def _clifford_product_rotation(rows: _Rows) -> _Bools:
 
 
 def _one_sign(rows: _Rows) -> _Bools:
-    # A measurement into negative flags may end above 0, where filters differ.
+    # A measurement into negative flags may end above 1, where filters differ.
     first = rows.flags.view(np.int64)
-    return (first >= 0) | (first <= -WORD_BITS)
+    return (first >= 0) | (first + _counts(rows.targets) <= _FIRST_STORED_FLAG) | rows.extended
+
+
+def _counts(masks: Words) -> npt.NDArray[np.int64]:
+    octets = np.ascontiguousarray(masks).view(np.uint8).reshape(-1, 8)
+    return np.unpackbits(octets, axis=1).sum(axis=1, dtype=np.int64)
+
+
+def _counts_no_flags(rows: _Rows) -> _Bools:
+    # A bit filter counts from flag 0 on, where others store nothing.
+    return (rows.flags != 0) | (rows.at_most_two_targets() & (not rows.extended))
 
 
 def _sparse_product(rows: _Rows) -> _Bools:
@@ -116,43 +162,59 @@ def _extends_a_value(rows: _Rows) -> _Bools:
     return rows.without_controls() | takers
 
 
-_ALWAYS: Final[dict[int, _Rule]] = {
-    int(opcode): _Rows.everything
-    for opcode in (Opcode.CLEAR, Opcode.FREE, Opcode.FLAG_NAND, Opcode.JUMP_FWD, Opcode.LABEL)
-}
 _NEVER: Final = None
 
 CLASSICAL: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, (*_GATES, Opcode.PPR, Opcode.PPM, Opcode.PCP)), _NEVER),
-    **dict.fromkeys(map(int, (Opcode.X, Opcode.LELBOW, Opcode.RELBOW)), _Rows.apart),
-    int(Opcode.SWAP): lambda rows: rows.one_or_two_targets() & rows.apart(),
-    # A bit filter counts from flag 0 on, where others store nothing.
-    int(Opcode.READ): lambda rows: (rows.flags != 0) | rows.one_or_two_targets(),
-    int(Opcode.WRITE): _Rows.without_flags,
-    int(Opcode.RESET): lambda rows: rows.targets != 0,
+    **dict.fromkeys(
+        map(int, (Opcode.X, Opcode.LELBOW, Opcode.RELBOW)),
+        lambda rows: rows.apart() & rows.negated_controls_only(),
+    ),
+    int(Opcode.SWAP): lambda rows: rows.plain_swap() & rows.apart() & rows.negated_controls_only(),
+    int(Opcode.READ): _counts_no_flags,
+    int(Opcode.WRITE): lambda rows: rows.without_flags() & rows.control_words(),
+    int(Opcode.RESET): _Rows.size,
 }
 """The records of a bit filter: the rule that a record must pass, or None if none passes."""
 
 CLIFFORD: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, (*_GATES, Opcode.PCP)), _NEVER),
-    **dict.fromkeys(map(int, (Opcode.Y, Opcode.H, Opcode.S, Opcode.S_INV)), _Rows.without_controls),
-    int(Opcode.X): lambda rows: rows.without_controls() | (rows.one_control() & rows.apart()),
-    int(Opcode.Z): _half_turn,
-    int(Opcode.PHASE): _clifford_phase,
-    int(Opcode.RZ): _clifford_rotation,
-    int(Opcode.SWAP): lambda rows: rows.without_controls() & rows.one_or_two_targets(),
+    **dict.fromkeys(
+        map(int, (Opcode.Y, Opcode.H)),
+        lambda rows: rows.without_controls() & rows.target_words(),
+    ),
+    **dict.fromkeys(
+        map(int, (Opcode.S, Opcode.S_INV)),
+        lambda rows: rows.without_controls() & rows.plain_targets() & rows.target_words(),
+    ),
+    int(Opcode.X): lambda rows: (
+        (rows.without_controls() | (rows.one_control() & rows.apart()))
+        & rows.target_words()
+        & rows.control_words()
+    ),
+    int(Opcode.Z): lambda rows: _half_turn(rows) & rows.target_words() & rows.control_words(),
+    int(Opcode.PHASE): lambda rows: (
+        _clifford_phase(rows) & rows.target_words() & rows.control_words()
+    ),
+    int(Opcode.RZ): lambda rows: _clifford_rotation(rows) & rows.target_words(),
+    int(Opcode.SWAP): lambda rows: (
+        rows.without_controls() & rows.plain_swap() & rows.target_words()
+    ),
     int(Opcode.PPR): _clifford_product_rotation,
     int(Opcode.PPM): _first_word_letters,
-    int(Opcode.READ): _one_sign,
-    int(Opcode.WRITE): _Rows.without_flags,
+    int(Opcode.READ): lambda rows: _one_sign(rows) & rows.target_words(),
+    int(Opcode.WRITE): lambda rows: (
+        rows.without_flags() & rows.target_words() & rows.control_words()
+    ),
+    **dict.fromkeys(map(int, (Opcode.CLEAR, Opcode.FREE)), _Rows.target_words),
     int(Opcode.EXTEND): _extends_a_value,
-    int(Opcode.RESET): lambda rows: (rows.targets != 0) & (rows.targets < 2**32),
+    int(Opcode.RESET): lambda rows: rows.size() & (rows.targets < 2**32),
 }
 """The records of a Clifford filter."""
 
 SPARSE: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, _GATES), _Rows.apart),
-    int(Opcode.SWAP): lambda rows: rows.two_targets() & rows.apart(),
+    int(Opcode.SWAP): lambda rows: rows.two_targets() & rows.plain_targets() & rows.apart(),
     int(Opcode.PCP): _NEVER,
     int(Opcode.EXTEND): _NEVER,
     int(Opcode.PPR): _sparse_product,
@@ -164,6 +226,23 @@ SPARSE: Final[dict[int, _Rule | None]] = {
     int(Opcode.RESET): lambda rows: rows.targets <= _MOST_SPARSE_QUBITS,
 }
 """The records of a sparse filter."""
+
+
+class _Program(NamedTuple):
+    """What the rules ask about the whole program."""
+
+    extended: bool
+    narrow: bool
+    one_register: bool
+
+
+def _program(words: Words, positions: dict[int, npt.NDArray[np.intp]]) -> _Program:
+    sizes = words[positions[int(Opcode.RESET)], 1]
+    extended = int(Opcode.EXTEND) in positions
+    narrow = not extended and int(sizes.max()) <= _MOST_SPARSE_QUBITS
+    return _Program(
+        extended, narrow, int(Opcode.JUMP_FWD) not in positions or bool((sizes == sizes[0]).all())
+    )
 
 
 class Objection(NamedTuple):
@@ -189,6 +268,8 @@ def first_objection(
         rules: The table of the filter.
     """
     found: list[Objection] = []
+    program = _program(words, positions)
+    takers = np.flatnonzero(words[:, 0] != Opcode.EXTEND)
     for opcode, places in positions.items():
         if opcode not in rules:
             continue
@@ -196,8 +277,8 @@ def first_objection(
         if rule is None:
             found.append(Objection(int(places[0]), opcode))
             continue
-        last = np.minimum(places + 1, len(words) - 1)
-        passed = rule(_Rows(words[places], words[last, 0]))
+        taker = np.minimum(np.searchsorted(takers, places, side="right"), len(takers) - 1)
+        passed = rule(_Rows(words[places], words[takers[taker], 0], program))
         if not passed.all():
             found.append(Objection(int(places[np.argmin(passed)]), opcode))
     return min(found, default=None)
