@@ -95,6 +95,10 @@ class _Rows:
     def control_words(self) -> _Bools:
         return (self.controls == 0) | (self.control_offsets == 0) | (not self.narrow)
 
+    def value_of_targets(self) -> _Bools:
+        # A dense filter may refuse a value that has bits outside the targets.
+        return (self.controls & ~self.targets == 0) | (not self.narrow)
+
     def size(self) -> _Bools:
         # Qubits outside the register are dropped by a dense filter only, and a jump over a reset
         # leaves the register unknown.
@@ -172,7 +176,9 @@ CLASSICAL: Final[dict[int, _Rule | None]] = {
     ),
     int(Opcode.SWAP): lambda rows: rows.plain_swap() & rows.apart() & rows.negated_controls_only(),
     int(Opcode.READ): _counts_no_flags,
-    int(Opcode.WRITE): lambda rows: rows.without_flags() & rows.control_words(),
+    int(Opcode.WRITE): lambda rows: (
+        rows.without_flags() & rows.control_words() & rows.value_of_targets()
+    ),
     int(Opcode.RESET): _Rows.size,
 }
 """The records of a bit filter: the rule that a record must pass, or None if none passes."""
@@ -204,7 +210,7 @@ CLIFFORD: Final[dict[int, _Rule | None]] = {
     int(Opcode.PPM): _first_word_letters,
     int(Opcode.READ): lambda rows: _one_sign(rows) & rows.target_words(),
     int(Opcode.WRITE): lambda rows: (
-        rows.without_flags() & rows.target_words() & rows.control_words()
+        rows.without_flags() & rows.target_words() & rows.control_words() & rows.value_of_targets()
     ),
     **dict.fromkeys(map(int, (Opcode.CLEAR, Opcode.FREE)), _Rows.target_words),
     int(Opcode.EXTEND): _extends_a_value,

@@ -71,3 +71,12 @@ def test_a_swap_with_a_negated_target_keeps_a_program_off_the_sparse_filter() ->
 def test_resets_to_one_size_behind_a_jump_leave_the_register_known() -> None:
     steps = [nb.read(0, 2), nb.jump_fwd(1, flag=2), nb.reset(3), nb.label(1), nb.x(2)]
     assert nb.choose_filter(nb.program(nb.reset(3), *steps)).name == "StreamBitQPU"
+
+
+@pytest.mark.parametrize("before", [nb.x(0), nb.s(0)], ids=["classical", "clifford"])
+def test_a_value_outside_the_register_fails_as_on_the_dense_filter(before: nb.Program) -> None:
+    records = nb.program(
+        nb.reset(2), before, nb.record(Opcode.WRITE, target_mask=3, cond_mask=7), nb.x(0)
+    )
+    with pytest.raises(RuntimeError, match="value 7 lies outside the register of 2 qubits"):
+        nb.sample(records, 1)
