@@ -4,7 +4,8 @@ The principle of deferred measurement (Nielsen and Chuang, "Quantum Computation 
 Information", section 4.4): a measurement of qubits that no later gate acts on can be moved behind
 all gates. If this holds for all measurements of a program, one simulation of its gates gives the
 distribution of all outcomes. A clear, free or write of qubits that nothing uses afterwards changes
-no outcome either, and is left out.
+no outcome either, and is left out. One of qubits that nothing has acted on is a gate, because it
+leaves nothing to chance.
 """
 
 from collections.abc import Iterator
