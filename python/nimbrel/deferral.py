@@ -265,7 +265,7 @@ class _Touches:
     def _extends_gate(self) -> npt.NDArray[np.bool_]:
         """Which extension records do not certainly belong to a measurement or a write."""
         extends = self._words[:, 0] == Opcode.EXTEND
-        found = extends.copy()
+        found: npt.NDArray[np.bool_] = extends.copy()
         for index in np.flatnonzero(extends)[::-1].tolist():
             if index + 1 < len(extends):
                 taker = int(self._words[index + 1, 0])

@@ -89,7 +89,9 @@ def sample(
     choice = _choice(records, filter, plan, seed)
     with ExitStack() as stack:
         is_open = isinstance(filter, Simulator)
-        simulator = filter if is_open else stack.enter_context(Simulator(choice.name))
+        simulator = (
+            filter if isinstance(filter, Simulator) else stack.enter_context(Simulator(choice.name))
+        )
         run = _Runs(simulator, records, wanted)
         if choice.name == _BIT and not (is_open and older_flags):
             packed = np.repeat(run.in_turn(min(shots, 1), progress=progress), shots, axis=0)
@@ -140,7 +142,7 @@ class _Window(NamedTuple):
     """Consecutive flags that one call of the engine returns."""
 
     first: int
-    count: int
+    length: int
 
 
 class _Runs:
@@ -171,7 +173,7 @@ class _Runs:
         size = int(gates["target_mask"][0])
         if self._simulator.filter_type != _CLIFFORD or size <= WORD_BITS:
             return gates
-        padded = gates.copy()
+        padded: Program = gates.copy()
         padded["target_mask"][0] = -(-size // WORD_BITS) * WORD_BITS
         return padded
 
@@ -185,14 +187,16 @@ class _Runs:
         """
         fetched: list[int] = []
         windows = _windows(self._wanted)
-        with ProgressBar(shots, "shot", shown=progress) as bar:
-            with checked(self._simulator, self._records) as handle:
-                for _ in range(shots):
-                    if renew:
-                        self._on_new_filter(windows, fetched)
-                    else:
-                        self._once(handle, windows, fetched)
-                    bar.update(1)
+        with (
+            ProgressBar(shots, "shot", shown=progress) as bar,
+            checked(self._simulator, self._records) as handle,
+        ):
+            for _ in range(shots):
+                if renew:
+                    self._on_new_filter(windows, fetched)
+                else:
+                    self._once(handle, windows, fetched)
+                bar.update(1)
         return _packed(fetched, windows, self._wanted, shots)
 
     def _once(self, handle: int, windows: Sequence[_Window], fetched: list[int]) -> None:
@@ -201,8 +205,8 @@ class _Runs:
             _lib_nb_sim.put_instructions(handle, records, len(records))
         else:
             put_in_calls(handle, records, self._first_call)
-        for first, count in windows:
-            fetched.append(_lib_nb_sim.fetch_read_result(handle, first, count))
+        for first, length in windows:
+            fetched.append(_lib_nb_sim.fetch_read_result(handle, first, length))
 
     def _on_new_filter(self, windows: Sequence[_Window], fetched: list[int]) -> None:
         handle = _lib_nb_sim.new_native_filter(self._simulator.filter_type)
@@ -218,7 +222,7 @@ def _windows(flags: Sequence[int]) -> list[_Window]:
     for flag in sorted(set(flags)):
         check_flag_range(flag, 1)
         if windows and flag < windows[-1].first + FLAGS_PER_FETCH:
-            windows[-1] = windows[-1]._replace(count=flag - windows[-1].first + 1)
+            windows[-1] = windows[-1]._replace(length=flag - windows[-1].first + 1)
         else:
             windows.append(_Window(flag, 1))
     return windows
