@@ -155,13 +155,16 @@ class _Walk:
         if any(self._touches.after(index, mask, offset) for mask, offset in targets):
             raise _CannotDeferError(text)
 
-    def _require_whole_words(self) -> None:
+    def _require_plain_masks(self) -> None:
         # A Clifford filter adds the low bits of an offset to the qubits, others ignore them.
         if self._touches.has_odd_offsets:
             raise _CannotDeferError("sets or measures qubits among offsets inside a word")
+        # The tableau of a Clifford filter is that of no state then.
+        if self._touches.has_own_controls:
+            raise _CannotDeferError("sets or measures qubits among targets that are controls")
 
     def _read(self, index: int, extensions: list[int]) -> None:
-        self._require_whole_words()
+        self._require_plain_masks()
         targets = self._targets(index, extensions)
         self._require_unused(index, targets, "measures a qubit before a gate on it")
         if _overlap(self._dropped, targets):
@@ -179,7 +182,7 @@ class _Walk:
         self._leave_out(index, extensions)
 
     def _write(self, index: int, opcode: int, extensions: list[int]) -> None:
-        self._require_whole_words()
+        self._require_plain_masks()
         row = self._words[index]
         targets = self._targets(index, extensions)
         # On a sparse filter, the offset of a write is its first flag.
@@ -216,6 +219,13 @@ class _Touches:
         self._words = words
         self._is_special = is_special
         self._by_offset: dict[int, tuple[npt.NDArray[np.intp], Words, Words]] = {}
+
+    @cached_property
+    def has_own_controls(self) -> bool:
+        """Whether an X has a target among its controls."""
+        words = self._words
+        own = (words[:, 0] == Opcode.X) & (words[:, 1] & words[:, 2] != 0)
+        return bool(own.any())
 
     @cached_property
     def has_odd_offsets(self) -> bool:

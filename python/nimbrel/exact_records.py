@@ -7,20 +7,18 @@ is no reason against a filter.
 """
 
 from collections.abc import Callable
-from typing import Any, Final, NamedTuple, TypeAlias
+from typing import Final, NamedTuple, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
+from nimbrel.record_columns import MOST_SPARSE_QUBITS, Bools, RecordColumns, traits_of
 from nimbrel.register_trace import Words
 
 __all__ = ["CLASSICAL", "CLIFFORD", "SPARSE", "Objection", "first_objection"]
 
-_Bools: TypeAlias = Any
-"""An array of booleans, one a record. The stubs of NumPy give comparisons no narrower type."""
-_Rule: TypeAlias = Callable[["_Rows"], _Bools]
+_Rule: TypeAlias = Callable[["RecordColumns"], Bools]
 
 _GATES: Final = (
     *(Opcode.X, Opcode.Y, Opcode.PHASE, Opcode.H, Opcode.LELBOW, Opcode.RELBOW),
@@ -30,124 +28,43 @@ _GATES: Final = (
 _QUARTER, _HALF = 90.0, 180.0
 _PAULI_STEP: Final = 45.0
 _MOST_DEGREES: Final = 1e6  # the Clifford filter doubles the angle in 32 bits
-_MOST_SPARSE_QUBITS: Final = 63
 _FIRST_STORED_FLAG: Final = 2
 
 
-class _Rows:
-    """All records of one opcode, word by word.
-
-    Attributes:
-        following: The opcodes of the records that may take these as their extensions.
-        extended: Whether the program has extension records.
-        narrow: Whether a dense filter could hold the program, so that its meaning there counts.
-        one_register: Whether the register is known at every record.
-    """
-
-    def __init__(
-        self, words: Words, following: npt.NDArray[np.uint64], program: "_Program"
-    ) -> None:
-        self.targets: Words = words[:, 1]
-        self.controls: Words = words[:, 2]
-        self.angles = np.ascontiguousarray(words[:, 3]).view(np.float64)
-        self.conditions: Words = words[:, 4]
-        self.flags: Words = words[:, 5]
-        self.negated: Words = words[:, 6]
-        self.target_offsets: Words = words[:, 7]
-        self.control_offsets: Words = words[:, 8]
-        self.following = following
-        self.extended, self.narrow = program.extended, program.narrow
-        self.one_register = program.one_register
-
-    def without_controls(self) -> _Bools:
-        return self.controls == 0
-
-    def one_control(self) -> _Bools:
-        single = (self.controls != 0) & (self.controls & (self.controls - np.uint64(1)) == 0)
-        return single & (self.controls & self.negated == 0)
-
-    def apart(self) -> _Bools:
-        # The low bits of an offset name no word.
-        same_word = (self.target_offsets ^ self.control_offsets) < WORD_BITS
-        return ~same_word | (self.targets & self.controls == 0)
-
-    def two_targets(self) -> _Bools:
-        rest = self.targets & (self.targets - np.uint64(1))
-        return (self.targets != 0) & (rest != 0) & (rest & (rest - np.uint64(1)) == 0)
-
-    def at_most_two_targets(self) -> _Bools:
-        rest = self.targets & (self.targets - np.uint64(1))
-        return rest & (rest - np.uint64(1)) == 0
-
-    def plain_swap(self) -> _Bools:
-        # A dense filter lets a negated target control the other target.
-        if self.narrow:
-            return self.two_targets() & (self.targets & self.negated == 0)
-        return self.at_most_two_targets()
-
-    def plain_targets(self) -> _Bools:
-        # A diagonal gate acts where a negated target is 0.
-        return self.targets & self.negated == 0
-
-    def negated_controls_only(self) -> _Bools:
-        # A bit filter never carries out a gate with other negated qubits.
-        return (self.controls == 0) | (self.negated & ~self.controls == 0)
-
-    def target_words(self) -> _Bools:
-        # A Clifford filter adds the low bits of an offset, and a dense one ignores the offset.
-        return (self.targets == 0) | (self.target_offsets == 0) | (not self.narrow)
-
-    def control_words(self) -> _Bools:
-        return (self.controls == 0) | (self.control_offsets == 0) | (not self.narrow)
-
-    def value_of_targets(self) -> _Bools:
-        # A dense filter may refuse a value that has bits outside the targets.
-        return (self.controls & ~self.targets == 0) | (not self.narrow)
-
-    def size(self) -> _Bools:
-        # Qubits outside the register are dropped by a dense filter only, and a jump over a reset
-        # leaves the register unknown.
-        return (self.targets != 0) & (self.one_register or not self.narrow)
-
-    def without_flags(self) -> _Bools:
-        return self.flags == 0
-
-    def always(self) -> _Bools:
-        return self.conditions <= 1
-
-
-def _half_turn(rows: _Rows) -> _Bools:
+def _half_turn(rows: RecordColumns) -> Bools:
     alone = (rows.targets == 0) & rows.one_control()
     return rows.without_controls() | alone
 
 
-def _clifford_phase(rows: _Rows) -> _Bools:
+def _clifford_phase(rows: RecordColumns) -> Bools:
     quarter = (np.abs(rows.angles) == _QUARTER) & rows.without_controls() & rows.plain_targets()
     return quarter | ((rows.angles == _HALF) & _half_turn(rows))
 
 
-def _clifford_rotation(rows: _Rows) -> _Bools:
+def _clifford_rotation(rows: RecordColumns) -> Bools:
     turned = (np.abs(rows.angles) == _QUARTER) | (rows.angles == _HALF)
     return turned & rows.without_controls()
 
 
-def _first_word_letters(rows: _Rows) -> _Bools:
+def _first_word_letters(rows: RecordColumns) -> Bools:
     # The Clifford filter takes the number of its pivot from the first word, without its offset.
     letters = (rows.targets | rows.controls) != 0
     return letters & (rows.target_offsets == 0) & (rows.control_offsets == 0)
 
 
-def _clifford_product_rotation(rows: _Rows) -> _Bools:
+def _clifford_product_rotation(rows: RecordColumns) -> Bools:
     with np.errstate(invalid="ignore"):
         steps = np.abs(rows.angles) <= _MOST_DEGREES
         steps &= np.remainder(rows.angles, _PAULI_STEP) == 0
     return steps & (rows.flags == 0) & _first_word_letters(rows)
 
 
-def _one_sign(rows: _Rows) -> _Bools:
+def _one_sign(rows: RecordColumns) -> Bools:
     # A measurement into negative flags may end above 1, where filters differ.
     first = rows.flags.view(np.int64)
-    return (first >= 0) | (first + _counts(rows.targets) <= _FIRST_STORED_FLAG) | rows.extended
+    return (
+        (first >= 0) | (first + _counts(rows.targets) <= _FIRST_STORED_FLAG) | rows.program.extended
+    )
 
 
 def _counts(masks: Words) -> npt.NDArray[np.int64]:
@@ -156,17 +73,17 @@ def _counts(masks: Words) -> npt.NDArray[np.int64]:
     return counts
 
 
-def _counts_no_flags(rows: _Rows) -> _Bools:
+def _counts_no_flags(rows: RecordColumns) -> Bools:
     # A bit filter counts from flag 0 on, where others store nothing.
-    return (rows.flags != 0) | (rows.at_most_two_targets() & (not rows.extended))
+    return (rows.flags != 0) | (rows.at_most_two_targets() & (not rows.program.extended))
 
 
-def _sparse_product(rows: _Rows) -> _Bools:
+def _sparse_product(rows: RecordColumns) -> Bools:
     letters = rows.targets | rows.controls
     return (letters != 0) & (letters & rows.flags == 0)
 
 
-def _extends_a_value(rows: _Rows) -> _Bools:
+def _extends_a_value(rows: RecordColumns) -> Bools:
     # A gate of the Clifford filter drops controls that come by extension records alone.
     takers = np.isin(rows.following, [Opcode.WRITE, Opcode.PPR, Opcode.PPM])
     return rows.without_controls() | takers
@@ -185,7 +102,7 @@ CLASSICAL: Final[dict[int, _Rule | None]] = {
     int(Opcode.WRITE): lambda rows: (
         rows.without_flags() & rows.control_words() & rows.value_of_targets()
     ),
-    int(Opcode.RESET): _Rows.size,
+    int(Opcode.RESET): RecordColumns.size,
 }
 """The records of a bit filter: the rule that a record must pass, or None if none passes."""
 
@@ -218,14 +135,14 @@ CLIFFORD: Final[dict[int, _Rule | None]] = {
     int(Opcode.WRITE): lambda rows: (
         rows.without_flags() & rows.target_words() & rows.control_words() & rows.value_of_targets()
     ),
-    **dict.fromkeys(map(int, (Opcode.CLEAR, Opcode.FREE)), _Rows.target_words),
+    **dict.fromkeys(map(int, (Opcode.CLEAR, Opcode.FREE)), RecordColumns.target_words),
     int(Opcode.EXTEND): _extends_a_value,
     int(Opcode.RESET): lambda rows: rows.size() & (rows.targets < 2**32),
 }
 """The records of a Clifford filter."""
 
 SPARSE: Final[dict[int, _Rule | None]] = {
-    **dict.fromkeys(map(int, _GATES), _Rows.apart),
+    **dict.fromkeys(map(int, _GATES), RecordColumns.apart),
     int(Opcode.SWAP): lambda rows: rows.two_targets() & rows.plain_targets() & rows.apart(),
     int(Opcode.PCP): _NEVER,
     int(Opcode.EXTEND): _NEVER,
@@ -235,26 +152,17 @@ SPARSE: Final[dict[int, _Rule | None]] = {
     # a free from the word of its event code.
     int(Opcode.WRITE): lambda rows: rows.without_flags() & (rows.target_offsets == 0),
     int(Opcode.FREE): lambda rows: rows.always() & (rows.flags <= 1),
-    int(Opcode.RESET): lambda rows: rows.targets <= _MOST_SPARSE_QUBITS,
+    int(Opcode.RESET): lambda rows: rows.targets <= MOST_SPARSE_QUBITS,
 }
 """The records of a sparse filter."""
 
 
-class _Program(NamedTuple):
-    """What the rules ask about the whole program."""
-
-    extended: bool
-    narrow: bool
-    one_register: bool
-
-
-def _program(words: Words, positions: dict[int, npt.NDArray[np.intp]]) -> _Program:
-    sizes = words[positions[int(Opcode.RESET)], 1]
-    extended = int(Opcode.EXTEND) in positions
-    narrow = not extended and int(sizes.max()) <= _MOST_SPARSE_QUBITS
-    return _Program(
-        extended, narrow, int(Opcode.JUMP_FWD) not in positions or bool((sizes == sizes[0]).all())
-    )
+def _takers(words: Words) -> npt.NDArray[np.intp]:
+    """The next record behind each one that is no extension; the last one stands for none."""
+    takers = np.flatnonzero(words[:, 0] != Opcode.EXTEND)
+    following = np.searchsorted(takers, np.arange(len(words)), side="right")
+    found: npt.NDArray[np.intp] = takers[np.minimum(following, len(takers) - 1)]
+    return found
 
 
 class Objection(NamedTuple):
@@ -280,8 +188,8 @@ def first_objection(
         rules: The table of the filter.
     """
     found: list[Objection] = []
-    program = _program(words, positions)
-    takers = np.flatnonzero(words[:, 0] != Opcode.EXTEND)
+    program = traits_of(words, positions)
+    takers = _takers(words) if program.extended else None
     for opcode, places in positions.items():
         if opcode not in rules:
             continue
@@ -289,8 +197,8 @@ def first_objection(
         if rule is None:
             found.append(Objection(int(places[0]), opcode))
             continue
-        taker = np.minimum(np.searchsorted(takers, places, side="right"), len(takers) - 1)
-        passed = rule(_Rows(words[places], words[takers[taker], 0], program))
+        following = words[places if takers is None else takers[places], 0]
+        passed = rule(RecordColumns(words[places], following, program))
         if not passed.all():
             found.append(Objection(int(places[np.argmin(passed)]), opcode))
     return min(found, default=None)

@@ -55,3 +55,12 @@ def test_a_first_write_in_the_second_word_is_a_gate() -> None:
         nb.sample(records, 20, filter=CLIFFORD, seed=5).values().tolist() for _ in range(2)
     )
     assert first == second
+
+
+def test_a_tableau_that_is_that_of_no_state_is_measured_in_every_run() -> None:
+    # The gate turns the generator X into one without letters.
+    own = nb.record(Opcode.X, target_mask=1, cond_mask=1)
+    records = nb.program(nb.reset(1), nb.h(0), own, nb.read(0, 2))
+    with pytest.raises(ValueError, match="record 3 sets or measures qubits among targets that are"):
+        nb.sample(records, 1, filter=CLIFFORD, seed=1)
+    assert len(nb.sample(records, 4, filter=CLIFFORD)) == 4
