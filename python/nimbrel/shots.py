@@ -61,8 +61,8 @@ def sample(
             ascending. A flag that a run has not stored reads 0.
         filter: "auto" for the choice of `choose_filter`, an engine type name such as "StreamQPU",
             or an open simulator. The state and the flags of an open simulator are unspecified
-            afterwards, and its flags stay from run to run; a filter that is made here starts every
-            run without flags.
+            afterwards, and its flags stay from run to run, so a program that may see older flags
+            runs once a shot; a filter that is made here starts every run without flags.
         seed: Makes the outcomes repeat, 32 bits; None draws differently each time. A program that
             runs once a shot draws from the generator that all filters of the process share, and
             the seed is that of `nimbrel.seed`.
