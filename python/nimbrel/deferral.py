@@ -4,10 +4,12 @@ The principle of deferred measurement (Nielsen and Chuang, "Quantum Computation 
 Information", section 4.4): a measurement of qubits that no later gate acts on can be moved behind
 all gates. If this holds for all measurements of a program, one simulation of its gates gives the
 distribution of all outcomes. A clear, free or write of qubits that nothing uses afterwards changes
-no outcome either, and is left out.
+no outcome either, and is left out. One of qubits that nothing has acted on is a gate, because it
+leaves nothing to chance.
 """
 
 from collections.abc import Iterator
+from functools import cached_property
 from typing import Final, NamedTuple, TypeAlias
 
 import numpy as np
@@ -28,6 +30,7 @@ _TAG_SHIFT: Final = np.uint64(32)
 _MEASURING_GATES: Final = (Opcode.READ, Opcode.WRITE, Opcode.PPM)
 _SETTERS: Final = (Opcode.READ, Opcode.CLEAR, Opcode.FREE, Opcode.WRITE)
 _CHECK_ZERO: Final = 1 << 4
+_LARGEST_FLAG: Final = 2**63 - 1
 
 Mask: TypeAlias = tuple[int, int]
 """A mask of qubits and the offset of its word."""
@@ -115,7 +118,7 @@ class _Walk:
         elif opcode in (Opcode.CLEAR, Opcode.FREE, Opcode.WRITE):
             self._write(index, opcode, extensions)
         elif opcode == Opcode.FLAG_NAND:
-            self._nand(index)
+            self._nand(index, extensions)
         elif opcode == Opcode.RESET:
             raise _CannotDeferError("is a further reset")
         elif opcode == Opcode.PPM:
@@ -152,7 +155,16 @@ class _Walk:
         if any(self._touches.after(index, mask, offset) for mask, offset in targets):
             raise _CannotDeferError(text)
 
+    def _require_plain_masks(self) -> None:
+        # A Clifford filter adds the low bits of an offset to the qubits, others ignore them.
+        if self._touches.has_odd_offsets:
+            raise _CannotDeferError("sets or measures qubits among offsets inside a word")
+        # The tableau of a Clifford filter is that of no state then.
+        if self._touches.has_own_controls:
+            raise _CannotDeferError("sets or measures qubits among targets that are controls")
+
     def _read(self, index: int, extensions: list[int]) -> None:
+        self._require_plain_masks()
         targets = self._targets(index, extensions)
         self._require_unused(index, targets, "measures a qubit before a gate on it")
         if _overlap(self._dropped, targets):
@@ -160,8 +172,9 @@ class _Walk:
         _add(self._measured, targets)
         first = int(self._words[index, 5].astype(np.int64))
         qubits = list(_qubits(targets))
-        if first < 0 <= first + len(qubits) - 1:
-            # Filters differ in what they store behind flag 0.
+        last = first + len(qubits) - 1
+        if first < 0 <= last or last > _LARGEST_FLAG:
+            # Filters differ in what they store behind flag 0, and the largest number wraps.
             raise _CannotDeferError("measures into flags of both signs")
         if first:
             for number, qubit in enumerate(qubits):
@@ -169,16 +182,21 @@ class _Walk:
         self._leave_out(index, extensions)
 
     def _write(self, index: int, opcode: int, extensions: list[int]) -> None:
+        self._require_plain_masks()
         row = self._words[index]
         targets = self._targets(index, extensions)
-        stores_flags = row[5] or (opcode == Opcode.WRITE and row[7] and not extensions)
+        # On a sparse filter, the offset of a write is its first flag.
+        may_be_sparse = self._words[0, 1] < WORD_BITS and not extensions
+        stores_flags = row[5] or (opcode == Opcode.WRITE and row[7] and may_be_sparse)
         if stores_flags or (opcode == Opcode.FREE and int(row[2]) & _CHECK_ZERO):
             raise _CannotDeferError("measures the qubits that it sets")
         if not _overlap(self._measured, targets) and not any(
             self._touches.before(index, mask, offset) for mask, offset in targets
         ):
-            return  # The qubits have certain values, so this is a gate.
+            return  # The qubits have certain values, so the record belongs to the gates.
         self._require_unused(index, targets, "sets qubits between gates")
+        if opcode == Opcode.WRITE and int(row[2]) & ~int(row[1]):
+            raise _CannotDeferError("writes a value outside its targets, which may be an error")
         _add(self._dropped, targets)
         self._leave_out(index, extensions)
 
@@ -186,11 +204,12 @@ class _Walk:
         self._left_out += [*extensions, index]
         self.measuring = index if self.measuring is None else self.measuring
 
-    def _nand(self, index: int) -> None:
+    def _nand(self, index: int, extensions: list[int]) -> None:
         _, a, b, _, _, dest = self._words[index, :6].astype(np.int64).tolist()
         if not self.flags.nand(a, b, dest):
             raise _CannotDeferError("combines measured read flags")
-        self._left_out.append(index)
+        # The record would end the extensions, which the next gate must not take.
+        self._left_out += [*extensions, index]
 
 
 class _Touches:
@@ -200,6 +219,21 @@ class _Touches:
         self._words = words
         self._is_special = is_special
         self._by_offset: dict[int, tuple[npt.NDArray[np.intp], Words, Words]] = {}
+
+    @cached_property
+    def has_own_controls(self) -> bool:
+        """Whether an X has a target among its controls."""
+        words = self._words
+        own = (words[:, 0] == Opcode.X) & (words[:, 1] & words[:, 2] != 0)
+        return bool(own.any())
+
+    @cached_property
+    def has_odd_offsets(self) -> bool:
+        """Whether an offset of a mask is no multiple of the word size."""
+        words = self._words
+        odd = np.where(words[:, 1] != 0, words[:, 7], np.uint64(0))
+        odd |= np.where(words[:, 2] != 0, words[:, 8], np.uint64(0))
+        return bool((odd & np.uint64(WORD_BITS - 1)).any())
 
     def after(self, index: int, mask: int, offset: int) -> bool:
         """Whether a gate behind a record acts on a qubit of a mask."""

@@ -8,6 +8,7 @@ import numpy as np
 from nimbrel.bounded_calls import checked, first_call, put_in_calls
 from nimbrel.deferral import NotDeferred, defer
 from nimbrel.filter_choice import check_local, choose_filter, with_reset
+from nimbrel.opcodes import Opcode
 from nimbrel.pauli_sums import Observable, pauli_sums
 from nimbrel.product_values import product_values
 from nimbrel.progress import ProgressBar
@@ -55,7 +56,8 @@ def expectation(
         RuntimeError: The engine's error.
     """
     records = with_reset(program)
-    sums, is_list = pauli_sums(observable, int(records["target_mask"][0]))
+    sizes = records["target_mask"][records["opcode"] == Opcode.RESET]
+    sums, is_list = pauli_sums(observable, int(sizes.max()))
     if seed is not None:
         seed_engine(seed)
     with ExitStack() as stack:

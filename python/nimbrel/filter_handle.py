@@ -66,6 +66,7 @@ class FilterHandle:
         """
         self._filter_type = filter_type
         values = [word32(value, "a parameter") for value in astuple(SimParams(**params))]
+        self._randomized = bool(params.get("randomized"))
         self._handle = call(_lib_nb_sim.new_native_filter, filter_type)
         self._finalizer = weakref.finalize(self, _free, self._handle)
         # Exit handlers of the caller may still use the filter.

@@ -6,15 +6,15 @@ from typing import Final, NamedTuple
 import numpy as np
 
 from nimbrel.opcodes import Opcode
+from nimbrel.record_rules import JUMP_FAMILY_BYTE
 from nimbrel.records import Program
-from nimbrel.stored_flags import stored_place
+from nimbrel.stored_flags import FLAG_NUMBERS, stored_place
 from nimbrel.suspect_search import as_words
 
 __all__ = ["FlagUse", "flag_use"]
 
 _STORING: Final = (Opcode.READ, Opcode.WRITE, Opcode.PPM, Opcode.FLAG_NAND)
-_FLOW: Final = (Opcode.JUMP_FWD, Opcode.LABEL, Opcode.EXTEND)
-_NOT_STORED_ANYWHERE: Final = -1
+_FIRST_STORED: Final = 2
 
 
 class FlagUse(NamedTuple):
@@ -50,15 +50,21 @@ def flag_use(records: Program) -> FlagUse:
     words = as_words(records)
     opcodes = words[:, 0]
     chosen = words[:, 4] > 1
-    for opcode in (*_STORING, *_FLOW):
+    for opcode in (*_STORING, Opcode.EXTEND):
         chosen |= opcodes == opcode
+    # These records neither take nor end extensions.
+    chosen |= opcodes & np.uint64(0xFF) == JUMP_FAMILY_BYTE
     walk = _Walk()
     indices = np.flatnonzero(chosen)
     for index, row in zip(indices.tolist(), words[indices].view(np.int64).tolist(), strict=True):
         walk.follow(index, row)
-    return FlagUse(
-        sorted(walk.stored), frozenset(walk.certain), walk.reads_older or bool(walk.open)
-    )
+    stored = sorted(map(_flag_of, walk.stored))
+    return FlagUse(stored, frozenset(walk.certain), walk.reads_older or bool(walk.open))
+
+
+def _flag_of(place: int) -> int:
+    # The flags 0 and 1 are constants, and the bits of these places have other names.
+    return place if place >= _FIRST_STORED else place + FLAG_NUMBERS
 
 
 class _Walk:
@@ -83,10 +89,12 @@ class _Walk:
         if opcode == Opcode.EXTEND:
             self._reads(condition)
             self._extended += _count(targets)
-            self._all_extended &= condition in (0, 1)
+            self._all_extended &= condition in (0, 1) and not self.open
             return
         if opcode == Opcode.LABEL:
             self.open.discard(targets)
+            return
+        if opcode & 0xFF == JUMP_FAMILY_BYTE and opcode != Opcode.JUMP_FWD:
             return
         self._reads(condition)
         if opcode == Opcode.JUMP_FWD:

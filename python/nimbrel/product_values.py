@@ -50,7 +50,12 @@ def product_values(
     if isinstance(simulator, SparseSimulator):
         return values | _from_terms(*simulator.terms(), lettered)
     if isinstance(simulator, BitSimulator):
-        bits = int(simulator.bits()[::-1] or "0", 2)
+        text = simulator.bits()
+        if any((product.x_mask | product.z_mask) >> len(text) for product in lettered):
+            raise ValueError(
+                f"a label has a letter outside the last register of {len(text)} qubits"
+            )
+        bits = int(text[::-1] or "0", 2)
         return values | {product: _bit_value(bits, product) for product in lettered}
     for product in lettered:
         in_masks = (product.x_mask | product.z_mask) < 1 << MASK_QUBITS

@@ -51,6 +51,11 @@ class ProgramCheck:
         self._passed = PassedPrograms()
         self._current: Entry = [Register()]
 
+    @property
+    def may_be_skipping(self) -> bool:
+        """Whether a jump of the programs so far may be open."""
+        return bool(self._current[0].open_labels)
+
     def stop_following(self) -> None:
         """Refuse no qubits from now on, because programs may run that are not seen here."""
         self._rules.qubits = False

@@ -19,8 +19,10 @@ from nimbrel.deferral import Deferred, NotDeferred, defer
 from nimbrel.filter_choice import FilterChoice, check_local, choose_filter, with_reset
 from nimbrel.flag_use import flag_use
 from nimbrel.masks import WORD_BITS
+from nimbrel.opcodes import Opcode
 from nimbrel.operations import FLAGS_PER_FETCH
 from nimbrel.outcome_draws import draw_outcomes
+from nimbrel.program_check import ProgramCheck
 from nimbrel.progress import ProgressBar
 from nimbrel.records import Program, RecordArray
 from nimbrel.samples import Samples
@@ -33,6 +35,7 @@ __all__ = ["sample"]
 _Packed: TypeAlias = npt.NDArray[np.uint8]
 _CLIFFORD: Final = "StreamCliffordQPU"
 _BIT: Final = "StreamBitQPU"
+_WITHOUT_EXTENSIONS: Final = ("StreamQPU", "StreamSparseQPU")
 
 
 def sample(
@@ -58,8 +61,8 @@ def sample(
             ascending. A flag that a run has not stored reads 0.
         filter: "auto" for the choice of `choose_filter`, an engine type name such as "StreamQPU",
             or an open simulator. The state and the flags of an open simulator are unspecified
-            afterwards, and its flags stay from run to run; a filter that is made here starts every
-            run without flags.
+            afterwards, and its flags stay from run to run, so a program that may see older flags
+            runs once a shot; a filter that is made here starts every run without flags.
         seed: Makes the outcomes repeat, 32 bits; None draws differently each time. A program that
             runs once a shot draws from the generator that all filters of the process share, and
             the seed is that of `nimbrel.seed`.
@@ -77,24 +80,27 @@ def sample(
     """
     check_shots(shots)
     records = with_reset(program)
-    plan = defer(records)
-    choice = _choice(records, filter, plan, seed)
     use = flag_use(records)
     wanted = use.stored if read_flags is None else [int(flag) for flag in read_flags]
+    older_flags = use.needs_fresh_flags(wanted)
+    plan = defer(records)
+    if isinstance(filter, Simulator) and isinstance(plan, Deferred):
+        plan = _plan_for(filter, records, plan, older_flags=older_flags)
+    choice = _choice(records, filter, plan, seed)
     with ExitStack() as stack:
         is_open = isinstance(filter, Simulator)
         simulator = (
             filter if isinstance(filter, Simulator) else stack.enter_context(Simulator(choice.name))
         )
         run = _Runs(simulator, records, wanted)
-        if choice.name == _BIT:
+        if choice.name == _BIT and not (is_open and older_flags):
             packed = np.repeat(run.in_turn(min(shots, 1), progress=progress), shots, axis=0)
         elif isinstance(plan, Deferred):
             packed = run.drawn(plan, shots, seed, progress=progress)
         else:
             if seed is not None:
                 seed_engine(seed)
-            renew = not is_open and use.needs_fresh_flags(wanted)
+            renew = not is_open and older_flags
             packed = run.in_turn(shots, progress=progress, renew=renew)
     return Samples(tuple(wanted), packed, choice.name, choice.reason)
 
@@ -113,6 +119,24 @@ def _choice(
             "filter cannot do this with a seed"
         )
     return FilterChoice(name, "the caller named it")
+
+
+def _plan_for(
+    simulator: Simulator, records: Program, plan: Deferred, *, older_flags: bool
+) -> Deferred | NotDeferred:
+    """Find what an open simulator has of its own that makes a difference from run to run."""
+    if simulator._check.may_be_skipping:
+        return NotDeferred(0, "may be skipped by an open jump")
+    if older_flags:
+        return NotDeferred(0, "begins a run that may see flags of the run before")
+    if simulator._randomized:
+        return NotDeferred(0, "makes a random state")
+    try:
+        # The simulator may have no check. Qubits outside the register have no outcomes to draw.
+        ProgramCheck(simulator.filter_type, qubits=True, inexact_controls=True).begin(records)
+    except ValueError:
+        return NotDeferred(0, "makes a register that lacks a qubit of the program")
+    return plan
 
 
 class _Window(NamedTuple):
@@ -134,11 +158,16 @@ class _Runs:
     def drawn(self, plan: Deferred, shots: int, seed: int | None, *, progress: bool) -> _Packed:
         """Simulate the program once and draw the outcomes."""
         sources = [plan.flags.read(flag) for flag in self._wanted]
-        gates = self._printable(plan.gates)
+        gates = self._records if self._refuses_extensions() else self._printable(plan.gates)
         with ProgressBar(len(gates), "record", shown=progress) as bar:
             with checked(self._simulator, self._records) as handle:
                 put_in_calls(handle, gates, self._first_call, bar)
             return draw_outcomes(self._simulator, sources, shots, np.random.default_rng(seed))
+
+    def _refuses_extensions(self) -> bool:
+        # The extensions of measurements are not among the gates, but must raise their error.
+        extended = self._simulator.filter_type in _WITHOUT_EXTENSIONS
+        return extended and bool((self._records["opcode"] == Opcode.EXTEND).any())
 
     def _printable(self, gates: Program) -> Program:
         # The text of a tableau is complete if the register fills its 64-qubit words.

@@ -37,6 +37,7 @@ def log2_terms(words: Words, limit: int) -> int:
     """
     most = doublings = 0
     differing = 0  # the qubits that may differ between two terms
+    may_skip = False  # whether a jump may skip a reset
     for row in words[:, :3].tolist():
         opcode, targets, controls = row
         if opcode in _MIXING:
@@ -46,14 +47,17 @@ def log2_terms(words: Words, limit: int) -> int:
             # A flip without differing controls is the same for all terms.
             differing |= targets if controls & differing else 0
         elif opcode == Opcode.SWAP:
-            differing |= targets if targets & differing else 0
+            # Terms that differ in a control have their targets exchanged or not.
+            differing |= targets if (targets | controls) & differing else 0
         elif opcode in _PRODUCTS:
             # Basis changes there and back, and a rotation of one qubit that gathers the parity.
             letters = targets | controls
             differing |= letters
             doublings = min(doublings + 2 * targets.bit_count() + 1, differing.bit_count())
-        elif opcode == Opcode.RESET:
+        elif opcode == Opcode.RESET and not may_skip:
             doublings = differing = 0
+        elif opcode == Opcode.JUMP_FWD:
+            may_skip = True
         most = max(most, doublings)
         if most > limit:
             break

@@ -35,7 +35,7 @@ OTHERS = [
     *[nb.ppr(30, 0, 1), nb.ppr(45, 0, 1, controls=2), nb.ppr(float("nan"), 0, 1)],
     *[nb.program(nb.h(0), nb.x(1, zeros=0)), nb.program(nb.h(0), nb.x(2, controls=[0, 1]))],
     *[nb.program(nb.h(0), nb.swap(0, 1, controls=2)), nb.program(nb.h(0), nb.lelbow(1))],
-    *[nb.program(nb.h(0), nb.read([0, 1, 2], -1)), nb.pcp(0, 1, 0, 1)],
+    *[nb.program(nb.h(0), nb.read([0, 1, 2, 3], -1)), nb.pcp(0, 1, 0, 1)],
 ]
 
 
