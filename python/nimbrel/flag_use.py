@@ -53,9 +53,12 @@ def flag_use(records: Program) -> FlagUse:
     for opcode in (*_STORING, *_FLOW):
         chosen |= opcodes == opcode
     walk = _Walk()
-    for row in words[chosen].view(np.int64)[:, :8].tolist():
-        walk.follow(row)
-    return FlagUse(sorted(walk.stored), frozenset(walk.certain), walk.reads_older or bool(walk.open))
+    indices = np.flatnonzero(chosen)
+    for index, row in zip(indices.tolist(), words[indices].view(np.int64).tolist(), strict=True):
+        walk.follow(index, row)
+    return FlagUse(
+        sorted(walk.stored), frozenset(walk.certain), walk.reads_older or bool(walk.open)
+    )
 
 
 class _Walk:
@@ -67,25 +70,31 @@ class _Walk:
         self.open: set[int] = set()
         self.reads_older = False
         self._extended = 0
+        self._all_extended = True
+        self._last = -1
 
-    def follow(self, row: list[int]) -> None:
-        """Take one record, as signed words."""
+    def follow(self, index: int, row: list[int]) -> None:
+        """Take one record, as signed words. Gates without a condition are left out."""
         opcode, targets, controls, _, condition, flag = row[:6]
+        # A gate that was left out has ended the extensions before it.
+        if index != self._last + 1:
+            self._extended, self._all_extended = 0, True
+        self._last = index
         if opcode == Opcode.EXTEND:
             self._reads(condition)
             self._extended += _count(targets)
+            self._all_extended &= condition in (0, 1)
             return
-        extended, self._extended = self._extended, 0
         if opcode == Opcode.LABEL:
             self.open.discard(targets)
-            self._extended = extended
             return
         self._reads(condition)
-        certain = condition in (0, 1) and not self.open
         if opcode == Opcode.JUMP_FWD:
             self.open |= {targets} if targets and condition != -1 else set()
-            self._extended = extended
-        elif opcode == Opcode.READ:
+            return
+        certain = condition in (0, 1) and not self.open and self._all_extended
+        extended, self._extended, self._all_extended = self._extended, 0, True
+        if opcode == Opcode.READ:
             self._stores(flag, _count(targets) + extended, certain=certain)
         elif opcode == Opcode.WRITE:
             # Filters differ in what a write stores.

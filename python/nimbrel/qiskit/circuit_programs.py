@@ -184,7 +184,8 @@ class Template:
         program = np.array(rows, dtype=QPU_OP).view(Program)
         _refuse_infinite(circuit, program)
         if not symbolic and circuit.num_qubits <= MASK_QUBITS:
-            program, jumps = with_small_phases(program, jumps)
+            program, moved = with_small_phases(program, jumps)
+            jumps = [*moved]
         flags = tuple(range(FIRST_FLAG, FIRST_FLAG + circuit.num_clbits))
         stored = conversion.flags.always_stored()
         phase = conversion.phase

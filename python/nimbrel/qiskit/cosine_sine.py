@@ -67,4 +67,5 @@ def cosine_sine(blocks: Matrices) -> tuple[Matrices, Floats, Matrices]:
 
 
 def _adjoint(matrices: Matrices) -> Matrices:
-    return matrices.conj().transpose(0, 2, 1)
+    adjoint: Matrices = matrices.conj().transpose(0, 2, 1)
+    return adjoint
