@@ -9,7 +9,15 @@ import numpy as np
 import numpy.typing as npt
 
 from nimbrel.masks import Qubits
-from nimbrel.plot.figure import BAR_COLOUR, REST_COLOUR, bar_axes, bar_width, bits, clean, label_bars
+from nimbrel.plot.figure import (
+    BAR_COLOUR,
+    REST_COLOUR,
+    bar_axes,
+    bar_width,
+    bits,
+    clean,
+    label_bars,
+)
 from nimbrel.samples import Samples
 
 if TYPE_CHECKING:

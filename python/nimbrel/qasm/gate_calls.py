@@ -260,4 +260,7 @@ def calls_of_matrix(matrix: Matrix, target: int) -> list[GateCall]:
         phi = np.angle(matrix[1, 0]) - overall
         lam = np.angle(-matrix[0, 1]) - overall
     degrees = [float(angle) for angle in np.rad2deg([theta, phi, lam, overall])]
-    return [*u_calls(*degrees[:3], target), GateCall(Opcode.PHASE, degrees[3], ())]
+    return [
+        *u_calls(degrees[0], degrees[1], degrees[2], target),
+        GateCall(Opcode.PHASE, degrees[3], ()),
+    ]

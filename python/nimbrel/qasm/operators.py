@@ -116,7 +116,7 @@ def flag_value(flag: int) -> bool | Bits:
 def _on_flags(name: str, a: Any, b: Any, logic: FlagLogic) -> Value:
     if name in ("<<", ">>"):
         return _shifted(name, a, b)
-    known = [each.number if isinstance(each, Bits) else each for each in (a, b)]
+    known: list[Any] = [each.number if isinstance(each, Bits) else each for each in (a, b)]
     are_numbers = all(not isinstance(each, Bits) or each.name != "bit" for each in (a, b))
     if are_numbers and None not in known and name not in ("==", "!="):
         return binary(name, known[0], known[1], logic)

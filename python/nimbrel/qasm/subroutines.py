@@ -54,8 +54,8 @@ def call(context: Context, subroutine: Subroutine, node: ast.FunctionCall) -> Va
         )
     if len(context.frames) >= _MOST_NESTED:
         raise context.error(node, f"more than {_MOST_NESTED} calls of subroutines are nested")
-    bound = [_bound(context, formal, given)
-             for formal, given in zip(definition.arguments, node.arguments, strict=True)]  # fmt: skip
+    pairs = zip(definition.arguments, node.arguments, strict=True)
+    bound = [_bound(context, formal, given) for formal, given in pairs]
     result = definition.return_type
     frame = Frame(None if result is None else kind_of(context, result))
     outer_depth, context.branch_depth = context.branch_depth, 0
