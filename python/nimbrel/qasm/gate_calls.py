@@ -202,9 +202,8 @@ def _one_qubit_power(calls: Sequence[GateCall], exponent: float) -> list[GateCal
     powers = np.exp(1j * np.angle(values) * exponent)
     # The eigenvectors of a unitary matrix are orthogonal, except those of equal eigenvalues.
     (controls, zeros), (target,) = next(iter(conditions)), next(iter(targets))
-    return controlled(
-        calls_of_matrix(vectors @ np.diag(powers) @ np.linalg.inv(vectors), target), controls, zeros
-    )
+    root: Matrix = np.asarray(vectors @ np.diag(powers) @ np.linalg.inv(vectors), np.complex128)
+    return controlled(calls_of_matrix(root, target), controls, zeros)
 
 
 def matrix_of(call: GateCall) -> Matrix:

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
 from typing import Any, Final
 
 from openqasm3 import ast
@@ -11,7 +10,7 @@ from nimbrel.qasm.branches import LeavesBranchError
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import evaluate, kind_of, known_integer
 from nimbrel.qasm.operands import qubits_of
-from nimbrel.qasm.scope import Qubits, Subroutine
+from nimbrel.qasm.scope import Frame, Qubits, Subroutine
 from nimbrel.qasm.values import Bits, Kind, Value, Variable, converted
 from nimbrel.qasm.variables import new_variable, set_value
 
@@ -20,23 +19,6 @@ _MOST_NESTED: Final = 100
 
 class ReturnsError(Exception):
     """The body of a subroutine has ended by a return."""
-
-
-@dataclass
-class Frame:
-    """A call of a subroutine that is being carried out.
-
-    Attributes:
-        kind: The type of its result, or None.
-        value: The result, once it is known.
-        flags: Where returns under a condition store the result.
-        label: The label of the body's end, if such a return jumps there.
-    """
-
-    kind: Kind | None
-    value: Value | None = None
-    flags: list[int] | None = None
-    label: int | None = None
 
 
 def call(context: Context, subroutine: Subroutine, node: ast.FunctionCall) -> Value | None:

@@ -78,7 +78,8 @@ def block_of(circuit: stim.Circuit, num_before: int = 0) -> Block:
         ValueError: If an instruction has no records, or there are too many.
     """
     builder = _Builder(num_before)
-    for index, instruction in enumerate(circuit):
+    for index in range(len(circuit)):
+        instruction = circuit[index]
         if isinstance(instruction, stim.CircuitRepeatBlock):
             builder.repeat(index, instruction)
         else:

@@ -102,7 +102,7 @@ def test_run_takes_stim_circuits(tmp_path: Path) -> None:
 @pytest.mark.parametrize("form", ["records", "words", "bytes"])
 def test_run_takes_arrays_of_records(form: str, tmp_path: Path) -> None:
     records = nb.program(nb.reset(3), nb.x([0, 2]), nb.read([0, 1, 2], 2))
-    stored = np.array(records)
+    stored: Any = np.array(records)
     if form != "records":
         stored = stored.view(np.uint64 if form == "words" else np.uint8).reshape(len(records), -1)
     path = tmp_path / "records.npy"

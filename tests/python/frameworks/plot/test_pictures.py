@@ -12,8 +12,8 @@ import pytest
 matplotlib: Any = pytest.importorskip("matplotlib")
 matplotlib.use("Agg")
 
+import nimbrel.plot as plot  # noqa: E402
 from matplotlib import pyplot as plt  # noqa: E402 - after the choice of a backend
-from nimbrel import plot  # noqa: E402
 
 BELL = nb.program(nb.reset(2), nb.h(0), nb.x(1, controls=0), nb.read([0, 1], 2))
 
@@ -95,7 +95,8 @@ def test_amplitudes_have_their_magnitude_and_the_colour_of_their_phase() -> None
 
 def test_phases_of_both_ends_have_the_same_colour() -> None:
     ends = [np.exp(1j * (np.pi - 1e-9)), np.exp(-1j * (np.pi - 1e-9))]
-    colours = [bar.get_facecolor() for bar in plot.amplitudes(np.array(ends)).patches]
+    bars: Any = plot.amplitudes(np.array(ends)).patches
+    colours = [bar.get_facecolor() for bar in bars]
     np.testing.assert_allclose(colours[0], colours[1], atol=0.02)
 
 
@@ -112,7 +113,7 @@ def test_a_density_sums_the_probability_of_the_cells() -> None:
         sim.run(nb.reset(50), nb.h([2, 3, 40]), nb.ry(60, 41))
         axes = plot.density(sim)
     [image] = axes.images
-    cells = image.get_array()
+    cells: Any = image.get_array()
     assert cells.shape == (4, 4)
     # Columns are the values of the qubits 41 and 40, rows those of 3 and 2.
     np.testing.assert_allclose(cells[0], np.array([3, 3, 1, 1]) / 32)
