@@ -11,6 +11,7 @@ VENV_PYTHON := $(CURDIR)/$(VENV)/bin/python
 PIP := $(VENV_PYTHON) -m pip --quiet --disable-pip-version-check
 # The environment's cmake and ninja, so that every build uses the pinned ones.
 CMAKE := PATH="$(CURDIR)/$(VENV)/bin:$$PATH" cmake
+PYTEST = $(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
 CTEST := PATH="$(CURDIR)/$(VENV)/bin:$$PATH" ctest
 
 # What a wheel is made of. A change in any of it builds the wheel anew and installs that one.
@@ -30,13 +31,14 @@ WHEEL := build/wheel/.built
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
-.PHONY: help demo install test test-native test-python test-numpy test-frameworks check format
-.PHONY: docs sanitize sanitize-address sanitize-thread bench gtest clean
+.PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
+.PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
 	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
-	@echo "make test-frameworks  the doors to other frameworks, with the frameworks' own tests"
+	@echo "make test-doors       tests of the doors to other frameworks, a few minutes"
+	@echo "make test-frameworks  the same with all circuits and the frameworks' own tests, an hour"
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
@@ -61,13 +63,17 @@ test-native: $(TEST_TOOLS) gtest
 	$(call build,release)
 	$(CTEST) --preset release
 
-# All tests, under the newest NumPy.
+# All tests that need no other framework, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
-	$(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
+	$(PYTEST) --ignore tests/python/frameworks
 
-# The doors to other frameworks, with the frameworks' own tests of devices.
+# The doors to other frameworks: what takes a few minutes.
+test-doors: $(FRAMEWORKS)
+	$(PYTEST) tests/python/frameworks
+
+# The same with all circuits of MQT Bench and PennyLane's own tests of a device.
 test-frameworks: $(FRAMEWORKS)
-	$(VENV_PYTHON) -m pytest -q -m "slow or not slow" tests/python/frameworks
+	$(PYTEST) -m "slow or not slow" tests/python/frameworks
 
 # The documentation site, in build/docs/html. Notebooks are run; warnings are errors.
 docs: $(INSTALLED) $(DOC_TOOLS)
