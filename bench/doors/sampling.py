@@ -10,6 +10,7 @@ import signal
 import sys
 import time
 from collections.abc import Callable
+from functools import partial
 from typing import Any
 
 import nimbrel as nb
@@ -140,6 +141,18 @@ def once_a_shot(rounds: int) -> None:
         print(f"{'a shot with feed-forward, ' + filter_:50}{each * 1e6:8.2f} microseconds")
 
 
+def whole_run(simulator: nb.Simulator, records: nb.Program) -> None:
+    """One call of the engine."""
+    simulator.run(records)
+    simulator.finish()
+
+
+def cut_run(simulator: nb.Simulator, records: nb.Program) -> None:
+    """Short calls."""
+    run_in_calls(simulator, records)
+    simulator.finish()
+
+
 def interrupted(rounds: int) -> None:
     """Print what short calls cost, and when Ctrl-C takes effect in a program of minutes."""
     for num_qubits, count in ((6, 400_000), (12, 40_000), (20, 400)):
@@ -149,9 +162,8 @@ def interrupted(rounds: int) -> None:
             # One after the other, so that a slow spell of the machine falls on both.
             pairs = []
             for _ in range(3 * rounds):
-                whole = best(lambda s=simulator, r=records: (s.run(r), s.finish()), 1)
-                cut = best(lambda s=simulator, r=records: (run_in_calls(s, r), s.finish()), 1)
-                pairs.append((whole, cut))
+                whole = best(partial(whole_run, simulator, records), 1)
+                pairs.append((whole, best(partial(cut_run, simulator, records), 1)))
         whole, cut = (min(times) for times in zip(*pairs, strict=True))
         print(
             f"calls that can be interrupted, {num_qubits:2} qubits: {cut / whole:6.3f} of the time"
