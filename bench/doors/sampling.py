@@ -24,7 +24,8 @@ WIDTHS = (4, 12, 20)
 
 def angles(num_qubits: int) -> list[float]:
     """The angles of the circuit in degrees."""
-    return np.random.default_rng(num_qubits).uniform(0, 180, num_qubits).tolist()
+    drawn: list[float] = np.random.default_rng(num_qubits).uniform(0, 180, num_qubits).tolist()
+    return drawn
 
 
 def program(num_qubits: int) -> nb.Program:
@@ -95,7 +96,9 @@ def beside_aer(rounds: int) -> None:
         sampler = SamplerV2(seed=1)
 
         def ask_aer(theirs: Any = theirs, sampler: Any = sampler) -> dict[str, int]:
-            return sampler.run([theirs], shots=SHOTS).result()[0].data.c.get_counts()
+            counts: dict[str, int]
+            counts = sampler.run([theirs], shots=SHOTS).result()[0].data.c.get_counts()
+            return counts
 
         def ask_us(measured: nb.Program = measured) -> dict[str, int]:
             return nb.sample(measured, SHOTS).counts()
