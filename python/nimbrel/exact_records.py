@@ -25,6 +25,7 @@ _GATES: Final = (
     *(Opcode.RX, Opcode.RY, Opcode.RZ, Opcode.T, Opcode.T_INV, Opcode.S, Opcode.S_INV, Opcode.Z),
     *(Opcode.ROOTX, Opcode.ROOTX_INV, Opcode.ROOTY, Opcode.ROOTY_INV),
 )
+_PHASES: Final = (Opcode.PHASE, Opcode.T, Opcode.T_INV, Opcode.S, Opcode.S_INV)
 _QUARTER, _HALF = 90.0, 180.0
 _PAULI_STEP: Final = 45.0
 _MOST_DEGREES: Final = 1e6  # the Clifford filter doubles the angle in 32 bits
@@ -37,8 +38,8 @@ def _half_turn(rows: RecordColumns) -> Bools:
 
 
 def _clifford_phase(rows: RecordColumns) -> Bools:
-    quarter = (np.abs(rows.angles) == _QUARTER) & rows.without_controls() & rows.plain_targets()
-    return quarter | ((rows.angles == _HALF) & _half_turn(rows))
+    quarter = (np.abs(rows.angles) == _QUARTER) & rows.without_controls()
+    return (quarter | ((rows.angles == _HALF) & _half_turn(rows))) & rows.plain_targets()
 
 
 def _clifford_rotation(rows: RecordColumns) -> Bools:
@@ -143,6 +144,7 @@ CLIFFORD: Final[dict[int, _Rule | None]] = {
 
 SPARSE: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, _GATES), RecordColumns.apart),
+    **dict.fromkeys(map(int, _PHASES), lambda rows: rows.apart() & rows.plain_phases()),
     int(Opcode.SWAP): lambda rows: rows.two_targets() & rows.plain_targets() & rows.apart(),
     int(Opcode.PCP): _NEVER,
     int(Opcode.EXTEND): _NEVER,

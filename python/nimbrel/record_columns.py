@@ -121,6 +121,11 @@ class RecordColumns:
         # A diagonal gate acts where a negated target is 0.
         return self.targets & self.negated == 0
 
+    def plain_phases(self) -> Bools:
+        """Whether the targets are not negated, or there is one target."""
+        # A dense filter lets a negated target stop the phases of the other targets.
+        return self.plain_targets() | (self.targets & (self.targets - np.uint64(1)) == 0)
+
     def negated_controls_only(self) -> Bools:
         """Whether all negated qubits are controls."""
         # A bit filter never carries out a gate with other negated qubits.

@@ -68,6 +68,20 @@ def test_a_swap_with_a_negated_target_keeps_a_program_off_the_sparse_filter() ->
     assert nb.choose_filter(nb.program(nb.reset(20), nb.t(0), swap)).name == "StreamQPU"
 
 
+@pytest.mark.parametrize("opcode", [Opcode.PHASE, Opcode.T, Opcode.T_INV, Opcode.S, Opcode.S_INV])
+def test_phases_of_two_targets_with_a_negated_one_stay_off_the_sparse_filter(
+    opcode: Opcode,
+) -> None:
+    for targets, expected in ((1, "StreamSparseQPU"), (3, "StreamQPU")):
+        gate = nb.record(opcode, angle=30.0, target_mask=targets, cond_neg_mask=1)
+        assert nb.choose_filter(nb.program(nb.reset(20), nb.t(0), gate)).name == expected
+
+
+def test_a_half_turn_of_two_targets_with_a_negated_one_stays_off_the_tableau() -> None:
+    gate = nb.record(Opcode.PHASE, angle=180.0, target_mask=3, cond_neg_mask=2)
+    assert nb.choose_filter(nb.program(nb.reset(3), nb.h(0), gate)).name == "StreamQPU"
+
+
 def test_resets_to_one_size_behind_a_jump_leave_the_register_known() -> None:
     steps = [nb.read(0, 2), nb.jump_fwd(1, flag=2), nb.reset(3), nb.label(1), nb.x(2)]
     assert nb.choose_filter(nb.program(nb.reset(3), *steps)).name == "StreamBitQPU"
