@@ -125,6 +125,12 @@ def test_a_density_sums_the_probability_of_the_cells() -> None:
     assert bar.get_ylabel() == "probability in a cell"
 
 
+def test_a_cell_of_a_wide_square_holds_several_terms() -> None:
+    cells: Any = plot.density(np.full(1 << 16, 1 / 256), most=1 << 16).images[0].get_array()
+    assert cells.shape == (128, 128)
+    np.testing.assert_allclose(cells, 4 / 65536)
+
+
 def test_a_density_tells_what_the_terms_that_it_draws_hold() -> None:
     state = np.sqrt([0.4, 0.3, 0.2, 0.1])
     axes = plot.density(state, most=2)

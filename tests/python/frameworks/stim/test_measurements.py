@@ -89,6 +89,7 @@ def test_parities_of_random_outcomes_are_those_of_stim(rng: random.Random) -> No
         ("MPP Z0*Z1 !Z0 X0*X0 !X1*X1", [0, 1, 0, 1]),
         ("MPAD 0 1 1", [0, 1, 1]),
         ("X 0\nM 0\nCX rec[-1] 1\nM 1\nXCZ 3 rec[-1]\nM 3\nCZ rec[-1] rec[-2]", [1, 1, 1]),
+        ("M 1\nREPEAT 3 {\n M !0\n X 0\n}", [0, 1, 0, 1]),
         ("REPEAT 3 {\n X 0\n M 0\n CX rec[-1] 1\n MR 1\n}", [1, 1, 0, 0, 1, 1]),
         (
             "M 0\nREPEAT 2 {\n X 1\n REPEAT 2 {\n M 1\n CX rec[-1] 0\n M 0\n }\n}",
