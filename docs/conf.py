@@ -16,9 +16,15 @@ extensions = [
 
 html_theme = "furo"
 html_title = "Nimbrel"
+html_show_copyright = False
+html_copy_source = False
+html_show_sourcelink = False
 html_theme_options = {"navigation_with_keys": True}
 html_static_path = ["_static"]
 html_css_files = ["site.css"]
+
+# Words between single backquotes in docstrings are code.
+default_role = "code"
 
 # Links to headings of other pages: page.md#heading.
 myst_heading_anchors = 4

@@ -21,6 +21,10 @@ class Page(HTMLParser):
         self.anchors: set[str] = set()
         self.feed(path.read_text(encoding="utf-8"))
 
+    def has(self, anchor: str) -> bool:
+        """Whether the page has an anchor; the empty one is its start."""
+        return not anchor or anchor in self.anchors
+
     def handle_starttag(self, tag: str, attrs: list[tuple[str, str | None]]) -> None:
         """Note what a tag links to, and its anchor."""
         for name, value in attrs:
@@ -43,9 +47,8 @@ def broken_links(site: Path) -> Iterator[str]:
             name = path.relative_to(site.resolve())
             if not target.exists():
                 yield f"{name}: {link}: no such file"
-            elif target in pages and parts.fragment:
-                if unquote(parts.fragment) not in pages[target].anchors:
-                    yield f"{name}: {link}: no such anchor"
+            elif target in pages and not pages[target].has(unquote(parts.fragment)):
+                yield f"{name}: {link}: no such anchor"
 
 
 def main() -> int:
