@@ -9,7 +9,7 @@ import argparse
 import sys
 import time
 from collections.abc import Callable
-from typing import TypeAlias
+from typing import Any, TypeAlias
 
 import nimbrel as nb
 import numpy as np
@@ -100,7 +100,7 @@ def qulacs_tasks() -> dict[str, Build]:
 
 def qiskit_tasks() -> dict[str, Build]:
     """The tasks for Qiskit."""
-    from qiskit import QuantumCircuit
+    from qiskit import QuantumCircuit  # type: ignore[import-untyped,unused-ignore]
 
     def h(g: Gates) -> object:
         circuit = QuantumCircuit(g.num_qubits)
@@ -131,7 +131,7 @@ def qiskit_tasks() -> dict[str, Build]:
     return {"h": h, "cnot": cnot, "rx": rx, "h, cnot, rz": mixed}
 
 
-def state_of(built: object, num_qubits: int) -> State:
+def state_of(built: Any, num_qubits: int) -> State:
     """The state that a built circuit makes from all zeros."""
     if isinstance(built, nb.Program):
         with nb.Simulator("StreamQPU") as simulator:
@@ -141,9 +141,11 @@ def state_of(built: object, num_qubits: int) -> State:
         from qulacs import QuantumState
 
         state = QuantumState(num_qubits)
-        built.update_quantum_state(state)  # type: ignore[attr-defined]
+        built.update_quantum_state(state)
         return np.asarray(state.get_vector())
-    from qiskit.quantum_info import Statevector
+    from qiskit.quantum_info import (  # type: ignore[import-untyped,unused-ignore]
+        Statevector,
+    )
 
     return np.asarray(Statevector(built))
 

@@ -48,6 +48,8 @@ class _Blocks(Generic[Copy]):
         by_zero: The next copy by the negated control and the target.
     """
 
+    _copies: Callable[[bytearray], Iterator[Copy]]
+
     def __init__(self, copies: Callable[[bytearray], Iterator[Copy]]) -> None:
         self.without_control: _ByTarget[Copy] = {}
         self.by_control: dict[int, _ByTarget[Copy]] = {q: {} for q in range(WORD_BITS)}
@@ -67,9 +69,9 @@ class _Blocks(Generic[Copy]):
         if record is None:
             record = self._records[key] = general().tobytes()
         count = _COPIES if len(self._records) < _MANY_BLOCKS else _FEW_COPIES
-        following = self._copies(bytearray(record * count)).__next__
-        by_target[target] = following
-        return following()
+        copies = self._copies(bytearray(record * count))
+        by_target[target] = copies.__next__
+        return next(copies)
 
     def _by_target(self, control: Qubits, zero: Qubits) -> _ByTarget[Copy] | None:
         if isinstance(zero, int):

@@ -43,6 +43,8 @@ Raises:
 class Gates(Protocol):
     """A builder of many gates without parameters."""
 
+    __qualname__: str
+
     def __call__(
         self,
         targets: Numbers,
@@ -57,6 +59,8 @@ class Gates(Protocol):
 
 class AngleGates(Protocol):
     """A builder of many gates with an angle in degrees each."""
+
+    __qualname__: str
 
     def __call__(
         self,
@@ -73,6 +77,8 @@ class AngleGates(Protocol):
 
 class Swaps(Protocol):
     """A builder of many swaps."""
+
+    __qualname__: str
 
     def __call__(
         self,
@@ -256,7 +262,8 @@ def _items(values: Numbers, count: int) -> Sequence[object]:
 
 
 def _bits(qubits: _Integers) -> _Words:
-    return np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    bits: _Words = np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    return bits
 
 
 def _offsets(qubits: _Integers) -> _Words:
@@ -329,4 +336,5 @@ def _interleaved(extensions: _Words, words: _Words) -> _Words:
     both = np.stack([extensions, words], axis=1).reshape(-1, words.shape[1])
     keep = np.ones(len(both), dtype=bool)
     keep[::2] = needed
-    return both[keep]
+    kept: _Words = both[keep]
+    return kept

@@ -61,6 +61,8 @@ __all__ = [
 class Gate(Protocol):
     """A builder of a gate without parameters."""
 
+    __name__: str
+
     def __call__(
         self, targets: Qubits, *, controls: Qubits = (), zeros: Qubits = (), flag: int = 0
     ) -> RecordArray:
@@ -75,6 +77,8 @@ class Gate(Protocol):
 
 class AngleGate(Protocol):
     """A builder of a gate with an angle in degrees."""
+
+    __name__: str
 
     def __call__(
         self,
@@ -284,6 +288,8 @@ def _swap(
 
 class SwapGate(Protocol):
     """A builder of a swap."""
+
+    __name__: str
 
     def __call__(
         self, a: int, b: int, *, controls: Qubits = (), zeros: Qubits = (), flag: int = 0

@@ -134,8 +134,12 @@ def spread(
 def _one_word(
     main: Record, targets: list[int], controls: list[int], negated: list[int]
 ) -> RecordArray:
-    masks = [sum([1 << qubit for qubit in qubits]) for qubits in (targets, controls, negated)]
-    return pack([Record(main[0], *masks[:2], *main[3:6], masks[2])])
+    made = main._replace(
+        target_mask=sum([1 << qubit for qubit in targets]),
+        cond_mask=sum([1 << qubit for qubit in controls]),
+        cond_neg_mask=sum([1 << qubit for qubit in negated]),
+    )
+    return pack([made])
 
 
 def spread_words(

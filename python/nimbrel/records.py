@@ -7,7 +7,7 @@ reads this buffer in place. Qubit 0 is the least significant bit of a mask; angl
 import operator
 import struct
 from collections.abc import Sequence
-from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeAlias
+from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeAlias, cast
 
 import numpy as np
 import numpy.typing as npt
@@ -154,7 +154,8 @@ def pack(records: Sequence[Record]) -> RecordArray:
         ValueError: If a number does not fit its 64-bit word.
     """
     memory = bytearray().join([_packed(entry) for entry in records])
-    return np.ndarray((len(records),), QPU_OP, memory)
+    made: RecordArray = np.ndarray((len(records),), QPU_OP, memory)
+    return made
 
 
 def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> RecordArray:
@@ -202,13 +203,15 @@ def program(*parts: RecordArray) -> Program:
     if len(parts) == 1:
         return _as_program(parts[0])
     try:
-        memory = bytearray().join(parts)
+        memory = bytearray().join(cast("tuple[memoryview, ...]", parts))
     except (BufferError, TypeError, ValueError):  # a part is not contiguous
         return _as_program(np.concatenate(parts))
-    return Program((len(memory) // RECORD_BYTES,), QPU_OP, memory)
+    joined: Program = Program((len(memory) // RECORD_BYTES,), QPU_OP, memory)
+    return joined
 
 
 def _as_program(array: RecordArray) -> Program:
-    if type(array) is Program and array.flags.c_contiguous:
+    if isinstance(array, Program) and array.flags.c_contiguous:
         return array
-    return np.ascontiguousarray(array).view(Program)
+    made: Program = np.ascontiguousarray(array).view(Program)
+    return made

@@ -39,23 +39,23 @@ OTHERS = [
 ]
 
 
-def on(num_qubits: int, *parts: nb.Program) -> str:
+def on(num_qubits: int, *parts: nb.RecordArray) -> str:
     return nb.choose_filter(nb.program(nb.reset(num_qubits), *parts)).name
 
 
 @pytest.mark.parametrize("part", CLASSICAL, ids=str)
-def test_classical_records_go_to_the_bit_filter(part: nb.Program) -> None:
+def test_classical_records_go_to_the_bit_filter(part: nb.RecordArray) -> None:
     assert on(5, part) == BIT
 
 
 @pytest.mark.parametrize("part", CLIFFORD_ONLY, ids=str)
-def test_clifford_records_go_to_the_tableau(part: nb.Program) -> None:
+def test_clifford_records_go_to_the_tableau(part: nb.RecordArray) -> None:
     assert on(5, part) == CLIFFORD
     assert on(5, *CLASSICAL[:2], part) == CLIFFORD
 
 
 @pytest.mark.parametrize("part", OTHERS, ids=str)
-def test_other_records_go_to_the_dense_register(part: nb.Program) -> None:
+def test_other_records_go_to_the_dense_register(part: nb.RecordArray) -> None:
     assert on(5, part) == DENSE
 
 
@@ -93,7 +93,7 @@ def test_a_record_with_another_meaning_keeps_a_program_off_the_sparse_filter(nam
     ],
     ids=str,
 )
-def test_classical_records_with_another_meaning_on_the_bit_filter(part: nb.Program) -> None:
+def test_classical_records_with_another_meaning_on_the_bit_filter(part: nb.RecordArray) -> None:
     assert on(5, part) != BIT
 
 
