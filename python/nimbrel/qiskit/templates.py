@@ -30,9 +30,9 @@ def parameter_sets(pub: SamplerPub | EstimatorPub) -> Floats:
         The values, shape (sets, parameters).
     """
     values = pub.parameter_values
-    shape = values.size, len(pub.circuit.parameters)
-    array: Floats = np.reshape(values.as_array(pub.circuit.parameters), shape)
-    return array
+    flat: Floats = np.array(values.as_array(pub.circuit.parameters), dtype=np.float64)
+    rows: Floats = flat.reshape(values.size, len(pub.circuit.parameters))
+    return rows
 
 
 class AngleSlots:
