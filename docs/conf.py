@@ -2,6 +2,7 @@
 
 import logging
 from importlib.metadata import version as installed_version
+from typing import Any
 
 project = "Nimbrel"
 release = installed_version("nimbrel")
@@ -45,3 +46,22 @@ autodoc_typehints = "none"
 autodoc_member_order = "bysource"
 napoleon_numpy_docstring = False
 napoleon_use_ivar = True  # attributes as one list, which the members do not repeat
+
+
+def mark_examples(
+    _app: Any, _what: str, _name: str, _obj: object, _options: object, lines: list[str]
+) -> None:
+    """Mark the indented blocks of a docstring as code; the section lists have no line before."""
+    marked: list[str] = []
+    for place, line in enumerate(lines):
+        if line.startswith("    ") and place > 1 and not lines[place - 1]:
+            before = lines[place - 2]
+            if before and not before.startswith(" "):
+                marked += ["::", ""]
+        marked.append(line)
+    lines[:] = marked
+
+
+def setup(app: Any) -> None:
+    """Run before napoleon, which turns sections into lists."""
+    app.connect("autodoc-process-docstring", mark_examples, priority=400)
