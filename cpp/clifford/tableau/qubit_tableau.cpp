@@ -1,0 +1,75 @@
+#include "clifford/tableau/qubit_tableau.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <new>
+
+#include "support/bits.h"
+
+namespace {
+
+constexpr std::size_t cache_line = 64;
+
+/// Memory of zeros. Large blocks come from the system as zeros, in huge pages if it has them.
+unsigned long* allocate_zeros(std::size_t words) {
+    const std::size_t bytes = std::max<std::size_t>(words, 1) * sizeof(unsigned long);
+    void* const memory = std::calloc(bytes, 1);
+    if (memory == nullptr) throw std::bad_alloc();
+    return static_cast<unsigned long*>(memory);
+}
+
+
+}  // namespace
+
+QubitTableau::QubitTableau(unsigned qubits)
+    : num_qubits_(qubits),
+      shape_(static_cast<unsigned>(Nimbrel::words_for_bits(qubits))),
+      words_of_string_(2UL * shape_.words),
+      product_(fastest_product(shape_)),
+      total_words_(2UL * qubits * words_of_string_),
+      words_(allocate_zeros(total_words_)),
+      origins_(qubits) {
+    set_origins();
+}
+
+void QubitTableau::reset() {
+    std::fill_n(words_.get(), total_words_, 0UL);
+    flips_.clear();
+    set_origins();
+}
+
+// The origin of X is X, and the origin of Z is Z.
+void QubitTableau::set_origins() {
+    for (unsigned qubit = 0; qubit < num_qubits_; ++qubit) {
+        const auto word = static_cast<unsigned>(Nimbrel::word_of(qubit));
+        const auto block = static_cast<unsigned short>(1U << shape_.block_of(word));
+        OriginPair& pair = origins_[qubit];
+        pair.x = {4 * qubit, {block, 0}};
+        pair.z = {4 * qubit + 2, {0, block}};
+        words_of(pair.x)[word] = Nimbrel::bit_of(qubit);
+        words_of(pair.z)[shape_.words + word] = Nimbrel::bit_of(qubit);
+    }
+}
+
+// The signs of the rows with X on both qubits and Z on one of them: those that a controlled Z
+// changes and this one does not.
+void QubitTableau::add_flips(const OriginPair& a, const OriginPair& b) {
+    const unsigned long* const x_a = words_of(a.z);
+    const unsigned long* const x_b = words_of(b.z);
+    const unsigned long* const z_a = words_of(a.x);
+    const unsigned long* const z_b = words_of(b.x);
+    unsigned long any = 0;
+    for (std::size_t i = 0; i < words_of_string_; ++i) any |= x_a[i] & x_b[i] & (z_a[i] ^ z_b[i]);
+    if (any == 0) return;
+    flips_.resize(words_of_string_);
+    for (std::size_t i = 0; i < words_of_string_; ++i) {
+        flips_[i] ^= x_a[i] & x_b[i] & (z_a[i] ^ z_b[i]);
+    }
+}
+
+void QubitTableau::cz(unsigned long a, unsigned long b) {
+    add_flips(origins_[a], origins_[b]);
+    multiply(x_origin(a), z_origin(b));
+    multiply(x_origin(b), z_origin(a));
+}
