@@ -10,6 +10,7 @@
 #include "clifford/qubit_list.h"
 #include "clifford/tableau/tableau.h"
 #include "filter/op_filter.h"
+#include "filter/shared_records.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -95,14 +96,32 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     void measure_pauli_product(const QPUOp& op);
 
     /// Throws before the first reset.
-    void require_state() const;
+    void require_state() const {
+        if (state == nullptr) refuse_before_reset();
+    }
     /// Throws for a qubit outside the register.
-    void require_inside(unsigned long qubit) const;
-    void require_inside(const QubitList& list) const;
+    void require_inside(unsigned long qubit) const {
+        if (qubit >= state->num_qubits()) refuse_outside(qubit);
+    }
+    void require_inside(const QubitList& list) const {
+        if (!list.is_below(state->num_qubits())) require_each_inside(list);
+    }
+    void require_each_inside(const QubitList& list) const;
+    [[noreturn]] void refuse_outside(unsigned long qubit) const;
+
+    /// Whether a classical condition holds.
+    bool holds(unsigned long cond_flag) const {
+        return cond_flag <= 1 || qpu_base().flag_condition(static_cast<long>(cond_flag));
+    }
 
     /// Fills both lists with the masks and, after them, the pending mask extensions.
     void collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
-                            unsigned long target_offset, unsigned long cond_offset);
+                            unsigned long target_offset, unsigned long cond_offset) {
+        target_list.set(target_mask, target_offset);
+        condition_list.set(cond_mask, cond_offset);
+        if (qpu_base().has_extensions()) collect_extensions();
+    }
+    void collect_extensions();
     /// The first steps of every gate. Returns whether the classical condition holds.
     /// Throws `refusal`, unless it is null, for a gate with controls.
     /// Leaves: both lists filled. Their qubits have not been checked.

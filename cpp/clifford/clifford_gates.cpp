@@ -8,28 +8,17 @@
 
 namespace Nimbrel {
 
-void OpFilter_CliffordQPUSim::require_state() const {
-    if (state == nullptr) refuse_before_reset();
-}
-
-void OpFilter_CliffordQPUSim::require_inside(unsigned long qubit) const {
-    if (qubit < state->num_qubits()) return;
+void OpFilter_CliffordQPUSim::refuse_outside(unsigned long qubit) const {
     throw std::runtime_error("Error: qubit " + std::to_string(qubit) +
                              " lies outside the register of " +
                              std::to_string(state->num_qubits()) + " qubits.");
 }
 
-void OpFilter_CliffordQPUSim::require_inside(const QubitList& list) const {
-    if (list.is_below(state->num_qubits())) return;
+void OpFilter_CliffordQPUSim::require_each_inside(const QubitList& list) const {
     for_each_qubit(list, [this](unsigned long qubit) { require_inside(qubit); });
 }
 
-void OpFilter_CliffordQPUSim::collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
-                                                 unsigned long target_offset,
-                                                 unsigned long cond_offset) {
-    target_list.set(target_mask, target_offset);
-    condition_list.set(cond_mask, cond_offset);
-    if (!qpu_base().has_extensions()) return;
+void OpFilter_CliffordQPUSim::collect_extensions() {
     append_pairs(target_list.more, qpu_base().target_extensions);
     append_pairs(condition_list.more, qpu_base().cond_extensions);
     qpu_base().clear_extensions();
@@ -39,7 +28,7 @@ bool OpFilter_CliffordQPUSim::prepare_gate(unsigned long target_mask, unsigned l
                                            unsigned long cond_flag, unsigned long target_offset,
                                            unsigned long cond_offset, const char* refusal) {
     require_state();
-    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return false;
+    if (!holds(cond_flag)) return false;
     if (cond_mask != 0 && refusal != nullptr) throw std::runtime_error(refusal);
     collect_gate_masks(target_mask, cond_mask, target_offset, cond_offset);
     return true;

@@ -17,7 +17,7 @@ void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
 
 void OpFilter_CliffordQPUSim::read(const QPUOp& op) {
     require_state();
-    if (!qpu_base().flag_condition(op.cond_flag)) return;
+    if (!holds(static_cast<unsigned long>(op.cond_flag))) return;
     collect_gate_masks(op.target_mask, 0, op.target_offset, 0);
     require_inside(target_list);
     long flag = op.read_flag;
@@ -39,7 +39,7 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
                                     unsigned long cond_flag, unsigned long read_flag,
                                     unsigned long target_offset, unsigned long cond_offset) {
     require_state();
-    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return;
+    if (!holds(cond_flag)) return;
     collect_gate_masks(target_mask, value, target_offset, cond_offset);
     require_inside(target_list);
     auto flag = static_cast<long>(read_flag);

@@ -54,6 +54,12 @@ struct FirstQubits {
     unsigned long second = 0;
 
     explicit FirstQubits(const QubitList& list) {
+        if (list.more.empty()) {
+            count = static_cast<unsigned long>(std::popcount(list.mask));
+            if (count > 0) first = list.base + bit_number(list.mask);
+            if (count > 1) second = list.base + bit_number(without_lowest_bit(list.mask));
+            return;
+        }
         for_each_qubit(list, [this](unsigned long qubit) {
             if (count == 0) first = qubit;
             if (count == 1) second = qubit;

@@ -1,5 +1,7 @@
 #include "clifford/tableau/string_product.h"
 
+#include <iterator>
+
 #include "clifford/tableau/phase_sum.h"
 #include "support/bits.h"
 
@@ -35,13 +37,6 @@ struct Factors {
     }
 };
 
-}  // namespace
-
-StringShape::StringShape(unsigned words_of_part)
-    : words(words_of_part), log_block_words(3) {
-    while (words > first_word(max_blocks)) ++log_block_words;
-}
-
 StringProduct multiply_narrow(const StringShape& shape, unsigned long* left,
                               StringBlocks left_blocks, const unsigned long* right,
                               StringBlocks right_blocks) {
@@ -60,4 +55,37 @@ StringProduct multiply_narrow(const StringShape& shape, unsigned long* left,
     });
     if (shape.words >= FourWords::count) sum.add(folded(wide));
     return {exponent_of(sum), left_blocks};
+}
+
+/// `multiply_narrow` for strings of one block, with a compiled number of words.
+template <unsigned Words>
+StringProduct multiply_few(const StringShape& /*shape*/, unsigned long* left,
+                           StringBlocks /*left_blocks*/, const unsigned long* right,
+                           StringBlocks /*right_blocks*/) {
+    constexpr unsigned vectors_end = Words / FourWords::count * FourWords::count;
+    Factors factors{left, right, Words};
+    PhaseSum<OneWord> sum;
+    if constexpr (vectors_end != 0) {
+        PhaseSum<FourWords> wide;
+        for (unsigned word = 0; word < vectors_end; word += FourWords::count) {
+            factors.multiply(word, wide);
+        }
+        sum = folded(wide);
+    }
+    for (unsigned word = vectors_end; word < Words; ++word) factors.multiply(word, sum);
+    return {exponent_of(sum),
+            {static_cast<unsigned short>(factors.x), static_cast<unsigned short>(factors.z)}};
+}
+
+}  // namespace
+
+StringShape::StringShape(unsigned words_of_part) : words(words_of_part), log_block_words(3) {
+    while (words > first_word(max_blocks)) ++log_block_words;
+}
+
+MultiplyStrings narrow_product(const StringShape& shape) {
+    static constexpr MultiplyStrings of_few_words[] = {
+        multiply_narrow, multiply_few<1>, multiply_few<2>, multiply_few<3>, multiply_few<4>,
+        multiply_few<5>, multiply_few<6>, multiply_few<7>, multiply_few<8>};
+    return shape.words < std::size(of_few_words) ? of_few_words[shape.words] : multiply_narrow;
 }

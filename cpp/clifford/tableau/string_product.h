@@ -44,9 +44,8 @@ using MultiplyStrings = StringProduct (*)(const StringShape& shape, unsigned lon
                                           StringBlocks left_blocks, const unsigned long* right,
                                           StringBlocks right_blocks);
 
-StringProduct multiply_narrow(const StringShape& shape, unsigned long* left,
-                              StringBlocks left_blocks, const unsigned long* right,
-                              StringBlocks right_blocks);
+/// The product with 256-bit vectors, for strings of this shape.
+MultiplyStrings narrow_product(const StringShape& shape);
 
 /// Requires: the processor has AVX-512.
 StringProduct multiply_wide(const StringShape& shape, unsigned long* left, StringBlocks left_blocks,

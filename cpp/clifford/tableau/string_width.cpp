@@ -18,5 +18,5 @@ void use_wide_strings(bool wide) { wide_strings_in_use = wide && processor_has_w
 
 MultiplyStrings fastest_product(const StringShape& shape) {
     const bool wide = wide_strings_in_use && shape.words >= fewest_wide_words;
-    return wide ? multiply_wide : multiply_narrow;
+    return wide ? multiply_wide : narrow_product(shape);
 }
