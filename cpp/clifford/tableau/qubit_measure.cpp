@@ -4,22 +4,6 @@
 #include "clifford/tableau/qubit_tableau.h"
 #include "support/bits.h"
 
-namespace {
-
-/// One row: its word and bit in each part of an origin, and its block.
-struct RowBit {
-    std::size_t word;
-    unsigned long bit;
-    unsigned short block;
-
-    RowBit(const StringShape& shape, unsigned row)
-        : word(Nimbrel::word_of(row)),
-          bit(Nimbrel::bit_of(row)),
-          block(static_cast<unsigned short>(1U << shape.block_of(word))) {}
-};
-
-}  // namespace
-
 // The generators of which Z is a product are the z part of its origin. Each of them whose sign
 // differs changes the outcome.
 unsigned QubitTableau::fixed_outcome(unsigned long qubit) const {
@@ -41,7 +25,7 @@ unsigned QubitTableau::first_generator(const Origin& origin) const {
 // The rows that anticommute with Z are multiplied by the generator `row`. That generator replaces
 // its destabilizer, and Z has exactly the sign of its outcome.
 void QubitTableau::flip_with(const Origin& measured, unsigned row) {
-    const RowBit at(shape_, row);
+    const RowPlace at(shape_, row);
     unsigned long* const generators = flips_.data();
     unsigned long* const destabilizers = flips_.data() + shape_.words;
     const bool flipped = (generators[at.word] & at.bit) != 0;
@@ -54,48 +38,37 @@ void QubitTableau::flip_with(const Origin& measured, unsigned row) {
     if (flipped) destabilizers[at.word] |= at.bit;
 }
 
-// Let P be X or Z on a qubit, A its origin, and B that of the measured Z. C becomes C' = C V, where
-// V maps the generator's own Z to B and so on; the origin of P becomes V^-1 A V. If A has no X or
-// Y at the generator's place, that has the letters of A elsewhere. Otherwise A = (A B) B^-1, where
-// A B has no X or Y there, and B becomes Z at that place with the sign of the outcome.
-//
-// At the place itself, P has the letter of the old generator as destabilizer, and of the measured Z
-// as generator: the x bit is set in the end by `project`, for the one P that anticommutes with it.
-void QubitTableau::project_origin(Origin& origin, const Origin& measured, unsigned row,
-                                  unsigned outcome) {
-    const RowBit at(shape_, row);
-    unsigned long* const x_part = words_of(origin);
-    unsigned long* const z_part = x_part + shape_.words;
-    if ((x_part[at.word] & at.bit) == 0) {
-        z_part[at.word] &= ~at.bit;
-        return;
-    }
-    const unsigned exponent = multiply_letters(origin, measured);
-    origin.flip(exponent / 2 ^ measured.sign() ^ outcome);
-    z_part[at.word] |= at.bit;
-    origin.blocks.z |= at.block;
+void QubitTableau::project(unsigned long qubit, unsigned outcome) {
+    OriginPair& pair = origins_[qubit];
+    const unsigned row = first_generator(pair.z);
+    const RowPlace at(shape_, row);
+    if (!flips_.empty()) flip_with(pair.z, row);
+    projections_.add(row, words_of(pair.z), pair.z.blocks, pair.z.sign() ^ outcome);
+
+    projections_.apply_rest(pair.x, words_of(pair.x));
+    words_of(pair.x)[at.word] |= at.bit;  // X anticommutes with the new generator
+    pair.x.blocks.x |= at.block;
+
+    unsigned long* const words = words_of(pair.z);
+    std::fill_n(words, words_of_string_, 0UL);
+    words[shape_.words + at.word] = at.bit;
+    pair.z.blocks = {0, at.block};
+    pair.z.flip(pair.z.sign() ^ outcome);
+    pair.z.set_stage(projections_.count());
+    if (projections_.is_full()) finish_projections();
 }
 
-void QubitTableau::project(unsigned long qubit, unsigned outcome) {
-    Origin& measured = z_origin(qubit);
-    const unsigned row = first_generator(measured);
-    const RowBit at(shape_, row);
-    if (!flips_.empty()) flip_with(measured, row);
+void QubitTableau::finish_projections() {
+    projections_.prepare();
     for (OriginPair& pair : origins_) {
         for (Origin* origin : {&pair.x, &pair.z}) {
-            const auto blocks = static_cast<unsigned>(origin->blocks.x | origin->blocks.z);
-            if ((blocks & at.block) != 0 && origin != &measured) {
-                project_origin(*origin, measured, row, outcome);
+            if (origin->stage() == 0) {
+                projections_.apply(*origin, words_of(*origin));
+            } else {
+                projections_.apply_rest(*origin, words_of(*origin));
+                origin->set_stage(0);
             }
         }
     }
-    Origin& anticommuting = x_origin(qubit);
-    words_of(anticommuting)[at.word] |= at.bit;
-    anticommuting.blocks.x |= at.block;
-
-    unsigned long* const words = words_of(measured);
-    std::fill_n(words, words_of_string_, 0UL);
-    words[shape_.words + at.word] = at.bit;
-    measured.blocks = {0, at.block};
-    measured.flip(measured.sign() ^ outcome);
+    projections_.clear();
 }

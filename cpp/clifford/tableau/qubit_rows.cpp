@@ -75,13 +75,15 @@ class QubitTableau::RowMaker {
     std::span<Stabilizer> rows_;
 };
 
-void QubitTableau::copy_generators(unsigned first, std::span<Stabilizer> rows) const {
+void QubitTableau::copy_generators(unsigned first, std::span<Stabilizer> rows) {
+    if (!projections_.empty()) finish_projections();
     RowMaker maker(*this, Nimbrel::word_of(first), rows);
     maker.copy_letters();
     maker.set_signs();
 }
 
-void QubitTableau::copy_destabilizers(unsigned first, std::span<Stabilizer> rows) const {
+void QubitTableau::copy_destabilizers(unsigned first, std::span<Stabilizer> rows) {
+    if (!projections_.empty()) finish_projections();
     RowMaker maker(*this, shape_.words + Nimbrel::word_of(first), rows);
     maker.copy_letters();
     maker.set_signs();

@@ -29,13 +29,15 @@ QubitTableau::QubitTableau(unsigned qubits)
       product_(fastest_product(shape_)),
       total_words_(2UL * qubits * words_of_string_),
       words_(allocate_zeros(total_words_)),
-      origins_(qubits) {
+      origins_(qubits),
+      projections_(shape_, product_, qubits) {
     set_origins();
 }
 
 void QubitTableau::reset() {
     std::fill_n(words_.get(), total_words_, 0UL);
     flips_.clear();
+    projections_.clear();
     set_origins();
 }
 
@@ -45,8 +47,8 @@ void QubitTableau::set_origins() {
         const auto word = static_cast<unsigned>(Nimbrel::word_of(qubit));
         const auto block = static_cast<unsigned short>(1U << shape_.block_of(word));
         OriginPair& pair = origins_[qubit];
-        pair.x = {4 * qubit, {block, 0}};
-        pair.z = {4 * qubit + 2, {0, block}};
+        pair.x = {2 * qubit, {block, 0}};
+        pair.z = {2 * qubit + 1, {0, block}};
         words_of(pair.x)[word] = Nimbrel::bit_of(qubit);
         words_of(pair.z)[shape_.words + word] = Nimbrel::bit_of(qubit);
     }
@@ -69,6 +71,7 @@ void QubitTableau::add_flips(const OriginPair& a, const OriginPair& b) {
 }
 
 void QubitTableau::cz(unsigned long a, unsigned long b) {
+    if (!projections_.empty()) finish_projections();
     add_flips(origins_[a], origins_[b]);
     multiply(x_origin(a), z_origin(b));
     multiply(x_origin(b), z_origin(a));

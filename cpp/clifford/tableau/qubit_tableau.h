@@ -11,8 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "clifford/tableau/origin.h"
+#include "clifford/tableau/projection_batch.h"
 #include "clifford/tableau/stabilizer_row.h"
-#include "clifford/tableau/string_product.h"
 
 /// The tableau of `StabilizerState` with one generator and one destabilizer for each qubit, for as
 /// long as the rows are a basis: each destabilizer anticommutes with its own generator and commutes
@@ -30,6 +31,8 @@
 /// - A gate changes the origins of its own qubits only.
 /// - A measurement is fixed if the origin of Z has no x bit. Then its sign is the outcome.
 /// - The signs of rows follow from those of origins. They are computed when a row is made.
+///
+/// Projections wait until a gate multiplies origins or rows are read, see `ProjectionBatch`.
 ///
 /// The tableau's controlled Z changes no sign, which no Clifford operation does. The difference to
 /// one that does is kept as a sign for each row (`flips_`).
@@ -53,38 +56,27 @@ class QubitTableau {
     void swap(unsigned long a, unsigned long b);
 
     /// Whether a measurement of Z draws. If not, `fixed_outcome` is its outcome.
-    bool is_random(unsigned long qubit) const { return z_origin(qubit).blocks.x != 0; }
+    bool is_random(unsigned long qubit) {
+        Origin& origin = z_origin(qubit);
+        if (!projections_.empty()) projections_.apply_rest(origin, words_of(origin));
+        return origin.blocks.x != 0;
+    }
 
-    /// Requires: not `is_random`.
+    /// Requires: `is_random` was called and is false.
     unsigned fixed_outcome(unsigned long qubit) const;
 
     /// Makes Z on the qubit, with the sign of the outcome, a generator.
-    /// Requires: `is_random`.
+    /// Requires: `is_random` was called and is true.
     void project(unsigned long qubit, unsigned outcome);
 
     /// Replaces up to 64 rows by those from `first` on, which is a multiple of 64.
     /// Requires: each row has one letter a qubit.
-    void copy_generators(unsigned first, std::span<Stabilizer> rows) const;
-    void copy_destabilizers(unsigned first, std::span<Stabilizer> rows) const;
+    void copy_generators(unsigned first, std::span<Stabilizer> rows);
+    void copy_destabilizers(unsigned first, std::span<Stabilizer> rows);
 
     unsigned num_qubits() const { return num_qubits_; }
 
   private:
-    /// The Pauli string that C maps to X or to Z on a qubit.
-    struct Origin {
-        unsigned place_and_sign;  ///< number of the string in `words_`, then a bit for minus
-        StringBlocks blocks;      ///< exact in x; may have too many bits in z
-
-        unsigned place() const { return place_and_sign >> 1; }
-        unsigned sign() const { return place_and_sign & 1; }
-        void flip(unsigned sign) { place_and_sign ^= sign; }
-    };
-
-    struct OriginPair {
-        Origin x;
-        Origin z;
-    };
-
     struct FreeMemory {
         void operator()(unsigned long* words) const { std::free(words); }
     };
@@ -106,7 +98,8 @@ class QubitTableau {
     unsigned first_generator(const Origin& origin) const;
     void set_origins();
     void flip_with(const Origin& measured, unsigned row);
-    void project_origin(Origin& origin, const Origin& measured, unsigned row, unsigned outcome);
+    /// Applies the waiting projections.
+    void finish_projections();
     void add_flips(const OriginPair& a, const OriginPair& b);
 
     class RowMaker;
@@ -118,6 +111,7 @@ class QubitTableau {
     std::size_t total_words_;
     std::unique_ptr<unsigned long, FreeMemory> words_;
     std::vector<OriginPair> origins_;
+    ProjectionBatch projections_;
     std::vector<unsigned long> flips_;  ///< signs of generators, then of destabilizers; or empty
 };
 
@@ -154,11 +148,13 @@ inline void QubitTableau::had(unsigned long qubit) {
 
 // S maps -Y to X, and -Y is -i X Z. The factor -i makes the odd exponent of the product even.
 inline void QubitTableau::sgate(unsigned long qubit) {
+    if (!projections_.empty()) finish_projections();
     OriginPair& origins = origins_[qubit];
     origins.x.flip(multiply_letters(origins.x, origins.z) / 2 ^ origins.z.sign());
 }
 
 inline void QubitTableau::cnot(unsigned long control, unsigned long target) {
+    if (!projections_.empty()) finish_projections();
     multiply(z_origin(target), z_origin(control));
     multiply(x_origin(control), x_origin(target));
 }

@@ -55,7 +55,7 @@ class Tableau {
     unsigned num_rows() const { return rows_ == nullptr ? num_qubits_ : rows_->num_rows; }
 
   private:
-    using CopyRows = void (QubitTableau::*)(unsigned first, std::span<Stabilizer> rows) const;
+    using CopyRows = void (QubitTableau::*)(unsigned first, std::span<Stabilizer> rows);
     static constexpr unsigned rows_in_group = 64;
 
     template <typename Visit>
