@@ -1,41 +1,50 @@
 #include "clifford/tableau/qubit_tableau.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
+#include <memory>
 #include <new>
 
 #include "support/bits.h"
 
 namespace {
 
-constexpr std::size_t cache_line = 64;
+constexpr unsigned words_of_cache_line = 8;
 
-/// Memory of zeros. Large blocks come from the system as zeros, in huge pages if it has them.
-unsigned long* allocate_zeros(std::size_t words) {
-    const std::size_t bytes = std::max<std::size_t>(words, 1) * sizeof(unsigned long);
-    void* const memory = std::calloc(bytes, 1);
-    if (memory == nullptr) throw std::bad_alloc();
-    return static_cast<unsigned long*>(memory);
+/// Words of each part of a string. Fills whole cache lines, so that no vector crosses one, if that
+/// takes at most a twentieth more memory.
+unsigned words_of_part(unsigned qubits) {
+    const auto words = static_cast<unsigned>(Nimbrel::words_for_bits(qubits));
+    const unsigned missing = (words_of_cache_line - words % words_of_cache_line) % words_of_cache_line;
+    return missing * 20 <= words ? words + missing : words;
 }
-
 
 }  // namespace
 
+// The C library takes large blocks from the system, as pages of zeros that nothing has touched.
+ZeroedWords::ZeroedWords(std::size_t words)
+    : memory_(std::calloc(words + words_of_cache_line, sizeof(unsigned long))) {
+    if (memory_ == nullptr) throw std::bad_alloc();
+    void* first = memory_.get();
+    std::size_t bytes = (words + words_of_cache_line) * sizeof(unsigned long);
+    constexpr std::size_t cache_line = words_of_cache_line * sizeof(unsigned long);
+    first_ = static_cast<unsigned long*>(
+        std::align(cache_line, words * sizeof(unsigned long), first, bytes));
+}
+
 QubitTableau::QubitTableau(unsigned qubits)
     : num_qubits_(qubits),
-      shape_(static_cast<unsigned>(Nimbrel::words_for_bits(qubits))),
+      shape_(words_of_part(qubits)),
       words_of_string_(2UL * shape_.words),
       product_(fastest_product(shape_)),
       total_words_(2UL * qubits * words_of_string_),
-      words_(allocate_zeros(total_words_)),
+      words_(total_words_),
       origins_(qubits),
       projections_(shape_, product_, qubits) {
     set_origins();
 }
 
 void QubitTableau::reset() {
-    std::fill_n(words_.get(), total_words_, 0UL);
+    std::fill_n(words_.first(), total_words_, 0UL);
     flips_.clear();
     projections_.clear();
     set_origins();

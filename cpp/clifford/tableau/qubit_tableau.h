@@ -15,6 +15,23 @@
 #include "clifford/tableau/projection_batch.h"
 #include "clifford/tableau/stabilizer_row.h"
 
+/// Words of memory that are 0 at first, from a multiple of 64 bytes on.
+class ZeroedWords {
+  public:
+    /// Throws std::bad_alloc.
+    explicit ZeroedWords(std::size_t words);
+
+    unsigned long* first() const { return first_; }
+
+  private:
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+
+    std::unique_ptr<void, Free> memory_;
+    unsigned long* first_;
+};
+
 /// The tableau of `StabilizerState` with one generator and one destabilizer for each qubit, for as
 /// long as the rows are a basis: each destabilizer anticommutes with its own generator and commutes
 /// with all other rows. Reset, gates on different qubits and projections keep that.
@@ -77,16 +94,12 @@ class QubitTableau {
     unsigned num_qubits() const { return num_qubits_; }
 
   private:
-    struct FreeMemory {
-        void operator()(unsigned long* words) const { std::free(words); }
-    };
-
     Origin& x_origin(unsigned long qubit) { return origins_[qubit].x; }
     Origin& z_origin(unsigned long qubit) { return origins_[qubit].z; }
     const Origin& z_origin(unsigned long qubit) const { return origins_[qubit].z; }
 
     unsigned long* words_of(const Origin& origin) const {
-        return words_.get() + origin.place() * words_of_string_;
+        return words_.first() + origin.place() * words_of_string_;
     }
 
     /// Replaces the letters of `left` by those of the product with `right`. Returns the exponent of
@@ -109,7 +122,7 @@ class QubitTableau {
     std::size_t words_of_string_;
     MultiplyStrings product_;
     std::size_t total_words_;
-    std::unique_ptr<unsigned long, FreeMemory> words_;
+    ZeroedWords words_;
     std::vector<OriginPair> origins_;
     ProjectionBatch projections_;
     std::vector<unsigned long> flips_;  ///< signs of generators, then of destabilizers; or empty

@@ -57,24 +57,30 @@ StringProduct multiply_narrow(const StringShape& shape, unsigned long* left,
     return {exponent_of(sum), left_blocks};
 }
 
-/// `multiply_narrow` for strings of one block, with a compiled number of words.
+/// `multiply_narrow` for strings of one block, with a compiled number of words. Counts each word,
+/// which does not wait for the word before as a `PhaseSum` does.
 template <unsigned Words>
 StringProduct multiply_few(const StringShape& /*shape*/, unsigned long* left,
                            StringBlocks /*left_blocks*/, const unsigned long* right,
                            StringBlocks /*right_blocks*/) {
-    constexpr unsigned vectors_end = Words / FourWords::count * FourWords::count;
-    Factors factors{left, right, Words};
-    PhaseSum<OneWord> sum;
-    if constexpr (vectors_end != 0) {
-        PhaseSum<FourWords> wide;
-        for (unsigned word = 0; word < vectors_end; word += FourWords::count) {
-            factors.multiply(word, wide);
-        }
-        sum = folded(wide);
+    unsigned ones = 0;
+    unsigned long twos = 0;
+    unsigned long x = 0;
+    unsigned long z = 0;
+    for (unsigned word = 0; word < Words; ++word) {
+        unsigned long& left_x = left[word];
+        unsigned long& left_z = left[Words + word];
+        const unsigned long x_before_z = left_x & right[Words + word];
+        const unsigned long odd = x_before_z ^ (left_z & right[word]);
+        left_x ^= right[word];
+        left_z ^= right[Words + word];
+        ones += static_cast<unsigned>(std::popcount(odd));
+        twos ^= (x_before_z ^ left_x ^ left_z) & odd;
+        x |= left_x;
+        z |= left_z;
     }
-    for (unsigned word = vectors_end; word < Words; ++word) factors.multiply(word, sum);
-    return {exponent_of(sum),
-            {static_cast<unsigned short>(factors.x), static_cast<unsigned short>(factors.z)}};
+    return {(ones + 2 * static_cast<unsigned>(std::popcount(twos))) & 3,
+            {static_cast<unsigned short>(x != 0), static_cast<unsigned short>(z != 0)}};
 }
 
 }  // namespace
