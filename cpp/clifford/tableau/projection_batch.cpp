@@ -28,6 +28,13 @@ ProjectionBatch::ProjectionBatch(const StringShape& shape, MultiplyStrings produ
     groups_.reserve(capacity_);
 }
 
+bool ProjectionBatch::accepts(const unsigned long* letters) const {
+    return count_ < capacity_ &&
+           std::none_of(places_.begin(), places_.end(), [letters](const RowPlace& place) {
+               return (letters[place.word] & place.bit) != 0;
+           });
+}
+
 void ProjectionBatch::add(unsigned row, const unsigned long* letters, StringBlocks blocks,
                           unsigned sign) {
     const unsigned number = count_++;

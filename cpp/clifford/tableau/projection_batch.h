@@ -27,11 +27,14 @@ class ProjectionBatch {
     ProjectionBatch(const StringShape& shape, MultiplyStrings product, unsigned qubits);
 
     bool empty() const { return count_ == 0; }
-    bool is_full() const { return count_ == capacity_; }
+
+    /// Whether a projection with this origin of Z can be added. Not if the origin has an X or Y at
+    /// the row of another one: origins get none there by the projections before it.
+    bool accepts(const unsigned long* letters) const;
     unsigned count() const { return count_; }
 
     /// Adds a projection. `letters` are those of the origin of Z; `sign` is its sign and that of
-    /// the outcome, multiplied. Requires: not full, and the origin is at the stage of `count`.
+    /// the outcome, multiplied. Requires: `accepts`, and the origin is at the stage of `count`.
     void add(unsigned row, const unsigned long* letters, StringBlocks blocks, unsigned sign);
 
     /// Call after the last `add`, before `apply`.

@@ -40,6 +40,7 @@ void QubitTableau::flip_with(const Origin& measured, unsigned row) {
 
 void QubitTableau::project(unsigned long qubit, unsigned outcome) {
     OriginPair& pair = origins_[qubit];
+    if (!projections_.accepts(words_of(pair.z))) finish_projections();
     const unsigned row = first_generator(pair.z);
     const RowPlace at(shape_, row);
     if (!flips_.empty()) flip_with(pair.z, row);
@@ -55,7 +56,6 @@ void QubitTableau::project(unsigned long qubit, unsigned outcome) {
     pair.z.blocks = {0, at.block};
     pair.z.flip(pair.z.sign() ^ outcome);
     pair.z.set_stage(projections_.count());
-    if (projections_.is_full()) finish_projections();
 }
 
 void QubitTableau::finish_projections() {
