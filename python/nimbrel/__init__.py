@@ -23,7 +23,9 @@ from nimbrel.classical import clear, flag_nand, free, read, reset, write
 from nimbrel.clifford import CliffordSimulator
 from nimbrel.control import close_event, jump_fwd, label, open_event
 from nimbrel.dense import DenseSimulator
+from nimbrel.expectation_values import expectation
 from nimbrel.fetch_requests import fetch_request
+from nimbrel.filter_choice import FilterChoice, choose_filter
 from nimbrel.filter_handle import SimParams
 from nimbrel.gates import (
     cz,
@@ -51,9 +53,11 @@ from nimbrel.masks import Qubits
 from nimbrel.opcodes import TAG, Opcode
 from nimbrel.operations import Event
 from nimbrel.paulis import pcp, ppm, ppr
-from nimbrel.records import QPU_OP, RECORD_FORMAT, RecordArray, program, record
+from nimbrel.records import QPU_OP, RECORD_FORMAT, Program, RecordArray, program, record
 from nimbrel.remote import RemoteSimulator
+from nimbrel.samples import Samples
 from nimbrel.seeding import seed
+from nimbrel.shots import sample
 from nimbrel.simulator import Simulator
 from nimbrel.sparse import SparseSimulator
 
@@ -65,18 +69,23 @@ __all__ = [
     "CliffordSimulator",
     "DenseSimulator",
     "Event",
+    "FilterChoice",
     "Opcode",
+    "Program",
     "Qubits",
     "RecordArray",
     "RemoteSimulator",
+    "Samples",
     "SimParams",
     "Simulator",
     "SparseSimulator",
     "__version__",
     "aligned_buffer",
+    "choose_filter",
     "clear",
     "close_event",
     "cz",
+    "expectation",
     "fetch_request",
     "flag_nand",
     "free",
@@ -103,6 +112,7 @@ __all__ = [
     "rz",
     "s",
     "s_inv",
+    "sample",
     "seed",
     "swap",
     "t",

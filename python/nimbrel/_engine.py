@@ -4,7 +4,8 @@ Only this package uses this module.
 """
 
 import operator
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
 from typing import ParamSpec, TypeVar
 
 P = ParamSpec("P")
@@ -33,6 +34,24 @@ def call(function: Callable[P, R], *args: P.args, **kwargs: P.kwargs) -> R:
         if not isinstance(cause, RuntimeError):
             raise
     raise cause from None
+
+
+@contextmanager
+def engine_errors() -> Iterator[None]:
+    """Raise the engine's own error from a block that calls the engine many times.
+
+    The block calls the functions of the engine directly, which saves the calls of `call`.
+
+    Raises:
+        RuntimeError: The engine's error, with the engine's text.
+    """
+    try:
+        yield
+    except SystemError as error:
+        cause = error.__cause__
+        if not isinstance(cause, RuntimeError):
+            raise
+        raise cause from None
 
 
 def word32(value: int, name: str) -> int:

@@ -92,6 +92,27 @@ def parse_tableau(text: str) -> Tableau:
     return Tableau(rows[:dashes], rows[dashes:])
 
 
+def generator_x_bits(text: str) -> npt.NDArray[np.uint8]:
+    """The X parts of the generators in the engine's text of a tableau.
+
+    Args:
+        text: The text. If the tableau has more than 64 qubits and their number is not a multiple
+            of 64, the text lacks the qubits n % 64 to 63, and their bits are 0 here.
+
+    Returns:
+        Bits, shape (n, n): row i is generator i, column k is qubit k.
+    """
+    line_length = text.index("\n") + 1
+    lines = np.frombuffer(text.encode("ascii"), dtype=np.uint8).reshape(-1, line_length)
+    num_qubits = (line_length - len("0 |\n")) // 2
+    printed = lines[len(lines) // 2 + 1 :, 2 : 2 + num_qubits] & 1
+    bits = np.zeros_like(printed)
+    for column, qubit in enumerate(_printed_qubits(num_qubits)):
+        if qubit < num_qubits:
+            bits[:, qubit] = printed[:, column]
+    return bits
+
+
 def _in_qubit_order(letters: npt.NDArray[np.uint8], num_qubits: int) -> npt.NDArray[np.uint8]:
     ordered = np.full_like(letters, _UNPRINTED)
     for column, qubit in enumerate(_printed_qubits(num_qubits)):

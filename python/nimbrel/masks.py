@@ -20,7 +20,7 @@ from itertools import zip_longest
 from typing import Final, TypeAlias
 
 from nimbrel.opcodes import Opcode
-from nimbrel.records import Record, RecordArray, pack
+from nimbrel.records import Program, Record, pack
 
 Qubits: TypeAlias = int | Iterable[int]
 """One qubit number or several; qubit 0 is the least significant."""
@@ -41,6 +41,8 @@ def qubit_list(qubits: Qubits, role: str, *, required: bool = False) -> list[int
         ValueError: If a qubit is negative or given twice, or if the list is empty and one is
             required.
     """
+    if type(qubits) is int and qubits >= 0:
+        return [qubits]
     numbers = qubits if isinstance(qubits, Iterable) else (qubits,)
     checked = [operator.index(number) for number in numbers]
     if required and not checked:
@@ -108,7 +110,7 @@ def single_word_mask(qubits: Qubits, role: str) -> int:
 
 def spread(
     main: Record, targets: list[int], controls: Iterable[int] = (), negated: Iterable[int] = ()
-) -> RecordArray:
+) -> Program:
     """Make the records of an operation: extension records first, the main record last.
 
     Args:
@@ -121,8 +123,19 @@ def spread(
         TypeError: If a word of `main` other than its angle is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
+    negated = [*negated]
+    all_controls = [*controls, *negated]
+    if max(targets, default=0) < WORD_BITS and max(all_controls, default=0) < WORD_BITS:
+        return _one_word(main, targets, all_controls, negated)
     negated_masks = word_masks(negated)
-    return spread_words(main, word_masks(targets), word_masks([*controls, *negated]), negated_masks)
+    return spread_words(main, word_masks(targets), word_masks(all_controls), negated_masks)
+
+
+def _one_word(
+    main: Record, targets: list[int], controls: list[int], negated: list[int]
+) -> Program:
+    masks = [sum([1 << qubit for qubit in qubits]) for qubits in (targets, controls, negated)]
+    return pack([Record(main[0], *masks[:2], *main[3:6], masks[2])])
 
 
 def spread_words(
@@ -130,7 +143,7 @@ def spread_words(
     targets: Mapping[int, int],
     controls: Mapping[int, int],
     negated: Mapping[int, int],
-) -> RecordArray:
+) -> Program:
     """Make the records of an operation whose masks are known.
 
     Extension record k has word k of the targets and word k of the controls, so one record carries

@@ -1,5 +1,7 @@
 """The operations that every filter type has: programs, read flags, events, peeks."""
 
+from collections.abc import Iterator
+from contextlib import contextmanager
 from typing import Final, NamedTuple
 
 import _lib_nb_sim
@@ -64,6 +66,11 @@ class FilterOperations(FilterHandle):
         )
 
     @property
+    def filter_type(self) -> str:
+        """The engine's name of the filter type, such as "StreamQPU"."""
+        return self._filter_type
+
+    @property
     def handle(self) -> int:
         """The number by which the engine's functions name the filter.
 
@@ -98,6 +105,29 @@ class FilterOperations(FilterHandle):
         entry, after = self._check.begin(records)
         try:
             call(_lib_nb_sim.put_instructions, handle, records, len(records))
+            self._check.ran(entry, after)
+        except BaseException:
+            self._check.failed(records)
+            raise
+
+    @contextmanager
+    def following(self, records: RecordArray) -> Iterator[int]:
+        """Check a program that the block passes to the engine itself, once or many times.
+
+        Args:
+            records: The program, contiguous, shape (n,).
+
+        Yields:
+            The number of the filter in the engine. Unlike the property `handle`, it does not end
+            the check of qubits.
+
+        Raises:
+            ValueError: If a record is refused, or if the simulator is closed.
+        """
+        handle = self._require_open()
+        entry, after = self._check.begin(records)
+        try:
+            yield handle
             self._check.ran(entry, after)
         except BaseException:
             self._check.failed(records)

@@ -5,8 +5,9 @@ reads this buffer in place. Qubit 0 is the least significant bit of a mask; angl
 """
 
 import operator
+import struct
 from collections.abc import Sequence
-from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeAlias
+from typing import Any, Final, NamedTuple, SupportsFloat, SupportsIndex, TypeAlias, TypeVar
 
 import numpy as np
 import numpy.typing as npt
@@ -40,6 +41,64 @@ program uses the opcode.
 """
 
 
+Self = TypeVar("Self", bound="Program")
+
+
+class Program(np.ndarray[Any, np.dtype[np.void]]):
+    """A program: a one-dimensional array of dtype `QPU_OP` that prints as a disassembly.
+
+    Builders and `program` return it. It is an ordinary array in every other respect: the engine
+    takes it without a copy, and its records and words can be read and changed in place.
+    `program["angle"]` is the plain array of that word.
+    """
+
+    __slots__ = ()
+
+    @classmethod
+    def over(cls: type[Self], memory: bytearray) -> Self:
+        """Make the program whose records lie in `memory`, without a copy.
+
+        Args:
+            memory: A whole number of records, 88 bytes each.
+        """
+        return cls((len(memory) // RECORD_BYTES,), QPU_OP, memory)
+
+    def __getitem__(self, key: Any, /) -> Any:
+        """Records are a `Program`; a word of all records is a plain array."""
+        found = super().__getitem__(key)
+        if type(found) is Program and found.dtype is not QPU_OP and found.dtype != QPU_OP:
+            return found.view(np.ndarray)
+        return found
+
+    # Comparisons are plain arrays of booleans.
+    def __eq__(self, other: object, /) -> Any:
+        return self.view(np.ndarray) == other
+
+    def __ne__(self, other: object, /) -> Any:
+        return self.view(np.ndarray) != other
+
+    def __str__(self) -> str:
+        """One line a record; in a long program, a line for the records in the middle."""
+        if not is_program(self):
+            return str(self.view(np.ndarray))
+        from nimbrel.disassembly import disassembly
+
+        return disassembly(self)
+
+    def _repr_html_(self) -> str | None:
+        """A table with a row a record, for notebooks."""
+        if not is_program(self):
+            return None
+        from nimbrel.disassembly import html_table
+
+        return html_table(self)
+
+
+def is_program(array: object) -> bool:
+    """Whether an object is a one-dimensional array of records."""
+    return isinstance(array, np.ndarray) and array.dtype == QPU_OP and array.ndim == 1
+
+
 class Record(NamedTuple):
     """One instruction record as Python numbers, in the order of the fields of `QPU_OP`."""
 
@@ -65,6 +124,10 @@ _LIMITS: Final = tuple(
 )
 
 
+RECORD_BYTES: Final = QPU_OP.itemsize
+_pack_words: Final = struct.Struct("<3Qd2q5Q").pack
+
+
 def _check_words(record: Record) -> Record:
     # NumPy drops a fraction without an error, and NumPy 1.x wraps an integer that does not fit.
     # Either would give a different program.
@@ -80,7 +143,14 @@ def _check_words(record: Record) -> Record:
     return Record(*words)
 
 
-def pack(records: Sequence[Record]) -> RecordArray:
+def _packed(record: Record) -> bytes:
+    try:
+        return _pack_words(*record)
+    except struct.error:
+        return _pack_words(*_check_words(record))
+
+
+def pack(records: Sequence[Record]) -> Program:
     """Convert records to an array that the engine takes.
 
     Args:
@@ -94,10 +164,10 @@ def pack(records: Sequence[Record]) -> RecordArray:
         TypeError: If a word other than `angle` is not an integer.
         ValueError: If a number does not fit its 64-bit word.
     """
-    return np.array([_check_words(entry) for entry in records], dtype=QPU_OP)
+    return Program.over(bytearray().join([_packed(entry) for entry in records]))
 
 
-def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> RecordArray:
+def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> Program:
     """Make a single record of any opcode; fields that are not given are 0.
 
     Args:
@@ -118,7 +188,7 @@ def record(opcode: SupportsIndex, **fields: SupportsFloat | SupportsIndex) -> Re
     return pack([Record(angle=angle, **words)])
 
 
-def program(*parts: RecordArray) -> RecordArray:
+def program(*parts: RecordArray) -> Program:
     """Join arrays of records into one contiguous program.
 
     Args:
@@ -132,11 +202,22 @@ def program(*parts: RecordArray) -> RecordArray:
     Raises:
         ValueError: If a part is not a one-dimensional `QPU_OP` array.
     """
-    for part in parts:
-        if getattr(part, "dtype", None) != QPU_OP or part.ndim != 1:
-            raise ValueError("a program is made of one-dimensional arrays of dtype QPU_OP")
-    if not parts:
-        return np.zeros(0, dtype=QPU_OP)
+    try:
+        for part in parts:
+            # The identity comes first: comparing two structured dtypes takes microseconds.
+            if (part.dtype is not QPU_OP and part.dtype != QPU_OP) or part.ndim != 1:
+                raise AttributeError
+    except AttributeError:
+        raise ValueError("a program is made of one-dimensional arrays of dtype QPU_OP") from None
     if len(parts) == 1:
-        return np.ascontiguousarray(parts[0])
-    return np.concatenate(parts)
+        return _as_program(parts[0])
+    try:
+        return Program.over(bytearray().join(parts))
+    except (BufferError, TypeError, ValueError):  # a part is not contiguous
+        return _as_program(np.concatenate(parts))
+
+
+def _as_program(array: RecordArray) -> Program:
+    if type(array) is Program and array.flags.c_contiguous:
+        return array
+    return np.ascontiguousarray(array).view(Program)
