@@ -1,8 +1,6 @@
 #include "clifford/tableau/qubit_tableau.h"
 
 #include <algorithm>
-#include <memory>
-#include <new>
 
 #include "support/bits.h"
 
@@ -19,17 +17,6 @@ unsigned words_of_part(unsigned qubits) {
 }
 
 }  // namespace
-
-// The C library takes large blocks from the system, as pages of zeros that nothing has touched.
-ZeroedWords::ZeroedWords(std::size_t words)
-    : memory_(std::calloc(words + words_of_cache_line, sizeof(unsigned long))) {
-    if (memory_ == nullptr) throw std::bad_alloc();
-    void* first = memory_.get();
-    std::size_t bytes = (words + words_of_cache_line) * sizeof(unsigned long);
-    constexpr std::size_t cache_line = words_of_cache_line * sizeof(unsigned long);
-    first_ = static_cast<unsigned long*>(
-        std::align(cache_line, words * sizeof(unsigned long), first, bytes));
-}
 
 QubitTableau::QubitTableau(unsigned qubits)
     : num_qubits_(qubits),

@@ -4,9 +4,6 @@
 #pragma once
 
 #include <bit>
-#include <cstdlib>
-#include <memory>
-#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -14,23 +11,7 @@
 #include "clifford/tableau/origin.h"
 #include "clifford/tableau/projection_batch.h"
 #include "clifford/tableau/stabilizer_row.h"
-
-/// Words of memory that are 0 at first, from a multiple of 64 bytes on.
-class ZeroedWords {
-  public:
-    /// Throws std::bad_alloc.
-    explicit ZeroedWords(std::size_t words);
-
-    unsigned long* first() const { return first_; }
-
-  private:
-    struct Free {
-        void operator()(void* memory) const { std::free(memory); }
-    };
-
-    std::unique_ptr<void, Free> memory_;
-    unsigned long* first_;
-};
+#include "clifford/tableau/zeroed_words.h"
 
 /// The tableau of `StabilizerState` with one generator and one destabilizer for each qubit, for as
 /// long as the rows are a basis: each destabilizer anticommutes with its own generator and commutes
