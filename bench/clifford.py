@@ -209,7 +209,8 @@ def compare_rounds(rounds: codes.Rounds, repeats: int) -> Comparison:
         check_rounds(rounds, circuit, outcomes)
         ours = timed(partial(_lib_nb_sim.put_instructions, sim.handle, records, len(records)))
         theirs = timed(lambda: stim.TableauSimulator().do(circuit))
-        seconds = dict(zip((ENGINE, "stim"), median_seconds([ours, theirs], repeats), strict=True))
+        our_seconds, their_seconds = median_seconds([ours, theirs], repeats)
+    seconds = {ENGINE: our_seconds, "stim": their_seconds}
     details = {"records": len(records)}
     goals = {"stim": STIM_GOAL}
     return Comparison(rounds.name, rounds.num_qubits, seconds, goals, details, rounds.note)

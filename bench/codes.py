@@ -39,7 +39,8 @@ class Rounds(NamedTuple):
 
 def records_of(rounds: Rounds) -> nb.RecordArray:
     """The circuit as records, one a gate, behind a reset. Outcome k goes to flag FIRST_FLAG + k."""
-    records, flag = [nb.reset(rounds.num_qubits)], FIRST_FLAG
+    records: list[nb.RecordArray] = [nb.reset(rounds.num_qubits)]
+    flag = FIRST_FLAG
     for gate in rounds.gates:
         if gate.name == "CLEAR":
             records.append(nb.clear(gate.qubits))
@@ -70,7 +71,7 @@ def surface_code(distance: int, rounds: int) -> Rounds:
     gates = []
     for instruction in circuit.flattened():
         if instruction.name not in _NOTES:
-            name = _NAMES.get(instruction.name, instruction.name)
+            name = str(_NAMES.get(instruction.name, instruction.name))
             groups = instruction.target_groups()
             gates += [Gate(name, tuple(target.value for target in group)) for group in groups]
     return Rounds("surface", f"distance {distance}, {rounds} rounds", circuit.num_qubits, gates)

@@ -95,8 +95,9 @@ void OpFilter_CliffordQPUSim::x(unsigned long target_mask, unsigned long cond_ma
     }
     require_inside(target_list);
     require_inside(controls.first);
-    for_each_qubit(target_list,
-                   [&](unsigned long qubit) { state->apply(GateKind::cnot, controls.first, qubit); });
+    for_each_qubit(target_list, [&](unsigned long qubit) {
+        state->apply(GateKind::cnot, controls.first, qubit);
+    });
 }
 
 void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_mask,

@@ -21,7 +21,8 @@ void OpFilter_CliffordQPUSim::read(const QPUOp& op) {
     collect_gate_masks(op.target_mask, 0, op.target_offset, 0);
     require_inside(target_list);
     long flag = op.read_flag;
-    for_each_qubit(target_list, [&](unsigned long qubit) { store_outcome(flag, state->measure(qubit)); });
+    for_each_qubit(target_list,
+                   [&](unsigned long qubit) { store_outcome(flag, state->measure(qubit)); });
 }
 
 unsigned OpFilter_CliffordQPUSim::wanted_bit(unsigned long qubit) const {

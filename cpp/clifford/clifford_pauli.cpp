@@ -100,16 +100,15 @@ unsigned long OpFilter_CliffordQPUSim::fold_product() {
         for_each_letter(entry, [this](const PauliLetter& letter) { require_inside(letter.qubit); });
     }
     for (const PauliEntry& entry : pauli_entries) {
-        for_each_letter(entry,
-                        [&](const PauliLetter& letter) { fold_letter(letter, pivot); });
+        for_each_letter(entry, [&](const PauliLetter& letter) { fold_letter(letter, pivot); });
     }
     return pivot;
 }
 
 void OpFilter_CliffordQPUSim::unfold_product(unsigned long pivot) {
     for (const PauliEntry& entry : std::views::reverse(pauli_entries)) {
-        for_each_letter_down(
-            entry, [&](const PauliLetter& letter) { unfold_letter(letter, pivot); });
+        for_each_letter_down(entry,
+                             [&](const PauliLetter& letter) { unfold_letter(letter, pivot); });
     }
 }
 

@@ -30,9 +30,9 @@ ProjectionBatch::ProjectionBatch(const StringShape& shape, MultiplyStrings produ
 
 bool ProjectionBatch::accepts(const unsigned long* letters) const {
     return count_ < capacity_ &&
-           std::none_of(places_.begin(), places_.end(), [letters](const RowPlace& place) {
-               return (letters[place.word] & place.bit) != 0;
-           });
+           std::none_of(
+               places_.begin(), places_.end(),
+               [letters](const RowPlace& place) { return (letters[place.word] & place.bit) != 0; });
 }
 
 void ProjectionBatch::add(unsigned row, const unsigned long* letters, StringBlocks blocks,
@@ -101,9 +101,8 @@ void ProjectionBatch::make(unsigned chosen) {
     const unsigned others = chosen ^ last;
     if (!products_[others].is_made) make(others);
     std::copy_n(letters_of(others), 2UL * shape_.words, letters_of(chosen));
-    const StringProduct product =
-        multiply_(shape_, letters_of(chosen), products_[others].blocks, letters_of(last),
-                  products_[last].blocks);
+    const StringProduct product = multiply_(shape_, letters_of(chosen), products_[others].blocks,
+                                            letters_of(last), products_[last].blocks);
     const unsigned exponent = products_[others].exponent + product.exponent;
     const unsigned sign = products_[others].sign ^ products_[last].sign;
     products_[chosen] = {product.blocks, static_cast<unsigned char>(exponent & 3),

@@ -21,7 +21,8 @@ class QubitTableau::RowMaker {
         std::vector<unsigned long> product(tableau_.words_of_string_);
         for (std::size_t i = 0; i < rows_.size(); ++i) {
             std::fill(product.begin(), product.end(), 0UL);
-            const unsigned long flips = tableau_.flips_.empty() ? 0 : tableau_.flips_[word_] >> i & 1;
+            const unsigned long flips =
+                tableau_.flips_.empty() ? 0 : tableau_.flips_[word_] >> i & 1;
             const unsigned exponent = exponent_of_origin(rows_[i], product.data());
             rows_[i].phase = static_cast<unsigned short>((exponent ^ flips << 1) & 3);
         }
@@ -33,15 +34,15 @@ class QubitTableau::RowMaker {
         for (std::size_t group = 0; group < row_words; ++group) {
             BitSquare square = gather(group, origin);
             transpose(square);
-            for (std::size_t i = 0; i < rows_.size(); ++i) (rows_[i].*part).words[group] = square[i];
+            for (std::size_t i = 0; i < rows_.size(); ++i)
+                (rows_[i].*part).words[group] = square[i];
         }
     }
 
     BitSquare gather(std::size_t group, Origin OriginPair::* origin) const {
         BitSquare square{};
         const std::size_t first = group * square_side;
-        const std::size_t count =
-            std::min<std::size_t>(square_side, tableau_.num_qubits_ - first);
+        const std::size_t count = std::min<std::size_t>(square_side, tableau_.num_qubits_ - first);
         for (std::size_t i = 0; i < count; ++i) {
             square[i] = tableau_.words_of(tableau_.origins_[first + i].*origin)[word_];
         }

@@ -12,7 +12,8 @@ constexpr unsigned words_of_cache_line = 8;
 /// takes at most a twentieth more memory.
 unsigned words_of_part(unsigned qubits) {
     const auto words = static_cast<unsigned>(Nimbrel::words_for_bits(qubits));
-    const unsigned missing = (words_of_cache_line - words % words_of_cache_line) % words_of_cache_line;
+    const unsigned missing =
+        (words_of_cache_line - words % words_of_cache_line) % words_of_cache_line;
     return missing * 20 <= words ? words + missing : words;
 }
 

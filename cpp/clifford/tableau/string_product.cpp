@@ -47,7 +47,8 @@ StringProduct multiply_narrow(const StringShape& shape, unsigned long* left,
         Factors factors{left, right, shape.words};
         std::size_t word = shape.first_word(block);
         const std::size_t end = shape.end_word(block);
-        for (; word + FourWords::count <= end; word += FourWords::count) factors.multiply(word, wide);
+        for (; word + FourWords::count <= end; word += FourWords::count)
+            factors.multiply(word, wide);
         for (; word < end; ++word) factors.multiply(word, sum);
         const auto keep = static_cast<unsigned>(~bit);
         left_blocks.x = static_cast<unsigned short>((left_blocks.x & keep) | (factors.x ? bit : 0));

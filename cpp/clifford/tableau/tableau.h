@@ -3,9 +3,12 @@
 /// Does not depend on records or filters. Not thread-safe.
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <random>
+#include <span>
+#include <vector>
 
 #include "clifford/tableau/gate_batch.h"
 #include "clifford/tableau/qubit_tableau.h"
@@ -59,7 +62,7 @@ class Tableau {
     static constexpr unsigned rows_in_group = 64;
 
     template <typename Visit>
-    void for_each_row_of(CopyRows copy, Visit&& visit);
+    static void for_each_row_of(QubitTableau& qubits, CopyRows copy, Visit&& visit);
 
     /// The state row by row, with all gates applied. Changes to that form.
     StabilizerState& rows();
@@ -99,19 +102,21 @@ inline void Tableau::apply(Gate gate, unsigned long a, unsigned long b) {
 
 inline unsigned Tableau::measure(unsigned long qubit) {
     if (!qubits_) return measure_rows(qubit);
-    if (!qubits_->is_random(qubit)) return qubits_->fixed_outcome(qubit);
+    QubitTableau& qubits = *qubits_;
+    if (!qubits.is_random(qubit)) return qubits.fixed_outcome(qubit);
     const unsigned outcome = draw_outcome();
-    qubits_->project(qubit, outcome);
+    qubits.project(qubit, outcome);
     return outcome;
 }
 
 template <typename Visit>
-void Tableau::for_each_row_of(CopyRows copy, Visit&& visit) {
-    std::vector<Stabilizer> group(std::min(rows_in_group, num_qubits_), Stabilizer(num_qubits_));
-    for (unsigned first = 0; first < num_qubits_; first += rows_in_group) {
+void Tableau::for_each_row_of(QubitTableau& qubits, CopyRows copy, Visit&& visit) {
+    const unsigned count = qubits.num_qubits();
+    std::vector<Stabilizer> group(std::min(rows_in_group, count), Stabilizer(count));
+    for (unsigned first = 0; first < count; first += rows_in_group) {
         const std::span<Stabilizer> some =
-            std::span(group).first(std::min(rows_in_group, num_qubits_ - first));
-        ((*qubits_).*copy)(first, some);
+            std::span(group).first(std::min(rows_in_group, count - first));
+        (qubits.*copy)(first, some);
         for (const Stabilizer& row : some) visit(row);
     }
 }
@@ -119,9 +124,9 @@ void Tableau::for_each_row_of(CopyRows copy, Visit&& visit) {
 template <typename Visit, typename Between>
 void Tableau::for_each_row(Visit&& visit, Between&& between) {
     if (qubits_) {
-        for_each_row_of(&QubitTableau::copy_destabilizers, visit);
+        for_each_row_of(*qubits_, &QubitTableau::copy_destabilizers, visit);
         between();
-        return for_each_row_of(&QubitTableau::copy_generators, visit);
+        return for_each_row_of(*qubits_, &QubitTableau::copy_generators, visit);
     }
     const StabilizerState& state = rows();
     for (const Stabilizer& row : state.destabilizers) visit(row);

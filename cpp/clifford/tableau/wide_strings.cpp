@@ -39,26 +39,27 @@ NIMBREL_INLINE void add(Sums& sums, __m512i left_x, __m512i left_z, __m512i righ
     sums.ones = _mm512_xor_si512(sums.ones, odd);
 }
 
-
 /// The exponent of all positions together. Folds the vectors by halves before it counts.
 NIMBREL_INLINE unsigned exponent_of(const Sums& sums) {
     const __m256i low_ones = _mm512_castsi512_si256(sums.ones);
     const __m256i high_ones = _mm512_extracti64x4_epi64(sums.ones, 1);
-    const __m256d carries = _mm256_and_pd(_mm256_castsi256_pd(low_ones), _mm256_castsi256_pd(high_ones));
-    const __m256d ones = _mm256_xor_pd(_mm256_castsi256_pd(low_ones), _mm256_castsi256_pd(high_ones));
+    const __m256d carries =
+        _mm256_and_pd(_mm256_castsi256_pd(low_ones), _mm256_castsi256_pd(high_ones));
+    const __m256d ones =
+        _mm256_xor_pd(_mm256_castsi256_pd(low_ones), _mm256_castsi256_pd(high_ones));
     const __m256d twos = _mm256_xor_pd(
         carries, _mm256_xor_pd(_mm256_castsi256_pd(_mm512_castsi512_si256(sums.twos)),
                                _mm256_castsi256_pd(_mm512_extracti64x4_epi64(sums.twos, 1))));
     const __m128d a = _mm256_castpd256_pd128(ones);
     const __m128d b = _mm256_extractf128_pd(ones, 1);
     const __m128d both = _mm_xor_pd(a, b);
-    const __m128d fours =
-        _mm_xor_pd(_mm_and_pd(a, b),
-                   _mm_xor_pd(_mm256_castpd256_pd128(twos), _mm256_extractf128_pd(twos, 1)));
+    const __m128d fours = _mm_xor_pd(
+        _mm_and_pd(a, b), _mm_xor_pd(_mm256_castpd256_pd128(twos), _mm256_extractf128_pd(twos, 1)));
     const __m128i one_bits = _mm_castpd_si128(both);
     const __m128i two_bits = _mm_castpd_si128(fours);
-    const long long count = __builtin_popcountll(static_cast<unsigned long long>(_mm_cvtsi128_si64(one_bits))) +
-                            __builtin_popcountll(static_cast<unsigned long long>(_mm_extract_epi64(one_bits, 1)));
+    const long long count =
+        __builtin_popcountll(static_cast<unsigned long long>(_mm_cvtsi128_si64(one_bits))) +
+        __builtin_popcountll(static_cast<unsigned long long>(_mm_extract_epi64(one_bits, 1)));
     const auto twice = static_cast<unsigned long long>(_mm_cvtsi128_si64(two_bits) ^
                                                        _mm_extract_epi64(two_bits, 1));
     return static_cast<unsigned>(count + 2 * __builtin_popcountll(twice)) & 3U;
@@ -94,7 +95,8 @@ StringProduct multiply_wide(const StringShape& shape, unsigned long* left, Strin
         __m512i made_x = zeros();
         __m512i made_z = zeros();
         for (unsigned word = begin; word < end; word += lanes_in_vector) {
-            const unsigned missing = word + lanes_in_vector > end ? word + lanes_in_vector - end : 0;
+            const unsigned missing =
+                word + lanes_in_vector > end ? word + lanes_in_vector - end : 0;
             const auto lanes = static_cast<Lanes>(all_lanes >> missing);
             const __m512i left_x = load(left + word, lanes);
             const __m512i left_z = load(left + words + word, lanes);

@@ -56,8 +56,8 @@ class StringProducts : public DrawingTest, public testing::WithParamInterface<bo
         const String right = draw(shape, sparsity);
         Stabilizer expected = left.row(shape);
         expected.multiply(right.row(shape));
-        const StringProduct product = fastest_product(shape)(
-            shape, left.words.data(), left.blocks, right.words.data(), right.blocks);
+        const StringProduct product = fastest_product(shape)(shape, left.words.data(), left.blocks,
+                                                             right.words.data(), right.blocks);
         const String made(shape, left.words);
         ASSERT_EQ(product.exponent, expected.phase);
         ASSERT_EQ(made.row(shape).x.words, expected.x.words);
