@@ -165,8 +165,7 @@ TEST_F(ChangesOfForm, ComeWithAProjectionOnAFixedOutcome) {
     }
 }
 
-/// Outcomes after the change continue the draws from before.
-TEST_F(ChangesOfForm, KeepTheGeneratorOfOutcomes) {
+TEST_F(ChangesOfForm, LetBothFormsDrawBothOutcomes) {
     start(64);
     unsigned ones = 0;
     for (unsigned round = 0; round < 10; ++round) {

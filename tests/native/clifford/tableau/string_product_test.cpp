@@ -96,6 +96,19 @@ TEST_P(StringProducts, ByTheIdentityChangeNothing) {
     }
 }
 
+TEST_P(StringProducts, WithThemselvesHaveNoBlocks) {
+    for (const unsigned words : {1U, 2U, 5U, 8U, 9U, 21U, 157U}) {
+        const StringShape shape(words);
+        String left = draw(shape, 1);
+        const String right = left;
+        const StringProduct product = fastest_product(shape)(shape, left.words.data(), left.blocks,
+                                                             right.words.data(), right.blocks);
+        EXPECT_EQ(product.exponent, 0U) << words;
+        EXPECT_EQ(left.words, Words(2UL * words)) << words;
+        EXPECT_EQ(product.blocks.x | product.blocks.z, 0) << words;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Widths, StringProducts, testing::Bool(),
                          [](const auto& wide) { return wide.param ? "Wide" : "Narrow"; });
 
