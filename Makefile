@@ -99,6 +99,8 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	build/bench/bench/native/nimbrel_tableau_bench
 	$(VENV_PYTHON) bench/checks.py
 	$(VENV_PYTHON) bench/connect.py
+	$(VENV_PYTHON) bench/doors/building.py
+	$(VENV_PYTHON) bench/doors/sampling.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache

@@ -7,8 +7,10 @@ be cut anywhere. Only a single record that takes long cannot be cut.
 """
 
 import time
+from bisect import bisect_right
 from collections.abc import Iterator
 from contextlib import contextmanager
+from itertools import accumulate
 from typing import Final
 
 import _lib_nb_sim
@@ -21,7 +23,9 @@ from nimbrel.records import Program, RecordArray, program
 __all__ = ["checked", "first_call", "put_in_calls", "run_in_calls"]
 
 _CALL_SECONDS: Final = 0.02
-"""A call with records of 20 targets among records of one target takes less than half a second."""
+_WEIGHED: Final = 1000
+"""Gates of a call up to which targets are counted. The gates of a longer call are so fast that a
+call of records with many targets ends soon all the same."""
 _RECORD_SECONDS: Final = 1e-7
 _AMPLITUDE_SECONDS: Final = 1e-9
 _TABLEAU_ROW_SECONDS: Final = 1e-8
@@ -72,7 +76,7 @@ def checked(simulator: FilterOperations, records: Program) -> Iterator[int]:
 
 
 def first_call(filter_type: str, records: Program) -> int:
-    """The number of records of the first call, by the size of the register.
+    """The number of gates of the first call, by the size of the register.
 
     Args:
         filter_type: The engine's name of the filter type.
@@ -97,7 +101,7 @@ def put_in_calls(
     Args:
         handle: The number of the filter in the engine.
         records: The records, which have been checked.
-        count: The number of records of the first call.
+        count: The number of gates of the first call.
         progress: Shows how many records have run.
 
     Raises:
@@ -106,15 +110,28 @@ def put_in_calls(
     put, clock = _lib_nb_sim.put_instructions, time.perf_counter
     total = len(records)
     start = 0
+    # Gates of a large register wait in one call and act in another, so the mean counts.
+    mean = _CALL_SECONDS / count
     while start < total:
         part = records[start : start + count] if start or count < total else records
+        gates = len(part)
+        if count <= _WEIGHED:
+            part, gates = _of_few_gates(part, count)
         begin = clock()
         put(handle, part, len(part))
         seconds = clock() - begin
         start += len(part)
         if progress is not None:
             progress.update(len(part))
-        if seconds < _CALL_SECONDS / _GROWTH:
-            count *= _GROWTH
-        elif seconds > _CALL_SECONDS * _GROWTH:
-            count = max(1, int(count * _CALL_SECONDS / seconds))
+        mean = max(mean / _GROWTH, (mean + seconds / gates) / 2, _RECORD_SECONDS / 2)
+        count = max(1, min(_GROWTH * count, int(_CALL_SECONDS / mean)))
+
+
+def _of_few_gates(part: Program, most: int) -> tuple[Program, int]:
+    """The first records of a part that have so many targets together, but at least one record."""
+    targets = [max(mask.bit_count(), 1) for mask in part["target_mask"].tolist()]
+    if sum(targets) <= most:
+        return part, sum(targets)
+    sums = list(accumulate(targets))
+    length = max(bisect_right(sums, most), 1)
+    return part[:length], sums[length - 1]

@@ -11,7 +11,7 @@ from typing import Final, SupportsIndex
 
 from nimbrel.masks import Qubits, qubit_list, spread, spread_words, word_masks
 from nimbrel.opcodes import Opcode
-from nimbrel.records import Program, Record, pack
+from nimbrel.records import Record, RecordArray, pack
 
 __all__ = ["clear", "flag_nand", "free", "read", "reset", "write"]
 
@@ -20,7 +20,7 @@ _WORD: Final = 2**64 - 1
 _MAX_EVENT_CODE: Final = 2**32 - 1
 
 
-def reset(num_qubits: int) -> Program:
+def reset(num_qubits: int) -> RecordArray:
     """Set the size of the register and set every qubit to 0.
 
     Args:
@@ -38,7 +38,7 @@ def reset(num_qubits: int) -> Program:
     return pack([Record(Opcode.RESET, target_mask=num_qubits)])
 
 
-def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> Program:
+def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> RecordArray:
     """Measure qubits into consecutive read flags.
 
     Args:
@@ -61,7 +61,7 @@ def read(targets: Qubits, read_flag: int = 0, *, flag: int = 0) -> Program:
 
 def write(
     targets: Qubits, value: SupportsIndex, read_flag: int = 0, *, flag: int = 0
-) -> Program:
+) -> RecordArray:
     """Set qubits to the bits of an integer.
 
     Args:
@@ -92,7 +92,7 @@ def write(
     return spread_words(main, masks, {offset: ones.get(offset, 0) for offset in masks}, {})
 
 
-def clear(targets: Qubits, *, flag: int = 0) -> Program:
+def clear(targets: Qubits, *, flag: int = 0) -> RecordArray:
     """Set qubits to 0.
 
     Args:
@@ -112,7 +112,7 @@ def clear(targets: Qubits, *, flag: int = 0) -> Program:
 
 def free(
     targets: Qubits, *, check: bool = False, event_code: int = 0, flag: int = 0
-) -> Program:
+) -> RecordArray:
     """Set qubits that are no longer needed to 0, with an optional check that they were 0.
 
     Args:
@@ -141,7 +141,7 @@ def free(
     return records
 
 
-def flag_nand(a: int, b: int, dest: int, *, flag: int = 0) -> Program:
+def flag_nand(a: int, b: int, dest: int, *, flag: int = 0) -> RecordArray:
     """Combine two read flags: flag `dest` = NAND of flags `a` and `b`.
 
     Args:

@@ -106,7 +106,7 @@ def generator_x_bits(text: str) -> npt.NDArray[np.uint8]:
     lines = np.frombuffer(text.encode("ascii"), dtype=np.uint8).reshape(-1, line_length)
     num_qubits = (line_length - len("0 |\n")) // 2
     printed = lines[len(lines) // 2 + 1 :, 2 : 2 + num_qubits] & 1
-    bits = np.zeros_like(printed)
+    bits: npt.NDArray[np.uint8] = np.zeros(printed.shape, dtype=np.uint8)
     for column, qubit in enumerate(_printed_qubits(num_qubits)):
         if qubit < num_qubits:
             bits[:, qubit] = printed[:, column]

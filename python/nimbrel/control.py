@@ -4,12 +4,12 @@ Every builder returns one record as a `QPU_OP` array of shape (1,).
 """
 
 from nimbrel.opcodes import Opcode
-from nimbrel.records import Program, Record, pack
+from nimbrel.records import Record, RecordArray, pack
 
 __all__ = ["close_event", "jump_fwd", "label", "open_event"]
 
 
-def jump_fwd(label_id: int, *, flag: int = 0) -> Program:
+def jump_fwd(label_id: int, *, flag: int = 0) -> RecordArray:
     """Skip the records up to the label `label_id`, which may be in a later program.
 
     Args:
@@ -27,7 +27,7 @@ def jump_fwd(label_id: int, *, flag: int = 0) -> Program:
     return pack([Record(Opcode.JUMP_FWD, target_mask=label_id, cond_flag=flag)])
 
 
-def label(label_id: int) -> Program:
+def label(label_id: int) -> RecordArray:
     """Mark where a jump to `label_id` ends.
 
     Args:
@@ -43,7 +43,7 @@ def label(label_id: int) -> Program:
     return pack([Record(Opcode.LABEL, target_mask=label_id)])
 
 
-def open_event(event_id: int) -> Program:
+def open_event(event_id: int) -> RecordArray:
     """Open an event. A check that fails before the event is closed lists its id.
 
     Args:
@@ -58,7 +58,7 @@ def open_event(event_id: int) -> Program:
     return pack([Record(Opcode.OPEN_EVENT, angle=_id_as_double(event_id))])
 
 
-def close_event(event_id: int) -> Program:
+def close_event(event_id: int) -> RecordArray:
     """Close the event that `open_event(event_id)` opened.
 
     Args:

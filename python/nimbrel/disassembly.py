@@ -18,7 +18,7 @@ from typing import Final, NamedTuple
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
-from nimbrel.records import Program, Record
+from nimbrel.records import Record, RecordArray
 
 __all__ = ["disassembly", "html_table"]
 
@@ -39,7 +39,7 @@ class _Line(NamedTuple):
     details: str
 
 
-def disassembly(program: Program) -> str:
+def disassembly(program: RecordArray) -> str:
     """A text with one line an operation.
 
     A long program has only its first and last operations, and a line that tells how many records
@@ -57,7 +57,7 @@ def disassembly(program: Program) -> str:
     )
 
 
-def html_table(program: Program) -> str:
+def html_table(program: RecordArray) -> str:
     """An HTML table with one row an operation, abbreviated like `disassembly`.
 
     Args:
@@ -71,7 +71,7 @@ def html_table(program: Program) -> str:
     return f"<table><thead><tr>{head}</tr></thead><tbody>{rows}</tbody></table>"
 
 
-def _lines(program: Program) -> Iterator[_Line]:
+def _lines(program: RecordArray) -> Iterator[_Line]:
     if len(program) <= _SHOWN:
         yield from _operations(program, 0, len(program))
         return
@@ -87,7 +87,7 @@ def _lines(program: Program) -> Iterator[_Line]:
     yield from _operations(program, last, len(program))
 
 
-def _operations(program: Program, start: int, stop: int) -> Iterator[_Line]:
+def _operations(program: RecordArray, start: int, stop: int) -> Iterator[_Line]:
     extensions: list[Record] = []
     for index, words in enumerate(program[start:stop].tolist(), start):
         record = Record(*words)
@@ -100,7 +100,7 @@ def _operations(program: Program, start: int, stop: int) -> Iterator[_Line]:
         extensions = []
 
 
-def _is_last(program: Program, index: int, stop: int) -> bool:
+def _is_last(program: RecordArray, index: int, stop: int) -> bool:
     """Whether no record of this program takes an extension record."""
     if index + 1 >= stop:
         return True
@@ -215,9 +215,9 @@ def _value(targets: _Masks, values: _Masks) -> str:
 
 def _product(xs: _Masks, zs: _Masks) -> str:
     x_qubits, z_qubits = set(_qubits(xs)), set(_qubits(zs))
-    letters = {qubit: "X" for qubit in x_qubits - z_qubits}
-    letters |= {qubit: "Z" for qubit in z_qubits - x_qubits}
-    letters |= {qubit: "Y" for qubit in x_qubits & z_qubits}
+    letters = dict.fromkeys(x_qubits - z_qubits, "X")
+    letters |= dict.fromkeys(z_qubits - x_qubits, "Z")
+    letters |= dict.fromkeys(x_qubits & z_qubits, "Y")
     return " ".join(f"{letters[qubit]}{qubit}" for qubit in sorted(letters))
 
 

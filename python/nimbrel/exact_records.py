@@ -7,7 +7,7 @@ is no reason against a filter.
 """
 
 from collections.abc import Callable
-from typing import Final, NamedTuple, TypeAlias
+from typing import Any, Final, NamedTuple, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
@@ -18,7 +18,8 @@ from nimbrel.register_trace import Words
 
 __all__ = ["CLASSICAL", "CLIFFORD", "SPARSE", "Objection", "first_objection"]
 
-_Bools: TypeAlias = npt.NDArray[np.bool_]
+_Bools: TypeAlias = Any
+"""An array of booleans, one a record. The stubs of NumPy give comparisons no narrower type."""
 _Rule: TypeAlias = Callable[["_Rows"], _Bools]
 
 _GATES: Final = (
@@ -36,10 +37,14 @@ class _Rows:
     """All records of one opcode, word by word."""
 
     def __init__(self, words: Words, following: npt.NDArray[np.uint64]) -> None:
-        self.targets, self.controls, self.negated = words[:, 1], words[:, 2], words[:, 6]
+        self.targets: Words = words[:, 1]
+        self.controls: Words = words[:, 2]
         self.angles = np.ascontiguousarray(words[:, 3]).view(np.float64)
-        self.conditions, self.flags = words[:, 4], words[:, 5]
-        self.target_offsets, self.control_offsets = words[:, 7], words[:, 8]
+        self.conditions: Words = words[:, 4]
+        self.flags: Words = words[:, 5]
+        self.negated: Words = words[:, 6]
+        self.target_offsets: Words = words[:, 7]
+        self.control_offsets: Words = words[:, 8]
         self.following = following
 
     def everything(self) -> _Bools:
@@ -135,9 +140,7 @@ CLASSICAL: Final[dict[int, _Rule | None]] = {
 
 CLIFFORD: Final[dict[int, _Rule | None]] = {
     **dict.fromkeys(map(int, (*_GATES, Opcode.PCP)), _NEVER),
-    **dict.fromkeys(
-        map(int, (Opcode.Y, Opcode.H, Opcode.S, Opcode.S_INV)), _Rows.without_controls
-    ),
+    **dict.fromkeys(map(int, (Opcode.Y, Opcode.H, Opcode.S, Opcode.S_INV)), _Rows.without_controls),
     int(Opcode.X): lambda rows: rows.without_controls() | (rows.one_control() & rows.apart()),
     int(Opcode.Z): _half_turn,
     int(Opcode.PHASE): _clifford_phase,

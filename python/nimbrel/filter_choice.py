@@ -9,12 +9,13 @@ from nimbrel.available_memory import available_memory
 from nimbrel.exact_records import CLASSICAL, CLIFFORD, SPARSE, Objection, first_objection
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
-from nimbrel.records import Program, RecordArray, program as joined_program
+from nimbrel.records import Program, RecordArray
+from nimbrel.records import program as joined_program
 from nimbrel.register_trace import Words
 from nimbrel.suspect_search import as_words
 from nimbrel.term_bound import log2_terms
 
-__all__ = ["FilterChoice", "choose_filter", "with_reset"]
+__all__ = ["FilterChoice", "check_local", "choose_filter", "with_reset"]
 
 _AMPLITUDE_BYTES: Final = 16
 _STATES: Final = 2
@@ -28,7 +29,20 @@ _MOST_SPARSE_QUBITS: Final = 63
 _SMALL_QUBITS: Final = 20
 _SMALL: Final = _STATES * _AMPLITUDE_BYTES << _SMALL_QUBITS
 """Bytes that every machine has, so that the system need not be asked."""
+_REMOTE: Final = "StreamConnect"
 _GIBIBYTE: Final = 2**30
+
+
+def check_local(filter_type: str) -> None:
+    """Check that a filter simulates programs itself.
+
+    Raises:
+        ValueError: If it sends them to a service.
+    """
+    if filter_type == _REMOTE:
+        raise ValueError(
+            f'a "{_REMOTE}" filter sends its programs to a service; run them by its own methods'
+        )
 
 
 class FilterChoice(NamedTuple):

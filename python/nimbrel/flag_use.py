@@ -56,7 +56,9 @@ def flag_use(records: Program) -> FlagUse:
     indices = np.flatnonzero(chosen)
     for index, row in zip(indices.tolist(), words[indices].view(np.int64).tolist(), strict=True):
         walk.follow(index, row)
-    return FlagUse(sorted(walk.stored), frozenset(walk.certain), walk.reads_older or bool(walk.open))
+    return FlagUse(
+        sorted(walk.stored), frozenset(walk.certain), walk.reads_older or bool(walk.open)
+    )
 
 
 class _Walk:

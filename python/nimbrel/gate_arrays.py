@@ -12,7 +12,7 @@ import numpy.typing as npt
 
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
-from nimbrel.records import QPU_OP, Program, program
+from nimbrel.records import QPU_OP, Program, RecordArray, program
 
 __all__ = ["AngleGates", "Gates", "Numbers", "Swaps", "angle_gates", "gates", "swaps"]
 
@@ -43,6 +43,8 @@ Raises:
 class Gates(Protocol):
     """A builder of many gates without parameters."""
 
+    __qualname__: str
+
     def __call__(
         self,
         targets: Numbers,
@@ -57,6 +59,8 @@ class Gates(Protocol):
 
 class AngleGates(Protocol):
     """A builder of many gates with an angle in degrees each."""
+
+    __qualname__: str
 
     def __call__(
         self,
@@ -74,6 +78,8 @@ class AngleGates(Protocol):
 class Swaps(Protocol):
     """A builder of many swaps."""
 
+    __qualname__: str
+
     def __call__(
         self,
         a: Numbers,
@@ -87,7 +93,7 @@ class Swaps(Protocol):
         ...
 
 
-def gates(opcode: Opcode, build: Callable[..., Program]) -> Gates:
+def gates(opcode: Opcode, build: Callable[..., RecordArray]) -> Gates:
     """Make the builder of many gates.
 
     Args:
@@ -109,7 +115,7 @@ def gates(opcode: Opcode, build: Callable[..., Program]) -> Gates:
     return each
 
 
-def angle_gates(opcode: Opcode, build: Callable[..., Program]) -> AngleGates:
+def angle_gates(opcode: Opcode, build: Callable[..., RecordArray]) -> AngleGates:
     """Make the builder of many gates with angles; see `gates`."""
 
     def each(
@@ -130,7 +136,7 @@ def angle_gates(opcode: Opcode, build: Callable[..., Program]) -> AngleGates:
     return each
 
 
-def swaps(opcode: Opcode, build: Callable[..., Program]) -> Swaps:
+def swaps(opcode: Opcode, build: Callable[..., RecordArray]) -> Swaps:
     """Make the builder of many swaps; see `gates`."""
 
     def each(
@@ -155,7 +161,7 @@ class _Rows:
 
     def __init__(
         self,
-        build: Callable[..., Program],
+        build: Callable[..., RecordArray],
         opcode: Opcode,
         qubits: dict[str, Numbers],
         controls: Numbers | None,
@@ -193,7 +199,9 @@ class _Rows:
         angles = _angles(leading.pop("angles_degrees", 0.0))
         targets = _Masks.of([_qubits(values) for values in leading.values()])
         controls = {
-            name: _qubits(self._named[name]) for name in ("controls", "zeros") if name in self._named
+            name: _qubits(self._named[name])
+            for name in ("controls", "zeros")
+            if name in self._named
         }
         conditions = _Masks.of(list(controls.values()))
         words = np.zeros((self._count, 11), dtype=np.uint64)
@@ -254,7 +262,8 @@ def _items(values: Numbers, count: int) -> Sequence[object]:
 
 
 def _bits(qubits: _Integers) -> _Words:
-    return np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    bits: _Words = np.uint64(1) << (qubits & (WORD_BITS - 1)).astype(np.uint64)
+    return bits
 
 
 def _offsets(qubits: _Integers) -> _Words:
@@ -327,4 +336,5 @@ def _interleaved(extensions: _Words, words: _Words) -> _Words:
     both = np.stack([extensions, words], axis=1).reshape(-1, words.shape[1])
     keep = np.ones(len(both), dtype=bool)
     keep[::2] = needed
-    return both[keep]
+    kept: _Words = both[keep]
+    return kept

@@ -20,7 +20,7 @@ from itertools import zip_longest
 from typing import Final, TypeAlias
 
 from nimbrel.opcodes import Opcode
-from nimbrel.records import Program, Record, pack
+from nimbrel.records import Record, RecordArray, pack
 
 Qubits: TypeAlias = int | Iterable[int]
 """One qubit number or several; qubit 0 is the least significant."""
@@ -110,7 +110,7 @@ def single_word_mask(qubits: Qubits, role: str) -> int:
 
 def spread(
     main: Record, targets: list[int], controls: Iterable[int] = (), negated: Iterable[int] = ()
-) -> Program:
+) -> RecordArray:
     """Make the records of an operation: extension records first, the main record last.
 
     Args:
@@ -133,9 +133,13 @@ def spread(
 
 def _one_word(
     main: Record, targets: list[int], controls: list[int], negated: list[int]
-) -> Program:
-    masks = [sum([1 << qubit for qubit in qubits]) for qubits in (targets, controls, negated)]
-    return pack([Record(main[0], *masks[:2], *main[3:6], masks[2])])
+) -> RecordArray:
+    made = main._replace(
+        target_mask=sum([1 << qubit for qubit in targets]),
+        cond_mask=sum([1 << qubit for qubit in controls]),
+        cond_neg_mask=sum([1 << qubit for qubit in negated]),
+    )
+    return pack([made])
 
 
 def spread_words(
@@ -143,7 +147,7 @@ def spread_words(
     targets: Mapping[int, int],
     controls: Mapping[int, int],
     negated: Mapping[int, int],
-) -> Program:
+) -> RecordArray:
     """Make the records of an operation whose masks are known.
 
     Extension record k has word k of the targets and word k of the controls, so one record carries

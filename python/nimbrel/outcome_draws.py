@@ -1,14 +1,13 @@
 """Draws outcomes of a measurement from the state of a filter, which stays as it is.
 
 The draws of a dense and a sparse state are those of `sampling`. The outcomes of a stabilizer state
-are uniform on an affine space over GF(2): one outcome plus the span of the X parts of the generators
-(J. Dehaene and B. De Moor, https://doi.org/10.1103/PhysRevA.68.042318).
+are uniform on an affine space over GF(2): one outcome plus the span of the X parts of the
+generators (J. Dehaene and B. De Moor, https://doi.org/10.1103/PhysRevA.68.042318).
 """
 
 from collections.abc import Sequence
 from typing import Final
 
-import _lib_nb_sim
 import numpy as np
 import numpy.typing as npt
 

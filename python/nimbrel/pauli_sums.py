@@ -40,7 +40,7 @@ _X_DIGITS = str.maketrans("IXYZ", "0110")
 _Z_DIGITS = str.maketrans("IXYZ", "0011")
 
 
-def pauli_sums(observable: Observable, num_qubits: int) -> tuple[list[PauliSum], bool]:
+def pauli_sums(observable: Any, num_qubits: int) -> tuple[list[PauliSum], bool]:
     """Read one observable, or a list of them.
 
     Args:
@@ -64,13 +64,13 @@ def _is_term(entry: object) -> bool:
     return isinstance(entry, tuple) and len(entry) == 2 and isinstance(entry[0], str)
 
 
-def _pauli_sum(terms: Terms, num_qubits: int) -> PauliSum:
+def _pauli_sum(terms: Any, num_qubits: int) -> PauliSum:
+    items: Iterable[Any]
     if isinstance(terms, Mapping):
-        items: Iterable[Any] = terms.items()
-    elif hasattr(terms, "to_list"):
-        items = terms.to_list()
+        items = terms.items()
     else:
-        items = terms
+        to_list = getattr(terms, "to_list", None)
+        items = terms if to_list is None else to_list()
     total: PauliSum = {}
     for label, coefficient in items:
         product = _product(label, num_qubits)
@@ -88,9 +88,7 @@ def _product(label: str, num_qubits: int) -> PauliProduct:
         raise TypeError(f"a Pauli label is a string, not {label!r}")
     if not label or set(label) - set("IXYZ"):
         raise ValueError(f"a Pauli label has the letters I, X, Y and Z, not {label!r}")
-    product = PauliProduct(
-        int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2)
-    )
+    product = PauliProduct(int(label.translate(_X_DIGITS), 2), int(label.translate(_Z_DIGITS), 2))
     highest = (product.x_mask | product.z_mask).bit_length() - 1
     if highest >= num_qubits:
         raise ValueError(

@@ -24,7 +24,7 @@ from nimbrel.masks import (
     word_masks,
 )
 from nimbrel.opcodes import Opcode
-from nimbrel.records import Program, Record, pack
+from nimbrel.records import Record, RecordArray, pack
 
 __all__ = ["pcp", "ppm", "ppr"]
 
@@ -63,7 +63,7 @@ def ppr(
     controls: Qubits = (),
     zeros: Qubits = (),
     flag: int = 0,
-) -> Program:
+) -> RecordArray:
     """Rotate about a Pauli product P: exp(-i angle P) = cos(angle) - i sin(angle) P.
 
     The rotation is that of D. Litinski, "A Game of Surface Codes",
@@ -98,7 +98,7 @@ def ppr(
     return pack(_product(main, xs, zs))
 
 
-def ppm(xs: Qubits, zs: Qubits, read_flag: int = 0, *, sign: int = 1, flag: int = 0) -> Program:
+def ppm(xs: Qubits, zs: Qubits, read_flag: int = 0, *, sign: int = 1, flag: int = 0) -> RecordArray:
     """Measure a Pauli product.
 
     Args:
@@ -125,7 +125,7 @@ def ppm(xs: Qubits, zs: Qubits, read_flag: int = 0, *, sign: int = 1, flag: int 
 
 def pcp(
     k: SupportsIndex, n: SupportsIndex, xs: Qubits, zs: Qubits, *, flag: int = 0
-) -> Program:
+) -> RecordArray:
     """Give the engine product number `k` of a batch of `n` commuting products.
 
     The engine collects the products and acts on the last one, `k == n - 1`.

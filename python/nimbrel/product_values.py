@@ -1,14 +1,15 @@
 """Expectation values of Pauli products in the state of a filter, which stays as it is.
 
-| Filter | How | Cost of a product |
-| --- | --- | --- |
-| dense, qubits below 32 | the engine's `pps` | one pass over the state |
-| dense, higher qubits | a basis change on the state, a peek, and the change back | a pass a letter, twice |
-| sparse | NumPy on one copy of the terms | a search for the partners of all terms, shared by all
-  products with the same X mask, and one pass over them |
-| Clifford | as dense with higher qubits; exact, because Clifford gates are undone exactly | a gate a
-  letter, twice, and a peek |
-| bit | the signs of the bits | none; a product with X or Y has the value 0 |
+Dense filter, qubits below 32: the engine's `pps`, one pass over the state for each product.
+
+Clifford filter, and dense filter with higher qubits: gates gather the product on one qubit, a peek
+tells its probability, and the inverse gates restore the state. That is one gate for each letter,
+there and back, and on a tableau it is exact.
+
+Sparse filter: NumPy on one copy of the terms. Each X mask needs a search for the partners of all
+terms, each product one pass over them.
+
+Bit filter: the signs of the bits. A product with an X or Y has the value 0.
 """
 
 from collections.abc import Collection
@@ -23,7 +24,7 @@ from nimbrel.bit import BitSimulator
 from nimbrel.dense import MASK_QUBITS, DenseSimulator
 from nimbrel.gates import h, s, s_inv, swap, x
 from nimbrel.pauli_sums import PauliProduct
-from nimbrel.records import Program, program
+from nimbrel.records import program
 from nimbrel.simulator import Simulator
 from nimbrel.sparse import SparseSimulator
 
@@ -111,7 +112,8 @@ def _from_terms(
 def _parity(words: npt.NDArray[np.uint64]) -> npt.NDArray[np.float64]:
     for shift in (32, 16, 8, 4, 2, 1):
         words = words ^ (words >> np.uint64(shift))
-    return (words & np.uint64(1)).astype(np.float64)
+    parities: npt.NDArray[np.float64] = (words & np.uint64(1)).astype(np.float64)
+    return parities
 
 
 def _qubits(mask: int) -> list[int]:

@@ -26,7 +26,7 @@ class ProgressBar:
         self._bar: Any = None
         if shown:
             try:
-                from tqdm.auto import tqdm
+                from tqdm.auto import tqdm  # type: ignore[import-untyped,unused-ignore]
             except ImportError as error:
                 raise ImportError(
                     "a progress bar needs the package tqdm: pip install nimbrel[progress]"

@@ -1,7 +1,6 @@
 """Random draws of measurement outcomes from copied amplitudes, with NumPy's generator."""
 
 from collections.abc import Sequence
-
 from typing import Final
 
 import numpy as np

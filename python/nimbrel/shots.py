@@ -16,7 +16,7 @@ import numpy.typing as npt
 from nimbrel._engine import check_flag_range
 from nimbrel.bounded_calls import checked, first_call, put_in_calls
 from nimbrel.deferral import Deferred, NotDeferred, defer
-from nimbrel.filter_choice import FilterChoice, choose_filter, with_reset
+from nimbrel.filter_choice import FilterChoice, check_local, choose_filter, with_reset
 from nimbrel.flag_use import flag_use
 from nimbrel.masks import WORD_BITS
 from nimbrel.operations import FLAGS_PER_FETCH
@@ -83,7 +83,9 @@ def sample(
     wanted = use.stored if read_flags is None else [int(flag) for flag in read_flags]
     with ExitStack() as stack:
         is_open = isinstance(filter, Simulator)
-        simulator = filter if is_open else stack.enter_context(Simulator(choice.name))
+        simulator = (
+            filter if isinstance(filter, Simulator) else stack.enter_context(Simulator(choice.name))
+        )
         run = _Runs(simulator, records, wanted)
         if choice.name == _BIT:
             packed = np.repeat(run.in_turn(min(shots, 1), progress=progress), shots, axis=0)
@@ -104,6 +106,7 @@ def _choice(
     if filter_ == "auto":
         return choose_filter(records, seedable=runs_once_a_shot and seed is not None)
     name = filter_.filter_type if isinstance(filter_, Simulator) else filter_
+    check_local(name)
     if isinstance(plan, NotDeferred) and seed is not None and name == _CLIFFORD:
         raise ValueError(
             f"record {plan.record} {plan.reason}, so the program runs once a shot; a Clifford "
@@ -116,7 +119,7 @@ class _Window(NamedTuple):
     """Consecutive flags that one call of the engine returns."""
 
     first: int
-    count: int
+    length: int
 
 
 class _Runs:
@@ -142,7 +145,7 @@ class _Runs:
         size = int(gates["target_mask"][0])
         if self._simulator.filter_type != _CLIFFORD or size <= WORD_BITS:
             return gates
-        padded = gates.copy()
+        padded: Program = gates.copy()
         padded["target_mask"][0] = -(-size // WORD_BITS) * WORD_BITS
         return padded
 
@@ -156,14 +159,16 @@ class _Runs:
         """
         fetched: list[int] = []
         windows = _windows(self._wanted)
-        with ProgressBar(shots, "shot", shown=progress) as bar:
-            with checked(self._simulator, self._records) as handle:
-                for _ in range(shots):
-                    if renew:
-                        self._on_new_filter(windows, fetched)
-                    else:
-                        self._once(handle, windows, fetched)
-                    bar.update(1)
+        with (
+            ProgressBar(shots, "shot", shown=progress) as bar,
+            checked(self._simulator, self._records) as handle,
+        ):
+            for _ in range(shots):
+                if renew:
+                    self._on_new_filter(windows, fetched)
+                else:
+                    self._once(handle, windows, fetched)
+                bar.update(1)
         return _packed(fetched, windows, self._wanted, shots)
 
     def _once(self, handle: int, windows: Sequence[_Window], fetched: list[int]) -> None:
@@ -172,8 +177,8 @@ class _Runs:
             _lib_nb_sim.put_instructions(handle, records, len(records))
         else:
             put_in_calls(handle, records, self._first_call)
-        for first, count in windows:
-            fetched.append(_lib_nb_sim.fetch_read_result(handle, first, count))
+        for first, length in windows:
+            fetched.append(_lib_nb_sim.fetch_read_result(handle, first, length))
 
     def _on_new_filter(self, windows: Sequence[_Window], fetched: list[int]) -> None:
         handle = _lib_nb_sim.new_native_filter(self._simulator.filter_type)
@@ -189,7 +194,7 @@ def _windows(flags: Sequence[int]) -> list[_Window]:
     for flag in sorted(set(flags)):
         check_flag_range(flag, 1)
         if windows and flag < windows[-1].first + FLAGS_PER_FETCH:
-            windows[-1] = windows[-1]._replace(count=flag - windows[-1].first + 1)
+            windows[-1] = windows[-1]._replace(length=flag - windows[-1].first + 1)
         else:
             windows.append(_Window(flag, 1))
     return windows

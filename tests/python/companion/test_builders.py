@@ -12,7 +12,7 @@ from hypothesis import given
 from hypothesis import strategies as st
 from nimbrel import Opcode
 
-PLAIN_GATES = {
+PLAIN_GATES: dict[Any, Opcode] = {
     nb.h: Opcode.H,
     nb.x: Opcode.X,
     nb.y: Opcode.Y,
@@ -28,7 +28,12 @@ PLAIN_GATES = {
     nb.lelbow: Opcode.LELBOW,
     nb.relbow: Opcode.RELBOW,
 }
-ANGLE_GATES = {nb.phase: Opcode.PHASE, nb.rx: Opcode.RX, nb.ry: Opcode.RY, nb.rz: Opcode.RZ}
+ANGLE_GATES: dict[Any, Opcode] = {
+    nb.phase: Opcode.PHASE,
+    nb.rx: Opcode.RX,
+    nb.ry: Opcode.RY,
+    nb.rz: Opcode.RZ,
+}
 TARGET_BUILDERS: list[Callable[[list[int]], nb.RecordArray]] = [
     nb.x,
     nb.read,

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import nimbrel as nb
 import numpy as np
 import pytest
@@ -56,7 +58,7 @@ LINES = {
 
 @pytest.mark.parametrize("line", LINES)
 def test_one_operation_is_one_line(line: str) -> None:
-    assert str(LINES[line]) == line
+    assert str(nb.program(LINES[line])) == line
 
 
 def test_the_columns_of_several_lines_are_aligned() -> None:
@@ -130,4 +132,5 @@ def test_a_notebook_shows_a_table() -> None:
 
 
 def test_a_notebook_has_no_table_for_other_arrays() -> None:
-    assert nb.program(nb.h(0), nb.h(1)).reshape(1, 2)._repr_html_() is None
+    matrix: Any = nb.program(nb.h(0), nb.h(1)).reshape(1, 2)
+    assert matrix._repr_html_() is None

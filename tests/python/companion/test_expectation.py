@@ -166,8 +166,6 @@ def test_a_random_state_is_refused_with_the_index_of_the_record(
         ({3: 1.0}, TypeError, "a Pauli label is a string, not 3"),
     ],
 )
-def test_a_wrong_observable_is_refused(
-    observable: Any, error: type[Exception], text: str
-) -> None:
+def test_a_wrong_observable_is_refused(observable: Any, error: type[Exception], text: str) -> None:
     with pytest.raises(error, match=text):
         nb.expectation(nb.program(nb.reset(2), nb.h(0)), observable)

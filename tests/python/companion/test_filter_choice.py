@@ -39,23 +39,23 @@ OTHERS = [
 ]
 
 
-def on(num_qubits: int, *parts: nb.Program) -> str:
+def on(num_qubits: int, *parts: nb.RecordArray) -> str:
     return nb.choose_filter(nb.program(nb.reset(num_qubits), *parts)).name
 
 
 @pytest.mark.parametrize("part", CLASSICAL, ids=str)
-def test_classical_records_go_to_the_bit_filter(part: nb.Program) -> None:
+def test_classical_records_go_to_the_bit_filter(part: nb.RecordArray) -> None:
     assert on(5, part) == BIT
 
 
 @pytest.mark.parametrize("part", CLIFFORD_ONLY, ids=str)
-def test_clifford_records_go_to_the_tableau(part: nb.Program) -> None:
+def test_clifford_records_go_to_the_tableau(part: nb.RecordArray) -> None:
     assert on(5, part) == CLIFFORD
     assert on(5, *CLASSICAL[:2], part) == CLIFFORD
 
 
 @pytest.mark.parametrize("part", OTHERS, ids=str)
-def test_other_records_go_to_the_dense_register(part: nb.Program) -> None:
+def test_other_records_go_to_the_dense_register(part: nb.RecordArray) -> None:
     assert on(5, part) == DENSE
 
 
@@ -93,7 +93,7 @@ def test_a_record_with_another_meaning_keeps_a_program_off_the_sparse_filter(nam
     ],
     ids=str,
 )
-def test_classical_records_with_another_meaning_on_the_bit_filter(part: nb.Program) -> None:
+def test_classical_records_with_another_meaning_on_the_bit_filter(part: nb.RecordArray) -> None:
     assert on(5, part) != BIT
 
 
@@ -106,7 +106,9 @@ def test_few_terms_go_to_the_sparse_filter() -> None:
     few = [nb.h(q) for q in range(5)] + [nb.t(q) for q in range(40)]
     choice = nb.choose_filter(nb.program(nb.reset(40), *few))
     assert choice.name == SPARSE
-    assert choice.reason == "record 6 (t) is not Clifford, and the state has at most 32 of 2**40 terms"
+    assert (
+        choice.reason == "record 6 (t) is not Clifford, and the state has at most 32 of 2**40 terms"
+    )
 
 
 def test_entanglement_and_repeated_gates_do_not_raise_the_bound() -> None:
@@ -133,7 +135,9 @@ def test_a_reset_starts_the_bound_again() -> None:
 
 
 def test_no_filter_for_too_many_terms() -> None:
-    with pytest.raises(ValueError, match=r"no filter fits the program of 60 qubits: record 2 \(t\)"):
+    with pytest.raises(
+        ValueError, match=r"no filter fits the program of 60 qubits: record 2 \(t\)"
+    ):
         on(60, nb.h(range(60)), nb.t(0))
 
 

@@ -6,6 +6,7 @@ The arguments of the general steps are the same ones in a list, which only these
 from __future__ import annotations
 
 from collections.abc import Callable
+from functools import partial
 from typing import Any
 
 import nimbrel as nb
@@ -14,10 +15,9 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
-PLAIN = (nb.h, nb.x, nb.y, nb.z, nb.s, nb.s_inv, nb.t, nb.t_inv, nb.rootx, nb.rootx_inv)
-PLAIN += (nb.rooty, nb.rooty_inv, nb.lelbow, nb.relbow)
-ANGLED = (nb.phase, nb.rx, nb.ry, nb.rz)
-GATES = {
+from support.gate_builders import ANGLED, PLAIN
+
+GATES: dict[str, Any] = {
     **{gate.__name__: gate for gate in PLAIN},
     **{gate.__name__: lambda *a, gate=gate, **k: gate(-22.5, *a, **k) for gate in ANGLED},
 }
@@ -44,8 +44,8 @@ def test_a_number_gives_the_records_and_errors_of_a_list(
     assert result(lambda: gate(target)) == result(lambda: gate([target]))
     assert result(lambda: gate(target, flag=flag)) == result(lambda: gate([target], flag=flag))
     for keyword in ("controls", "zeros"):
-        one = result(lambda k=keyword: gate(target, flag=flag, **{k: control}))
-        several = result(lambda k=keyword: gate([target], flag=flag, **{k: [control]}))
+        one = result(partial(gate, target, flag=flag, **{keyword: control}))
+        several = result(partial(gate, [target], flag=flag, **{keyword: [control]}))
         assert one == several
 
 

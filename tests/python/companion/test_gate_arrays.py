@@ -10,9 +10,8 @@ import pytest
 from hypothesis import given
 from hypothesis import strategies as st
 
-PLAIN = (nb.h, nb.x, nb.y, nb.z, nb.s, nb.s_inv, nb.t, nb.t_inv, nb.rootx, nb.rootx_inv)
-PLAIN += (nb.rooty, nb.rooty_inv, nb.lelbow, nb.relbow)
-ANGLED = (nb.phase, nb.rx, nb.ry, nb.rz)
+from support.gate_builders import ANGLED, PLAIN
+
 COLUMNS = ("controls", "zeros", "flag")
 qubits = st.integers(0, 200)
 
@@ -110,7 +109,7 @@ def test_unusual_and_wrong_numbers(targets: list[Any], keywords: dict[str, Any])
 
 @pytest.mark.parametrize("dtype", [np.int8, np.uint8, np.int32, np.uint64])
 def test_integers_of_any_size(dtype: type) -> None:
-    targets = np.array([1, 0, 1], dtype=dtype)
+    targets: Any = np.array([1, 0, 1], dtype=dtype)
     assert nb.x.each(targets).tobytes() == nb.program(nb.x(1), nb.x(0), nb.x(1)).tobytes()
 
 

@@ -26,18 +26,31 @@ RECORDS = nb.program(nb.reset(3), nb.x(0), nb.rx(30, 1, controls=0), nb.read([0,
         nb.record(5),
         nb.cz(0, 1),
         nb.swap(0, 1),
+    ],
+)
+def test_builders_return_arrays_of_records_that_can_be_changed(records: nb.RecordArray) -> None:
+    assert isinstance(records, np.ndarray)
+    assert (records.dtype, records.ndim) == (nb.QPU_OP, 1)
+    assert records.flags.writeable
+    assert records.flags.c_contiguous
+
+
+@pytest.mark.parametrize(
+    "records",
+    [
         nb.program(),
+        nb.program(nb.h(0)),
         nb.program(nb.h(0), nb.x(1)),
         nb.program(np.zeros(2, dtype=nb.QPU_OP)),
         nb.program(RECORDS[::2], RECORDS),
         RECORDS[1:],
         nb.h.each([]),
+        nb.h.each([1, 2]),
     ],
 )
-def test_builders_and_program_return_a_program(records: nb.RecordArray) -> None:
+def test_programs_are_of_their_own_class(records: nb.RecordArray) -> None:
     assert type(records) is nb.Program
-    assert records.dtype == nb.QPU_OP
-    assert records.ndim == 1
+    assert (records.dtype, records.ndim) == (nb.QPU_OP, 1)
     assert records.flags.writeable
 
 
@@ -71,8 +84,8 @@ def test_one_record_is_a_scalar_with_its_words() -> None:
 
 def test_comparisons_are_plain_arrays() -> None:
     assert type(RECORDS == RECORDS) is np.ndarray
-    assert (RECORDS == RECORDS.copy()).tolist() == [True] * 4
-    assert (RECORDS != RECORDS[::-1]).tolist() == [True] * 4
+    assert (RECORDS.copy() == RECORDS).tolist() == [True] * 4
+    assert (RECORDS[::-1] != RECORDS).tolist() == [True] * 4
 
 
 @pytest.mark.parametrize(

@@ -110,7 +110,7 @@ def product_measured(branch: Branch, record: Record) -> list[Branch]:
     return split(branch, found)
 
 
-def split(branch: Branch, found: list[tuple[Matrix, FlagTable]]) -> list[Branch]:
+def split(branch: Branch, found: Sequence[tuple[Matrix, FlagTable]]) -> list[Branch]:
     branches = []
     for kept, flags in found:
         weight = float(np.vdot(kept, kept).real)

@@ -6,6 +6,7 @@ import math
 from collections.abc import Sequence
 
 import nimbrel as nb
+
 from models.outcomes import distribution
 from models.wire import Record
 
