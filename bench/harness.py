@@ -5,6 +5,7 @@ simulators compared here take turns in one process, and some are timed by their 
 """
 
 import argparse
+import statistics
 import sys
 import time
 from collections.abc import Callable, Collection, Sequence
@@ -55,6 +56,15 @@ def best_seconds(timers: Sequence[Timer], rounds: int) -> list[float]:
     for _ in range(rounds):
         best = [min(least, timer()) for least, timer in zip(best, timers, strict=True)]
     return best
+
+
+def median_seconds(timers: Sequence[Timer], rounds: int) -> list[float]:
+    """The median time of each timer over several rounds, in which the timers take turns."""
+    times: list[list[float]] = [[] for _ in timers]
+    for _ in range(rounds):
+        for own, timer in zip(times, timers, strict=True):
+            own.append(timer())
+    return [statistics.median(own) for own in times]
 
 
 @dataclass(frozen=True)

@@ -1,6 +1,7 @@
 """Store a bit in a surface code on the Clifford simulator, and find the error that hits it.
 
     python examples/surface_code.py [--distance D] [--rounds R] [--error PAULI QUBIT ROUND]
+    python examples/surface_code.py rates [--help]
 
 A patch of D * D data qubits (default 9 * 9) holds one logical bit. A check is a product of X, or
 of Z, on two or four neighbouring data qubits. Each check has an ancilla qubit, which makes 161
@@ -10,11 +11,15 @@ error of --error. From the outcomes alone, the example finds the round, the Paul
 qubit. At the end it measures the data qubits and corrects the logical bit. The exit status is 1 if
 the error or the bit is not found, and 2 if an argument is wrong.
 
+The second form is surface_code_rates.py: many runs with random errors, and how often the bit is
+lost.
+
 The code is the rotated surface code of Tomita and Svore,
 https://doi.org/10.1103/PhysRevA.90.062320.
 """
 
 import argparse
+import importlib
 import random
 import sys
 import time
@@ -348,6 +353,10 @@ def report(found: Diagnosis, outcome: Outcome, code: Code, hit: Hit) -> None:
 
 def main(argv: Sequence[str]) -> int:
     """Run the example and return the exit status."""
+    if argv[:1] == ["rates"]:
+        # Only this form needs further packages.
+        status: int = importlib.import_module("surface_code_rates").main(argv[1:])
+        return status
     code, rounds, hit = parse_arguments(argv)
     bit = random.getrandbits(1)
     try:

@@ -97,15 +97,17 @@ void OpFilter_CliffordQPUSim::dispatch(const QPUOp& op) {
 // memory.
 void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     qpu_base().num_qubits = qubits;
-    batch.clear();
-    state.reset();
     const auto tableau_qubits = static_cast<unsigned>(qubits);
-    require_memory_for_tableau(tableau_qubits);
-    state = std::make_unique<StabilizerState>(tableau_qubits);
-    if (qubits == state->num_qubits) {
+    const bool same_size = state != nullptr && state->num_qubits() == tableau_qubits;
+    if (!same_size || !state->reset()) {
+        state.reset();
+        require_memory_for_tableau(tableau_qubits);
+        state = std::make_unique<Tableau>(tableau_qubits);
+    }
+    if (qubits == state->num_qubits()) {
         qpu_base().clear_all_qints();
     } else {
-        qpu_base().qint_table.assign(state->num_qubits, 0);
+        qpu_base().qint_table.assign(state->num_qubits(), 0);
     }
 }
 

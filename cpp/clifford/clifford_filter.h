@@ -7,9 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "clifford/tableau/gate_batch.h"
-#include "clifford/tableau/stabilizer_state.h"
+#include "clifford/qubit_list.h"
+#include "clifford/tableau/tableau.h"
 #include "filter/op_filter.h"
+#include "filter/shared_records.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -17,9 +18,8 @@ namespace Nimbrel {
 /// Runs Clifford gates, Pauli products and measurements on registers of any width. An operation
 /// that is not a Clifford operation is refused by name.
 ///
-/// The filter owns the tableau and a batch of pending gates. Gates are added to the batch; every
-/// operation that reads the tableau applies the batch first. An operation on a qubit outside the
-/// register throws before it changes anything. Negated controls act like controls.
+/// The filter owns the tableau. An operation on a qubit outside the register throws before it
+/// changes anything. Negated controls act like controls.
 ///
 /// Bit k of a mask is qubit offset + k; the offset need not be a multiple of 64.
 class OpFilter_CliffordQPUSim : public OpFilter {
@@ -64,7 +64,7 @@ class OpFilter_CliffordQPUSim : public OpFilter {
                unsigned long read_flag, unsigned long target_offset, unsigned long cond_offset);
 
   private:
-    using GateKind = CliffordGate::Kind;
+    using GateKind = Tableau::Gate;
 
     /// One factor of a Pauli product. A Y has both bits.
     struct PauliLetter {
@@ -96,14 +96,32 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     void measure_pauli_product(const QPUOp& op);
 
     /// Throws before the first reset.
-    void require_state() const;
+    void require_state() const {
+        if (state == nullptr) refuse_before_reset();
+    }
     /// Throws for a qubit outside the register.
-    void require_inside(unsigned long qubit) const;
-    void require_inside(const std::vector<unsigned long>& list) const;
+    void require_inside(unsigned long qubit) const {
+        if (qubit >= state->num_qubits()) refuse_outside(qubit);
+    }
+    void require_inside(const QubitList& list) const {
+        if (!list.is_below(state->num_qubits())) require_each_inside(list);
+    }
+    void require_each_inside(const QubitList& list) const;
+    [[noreturn]] void refuse_outside(unsigned long qubit) const;
+
+    /// Whether a classical condition holds.
+    bool holds(unsigned long cond_flag) const {
+        return cond_flag <= 1 || qpu_base().flag_condition(static_cast<long>(cond_flag));
+    }
 
     /// Fills both lists with the masks and, after them, the pending mask extensions.
     void collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
-                            unsigned long target_offset, unsigned long cond_offset);
+                            unsigned long target_offset, unsigned long cond_offset) {
+        target_list.set(target_mask, target_offset);
+        condition_list.set(cond_mask, cond_offset);
+        if (qpu_base().has_extensions()) collect_extensions();
+    }
+    void collect_extensions();
     /// The first steps of every gate. Returns whether the classical condition holds.
     /// Throws `refusal`, unless it is null, for a gate with controls.
     /// Leaves: both lists filled. Their qubits have not been checked.
@@ -111,16 +129,10 @@ class OpFilter_CliffordQPUSim : public OpFilter {
                       unsigned long target_offset, unsigned long cond_offset, const char* refusal);
     /// The same for a record.
     bool prepare_gate(const QPUOp& op, const char* refusal);
-    /// Queues a gate on each qubit of the target list. Throws if one lies outside the register.
-    void queue_on_targets(GateKind kind);
-    /// Queues the inverse of S: Z, then S.
-    void queue_s_inv(unsigned long qubit);
-    void queue(GateKind kind, unsigned long a, unsigned long b = 0);
-
-    /// Applies the pending gates and returns the tableau.
-    StabilizerState& tableau();
-    /// Measures Z and returns the outcome.
-    unsigned measure(unsigned long qubit);
+    /// Applies a gate to each qubit of the target list. Throws if one lies outside the register.
+    void apply_to_targets(GateKind kind);
+    /// Applies the inverse of S: Z, then S.
+    void apply_s_inv(unsigned long qubit);
     /// Stores an outcome and increments the flag. At flag 0 nothing is stored and the flag stays 0.
     void store_outcome(long& flag, unsigned outcome);
     /// The value that a write gives a qubit: its bit in the first value mask that covers the qubit.
@@ -131,22 +143,20 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     /// Sets one mask of the entry with this base. Adds an entry if there is none and `mask` is not
     /// 0.
     void put_pauli_mask(unsigned long base, unsigned long mask, unsigned long PauliEntry::* part);
-    /// Queues gates that turn the product into Z on its pivot. Returns the pivot.
+    /// Applies gates that turn the product into Z on its pivot. Returns the pivot.
     unsigned long fold_product();
-    /// Queues the inverse of `fold_product`.
+    /// Applies the inverse of `fold_product`.
     void unfold_product(unsigned long pivot);
-    void queue_fold_letter(const PauliLetter& letter, unsigned long pivot);
-    void queue_unfold_letter(const PauliLetter& letter, unsigned long pivot);
-    /// Queues a rotation about Z by 0, 90, 180 or 270 degrees. Throws for another angle.
-    void queue_z_rotation(int degrees, unsigned long qubit);
+    void fold_letter(const PauliLetter& letter, unsigned long pivot);
+    void unfold_letter(const PauliLetter& letter, unsigned long pivot);
+    /// Applies a rotation about Z by 0, 90, 180 or 270 degrees. Throws for another angle.
+    void rotate_qubit(int degrees, unsigned long qubit);
 
-    std::unique_ptr<StabilizerState> state;  ///< null before the first reset
-    GateBatch batch;                         ///< gates not yet applied to the tableau
+    std::unique_ptr<Tableau> state;  ///< null before the first reset
 
-    // Masks of the current record. Members, so that they keep their memory. The first two are flat
-    // lists of pairs of a mask and the qubit of its bit 0.
-    std::vector<unsigned long> target_list;
-    std::vector<unsigned long> condition_list;
+    // Masks of the current record. Members, so that they keep their memory.
+    QubitList target_list;
+    QubitList condition_list;
     std::vector<PauliEntry> pauli_entries;
 
     unsigned long open_label = 0;  ///< label at which an open jump ends, 0 if no jump is open

@@ -1,4 +1,4 @@
-// The gates: which controls each refuses, and which tableau gates it queues.
+// The gates: which controls each refuses, and which gates of the tableau it applies.
 #include <stdexcept>
 #include <string>
 
@@ -8,31 +8,19 @@
 
 namespace Nimbrel {
 
-void OpFilter_CliffordQPUSim::require_state() const {
-    if (state == nullptr) refuse_before_reset();
-}
-
-void OpFilter_CliffordQPUSim::require_inside(unsigned long qubit) const {
-    if (qubit < state->num_qubits) return;
+void OpFilter_CliffordQPUSim::refuse_outside(unsigned long qubit) const {
     throw std::runtime_error("Error: qubit " + std::to_string(qubit) +
-                             " lies outside the register of " + std::to_string(state->num_qubits) +
-                             " qubits.");
+                             " lies outside the register of " +
+                             std::to_string(state->num_qubits()) + " qubits.");
 }
 
-void OpFilter_CliffordQPUSim::require_inside(const std::vector<unsigned long>& list) const {
+void OpFilter_CliffordQPUSim::require_each_inside(const QubitList& list) const {
     for_each_qubit(list, [this](unsigned long qubit) { require_inside(qubit); });
 }
 
-void OpFilter_CliffordQPUSim::collect_gate_masks(unsigned long target_mask, unsigned long cond_mask,
-                                                 unsigned long target_offset,
-                                                 unsigned long cond_offset) {
-    target_list.clear();
-    condition_list.clear();
-    if (target_mask != 0) append_pair(target_list, target_mask, target_offset);
-    if (cond_mask != 0) append_pair(condition_list, cond_mask, cond_offset);
-    if (!qpu_base().has_extensions()) return;
-    append_pairs(target_list, qpu_base().target_extensions);
-    append_pairs(condition_list, qpu_base().cond_extensions);
+void OpFilter_CliffordQPUSim::collect_extensions() {
+    append_pairs(target_list.more, qpu_base().target_extensions);
+    append_pairs(condition_list.more, qpu_base().cond_extensions);
     qpu_base().clear_extensions();
 }
 
@@ -40,7 +28,7 @@ bool OpFilter_CliffordQPUSim::prepare_gate(unsigned long target_mask, unsigned l
                                            unsigned long cond_flag, unsigned long target_offset,
                                            unsigned long cond_offset, const char* refusal) {
     require_state();
-    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return false;
+    if (!holds(cond_flag)) return false;
     if (cond_mask != 0 && refusal != nullptr) throw std::runtime_error(refusal);
     collect_gate_masks(target_mask, cond_mask, target_offset, cond_offset);
     return true;
@@ -51,19 +39,14 @@ bool OpFilter_CliffordQPUSim::prepare_gate(const QPUOp& op, const char* refusal)
                         op.target_offset, op.cond_offset, refusal);
 }
 
-void OpFilter_CliffordQPUSim::queue(GateKind kind, unsigned long a, unsigned long b) {
-    if (batch.is_full()) batch.run(*state);
-    batch.add({kind, static_cast<unsigned>(a), static_cast<unsigned>(b)});
+void OpFilter_CliffordQPUSim::apply_s_inv(unsigned long qubit) {
+    state->apply(GateKind::z, qubit);
+    state->apply(GateKind::s, qubit);
 }
 
-void OpFilter_CliffordQPUSim::queue_s_inv(unsigned long qubit) {
-    queue(GateKind::z, qubit);
-    queue(GateKind::s, qubit);
-}
-
-void OpFilter_CliffordQPUSim::queue_on_targets(GateKind kind) {
+void OpFilter_CliffordQPUSim::apply_to_targets(GateKind kind) {
     require_inside(target_list);
-    for_each_qubit(target_list, [&](unsigned long qubit) { queue(kind, qubit); });
+    for_each_qubit(target_list, [&](unsigned long qubit) { state->apply(kind, qubit); });
 }
 
 void OpFilter_CliffordQPUSim::s(unsigned long target_mask, unsigned long cond_mask,
@@ -71,7 +54,7 @@ void OpFilter_CliffordQPUSim::s(unsigned long target_mask, unsigned long cond_ma
                                 unsigned long target_offset, unsigned long cond_offset) {
     if (prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset,
                      "qc.s() can't have conditions in the Clifford sim.")) {
-        queue_on_targets(GateKind::s);
+        apply_to_targets(GateKind::s);
     }
 }
 
@@ -81,19 +64,19 @@ void OpFilter_CliffordQPUSim::s_inv(unsigned long target_mask, unsigned long con
     if (prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset,
                      "qc.s_inv() can't have conditions in the Clifford sim.")) {
         require_inside(target_list);
-        for_each_qubit(target_list, [this](unsigned long qubit) { queue_s_inv(qubit); });
+        for_each_qubit(target_list, [this](unsigned long qubit) { apply_s_inv(qubit); });
     }
 }
 
 void OpFilter_CliffordQPUSim::y(const QPUOp& op) {
     if (prepare_gate(op, "qc.y() cannot have conditions for Clifford sim.")) {
-        queue_on_targets(GateKind::y);
+        apply_to_targets(GateKind::y);
     }
 }
 
 void OpFilter_CliffordQPUSim::hadamard(const QPUOp& op) {
     if (prepare_gate(op, "qc.had() can't have conditions in the Clifford sim.")) {
-        queue_on_targets(GateKind::had);
+        apply_to_targets(GateKind::had);
     }
 }
 
@@ -105,15 +88,16 @@ void OpFilter_CliffordQPUSim::x(unsigned long target_mask, unsigned long cond_ma
     if (!prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset, nullptr)) {
         return;
     }
-    if (cond_mask == 0) return queue_on_targets(GateKind::x);
+    if (cond_mask == 0) return apply_to_targets(GateKind::x);
     const FirstQubits controls(condition_list);
     if (controls.count != 1) {
         throw std::runtime_error("qc.x() can only have one condition for Clifford sim.");
     }
     require_inside(target_list);
     require_inside(controls.first);
-    for_each_qubit(target_list,
-                   [&](unsigned long qubit) { queue(GateKind::cnot, controls.first, qubit); });
+    for_each_qubit(target_list, [&](unsigned long qubit) {
+        state->apply(GateKind::cnot, controls.first, qubit);
+    });
 }
 
 void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_mask,
@@ -122,7 +106,7 @@ void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_ma
     if (!prepare_gate(target_mask, cond_mask, cond_flag, target_offset, cond_offset, nullptr)) {
         return;
     }
-    if (cond_mask == 0) return queue_on_targets(GateKind::z);
+    if (cond_mask == 0) return apply_to_targets(GateKind::z);
     const FirstQubits controls(condition_list);
     const bool symmetric = controls.count == 2 && target_list.empty();
     if (controls.count != 1 && !symmetric) {
@@ -130,10 +114,10 @@ void OpFilter_CliffordQPUSim::z(unsigned long target_mask, unsigned long cond_ma
     }
     require_inside(target_list);
     require_inside(condition_list);
-    if (symmetric) return queue(GateKind::cz, controls.first, controls.second);
-    if (target_list.empty()) return queue(GateKind::z, controls.first);
+    if (symmetric) return state->apply(GateKind::cz, controls.first, controls.second);
+    if (target_list.empty()) return state->apply(GateKind::z, controls.first);
     for_each_qubit(target_list,
-                   [&](unsigned long qubit) { queue(GateKind::cz, controls.first, qubit); });
+                   [&](unsigned long qubit) { state->apply(GateKind::cz, controls.first, qubit); });
 }
 
 void OpFilter_CliffordQPUSim::rotate_about_z(const QPUOp& op, const char* operation) {
@@ -156,9 +140,7 @@ void OpFilter_CliffordQPUSim::swap(const QPUOp& op) {
         throw std::runtime_error("qc.swap() must specify exactly two target qubits.");
     }
     require_inside(target_list);
-    queue(GateKind::cnot, targets.first, targets.second);
-    queue(GateKind::cnot, targets.second, targets.first);
-    queue(GateKind::cnot, targets.first, targets.second);
+    state->swap(targets.first, targets.second);
 }
 
 }  // namespace Nimbrel

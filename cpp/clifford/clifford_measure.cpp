@@ -1,5 +1,6 @@
 // Measurement: reads and writes of qubits, probabilities and postselection.
 #include <bit>
+#include <optional>
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
@@ -7,24 +8,6 @@
 #include "filter/shared_records.h"
 
 namespace Nimbrel {
-namespace {
-
-/// Probability that a qubit is read as 1. `row` is the result of `reduced_z` for the qubit.
-double probability_of_one(const Stabilizer& row) {
-    if (!row.is_identity() || (row.phase & 1) != 0) return 0.5;
-    return row.phase == 2 ? 1.0 : 0.0;
-}
-
-}  // namespace
-
-StabilizerState& OpFilter_CliffordQPUSim::tableau() {
-    batch.run(*state);
-    return *state;
-}
-
-unsigned OpFilter_CliffordQPUSim::measure(unsigned long qubit) {
-    return tableau().measure_qubit<Clifford{3}>(qubit) & 1;
-}
 
 void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
     if (flag == 0) return;
@@ -34,20 +17,21 @@ void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
 
 void OpFilter_CliffordQPUSim::read(const QPUOp& op) {
     require_state();
-    if (!qpu_base().flag_condition(op.cond_flag)) return;
+    if (!holds(static_cast<unsigned long>(op.cond_flag))) return;
     collect_gate_masks(op.target_mask, 0, op.target_offset, 0);
     require_inside(target_list);
     long flag = op.read_flag;
-    for_each_qubit(target_list, [&](unsigned long qubit) { store_outcome(flag, measure(qubit)); });
+    for_each_qubit(target_list,
+                   [&](unsigned long qubit) { store_outcome(flag, state->measure(qubit)); });
 }
 
 unsigned OpFilter_CliffordQPUSim::wanted_bit(unsigned long qubit) const {
-    for (std::size_t i = 0; i < condition_list.size(); i += 2) {
-        const unsigned long base = condition_list[i + 1];
-        if (base > qubit || qubit - base >= bits_per_word) continue;
-        return condition_list[i] >> (qubit - base) & 1;
-    }
-    return 0;
+    std::optional<unsigned> wanted;
+    for_each_mask(condition_list, [&](unsigned long mask, unsigned long base) {
+        if (wanted || base > qubit || qubit - base >= bits_per_word) return;
+        wanted = static_cast<unsigned>(mask >> (qubit - base) & 1);
+    });
+    return wanted.value_or(0);
 }
 
 // The words that hold the controls of a gate hold the value of a write, so the value is in
@@ -56,13 +40,13 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
                                     unsigned long cond_flag, unsigned long read_flag,
                                     unsigned long target_offset, unsigned long cond_offset) {
     require_state();
-    if (!qpu_base().flag_condition(static_cast<long>(cond_flag))) return;
+    if (!holds(cond_flag)) return;
     collect_gate_masks(target_mask, value, target_offset, cond_offset);
     require_inside(target_list);
     auto flag = static_cast<long>(read_flag);
     for_each_qubit(target_list, [&](unsigned long qubit) {
-        const unsigned outcome = measure(qubit);
-        if (outcome != wanted_bit(qubit)) queue(GateKind::x, qubit);
+        const unsigned outcome = state->measure(qubit);
+        if (outcome != wanted_bit(qubit)) state->apply(GateKind::x, qubit);
         store_outcome(flag, outcome);
     });
 }
@@ -78,8 +62,10 @@ double OpFilter_CliffordQPUSim::peek_read_probability(unsigned long value, unsig
     }
     const unsigned long qubit = bit_number(mask);
     require_inside(qubit);
-    const double one = probability_of_one(tableau().reduced_z(qubit));
-    return (value & mask) != 0 ? one : 1.0 - one;
+    const std::optional<unsigned> outcome = state->fixed_outcome(qubit);
+    if (!outcome) return 0.5;
+    const unsigned wanted = (value & mask) != 0 ? 1 : 0;
+    return *outcome == wanted ? 1.0 : 0.0;
 }
 
 // The probability comes from the virtual operation. A derived class may accept several qubits
@@ -97,13 +83,11 @@ void OpFilter_CliffordQPUSim::postselect(unsigned long value, unsigned long mask
     for_each_bit(mask, [&](unsigned long bit) {
         const unsigned long qubit = bit_number(bit);
         require_inside(qubit);
-        const unsigned short phase = (value & bit) != 0 ? 2 : 0;
-        Stabilizer row = tableau().reduced_z(qubit);
-        if (row.is_identity() && (row.phase & 1) == 0 && row.phase != phase) {
+        const unsigned wanted = (value & bit) != 0 ? 1 : 0;
+        if (state->fixed_outcome(qubit).value_or(wanted) != wanted) {
             throw std::runtime_error("qc.postselect(): no non-zero terms match desired value.");
         }
-        row.phase = phase;
-        tableau().project_qubit<Clifford{3}>(row, qubit);
+        state->project(qubit, wanted);
     });
 }
 

@@ -73,19 +73,19 @@ void OpFilter_CliffordQPUSim::collect_pauli_masks(unsigned long x_mask, unsigned
     qpu_base().clear_extensions();
 }
 
-void OpFilter_CliffordQPUSim::queue_fold_letter(const PauliLetter& letter, unsigned long pivot) {
+void OpFilter_CliffordQPUSim::fold_letter(const PauliLetter& letter, unsigned long pivot) {
     if (letter.x) {
-        if (letter.z) queue_s_inv(letter.qubit);
-        queue(GateKind::had, letter.qubit);
+        if (letter.z) apply_s_inv(letter.qubit);
+        state->apply(GateKind::had, letter.qubit);
     }
-    if (letter.qubit != pivot) queue(GateKind::cnot, letter.qubit, pivot);
+    if (letter.qubit != pivot) state->apply(GateKind::cnot, letter.qubit, pivot);
 }
 
-void OpFilter_CliffordQPUSim::queue_unfold_letter(const PauliLetter& letter, unsigned long pivot) {
-    if (letter.qubit != pivot) queue(GateKind::cnot, letter.qubit, pivot);
+void OpFilter_CliffordQPUSim::unfold_letter(const PauliLetter& letter, unsigned long pivot) {
+    if (letter.qubit != pivot) state->apply(GateKind::cnot, letter.qubit, pivot);
     if (letter.x) {
-        queue(GateKind::had, letter.qubit);
-        if (letter.z) queue(GateKind::s, letter.qubit);
+        state->apply(GateKind::had, letter.qubit);
+        if (letter.z) state->apply(GateKind::s, letter.qubit);
     }
 }
 
@@ -100,16 +100,15 @@ unsigned long OpFilter_CliffordQPUSim::fold_product() {
         for_each_letter(entry, [this](const PauliLetter& letter) { require_inside(letter.qubit); });
     }
     for (const PauliEntry& entry : pauli_entries) {
-        for_each_letter(entry,
-                        [&](const PauliLetter& letter) { queue_fold_letter(letter, pivot); });
+        for_each_letter(entry, [&](const PauliLetter& letter) { fold_letter(letter, pivot); });
     }
     return pivot;
 }
 
 void OpFilter_CliffordQPUSim::unfold_product(unsigned long pivot) {
     for (const PauliEntry& entry : std::views::reverse(pauli_entries)) {
-        for_each_letter_down(
-            entry, [&](const PauliLetter& letter) { queue_unfold_letter(letter, pivot); });
+        for_each_letter_down(entry,
+                             [&](const PauliLetter& letter) { unfold_letter(letter, pivot); });
     }
 }
 
@@ -125,20 +124,20 @@ void OpFilter_CliffordQPUSim::ppr(double angle, unsigned long target_mask, unsig
     collect_pauli_masks(target_mask, cond_mask, target_offset, cond_offset);
     const unsigned long pivot = fold_product();
     // The angle is checked after the fold: a refused angle leaves the product folded.
-    queue_z_rotation(z_rotation_of(angle), pivot);
+    rotate_qubit(z_rotation_of(angle), pivot);
     unfold_product(pivot);
 }
 
-void OpFilter_CliffordQPUSim::queue_z_rotation(int degrees, unsigned long qubit) {
+void OpFilter_CliffordQPUSim::rotate_qubit(int degrees, unsigned long qubit) {
     switch (degrees) {
         case 0:
             return;
         case 90:
-            return queue(GateKind::s, qubit);
+            return state->apply(GateKind::s, qubit);
         case 180:
-            return queue(GateKind::z, qubit);
+            return state->apply(GateKind::z, qubit);
         case 270:
-            return queue_s_inv(qubit);
+            return apply_s_inv(qubit);
         default:
             refuse_angle();
     }
@@ -151,9 +150,9 @@ void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     collect_pauli_masks(op.target_mask, op.cond_mask, op.target_offset, op.cond_offset);
     const unsigned long pivot = fold_product();
     const bool inverted = truncate_to_i32(op.angle) == -1;
-    if (inverted) queue(GateKind::x, pivot);
-    const unsigned outcome = measure(pivot);
-    if (inverted) queue(GateKind::x, pivot);
+    if (inverted) state->apply(GateKind::x, pivot);
+    const unsigned outcome = state->measure(pivot);
+    if (inverted) state->apply(GateKind::x, pivot);
     unfold_product(pivot);
     qpu_base().set_read_flag(op.read_flag, static_cast<long>(outcome));
 }

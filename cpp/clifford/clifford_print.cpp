@@ -38,12 +38,10 @@ void append_row(std::string& text, const Stabilizer& row) {
 void OpFilter_CliffordQPUSim::pull_state(complex_t* /*buffer*/, std::string& text,
                                          unsigned long /*size*/) {
     require_state();
-    const StabilizerState& rows = tableau();
-    const unsigned long width = 2UL * rows.num_qubits + 3;
-    text.reserve(text.size() + (2UL * rows.num_rows + 1) * (width + 1));
-    for (unsigned i = 0; i < rows.num_rows; ++i) append_row(text, rows.destabilizers[i]);
-    text.append(width, '-') += '\n';
-    for (unsigned i = 0; i < rows.num_rows; ++i) append_row(text, rows.stabilizers[i]);
+    const unsigned long width = 2UL * state->num_qubits() + 3;
+    text.reserve(text.size() + (2UL * state->num_rows() + 1) * (width + 1));
+    state->for_each_row([&](const Stabilizer& row) { append_row(text, row); },
+                        [&] { text.append(width, '-') += '\n'; });
 }
 
 void OpFilter_CliffordQPUSim::push_state(const complex_t* /*src*/, unsigned long /*selector*/,

@@ -15,10 +15,6 @@ std::size_t arena_bytes(unsigned qubits) {
     return std::max<std::size_t>(bytes, 1);  // a monotonic_buffer_resource of size 0 is not allowed
 }
 
-unsigned long clock_ticks() {
-    return static_cast<unsigned long>(std::chrono::system_clock::now().time_since_epoch().count());
-}
-
 }  // namespace
 
 // Does not overflow: the largest unsigned number of qubits needs a little more than 2^63 bytes.
@@ -27,12 +23,16 @@ unsigned long StabilizerState::bytes_of(unsigned qubits) {
     return arena_bytes(qubits) + tables * qubits * sizeof(Stabilizer);
 }
 
+unsigned long StabilizerState::seed_from_clock() {
+    return static_cast<unsigned long>(std::chrono::system_clock::now().time_since_epoch().count());
+}
+
 StabilizerState::StabilizerState(unsigned qubits)
     : arena(arena_bytes(qubits)),
       num_qubits(qubits),
       num_rows(qubits),
       scratch(qubits),
-      rng(clock_ticks()) {
+      rng(seed_from_clock()) {
     stabilizers.reserve(qubits);
     destabilizers.reserve(qubits);
     for (unsigned qubit = 0; qubit < qubits; ++qubit) {

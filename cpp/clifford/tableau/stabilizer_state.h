@@ -26,6 +26,9 @@ class StabilizerState {
     /// Number of bytes that a tableau needs.
     static unsigned long bytes_of(unsigned qubits);
 
+    /// A seed for a generator of outcomes: the ticks of the system's clock.
+    static unsigned long seed_from_clock();
+
     /// All qubits are 0. The generator is seeded from the clock, so outcomes differ between runs.
     explicit StabilizerState(unsigned qubits);
     StabilizerState(const StabilizerState&) = delete;
