@@ -15,7 +15,7 @@ from typing import Any
 
 import nimbrel as nb
 import numpy as np
-from nimbrel.bounded_calls import run_in_calls
+from nimbrel.running.bounded_calls import run_in_calls
 
 SHOTS = 1000
 SIGMAS = 5

@@ -23,9 +23,7 @@ from nimbrel.classical import clear, flag_nand, free, read, reset, write
 from nimbrel.clifford import CliffordSimulator
 from nimbrel.control import close_event, jump_fwd, label, open_event
 from nimbrel.dense import DenseSimulator
-from nimbrel.expectation_values import expectation
 from nimbrel.fetch_requests import fetch_request
-from nimbrel.filter_choice import FilterChoice, choose_filter
 from nimbrel.filter_handle import SimParams
 from nimbrel.gates import (
     cz,
@@ -55,9 +53,7 @@ from nimbrel.operations import Event
 from nimbrel.paulis import pcp, ppm, ppr
 from nimbrel.records import QPU_OP, RECORD_FORMAT, Program, RecordArray, program, record
 from nimbrel.remote import RemoteSimulator
-from nimbrel.samples import Samples
 from nimbrel.seeding import seed
-from nimbrel.shots import sample
 from nimbrel.simulator import Simulator
 from nimbrel.sparse import SparseSimulator
 
@@ -124,19 +120,38 @@ __all__ = [
 ]
 
 if TYPE_CHECKING:
+    from nimbrel.running.expectation_values import expectation
+    from nimbrel.running.filter_choice import FilterChoice, choose_filter
+    from nimbrel.running.samples import Samples
+    from nimbrel.running.shots import sample
+
     __version__: str
     """The version of the installed package, as `pip` shows it."""
 else:
+    # Found when they are first used: they take as long to import as all others together.
+    _FOUND_LATER = {
+        "FilterChoice": "nimbrel.running.filter_choice",
+        "Samples": "nimbrel.running.samples",
+        "choose_filter": "nimbrel.running.filter_choice",
+        "expectation": "nimbrel.running.expectation_values",
+        "sample": "nimbrel.running.shots",
+    }
+
     # Hidden from type checkers, which would accept every name otherwise.
     def __getattr__(name: str) -> Any:
-        """Find `__version__` when it is first used. The search takes a quarter of an import."""
-        if name != "__version__":
-            raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
-        from importlib.metadata import version
+        """Find the names that are not imported with the package."""
+        if name == "__version__":
+            from importlib.metadata import version
 
-        globals()[name] = version("nimbrel")
+            globals()[name] = version("nimbrel")
+        elif name in _FOUND_LATER:
+            from importlib import import_module
+
+            globals()[name] = getattr(import_module(_FOUND_LATER[name]), name)
+        else:
+            raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
         return globals()[name]
 
     def __dir__() -> list[str]:
-        """The names of the package, also that of the version before it is used."""
+        """The names of the package, also those that are not imported yet."""
         return sorted({*globals(), *__all__})

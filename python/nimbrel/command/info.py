@@ -9,8 +9,8 @@ from pathlib import Path
 from typing import Any, Final
 
 import nimbrel
-from nimbrel.available_memory import available_memory
 from nimbrel.records import RECORD_FORMAT
+from nimbrel.running.available_memory import available_memory
 
 _FEATURES: Final = ("avx", "fma", "popcnt", "avx2", "avx512f", "avx512dq")
 _WIDE: Final = frozenset({"avx512f", "avx512dq"})

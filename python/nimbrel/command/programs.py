@@ -10,11 +10,11 @@ from typing import Any, Final
 import numpy as np
 
 from nimbrel.classical import reset
-from nimbrel.exact_records import CLASSICAL, CLIFFORD, SPARSE, first_objection
-from nimbrel.filter_choice import FilterChoice, choose_filter
-from nimbrel.flag_use import flag_use
 from nimbrel.record_names import record_name
 from nimbrel.records import QPU_OP, Program, program
+from nimbrel.running.exact_records import CLASSICAL, CLIFFORD, SPARSE, first_objection
+from nimbrel.running.filter_choice import FilterChoice, choose_filter
+from nimbrel.running.flag_use import flag_use
 from nimbrel.suspect_search import as_words
 
 STIM_CHOICE: Final = FilterChoice("StreamCliffordQPU", "it is a Stim circuit")

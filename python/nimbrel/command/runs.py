@@ -11,8 +11,8 @@ from typing import Any
 import numpy as np
 
 from nimbrel.command.programs import STIM_CHOICE, check_filter, read_program, read_stim
-from nimbrel.samples import Samples
-from nimbrel.shots import sample
+from nimbrel.running.samples import Samples
+from nimbrel.running.shots import sample
 
 
 @dataclass(frozen=True)

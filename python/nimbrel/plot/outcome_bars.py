@@ -18,7 +18,7 @@ from nimbrel.plot.figure import (
     clean,
     label_bars,
 )
-from nimbrel.samples import Samples
+from nimbrel.running.samples import Samples
 from nimbrel.simulator import Simulator
 
 if TYPE_CHECKING:

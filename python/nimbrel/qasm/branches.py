@@ -10,7 +10,7 @@ from nimbrel.qasm.context import Context
 from nimbrel.qasm.flag_logic import constant_flags
 from nimbrel.qasm.record_list import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Poison, Value, Variable
-from nimbrel.row_types import Rows
+from nimbrel.translation.row_types import Rows
 
 Body = Callable[[], None]
 

@@ -12,13 +12,13 @@ from typing import Final
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.clifford_form import clifford_form
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.qasm.gate_calls import GateCall
 from nimbrel.records import QPU_OP, Program, RecordArray
-from nimbrel.row_types import Row, Rows
-from nimbrel.wide_rows import wide_rows
+from nimbrel.translation.clifford_form import clifford_form
+from nimbrel.translation.row_types import Row, Rows
+from nimbrel.translation.wide_rows import wide_rows
 
 FIRST_FLAG: Final = 2
 """The lowest read flag that is no constant."""

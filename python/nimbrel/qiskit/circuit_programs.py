@@ -12,7 +12,6 @@ from qiskit import QuantumCircuit
 from qiskit.circuit import CircuitError
 from qiskit.exceptions import QiskitError
 
-from nimbrel.clifford_form import clifford_form
 from nimbrel.opcodes import Opcode
 
 # These modules register the translation of their operations.
@@ -26,7 +25,8 @@ from nimbrel.qiskit.rows import Rows
 from nimbrel.qiskit.small_phases import with_small_phases
 from nimbrel.qiskit.templates import ANGLE, AngleSlots, is_symbolic
 from nimbrel.records import QPU_OP, Program
-from nimbrel.wide_rows import wide_rows
+from nimbrel.translation.clifford_form import clifford_form
+from nimbrel.translation.wide_rows import wide_rows
 
 ParameterValues: TypeAlias = "Mapping[Any, Any] | Sequence[float] | npt.NDArray[np.float64]"
 

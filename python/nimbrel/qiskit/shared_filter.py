@@ -6,8 +6,8 @@ from collections.abc import Iterable, Iterator
 from itertools import chain
 from typing import Final
 
-from nimbrel.filter_choice import choose_filter
 from nimbrel.qiskit.circuit_programs import CircuitProgram
+from nimbrel.running.filter_choice import choose_filter
 from nimbrel.simulator import Simulator
 
 _DENSE: Final = "StreamQPU"

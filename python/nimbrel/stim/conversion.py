@@ -10,7 +10,6 @@ import stim
 
 from nimbrel.opcodes import Opcode
 from nimbrel.records import QPU_OP, RecordArray
-from nimbrel.row_types import Rows
 from nimbrel.stim import gate_rows as made
 from nimbrel.stim.channels import (
     correlated_channel,
@@ -20,6 +19,7 @@ from nimbrel.stim.channels import (
     two_qubit_channel,
 )
 from nimbrel.stim.noise import Channel
+from nimbrel.translation.row_types import Rows
 
 FIRST_FLAG: Final = 2
 """The flag of the first measurement."""

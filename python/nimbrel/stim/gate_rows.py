@@ -14,7 +14,7 @@ from typing import Final
 
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
-from nimbrel.row_types import Row, Rows
+from nimbrel.translation.row_types import Row, Rows
 
 _H, _S, _S_INV = int(Opcode.H), int(Opcode.S), int(Opcode.S_INV)
 _X, _Y, _Z, _SWAP = int(Opcode.X), int(Opcode.Y), int(Opcode.Z), int(Opcode.SWAP)

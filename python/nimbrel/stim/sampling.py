@@ -9,9 +9,9 @@ import numpy as np
 import numpy.typing as npt
 import stim
 
+from nimbrel.running.shots import sample as sample_program
 from nimbrel.sampling import check_shots
 from nimbrel.seeding import seed as seed_engine
-from nimbrel.shots import sample as sample_program
 from nimbrel.simulator import Simulator
 from nimbrel.stim.stim_program import StimProgram, from_circuit
 

@@ -10,7 +10,7 @@ from pathlib import Path
 import nimbrel as nb
 import numpy as np
 import pytest
-from nimbrel.bounded_calls import put_in_calls, run_in_calls
+from nimbrel.running.bounded_calls import put_in_calls, run_in_calls
 
 TICKS_OF_WORK = 20  # a fifth of a second of processor time
 
@@ -18,7 +18,7 @@ TICKS_OF_WORK = 20  # a fifth of a second of processor time
 START = """
 import signal
 import nimbrel as nb
-from nimbrel.bounded_calls import run_in_calls
+from nimbrel.running.bounded_calls import run_in_calls
 signal.signal(signal.SIGINT, signal.default_int_handler)  # a parent may have it ignored
 sim = nb.Simulator("StreamQPU")
 print("ready", flush=True)

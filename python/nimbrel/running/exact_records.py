@@ -13,8 +13,8 @@ import numpy as np
 import numpy.typing as npt
 
 from nimbrel.opcodes import Opcode
-from nimbrel.record_columns import MOST_SPARSE_QUBITS, Bools, RecordColumns, traits_of
 from nimbrel.register_trace import Words
+from nimbrel.running.record_columns import MOST_SPARSE_QUBITS, Bools, RecordColumns, traits_of
 
 __all__ = ["CLASSICAL", "CLIFFORD", "SPARSE", "Objection", "first_objection"]
 

@@ -11,7 +11,7 @@ from itertools import zip_longest
 from typing import Final
 
 from nimbrel.opcodes import Opcode
-from nimbrel.row_types import Row, Rows
+from nimbrel.translation.row_types import Row, Rows
 
 _WORD: Final = 2**64 - 1
 _EXTEND, _X, _H = int(Opcode.EXTEND), int(Opcode.X), int(Opcode.H)

@@ -5,15 +5,15 @@ from typing import Final, NamedTuple
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.available_memory import available_memory
-from nimbrel.exact_records import CLASSICAL, CLIFFORD, SPARSE, Objection, first_objection
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
 from nimbrel.records import Program, RecordArray
 from nimbrel.records import program as joined_program
 from nimbrel.register_trace import Words
+from nimbrel.running.available_memory import available_memory
+from nimbrel.running.exact_records import CLASSICAL, CLIFFORD, SPARSE, Objection, first_objection
+from nimbrel.running.term_bound import log2_terms
 from nimbrel.suspect_search import as_words
-from nimbrel.term_bound import log2_terms
 
 __all__ = ["FilterChoice", "check_local", "choose_filter", "with_reset"]
 

@@ -23,8 +23,8 @@ from nimbrel._engine import call
 from nimbrel.bit import BitSimulator
 from nimbrel.dense import MASK_QUBITS, DenseSimulator
 from nimbrel.gates import h, s, s_inv, swap, x
-from nimbrel.pauli_sums import PauliProduct
 from nimbrel.records import program
+from nimbrel.running.pauli_sums import PauliProduct
 from nimbrel.simulator import Simulator
 from nimbrel.sparse import SparseSimulator
 

@@ -14,18 +14,18 @@ import numpy as np
 import numpy.typing as npt
 
 from nimbrel._engine import check_flag_range
-from nimbrel.bounded_calls import checked, first_call, put_in_calls
-from nimbrel.deferral import Deferred, NotDeferred, defer
-from nimbrel.filter_choice import FilterChoice, check_local, choose_filter, with_reset
-from nimbrel.flag_use import flag_use
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.operations import FLAGS_PER_FETCH
-from nimbrel.outcome_draws import draw_outcomes
 from nimbrel.program_check import ProgramCheck
-from nimbrel.progress import ProgressBar
 from nimbrel.records import Program, RecordArray
-from nimbrel.samples import Samples
+from nimbrel.running.bounded_calls import checked, first_call, put_in_calls
+from nimbrel.running.deferral import Deferred, NotDeferred, defer
+from nimbrel.running.filter_choice import FilterChoice, check_local, choose_filter, with_reset
+from nimbrel.running.flag_use import flag_use
+from nimbrel.running.outcome_draws import draw_outcomes
+from nimbrel.running.progress import ProgressBar
+from nimbrel.running.samples import Samples
 from nimbrel.sampling import check_shots
 from nimbrel.seeding import seed as seed_engine
 from nimbrel.simulator import Simulator

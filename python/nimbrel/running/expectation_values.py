@@ -5,14 +5,14 @@ from typing import Any, Final
 
 import numpy as np
 
-from nimbrel.bounded_calls import checked, first_call, put_in_calls
-from nimbrel.deferral import NotDeferred, defer
-from nimbrel.filter_choice import check_local, choose_filter, with_reset
 from nimbrel.opcodes import Opcode
-from nimbrel.pauli_sums import Observable, pauli_sums
-from nimbrel.product_values import product_values
-from nimbrel.progress import ProgressBar
 from nimbrel.records import Program, RecordArray
+from nimbrel.running.bounded_calls import checked, first_call, put_in_calls
+from nimbrel.running.deferral import NotDeferred, defer
+from nimbrel.running.filter_choice import check_local, choose_filter, with_reset
+from nimbrel.running.pauli_sums import Observable, pauli_sums
+from nimbrel.running.product_values import product_values
+from nimbrel.running.progress import ProgressBar
 from nimbrel.seeding import seed as seed_engine
 from nimbrel.simulator import Simulator
 

@@ -8,7 +8,7 @@ import numpy as np
 from nimbrel.opcodes import Opcode
 from nimbrel.record_rules import JUMP_FAMILY_BYTE
 from nimbrel.records import Program
-from nimbrel.stored_flags import FLAG_NUMBERS, stored_place
+from nimbrel.running.stored_flags import FLAG_NUMBERS, stored_place
 from nimbrel.suspect_search import as_words
 
 __all__ = ["FlagUse", "flag_use"]

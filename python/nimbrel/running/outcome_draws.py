@@ -14,11 +14,11 @@ import numpy.typing as npt
 from nimbrel.classical import read
 from nimbrel.clifford import generator_x_bits
 from nimbrel.dense import DenseSimulator
-from nimbrel.flag_columns import pack_bits, pack_indices
+from nimbrel.running.flag_columns import pack_bits, pack_indices
+from nimbrel.running.stored_flags import QubitBit, Source
 from nimbrel.sampling import draw_terms
 from nimbrel.simulator import Simulator
 from nimbrel.sparse import SparseSimulator
-from nimbrel.stored_flags import QubitBit, Source
 
 __all__ = ["draw_outcomes"]
 

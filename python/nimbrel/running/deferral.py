@@ -20,7 +20,7 @@ from nimbrel.opcodes import TAG, Opcode
 from nimbrel.record_rules import JUMP_FAMILY_BYTE
 from nimbrel.records import Program
 from nimbrel.register_trace import Words
-from nimbrel.stored_flags import FlagSources, QubitBit
+from nimbrel.running.stored_flags import FlagSources, QubitBit
 from nimbrel.suspect_search import as_words
 
 __all__ = ["Deferred", "NotDeferred", "defer"]

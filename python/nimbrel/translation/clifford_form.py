@@ -14,7 +14,7 @@ from collections.abc import Callable
 from typing import Final
 
 from nimbrel.opcodes import Opcode
-from nimbrel.row_types import Row, Rows
+from nimbrel.translation.row_types import Row, Rows
 
 _X, _Y, _Z, _H = int(Opcode.X), int(Opcode.Y), int(Opcode.Z), int(Opcode.H)
 _S, _S_INV, _SWAP = int(Opcode.S), int(Opcode.S_INV), int(Opcode.SWAP)

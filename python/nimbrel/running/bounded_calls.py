@@ -17,8 +17,8 @@ import _lib_nb_sim
 
 from nimbrel._engine import engine_errors
 from nimbrel.operations import FilterOperations
-from nimbrel.progress import ProgressBar
 from nimbrel.records import Program, RecordArray, program
+from nimbrel.running.progress import ProgressBar
 
 __all__ = ["checked", "first_call", "put_in_calls", "run_in_calls"]
 

@@ -6,7 +6,7 @@ from typing import Final
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.stored_flags import QubitBit, Source
+from nimbrel.running.stored_flags import QubitBit, Source
 
 __all__ = ["pack_bits", "pack_indices", "row_bytes"]
 

@@ -1,0 +1,1 @@
+"""What the packages for other frameworks share: records as rows of numbers, and their forms."""
