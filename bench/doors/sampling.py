@@ -10,6 +10,7 @@ import signal
 import sys
 import time
 from collections.abc import Callable
+from functools import partial
 from typing import Any
 
 import nimbrel as nb
@@ -23,7 +24,8 @@ WIDTHS = (4, 12, 20)
 
 def angles(num_qubits: int) -> list[float]:
     """The angles of the circuit in degrees."""
-    return np.random.default_rng(num_qubits).uniform(0, 180, num_qubits).tolist()
+    drawn: list[float] = np.random.default_rng(num_qubits).uniform(0, 180, num_qubits).tolist()
+    return drawn
 
 
 def program(num_qubits: int) -> nb.Program:
@@ -94,7 +96,9 @@ def beside_aer(rounds: int) -> None:
         sampler = SamplerV2(seed=1)
 
         def ask_aer(theirs: Any = theirs, sampler: Any = sampler) -> dict[str, int]:
-            return sampler.run([theirs], shots=SHOTS).result()[0].data.c.get_counts()
+            counts: dict[str, int]
+            counts = sampler.run([theirs], shots=SHOTS).result()[0].data.c.get_counts()
+            return counts
 
         def ask_us(measured: nb.Program = measured) -> dict[str, int]:
             return nb.sample(measured, SHOTS).counts()
@@ -140,6 +144,18 @@ def once_a_shot(rounds: int) -> None:
         print(f"{'a shot with feed-forward, ' + filter_:50}{each * 1e6:8.2f} microseconds")
 
 
+def whole_run(simulator: nb.Simulator, records: nb.Program) -> None:
+    """One call of the engine."""
+    simulator.run(records)
+    simulator.finish()
+
+
+def cut_run(simulator: nb.Simulator, records: nb.Program) -> None:
+    """Short calls."""
+    run_in_calls(simulator, records)
+    simulator.finish()
+
+
 def interrupted(rounds: int) -> None:
     """Print what short calls cost, and when Ctrl-C takes effect in a program of minutes."""
     for num_qubits, count in ((6, 400_000), (12, 40_000), (20, 400)):
@@ -149,10 +165,9 @@ def interrupted(rounds: int) -> None:
             # One after the other, so that a slow spell of the machine falls on both.
             pairs = []
             for _ in range(3 * rounds):
-                whole = best(lambda s=simulator, r=records: (s.run(r), s.finish()), 1)
-                cut = best(lambda s=simulator, r=records: (run_in_calls(s, r), s.finish()), 1)
-                pairs.append((whole, cut))
-        whole, cut = (min(times) for times in zip(*pairs, strict=True))
+                whole = best(partial(whole_run, simulator, records), 1)
+                pairs.append((whole, best(partial(cut_run, simulator, records), 1)))
+        whole, cut = (float(np.median(times)) for times in zip(*pairs, strict=True))
         print(
             f"calls that can be interrupted, {num_qubits:2} qubits: {cut / whole:6.3f} of the time"
         )

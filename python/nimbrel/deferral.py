@@ -174,14 +174,13 @@ class _Walk:
         stores_flags = row[5] or (opcode == Opcode.WRITE and row[7] and not extensions)
         if stores_flags or (opcode == Opcode.FREE and int(row[2]) & _CHECK_ZERO):
             raise _CannotDeferError("measures the qubits that it sets")
-        used = any(self._touches.after(index, mask, offset) for mask, offset in targets)
-        if not used:
-            _add(self._dropped, targets)
-            self._leave_out(index, extensions)
-        elif _overlap(self._measured, targets) or any(
+        if not _overlap(self._measured, targets) and not any(
             self._touches.before(index, mask, offset) for mask, offset in targets
         ):
-            raise _CannotDeferError("sets qubits between gates")
+            return  # The qubits have certain values, so this is a gate.
+        self._require_unused(index, targets, "sets qubits between gates")
+        _add(self._dropped, targets)
+        self._leave_out(index, extensions)
 
     def _leave_out(self, index: int, extensions: list[int]) -> None:
         self._left_out += [*extensions, index]

@@ -7,7 +7,7 @@ import numpy as np
 
 from nimbrel.bounded_calls import checked, first_call, put_in_calls
 from nimbrel.deferral import NotDeferred, defer
-from nimbrel.filter_choice import choose_filter, with_reset
+from nimbrel.filter_choice import check_local, choose_filter, with_reset
 from nimbrel.pauli_sums import Observable, pauli_sums
 from nimbrel.product_values import product_values
 from nimbrel.progress import ProgressBar
@@ -59,6 +59,7 @@ def expectation(
     if seed is not None:
         seed_engine(seed)
     with ExitStack() as stack:
+        check_local(filter.filter_type if isinstance(filter, Simulator) else filter)
         if isinstance(filter, Simulator):
             simulator = filter
         else:

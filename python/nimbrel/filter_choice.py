@@ -15,7 +15,7 @@ from nimbrel.register_trace import Words
 from nimbrel.suspect_search import as_words
 from nimbrel.term_bound import log2_terms
 
-__all__ = ["FilterChoice", "choose_filter", "with_reset"]
+__all__ = ["FilterChoice", "check_local", "choose_filter", "with_reset"]
 
 _AMPLITUDE_BYTES: Final = 16
 _STATES: Final = 2
@@ -29,7 +29,20 @@ _MOST_SPARSE_QUBITS: Final = 63
 _SMALL_QUBITS: Final = 20
 _SMALL: Final = _STATES * _AMPLITUDE_BYTES << _SMALL_QUBITS
 """Bytes that every machine has, so that the system need not be asked."""
+_REMOTE: Final = "StreamConnect"
 _GIBIBYTE: Final = 2**30
+
+
+def check_local(filter_type: str) -> None:
+    """Check that a filter simulates programs itself.
+
+    Raises:
+        ValueError: If it sends them to a service.
+    """
+    if filter_type == _REMOTE:
+        raise ValueError(
+            f'a "{_REMOTE}" filter sends its programs to a service; run them by its own methods'
+        )
 
 
 class FilterChoice(NamedTuple):

@@ -16,7 +16,7 @@ import numpy.typing as npt
 from nimbrel._engine import check_flag_range
 from nimbrel.bounded_calls import checked, first_call, put_in_calls
 from nimbrel.deferral import Deferred, NotDeferred, defer
-from nimbrel.filter_choice import FilterChoice, choose_filter, with_reset
+from nimbrel.filter_choice import FilterChoice, check_local, choose_filter, with_reset
 from nimbrel.flag_use import flag_use
 from nimbrel.masks import WORD_BITS
 from nimbrel.operations import FLAGS_PER_FETCH
@@ -106,6 +106,7 @@ def _choice(
     if filter_ == "auto":
         return choose_filter(records, seedable=runs_once_a_shot and seed is not None)
     name = filter_.filter_type if isinstance(filter_, Simulator) else filter_
+    check_local(name)
     if isinstance(plan, NotDeferred) and seed is not None and name == _CLIFFORD:
         raise ValueError(
             f"record {plan.record} {plan.reason}, so the program runs once a shot; a Clifford "

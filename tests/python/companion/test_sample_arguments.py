@@ -64,3 +64,10 @@ def test_a_flag_number_that_the_engine_cannot_fetch_is_refused() -> None:
 def test_no_shots() -> None:
     for records in (BELL, FEEDING):
         assert nb.sample(records, 0).packed.shape == (0, 1)
+
+
+def test_a_filter_that_sends_its_programs_to_a_service_is_refused() -> None:
+    with pytest.raises(ValueError, match='a "StreamConnect" filter sends its programs'):
+        nb.sample(BELL, 1, filter="StreamConnect")
+    with nb.Simulator("StreamConnect") as remote, pytest.raises(ValueError, match="StreamConnect"):
+        nb.expectation(nb.program(nb.reset(1)), {"Z": 1.0}, filter=remote)

@@ -73,6 +73,10 @@ PROGRAMS = {
     "read after a free": [nb.reset(2), BELL, nb.free(0), nb.read([0, 1], 2)],
     "cleared between gates": [nb.reset(2), BELL, nb.clear(0), nb.ry(70, 0), nb.read([0, 1], 2)],
     "written at the start": [nb.reset(2), nb.write(0, 1), nb.ry(70, 1), nb.read([0, 1], 2)],
+    "written and not used by a gate": [nb.reset(2), nb.write(0, 1), nb.h(1), nb.read([0, 1], 2)],
+    "written between two measurements": [
+        *[nb.reset(2), nb.h(1), nb.read(0, 2), nb.write(0, 1), nb.read([0, 1], 3)],
+    ],
     "written between gates": [nb.reset(2), BELL, nb.write(1, 1), nb.h(1), nb.read([0, 1], 2)],
     "written behind a measurement": [
         *[nb.reset(2), nb.read(0, 2), nb.write(0, 1), nb.h(1)],
