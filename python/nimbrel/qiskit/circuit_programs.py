@@ -23,6 +23,7 @@ from nimbrel.qiskit.conversion import BackJump, convert
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.flags import FIRST_FLAG
 from nimbrel.qiskit.rows import Rows
+from nimbrel.qiskit.small_phases import with_small_phases
 from nimbrel.qiskit.templates import ANGLE, AngleSlots, is_symbolic
 from nimbrel.wide_rows import wide_rows
 from nimbrel.records import QPU_OP, Program
@@ -160,7 +161,8 @@ class Template:
             return self._base
         filled = self._base.program.copy()
         filled["angle"][self._slots.positions] = self._slots.angles(values)
-        return replace(self._base, program=filled)
+        program, jumps = with_small_phases(filled, self._base.back_jumps)
+        return replace(self._base, program=program, back_jumps=jumps)
 
     def _converted(self, circuit: QuantumCircuit) -> CircuitProgram:
         conversion = convert(circuit)
@@ -181,6 +183,9 @@ class Template:
             rows, jumps = self._formed(rows, jumps, circuit.num_qubits)
         program = np.array(rows, dtype=QPU_OP).view(Program)
         _refuse_infinite(circuit, program)
+        if not symbolic and circuit.num_qubits <= MASK_QUBITS:
+            program, moved = with_small_phases(program, jumps)
+            jumps = [*moved]
         flags = tuple(range(FIRST_FLAG, FIRST_FLAG + circuit.num_clbits))
         stored = conversion.flags.always_stored()
         phase = conversion.phase

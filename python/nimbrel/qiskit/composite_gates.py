@@ -1,9 +1,7 @@
 """Gates that are not standard gates, and operations that are known by a definition.
 
-A controlled gate is its base gate under controls, since every row takes controls. A matrix of one
-qubit is a general rotation; one of two qubits is taken apart by the Weyl chamber (J. Zhang et al.,
-https://doi.org/10.1103/PhysRevA.67.042313) into one-qubit gates and three Pauli rotations. All else
-is translated by its definition, or by Qiskit's synthesis if it has none.
+A controlled gate is its base gate under controls, since every row takes controls. What has no
+function here is translated by its definition, or by Qiskit's synthesis if it has none.
 """
 
 from __future__ import annotations
@@ -33,7 +31,6 @@ from qiskit.circuit.library import (
     get_standard_gate_name_mapping,
 )
 from qiskit.exceptions import QiskitError
-from qiskit.synthesis import OneQubitEulerDecomposer, TwoQubitWeylDecomposition
 from qiskit.synthesis.evolution import ProductFormula
 from qiskit.transpiler import PassManager
 from qiskit.transpiler.passes import HighLevelSynthesis
@@ -41,17 +38,18 @@ from qiskit.transpiler.passes import HighLevelSynthesis
 from nimbrel.opcodes import Opcode
 from nimbrel.qiskit.conversion import Conversion, Place, add_operation
 from nimbrel.qiskit.errors import ConversionError
+from nimbrel.qiskit.multiplexers import multiplexed, turned_once
 from nimbrel.qiskit.rows import (
     Rows,
     When,
-    general_turn,
     global_phase,
     pauli_masks,
     product_rotation,
     row,
 )
 from nimbrel.qiskit.standard_gates import STANDARD_GATES
-from nimbrel.qiskit.state_preparation import multiplexed, preparation_rows, turned_once
+from nimbrel.qiskit.state_preparation import preparation_rows
+from nimbrel.qiskit.unitary_matrices import unitary_rows
 
 _X, _Y, _Z, _PHASE = int(Opcode.X), int(Opcode.Y), int(Opcode.Z), int(Opcode.PHASE)
 _U_PARAMETERS = ("theta", "phi", "lambda")
@@ -147,46 +145,11 @@ def _add_synthesised(operation: object, conversion: Conversion, place: Place) ->
 
 @add_operation.register
 def _(operation: UnitaryGate, conversion: Conversion, place: Place) -> None:
-    if len(place.qubits) > 2:
-        conversion.walk_inner(operation.definition, place)
-    else:
-        _add_matrix(operation.to_matrix(), conversion, place)
+    _add_matrix(operation.to_matrix(), conversion, place)
 
 
 def _add_matrix(matrix: Any, conversion: Conversion, place: Place) -> None:
-    """Add a unitary matrix of any number of qubits."""
-    rows, when = conversion.rows, place.when
-    if len(place.qubits) == 0:
-        phase = global_phase(rows, float(np.angle(matrix[0, 0])), when)
-    elif len(place.qubits) == 1:
-        phase = global_phase(rows, _one_qubit(rows, matrix, place.qubits[0], when), when)
-    elif len(place.qubits) == 2:
-        phase = global_phase(rows, _two_qubits(rows, matrix, place.qubits, when), when)
-    else:
-        conversion.walk_inner(UnitaryGate(matrix).definition, place)
-        return
-    conversion.add_phase(phase)
-
-
-def _one_qubit(rows: Rows, matrix: Any, qubit: int, when: When) -> float:
-    """Add a matrix of one qubit. Returns the phase that the rows lack, in radians."""
-    *angles, phase = OneQubitEulerDecomposer("U").angles_and_phase(matrix)
-    theta, phi, lam = angles
-    general_turn(rows, qubit, theta, phi, lam, when)
-    return float(phase)
-
-
-def _two_qubits(rows: Rows, matrix: Any, qubits: list[int], when: When) -> float:
-    """Add a matrix of two qubits. Returns the phase that the rows lack, in radians."""
-    low, high = qubits
-    both = low | high
-    parts = TwoQubitWeylDecomposition(np.asarray(matrix, dtype=np.complex128), fidelity=None)
-    phase = float(parts.global_phase)
-    phase += _one_qubit(rows, parts.K2r, low, when) + _one_qubit(rows, parts.K2l, high, when)
-    for angle, xs, zs in ((parts.a, both, 0), (parts.b, both, both), (parts.c, 0, both)):
-        if angle != 0:
-            product_rotation(rows, xs, zs, -2 * angle, when)
-    return phase + _one_qubit(rows, parts.K1r, low, when) + _one_qubit(rows, parts.K1l, high, when)
+    conversion.add_phase(unitary_rows(conversion.rows, matrix, place.qubits, place.when))
 
 
 @add_operation.register
@@ -249,22 +212,21 @@ def _projected(letters: str, qubits: list[int], when: When) -> tuple[When, Rows]
 @add_operation.register
 def _(operation: DiagonalGate, conversion: Conversion, place: Place) -> None:
     phases = np.angle(operation.params)
-    everywhere = np.ones(len(phases), dtype=np.bool_)
-    # The phase of each value of the qubits is one of the lowest qubit and of the others.
-    for target in range(len(place.qubits)):
+    # The phase of a value of the qubits is one of the lowest qubit and one of the others.
+    for number, qubit in enumerate(place.qubits):
         steps = turned_once(phases[1::2] - phases[0::2])
-        angles = steps, everywhere[: len(steps)]
-        multiplexed(conversion.rows, _PHASE, angles, target, place.qubits, place.when)
+        above = place.qubits[number + 1 :]
+        multiplexed(conversion.rows, _PHASE, steps, qubit, above, place.when)
         phases = phases[0::2]
     conversion.add_phase(global_phase(conversion.rows, float(phases[0]), place.when))
 
 
 @add_operation.register
 def _(operation: UCPauliRotGate, conversion: Conversion, place: Place) -> None:
+    target, *controls = place.qubits
     angles = np.array([float(angle) for angle in operation.params])
-    everywhere = np.ones(len(angles), dtype=np.bool_)
     opcode = _ROTATIONS[operation.rot_axes]
-    multiplexed(conversion.rows, opcode, (angles, everywhere), 0, place.qubits, place.when)
+    multiplexed(conversion.rows, opcode, angles, target, controls, place.when)
 
 
 @add_operation.register

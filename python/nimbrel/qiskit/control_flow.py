@@ -1,10 +1,9 @@
 """Control flow, by jumps forward and by repeated rows.
 
 A block of a few gates gets the condition in each of its records. Other blocks are skipped by a
-jump. A for loop repeats its rows. A while loop ends with a jump back, which the engine does not have: the
-companion runs the records up to it, reads the loop's flag and continues accordingly. The flag is 0
-unless the loop is to repeat, so a jump back that is reached because the whole loop was skipped
-passes on.
+jump. A for loop repeats its rows. A while loop ends with a jump back, which the engine does not
+have: the companion runs the records up to it, reads the loop's flag and continues accordingly. The
+flag is 0 unless the loop is to repeat, so a jump back does nothing if the whole loop was skipped.
 """
 
 from __future__ import annotations

@@ -30,9 +30,9 @@ def parameter_sets(pub: SamplerPub | EstimatorPub) -> Floats:
         The values, shape (sets, parameters).
     """
     values = pub.parameter_values
-    shape = values.size, len(pub.circuit.parameters)
-    array: Floats = np.reshape(values.as_array(pub.circuit.parameters), shape)
-    return array
+    flat: Floats = np.array(values.as_array(pub.circuit.parameters), dtype=np.float64)
+    rows: Floats = flat.reshape(values.size, len(pub.circuit.parameters))
+    return rows
 
 
 class AngleSlots:
@@ -64,7 +64,7 @@ class AngleSlots:
 
     def angles(self, values: Floats) -> Floats:
         """The angle of each slot, in degrees, shape (m,), for one value of each parameter."""
-        angles = self._offsets.copy()
+        angles: Floats = self._offsets.copy()
         np.add.at(angles, self._slots, self._factors * values[self._columns])
         if self._others:
             binding = dict(zip(self._parameters, values.tolist(), strict=True))

@@ -74,6 +74,24 @@ def test_one_conversion_for_many_values(name: str) -> None:
             assert found[line, column] == pytest.approx(value, abs=1e-12)
 
 
+@pytest.mark.parametrize("step", [1e-6, 1e-8, 3e-9, 1e-10, 1e-12])
+@pytest.mark.parametrize("start", [0.0, np.pi, -np.pi, 2 * np.pi])
+def test_small_steps_of_a_phase(start: float, step: float) -> None:
+    circuit = QuantumCircuit(2)
+    circuit.h([0, 1])
+    circuit.p(A, 0)
+    circuit.cp(B, 0, 1)
+    found = to_statevector(circuit, [start + step, start - step]).data
+    turned = np.exp(1j * np.array([0.0, start + step, 0.0, 2 * start]))
+    np.testing.assert_allclose(found, turned / 2, rtol=0, atol=1e-14)
+    # The same by one conversion for several values; the derivative of <Y> by a is cos(a).
+    circuit = QuantumCircuit(1)
+    circuit.h(0)
+    circuit.p(A, 0)
+    evs = EstimatorV2().run([(circuit, "Y", [[start + step], [start]])]).result()[0].data.evs
+    assert evs[0] - evs[1] == pytest.approx(np.sin(start + step) - np.sin(start), abs=1e-14)
+
+
 def test_many_parameters_keep_their_order() -> None:
     circuit = efficient_su2(4, reps=2)
     vector = ParameterVector("x", circuit.num_parameters)
