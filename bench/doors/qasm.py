@@ -1,8 +1,8 @@
 """Times the reading of OpenQASM 2 and 3.
 
-Each text is a random program of gates on 20 qubits. Before a reader is timed, the program is checked:
-on a small register its state must be that of Qiskit's simulation, and the long texts of both versions
-must give equal records.
+Each text is a random program of gates on 20 qubits. Before a reader is timed, the program is
+checked: on a small register its state must be that of Qiskit's simulation, and the long texts of
+both versions must give equal records.
 
     python bench/doors/qasm.py --gates 100000
 """
@@ -10,6 +10,7 @@ must give equal records.
 import argparse
 import random
 import sys
+from functools import partial
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parents[1]))
@@ -71,12 +72,13 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
              for name, head in HEADS.items()}  # fmt: skip
     # A line break in each statement keeps the lines from being read without the parser.
     broken = HEADS["OpenQASM 3"].format(n=WIDTH) + body(SLOWEST_GATES, WIDTH).replace(" q", "\nq")
-    sizes = {name: arguments.gates for name in texts} | {"OpenQASM 3, parser": SLOWEST_GATES}
+    gates: int = arguments.gates
+    sizes = {**dict.fromkeys(texts, gates), "OpenQASM 3, parser": SLOWEST_GATES}
     texts["OpenQASM 3, parser"] = broken
-    timers = [timed(lambda text=text: qasm.loads(text)) for text in texts.values()]
+    timers = [timed(partial(qasm.loads, text)) for text in texts.values()]
     figures = []
     for name, seconds in zip(texts, best_seconds(timers, arguments.repeats), strict=True):
-        goal = GOAL_SECONDS * arguments.gates / 100_000 if name == "OpenQASM 2" else None
+        goal = GOAL_SECONDS * gates / 100_000 if name == "OpenQASM 2" else None
         figures.append(Figure(f"{name}, {sizes[name]:,} gates", seconds, "s", at_most=goal))
         figures.append(Figure(f"{name}, a gate", 1e6 * seconds / sizes[name], "us"))
     report.add_figures("reading, best of all rounds", figures)

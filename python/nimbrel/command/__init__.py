@@ -1,8 +1,8 @@
 """The command `nimbrel`: runs and shows programs from files. Needs the extra "command".
 
-    nimbrel run bell.qasm --shots 1000
-    nimbrel show bell.qasm
-    nimbrel info
+nimbrel run bell.qasm --shots 1000
+nimbrel show bell.qasm
+nimbrel info
 """
 
 import sys

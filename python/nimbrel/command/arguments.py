@@ -39,7 +39,7 @@ class CommandError(click.ClickException):
 
 
 def _with_errors(function: _Function) -> _Function:
-    """Let what a file, an argument or the engine causes end the command with a text and status 2."""
+    """Let an error that a file, an argument or the engine causes end the command with status 2."""
 
     @functools.wraps(function)
     def wrapped(*args: Any, **kwargs: Any) -> Any:

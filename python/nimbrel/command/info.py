@@ -31,7 +31,7 @@ EXTRAS: Final = {
 def facts() -> dict[str, Any]:
     """The facts as an object for JSON. Sizes are in bytes."""
     model, flags = _processor(Path("/proc/cpuinfo"))
-    features = [name for name in _FEATURES if name in flags]
+    features: list[str] = [name for name in _FEATURES if name in flags]
     return {
         "version": nimbrel.__version__,
         "record_format": RECORD_FORMAT,
@@ -49,7 +49,7 @@ def facts() -> dict[str, Any]:
 
 def kernel_bits(features: list[str]) -> int:
     """The vector width of the dense filter's kernels on a processor with these features."""
-    return 512 if _WIDE <= set(features) else 256
+    return 512 if set(features) >= _WIDE else 256
 
 
 def _processor(file: Path) -> tuple[str, frozenset[str]]:

@@ -15,9 +15,9 @@ def save_counts(result: Result, path: Path) -> None:
         ValueError: If there is no such format.
         OSError: If the file cannot be written.
     """
-    import nimbrel.plot  # noqa: F401 - its error says how to install Matplotlib
-
     import matplotlib as mpl
+
+    import nimbrel.plot  # noqa: F401 - its error says how to install Matplotlib
 
     # No window is opened, so a machine without a display is enough.
     mpl.use("Agg")
@@ -26,7 +26,7 @@ def save_counts(result: Result, path: Path) -> None:
     from nimbrel.plot import counts
 
     axes = counts(result.samples)
-    axes.set_xlabel(f"outcome ({', '.join(reversed(result.registers))})")
+    axes.set_xlabel(f"outcome ({', '.join(reversed(list(result.registers)))})")
     axes.set_title(result.file.name, fontsize="medium")
-    axes.get_figure(root=True).savefig(path, dpi=200)
-    plt.close(axes.get_figure(root=True))
+    plt.gcf().savefig(path, dpi=200)
+    plt.close()

@@ -102,8 +102,9 @@ def read_stim(file: Path) -> Any:
         ValueError: If the file holds none.
         ImportError: If Stim is missing.
     """
-    import nimbrel.stim  # noqa: F401 - its error says how to install Stim
     import stim
+
+    import nimbrel.stim  # noqa: F401 - its error says how to install Stim
 
     try:
         return stim.Circuit(file.read_text(encoding="utf-8"))
@@ -131,6 +132,4 @@ def _records(file: Path) -> FileProgram:
         raise ValueError(f"{file}: the first record of the program must be its reset")
     flags = flag_use(records).stored
     registers = {"flags": range(flags[0], flags[-1] + 1)} if flags else {}
-    return FileProgram(
-        records, int(records["target_mask"][0]), registers, choose_filter(records)
-    )
+    return FileProgram(records, int(records["target_mask"][0]), registers, choose_filter(records))

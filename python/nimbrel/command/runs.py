@@ -76,7 +76,8 @@ def _run_stim(file: Path, shots: int, filter_: str, seed: int | None) -> Result:
     circuit = read_stim(file)
     if not circuit.num_measurements:
         raise ValueError(f"{file}: the circuit measures nothing, so there are no outcomes")
-    from nimbrel.stim import from_circuit, sample as sample_circuit
+    from nimbrel.stim import from_circuit
+    from nimbrel.stim import sample as sample_circuit
 
     start = time.perf_counter()
     found = sample_circuit(circuit, shots, seed, filter=filter_)

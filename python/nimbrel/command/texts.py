@@ -22,7 +22,7 @@ def result_text(result: Result) -> str:
     shots = len(result.samples)
     chosen = sorted(sorted(counts, key=lambda name: (-counts[name], name))[:_MOST_LINES])
     rows = [(_grouped(name, result), counts[name]) for name in chosen]
-    head = " ".join(reversed(result.registers))
+    head = " ".join(reversed(list(result.registers)))
     width = max([len(head), *(len(name) for name, _ in rows)])
     number = max(len("shots"), *(len(f"{count:,}") for _, count in rows))
     lines = [f"{head:>{width}}  {'shots':>{number}}   share"]

@@ -4,7 +4,8 @@
 
     plot.counts(nimbrel.sample(program, 1000))
 
-Every function draws into the axes that it is given, or into those of a new figure, and returns them.
+Every function draws into the axes that it is given, or into those of a new figure, and returns
+them.
 """
 
 try:

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING, Final
+from typing import TYPE_CHECKING, Any, Final
 
 import numpy as np
 import numpy.typing as npt
@@ -10,6 +10,7 @@ from matplotlib.cm import ScalarMappable
 from matplotlib.colors import Normalize
 
 from nimbrel.plot.figure import bar_axes, bar_width, bits, clean, label_bars, phase_colours
+from nimbrel.simulator import Simulator
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -83,8 +84,9 @@ def terms_of(
     Raises:
         ValueError: If the number of amplitudes is no power of two.
     """
-    if hasattr(source, "biggest"):
-        found = [term for term in source.biggest(most) if abs(term[1]) > _NEGLIGIBLE]
+    if isinstance(source, Simulator):
+        simulator: Any = source  # one without amplitudes says which have them
+        found = [term for term in simulator.biggest(most) if abs(term[1]) > _NEGLIGIBLE]
         indices = np.array([index for index, _ in found], dtype=np.int64)
         values = np.array([value for _, value in found], dtype=np.complex128)
         return indices, values, max(int(indices.max(initial=1)).bit_length(), 1)

@@ -3,14 +3,23 @@
 from __future__ import annotations
 
 from collections.abc import Mapping
-from typing import TYPE_CHECKING, Final
+from typing import TYPE_CHECKING, Any, Final
 
 import numpy as np
 import numpy.typing as npt
 
 from nimbrel.masks import Qubits
-from nimbrel.plot.figure import BAR_COLOUR, REST_COLOUR, bar_axes, bar_width, bits, clean, label_bars
+from nimbrel.plot.figure import (
+    BAR_COLOUR,
+    REST_COLOUR,
+    bar_axes,
+    bar_width,
+    bits,
+    clean,
+    label_bars,
+)
 from nimbrel.samples import Samples
+from nimbrel.simulator import Simulator
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -75,10 +84,11 @@ def probabilities(
             a simulator is given without qubits.
     """
     listed = [qubits] if isinstance(qubits, int) else None if qubits is None else list(qubits)
-    if hasattr(source, "probabilities"):
+    if isinstance(source, Simulator):
         if listed is None:
             raise ValueError("the qubits whose probabilities are drawn must be named")
-        values = np.asarray(source.probabilities(listed))
+        simulator: Any = source  # one without probabilities says which have them
+        values = np.asarray(simulator.probabilities(listed))
     else:
         values = np.asarray(source, dtype=np.float64)
     width = values.size.bit_length() - 1

@@ -115,7 +115,7 @@ def _axis_name(qubits: list[int]) -> str:
             runs[-1].append(qubit)
         else:
             runs.append([qubit])
-    names = [f"{run[0]}–{run[-1]}" if len(run) > 1 else f"{run[0]}" for run in runs]
+    names = [f"{run[0]} to {run[-1]}" if len(run) > 1 else f"{run[0]}" for run in runs]
     if len(names) > _MOST_RUNS:
         return f"value of {len(qubits)} of the qubits {qubits[-1]} … {qubits[0]}"
     return f"value of qubit{'s' * (len(qubits) > 1)} {', '.join(names)}"

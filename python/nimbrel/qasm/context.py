@@ -5,18 +5,15 @@ from __future__ import annotations
 from collections.abc import Callable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
 from pathlib import Path
-from typing import TYPE_CHECKING, Any, ParamSpec, TypeVar
+from typing import Any, ParamSpec, TypeVar
 
 from nimbrel.qasm.errors import QasmError
 from nimbrel.qasm.flag_logic import FlagLogic
 from nimbrel.qasm.gate_calls import GateCall
 from nimbrel.qasm.record_list import FIRST_FLAG, RecordList
-from nimbrel.qasm.scope import Qubits, Scopes, Subroutine
+from nimbrel.qasm.scope import Frame, Qubits, Scopes, Subroutine
 from nimbrel.qasm.standard_gates import BUILT_IN
 from nimbrel.qasm.values import Value, Variable
-
-if TYPE_CHECKING:
-    from nimbrel.qasm.subroutines import Frame
 
 _P = ParamSpec("_P")
 _R = TypeVar("_R")

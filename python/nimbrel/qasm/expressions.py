@@ -210,7 +210,7 @@ def _one_index(context: Context, value: Value, entry: Any) -> Value:
         # An integer's bits can be read, those of a negative one in two's complement.
         place = known_integer(context, entry, "an index")
         return Bits(tuple(constant_flags(value >> max(place, 0), 1)), "bit")
-    items: Sequence[Any] = value.flags if isinstance(value, Bits) else value
+    items: Any = value.flags if isinstance(value, Bits) else value
     chosen = positions(context, entry, len(items))
     if isinstance(chosen, int):
         return Bits((items[chosen],)) if isinstance(value, Bits) else items[chosen]

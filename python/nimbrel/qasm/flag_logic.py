@@ -22,7 +22,7 @@ class FlagLogic:
         """The flag of a AND b."""
         if FALSE in (a, b) or a == -b:
             return FALSE
-        if a == TRUE or a == b:
+        if a in (TRUE, b):
             return b
         if b == TRUE:
             return a

@@ -202,9 +202,8 @@ def _one_qubit_power(calls: Sequence[GateCall], exponent: float) -> list[GateCal
     powers = np.exp(1j * np.angle(values) * exponent)
     # The eigenvectors of a unitary matrix are orthogonal, except those of equal eigenvalues.
     (controls, zeros), (target,) = next(iter(conditions)), next(iter(targets))
-    return controlled(
-        calls_of_matrix(vectors @ np.diag(powers) @ np.linalg.inv(vectors), target), controls, zeros
-    )
+    root: Matrix = np.asarray(vectors @ np.diag(powers) @ np.linalg.inv(vectors), np.complex128)
+    return controlled(calls_of_matrix(root, target), controls, zeros)
 
 
 def matrix_of(call: GateCall) -> Matrix:
@@ -260,4 +259,7 @@ def calls_of_matrix(matrix: Matrix, target: int) -> list[GateCall]:
         phi = np.angle(matrix[1, 0]) - overall
         lam = np.angle(-matrix[0, 1]) - overall
     degrees = [float(angle) for angle in np.rad2deg([theta, phi, lam, overall])]
-    return [*u_calls(*degrees[:3], target), GateCall(Opcode.PHASE, degrees[3], ())]
+    return [
+        *u_calls(degrees[0], degrees[1], degrees[2], target),
+        GateCall(Opcode.PHASE, degrees[3], ()),
+    ]

@@ -3,7 +3,8 @@
 A long program is mostly such lines. The reference parser takes a quarter of a millisecond for each,
 so they are found by a pattern and the parser gets the rest of the text. The pattern takes nothing
 that the parser would read differently: numbers or fractions of pi as angles, and elements of
-registers with literal indices, on a line of their own between two statements at the outermost level.
+registers with literal indices, on a line of their own between two statements at the outermost
+level.
 """
 
 from __future__ import annotations
@@ -168,9 +169,7 @@ def _qubit(context: Context, call: PlainCall, name: str, index: int) -> int:
     if not entry.is_register:
         raise context.error(call, "a single qubit has no elements")
     if index >= len(entry.numbers):
-        raise context.error(
-            call, f"index {index} lies outside a register of {len(entry.numbers)}"
-        )
+        raise context.error(call, f"index {index} lies outside a register of {len(entry.numbers)}")
     return entry.numbers[index]
 
 

@@ -42,7 +42,9 @@ def gate_lines(operation: Operation) -> list[str]:
         if lowest in controls:
             targets, controls = [lowest], [qubit for qubit in controls if qubit != lowest]
     if not targets or (opcode == Opcode.SWAP and len(targets) != 2):
-        raise UnwritableError(f"{operation.name} on {len(targets)} qubits has no form in OpenQASM 3")
+        raise UnwritableError(
+            f"{operation.name} on {len(targets)} qubits has no form in OpenQASM 3"
+        )
     shared = {*targets} & {*controls, *operation.zeros}
     if shared:
         raise UnwritableError(f"{operation.name} has qubit {min(shared)} as target and control")
@@ -92,7 +94,7 @@ def angle_text(degrees: float) -> str:
     if not math.isfinite(degrees):
         raise UnwritableError(f"the angle {degrees} has no form in OpenQASM 3")
     fraction = Fraction(degrees).limit_denominator(64) / 180
-    if degrees == 0.0 or float(fraction * 180) == degrees and fraction.denominator <= 64:
+    if degrees == 0.0 or (float(fraction * 180) == degrees and fraction.denominator <= 64):
         return _fraction_text(fraction)
     return repr(_radians(degrees))
 

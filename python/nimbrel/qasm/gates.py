@@ -7,13 +7,13 @@ from typing import Any, Final
 
 from openqasm3 import ast
 
+from nimbrel.opcodes import Opcode
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import known_integer, known_number
 from nimbrel.qasm.gate_calls import GateCall, controlled, degrees_of, inverse, placed, power
 from nimbrel.qasm.operands import qubits_of
 from nimbrel.qasm.scope import DefinedGate, Qubits
 from nimbrel.qasm.standard_gates import StandardGate
-from nimbrel.opcodes import Opcode
 from nimbrel.qasm.values import Kind, Variable
 
 _MOST_NESTED: Final = 100
@@ -31,9 +31,7 @@ def call_gate(context: Context, node: ast.QuantumGate) -> None:
     operands = [qubits_of(context, each) for each in node.qubits]
     num_controls = _num_controls(context, node)
     _check_count(context, node, "qubit", _num_qubits(gate) + num_controls, len(operands))
-    calls = _modified(
-        context, node, _expanded(context, node, gate, angles, first=num_controls)
-    )
+    calls = _modified(context, node, _expanded(context, node, gate, angles, first=num_controls))
     for qubits in _broadcast(context, node, operands):
         emit(context, calls, qubits)
 
@@ -123,9 +121,7 @@ def _body(
 
 def _num_controls(context: Context, node: Any) -> int:
     kinds = (ast.GateModifierName.ctrl, ast.GateModifierName.negctrl)
-    return sum(
-        _control_count(context, each) for each in node.modifiers if each.modifier in kinds
-    )
+    return sum(_control_count(context, each) for each in node.modifiers if each.modifier in kinds)
 
 
 def _control_count(context: Context, modifier: ast.QuantumGateModifier) -> int:
@@ -156,9 +152,7 @@ def _modified(context: Context, node: Any, calls: list[GateCall]) -> list[GateCa
     return calls
 
 
-def _broadcast(
-    context: Context, node: Any, operands: Sequence[Qubits]
-) -> list[list[int]]:
+def _broadcast(context: Context, node: Any, operands: Sequence[Qubits]) -> list[list[int]]:
     """The qubits of each gate that a call makes: one for each element of its registers."""
     sizes = {len(operand.numbers) for operand in operands if operand.is_register}
     if len(sizes) > 1:

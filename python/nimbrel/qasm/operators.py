@@ -55,7 +55,7 @@ def _shift_count(count: int) -> int:
     return count
 
 
-def binary(name: str, a: Value, b: Value, logic: FlagLogic, *, literals: bool = False) -> Value:
+def binary(name: str, a: Any, b: Any, logic: FlagLogic, *, literals: bool = False) -> Value:
     """Apply an operator to two values.
 
     Args:
@@ -116,7 +116,7 @@ def flag_value(flag: int) -> bool | Bits:
 def _on_flags(name: str, a: Any, b: Any, logic: FlagLogic) -> Value:
     if name in ("<<", ">>"):
         return _shifted(name, a, b)
-    known = [each.number if isinstance(each, Bits) else each for each in (a, b)]
+    known: list[Any] = [each.number if isinstance(each, Bits) else each for each in (a, b)]
     are_numbers = all(not isinstance(each, Bits) or each.name != "bit" for each in (a, b))
     if are_numbers and None not in known and name not in ("==", "!="):
         return binary(name, known[0], known[1], logic)
@@ -246,7 +246,7 @@ def call_function(name: str, arguments: Sequence[Value], logic: FlagLogic) -> Va
     count, function = _FUNCTIONS[name]
     if len(arguments) != count:
         raise ValueError(f"{name} takes {count} argument(s), not {len(arguments)}")
-    numbers = [each.number if isinstance(each, Bits) else each for each in arguments]
+    numbers: list[Any] = [each.number if isinstance(each, Bits) else each for each in arguments]
     if not all(isinstance(each, bool | int | float | complex) for each in numbers):
         raise ValueError(f"{name} takes numbers that are known before the run")
     try:

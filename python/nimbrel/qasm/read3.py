@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Mapping
+from contextlib import suppress
 from functools import partial
 from pathlib import Path
 
@@ -33,10 +34,8 @@ def read3(text: str, file: str, folder: Path | None, inputs: Mapping[str, float]
     context.run_block = partial(run_statements, context)
     context.call_subroutine = partial(subroutines.call, context)
     context.qubits = partial(qubits_of, context)
-    try:
+    with suppress(LeavesBranchError):
         run_statements(context, parse(text, file))
-    except LeavesBranchError:
-        pass
     store_constants(context)
     if context.end_label is not None:
         context.records.label(context.end_label)

@@ -57,9 +57,7 @@ def load(path: str | PathLike[str], *, inputs: Mapping[str, float] | None = None
     return _read(text, str(path), file.parent, inputs or {})
 
 
-def _read(
-    text: str, file: str, folder: Path | None, inputs: Mapping[str, float]
-) -> QasmProgram:
+def _read(text: str, file: str, folder: Path | None, inputs: Mapping[str, float]) -> QasmProgram:
     version = _VERSION.match(text)
     # The readers import packages that a program of the other version does not need.
     try:

@@ -22,7 +22,7 @@ class Operation(NamedTuple):
     """An operation: a record with the extension records before it.
 
     Attributes:
-        index: The index of the record.
+        position: The index of the record.
         opcode: What it does.
         targets: The target qubits, ascending; of a Pauli product those with X or Y.
         controls: The controls, ascending; of a Pauli product the qubits with Z or Y; of a write
@@ -37,7 +37,7 @@ class Operation(NamedTuple):
         product_controls: The controls of a Pauli rotation.
     """
 
-    index: int
+    position: int
     opcode: Opcode
     targets: list[int]
     controls: list[int]

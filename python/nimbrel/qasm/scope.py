@@ -9,7 +9,7 @@ from typing import Any
 
 from nimbrel.qasm.gate_calls import GateCall
 from nimbrel.qasm.standard_gates import StandardGate
-from nimbrel.qasm.values import Variable
+from nimbrel.qasm.values import Kind, Value, Variable
 
 
 @dataclass(frozen=True)
@@ -56,6 +56,23 @@ class Subroutine:
 @dataclass(frozen=True)
 class Extern:
     """A function whose body is not in the program."""
+
+
+@dataclass
+class Frame:
+    """A call of a subroutine that is being carried out.
+
+    Attributes:
+        kind: The type of its result, or None.
+        value: The result, once it is known.
+        flags: Where returns under a condition store the result.
+        label: The label of the body's end, if such a return jumps there.
+    """
+
+    kind: Kind | None
+    value: Value | None = None
+    flags: list[int] | None = None
+    label: int | None = None
 
 
 Entry = Variable | Qubits | DefinedGate | StandardGate | Subroutine | Extern

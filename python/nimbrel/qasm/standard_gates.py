@@ -1,9 +1,9 @@
 """The gates of OpenQASM's standard libraries as lists of elementary operations.
 
-The definitions are those of the libraries stdgates.inc and qelib1.inc: A. Cross et al., "OpenQASM 3:
-A Broader and Deeper Quantum Assembly Language", https://doi.org/10.1145/3505636, and A. Cross et
-al., "Open Quantum Assembly Language", https://arxiv.org/abs/1707.03429. Every phase is exact, so a
-controlled standard gate is the controlled gate of the language.
+The definitions are those of the libraries stdgates.inc and qelib1.inc: A. Cross et al., "OpenQASM
+3: A Broader and Deeper Quantum Assembly Language", https://doi.org/10.1145/3505636, and A. Cross
+et al., "Open Quantum Assembly Language", https://arxiv.org/abs/1707.03429. Every phase is exact, so
+a controlled standard gate is the controlled gate of the language.
 """
 
 from collections.abc import Callable, Mapping, Sequence

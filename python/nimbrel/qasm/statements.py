@@ -100,7 +100,7 @@ _MOST_INCLUDED: Final = 1000
 
 
 def _measure(context: Context, node: ast.QuantumMeasurementStatement) -> None:
-    target = node.target
+    target: Any = node.target
     qubits = qubits_of(context, node.measure.qubit)
     if target is None:
         context.measure(node, qubits.numbers, context.records.new_flags(len(qubits.numbers)))

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass
 from typing import Any, Final
 
 from openqasm3 import ast
@@ -11,7 +10,7 @@ from nimbrel.qasm.branches import LeavesBranchError
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import evaluate, kind_of, known_integer
 from nimbrel.qasm.operands import qubits_of
-from nimbrel.qasm.scope import Qubits, Subroutine
+from nimbrel.qasm.scope import Frame, Qubits, Subroutine
 from nimbrel.qasm.values import Bits, Kind, Value, Variable, converted
 from nimbrel.qasm.variables import new_variable, set_value
 
@@ -20,23 +19,6 @@ _MOST_NESTED: Final = 100
 
 class ReturnsError(Exception):
     """The body of a subroutine has ended by a return."""
-
-
-@dataclass
-class Frame:
-    """A call of a subroutine that is being carried out.
-
-    Attributes:
-        kind: The type of its result, or None.
-        value: The result, once it is known.
-        flags: Where returns under a condition store the result.
-        label: The label of the body's end, if such a return jumps there.
-    """
-
-    kind: Kind | None
-    value: Value | None = None
-    flags: list[int] | None = None
-    label: int | None = None
 
 
 def call(context: Context, subroutine: Subroutine, node: ast.FunctionCall) -> Value | None:
@@ -54,8 +36,8 @@ def call(context: Context, subroutine: Subroutine, node: ast.FunctionCall) -> Va
         )
     if len(context.frames) >= _MOST_NESTED:
         raise context.error(node, f"more than {_MOST_NESTED} calls of subroutines are nested")
-    bound = [_bound(context, formal, given)
-             for formal, given in zip(definition.arguments, node.arguments, strict=True)]  # fmt: skip
+    pairs = zip(definition.arguments, node.arguments, strict=True)
+    bound = [_bound(context, formal, given) for formal, given in pairs]
     result = definition.return_type
     frame = Frame(None if result is None else kind_of(context, result))
     outer_depth, context.branch_depth = context.branch_depth, 0

@@ -209,4 +209,5 @@ def _angle(value: float, width: int | None) -> float:
     # An angle of n bits is a multiple of 2 pi / 2**n, below 2 pi.
     if width is None or width > 52:
         return math.fmod(value, 2 * math.pi) % (2 * math.pi)
-    return round(value / (2 * math.pi) * 2**width) % 2**width * (2 * math.pi / 2**width)
+    steps = 1 << width
+    return round(value / (2 * math.pi) * steps) % steps * (2 * math.pi / steps)

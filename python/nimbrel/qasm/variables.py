@@ -232,9 +232,7 @@ def measure_into(
     variable.value = Bits(tuple(value), "bit", variable.value.is_register)
 
 
-def _places(
-    context: Context, node: Any, variable: Variable, indices: Sequence[Any]
-) -> list[int]:
+def _places(context: Context, node: Any, variable: Variable, indices: Sequence[Any]) -> list[int]:
     places = list(range(len(variable.flags)))
     for group in indices:
         for entry in [group] if isinstance(group, ast.DiscreteSet) else group:

@@ -19,8 +19,8 @@ _CHECK_ZERO: Final = 1 << 4
 def dumps(program: RecordArray) -> str:
     """Write a program as OpenQASM 3.
 
-    The register is `q`. Read flag k is the bit `c[k - 2]`. The program that `loads` makes of the text
-    gives the same state up to the phase of the whole state, and the same flags.
+    The register is `q`. Read flag k is the bit `c[k - 2]`. The program that `loads` makes of the
+    text gives the same state up to the phase of the whole state, and the same flags.
 
     Args:
         program: The records, shape (n,), dtype `QPU_OP`. The first one resets the register.
@@ -40,7 +40,7 @@ def dumps(program: RecordArray) -> str:
         try:
             writer.write(operation)
         except UnwritableError as error:
-            raise ValueError(f"record {operation.index}: {error}") from None
+            raise ValueError(f"record {operation.position}: {error}") from None
     return writer.text()
 
 
@@ -112,11 +112,11 @@ class _Writer:
             self._begin_else(operation)
             return
         self._add([f"if ({self._condition(-operation.flag)}) {{"])
-        self._blocks.append(_Block(operation.label, operation.index))
+        self._blocks.append(_Block(operation.label, operation.position))
 
     def _begin_else(self, operation: Operation) -> None:
         # A jump without a condition right before the label of an open if begins its else.
-        following = self._program[operation.index + 1 : operation.index + 2]
+        following = self._program[operation.position + 1 : operation.position + 2]
         ends_block = (
             self._blocks
             and not self._blocks[-1].has_else
@@ -128,7 +128,7 @@ class _Writer:
             raise UnwritableError("JUMP_FWD without a condition has no form in OpenQASM 3")
         self._blocks.pop()
         self._add(["} else {"])
-        block = _Block(operation.label, operation.index)
+        block = _Block(operation.label, operation.position)
         block.has_else = True
         self._blocks.append(block)
 
@@ -162,7 +162,7 @@ class _Writer:
         return gate_lines(operation)
 
     def _reset(self, operation: Operation) -> list[str]:
-        if operation.index == 0:
+        if operation.position == 0:
             return []
         if operation.label != self._num_qubits:
             raise UnwritableError(
@@ -215,5 +215,7 @@ class _Writer:
             return "0"
         if a == b == TRUE:
             return "1"
-        texts = [("~" if flag < 0 else "") + self._bit(abs(flag)) for flag in (a, b) if flag != TRUE]
+        texts = [
+            ("~" if flag < 0 else "") + self._bit(abs(flag)) for flag in (a, b) if flag != TRUE
+        ]
         return " & ".join(texts)

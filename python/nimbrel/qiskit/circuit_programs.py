@@ -25,8 +25,8 @@ from nimbrel.qiskit.flags import FIRST_FLAG
 from nimbrel.qiskit.rows import Rows
 from nimbrel.qiskit.small_phases import with_small_phases
 from nimbrel.qiskit.templates import ANGLE, AngleSlots, is_symbolic
-from nimbrel.wide_rows import wide_rows
 from nimbrel.records import QPU_OP, Program
+from nimbrel.wide_rows import wide_rows
 
 ParameterValues: TypeAlias = "Mapping[Any, Any] | Sequence[float] | npt.NDArray[np.float64]"
 

@@ -22,7 +22,8 @@ from math import pi
 from typing import Any, Final, NamedTuple, TypeAlias
 
 from nimbrel.opcodes import Opcode
-from nimbrel.row_types import Row, Rows
+from nimbrel.row_types import Row as Row
+from nimbrel.row_types import Rows as Rows
 
 Angle: TypeAlias = Any
 """A number, or a `ParameterExpression`, whose arithmetic gives expressions again."""

@@ -86,7 +86,9 @@ def correlated_channel(
     """
     width = sum(len(letters) for _, letters, _ in chain)
     table = np.zeros((len(chain), width), dtype=np.uint8)
-    probabilities, places, left = [], [], 1.0
+    probabilities: list[float] = []
+    places: list[int] = []
+    left = 1.0
     for outcome, (probability, letters, paulis) in enumerate(chain):
         probabilities.append(left * probability)
         left *= 1 - probability

@@ -53,14 +53,14 @@ class Block(NamedTuple):
 class _Instruction(NamedTuple):
     """One instruction of a circuit."""
 
-    index: int
+    position: int
     name: str
     arguments: list[float]
     targets: list[Any]
     groups: Callable[[], list[list[Any]]]
 
     def refused(self, reason: str) -> ValueError:
-        return ValueError(f"instruction {self.index} ({self.name}): {reason}")
+        return ValueError(f"instruction {self.position} ({self.name}): {reason}")
 
     @property
     def qubits(self) -> list[int]:
@@ -78,7 +78,8 @@ def block_of(circuit: stim.Circuit, num_before: int = 0) -> Block:
         ValueError: If an instruction has no records, or there are too many.
     """
     builder = _Builder(num_before)
-    for index, instruction in enumerate(circuit):
+    for index in range(len(circuit)):
+        instruction = circuit[index]
         if isinstance(instruction, stim.CircuitRepeatBlock):
             builder.repeat(index, instruction)
         else:
@@ -200,7 +201,9 @@ class _Builder:
                 self._measure(instruction._replace(targets=[target]))
             return
         signs = [-1 if target.is_inverted_result_target else 1 for target in instruction.targets]
-        flags = [sign * flag for sign, flag in zip(signs, self._new_flags(len(qubits)), strict=True)]
+        flags = [
+            sign * flag for sign, flag in zip(signs, self._new_flags(len(qubits)), strict=True)
+        ]
         self._rows += made.basis_changes(letter, qubits)
         if instruction.arguments and instruction.arguments[0] > 0:
             positions = range(self._position, self._position + len(qubits))

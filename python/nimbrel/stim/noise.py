@@ -17,9 +17,7 @@ from nimbrel.opcodes import Opcode
 Letters = npt.NDArray[np.uint8]
 Positions = npt.NDArray[np.int64]
 
-OPCODES: Final = np.array(
-    [Opcode.Z_NOP, Opcode.X, Opcode.Y, Opcode.Z], dtype=np.uint64
-)
+OPCODES: Final = np.array([Opcode.Z_NOP, Opcode.X, Opcode.Y, Opcode.Z], dtype=np.uint64)
 """The opcode of each letter I, X, Y and Z."""
 
 

@@ -112,7 +112,8 @@ def _measurements_alone(circuit: stim.Circuit) -> stim.Circuit:
     The outcomes that are random stay random: noise and feedback change signs only.
     """
     bare = stim.Circuit()
-    for instruction in circuit:
+    for index in range(len(circuit)):
+        instruction = circuit[index]
         if isinstance(instruction, stim.CircuitRepeatBlock):
             body = _measurements_alone(instruction.body_copy())
             bare.append(stim.CircuitRepeatBlock(instruction.repeat_count, body))

@@ -48,7 +48,8 @@ class StimProgram:
         Returns:
             The records with the errors of this run, shape (n,).
         """
-        return next(self.trajectories(1, rng)).copy()
+        drawn: Program = next(self.trajectories(1, rng)).copy()
+        return drawn
 
     def trajectories(self, runs: int, rng: np.random.Generator) -> Iterator[Program]:
         """Draw the noise of several runs.
@@ -99,7 +100,7 @@ def from_circuit(circuit: stim.Circuit) -> StimProgram:
     """
     block = block_of(circuit)
     size = max(circuit.num_qubits, 1)
-    records = np.concatenate([reset(size), block.records]).view(Program)
+    records: Program = np.concatenate([reset(size), block.records]).view(Program)
     start = np.ones(1, dtype=np.int64)
     channels = [channel.moved(start) for channel in joined(block.channels)]
     return StimProgram(records, size, block.num_measurements, channels)

@@ -42,9 +42,7 @@ def to_tableau(simulator: CliffordSimulator) -> stim.Tableau:
         RuntimeError: As `pauli_strings`.
     """
     destabilizers = [_string(f"+{row.lstrip('+-i')}") for row in simulator.destabilizers()]
-    return stim.Tableau.from_conjugated_generators(
-        xs=destabilizers, zs=pauli_strings(simulator)
-    )
+    return stim.Tableau.from_conjugated_generators(xs=destabilizers, zs=pauli_strings(simulator))
 
 
 def _string(row: str) -> stim.PauliString:

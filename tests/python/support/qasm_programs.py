@@ -22,7 +22,8 @@ HEADER2 = 'OPENQASM 2.0;\ninclude "qelib1.inc";\n'
 def final_state(program: nb.RecordArray) -> Matrix:
     with nb.DenseSimulator() as sim:
         sim.run(program)
-        return np.array(sim.state())
+        state: Matrix = sim.state().copy()
+    return state
 
 
 def matrix_of(text: str) -> Matrix:
@@ -33,7 +34,8 @@ def matrix_of(text: str) -> Matrix:
         final_state(nb.program(nb.reset(n), nb.write(range(n), k), read.program[1:]))
         for k in range(1 << n)
     ]
-    return np.array(columns).T
+    matrix: Matrix = np.array(columns).T
+    return matrix
 
 
 def up_to_phase(matrix: Matrix) -> Matrix:

@@ -102,7 +102,7 @@ def test_run_takes_stim_circuits(tmp_path: Path) -> None:
 @pytest.mark.parametrize("form", ["records", "words", "bytes"])
 def test_run_takes_arrays_of_records(form: str, tmp_path: Path) -> None:
     records = nb.program(nb.reset(3), nb.x([0, 2]), nb.read([0, 1, 2], 2))
-    stored = np.array(records)
+    stored: Any = np.array(records)
     if form != "records":
         stored = stored.view(np.uint64 if form == "words" else np.uint8).reshape(len(records), -1)
     path = tmp_path / "records.npy"
@@ -154,7 +154,10 @@ def test_the_kernels_need_both_features(features: list[str], bits: int) -> None:
 
 
 ERRORS = {
-    "bad.qasm": ("OPENQASM 3;\nfoo q;\n", ":2:1: the gate 'foo' is not defined; the standard gates"),
+    "bad.qasm": (
+        "OPENQASM 3;\nfoo q;\n",
+        ":2:1: the gate 'foo' is not defined; the standard gates",
+    ),
     "silent.qasm": ("OPENQASM 3;\nqubit q;\n", ": the program has no classical bits, so there are"),
     "bad.stim": ("FOO 0\n", ": Gate not found: 'FOO'"),
     "silent.stim": ("H 0\n", ": the circuit measures nothing, so there are no outcomes"),
@@ -181,9 +184,7 @@ def test_a_file_that_cannot_be_run_is_an_error_with_status_2(name: str, tmp_path
         (np.zeros((1, 2), nb.QPU_OP), "a program has one dimension, not 2"),
     ],
 )
-def test_an_array_that_is_no_program_is_refused(
-    array: Any, message: str, tmp_path: Path
-) -> None:
+def test_an_array_that_is_no_program_is_refused(array: Any, message: str, tmp_path: Path) -> None:
     path = tmp_path / "records.npy"
     np.save(path, array)
     assert run("show", path).stderr == f"Error: {path}: {message}\n"

@@ -12,8 +12,8 @@ import pytest
 matplotlib: Any = pytest.importorskip("matplotlib")
 matplotlib.use("Agg")
 
+import nimbrel.plot as plot  # noqa: E402
 from matplotlib import pyplot as plt  # noqa: E402 - after the choice of a backend
-from nimbrel import plot  # noqa: E402
 
 BELL = nb.program(nb.reset(2), nb.h(0), nb.x(1, controls=0), nb.read([0, 1], 2))
 
@@ -95,7 +95,8 @@ def test_amplitudes_have_their_magnitude_and_the_colour_of_their_phase() -> None
 
 def test_phases_of_both_ends_have_the_same_colour() -> None:
     ends = [np.exp(1j * (np.pi - 1e-9)), np.exp(-1j * (np.pi - 1e-9))]
-    colours = [bar.get_facecolor() for bar in plot.amplitudes(np.array(ends)).patches]
+    bars: Any = plot.amplitudes(np.array(ends)).patches
+    colours = [bar.get_facecolor() for bar in bars]
     np.testing.assert_allclose(colours[0], colours[1], atol=0.02)
 
 
@@ -112,16 +113,22 @@ def test_a_density_sums_the_probability_of_the_cells() -> None:
         sim.run(nb.reset(50), nb.h([2, 3, 40]), nb.ry(60, 41))
         axes = plot.density(sim)
     [image] = axes.images
-    cells = image.get_array()
+    cells: Any = image.get_array()
     assert cells.shape == (4, 4)
     # Columns are the values of the qubits 41 and 40, rows those of 3 and 2.
     np.testing.assert_allclose(cells[0], np.array([3, 3, 1, 1]) / 32)
     np.testing.assert_allclose(cells.sum(), 1)
-    assert axes.get_xlabel() == "value of qubits 41–40"
-    assert axes.get_ylabel() == "value of qubits 3–2"
+    assert axes.get_xlabel() == "value of qubits 41 to 40"
+    assert axes.get_ylabel() == "value of qubits 3 to 2"
     assert axes.get_title() == "16 heaviest terms, 100 % of the probability"
     [bar] = [other for other in axes.figure.axes if other is not axes]
     assert bar.get_ylabel() == "probability in a cell"
+
+
+def test_a_cell_of_a_wide_square_holds_several_terms() -> None:
+    cells: Any = plot.density(np.full(1 << 16, 1 / 256), most=1 << 16).images[0].get_array()
+    assert cells.shape == (128, 128)
+    np.testing.assert_allclose(cells, 4 / 65536)
 
 
 def test_a_density_tells_what_the_terms_that_it_draws_hold() -> None:
@@ -142,18 +149,18 @@ def test_pictures_go_into_the_axes_that_are_given() -> None:
 @pytest.mark.parametrize("draw", [plot.counts, plot.probabilities, plot.amplitudes, plot.density])
 def test_a_limit_below_one_is_refused(draw: Any) -> None:
     argument = {"0": 1} if draw is plot.counts else [1.0, 0.0]
-    with pytest.raises(ValueError, match="^most must be 1 or more, not 0$"):
+    with pytest.raises(ValueError, match=r"^most must be 1 or more, not 0$"):
         draw(argument, most=0)
 
 
 def test_what_cannot_be_drawn_is_refused() -> None:
-    with pytest.raises(ValueError, match="^there are no outcomes to draw$"):
+    with pytest.raises(ValueError, match=r"^there are no outcomes to draw$"):
         plot.counts({})
-    with pytest.raises(ValueError, match="^3 probabilities are no power of two$"):
+    with pytest.raises(ValueError, match=r"^3 probabilities are no power of two$"):
         plot.probabilities([0.5, 0.25, 0.25])
-    with pytest.raises(ValueError, match="^3 amplitudes are no power of two$"):
+    with pytest.raises(ValueError, match=r"^3 amplitudes are no power of two$"):
         plot.amplitudes([1, 0, 0])
-    with pytest.raises(ValueError, match="^there are no terms to draw$"):
+    with pytest.raises(ValueError, match=r"^there are no terms to draw$"):
         plot.density([0.0, 0.0])
-    with nb.DenseSimulator() as sim, pytest.raises(ValueError, match="must be named$"):
+    with nb.DenseSimulator() as sim, pytest.raises(ValueError, match=r"must be named$"):
         plot.probabilities(sim)

@@ -22,7 +22,7 @@ def value(statements: str, *, width: int = 8) -> int:
         ("~0", 255),
         ("6 & 3 | 8 ^ 1", 11),
         ("floor(sqrt(2) * 100)", 141),
-        ("popcount(\"1011\")", 3),
+        ('popcount("1011")', 3),
         ("sizeof(a)", 3),
         ("a[-1]", 30),
         ("m[1, 0]", 3),
@@ -59,12 +59,18 @@ def test_registers_are_sliced_and_shifted() -> None:
 
 
 def test_loops_run_over_ranges_sets_arrays_and_registers() -> None:
-    assert value("uint[8] total = 0; for uint i in [0:2:6] { total += i; } r = bit[8](total);") == 12
-    assert value("uint[8] total = 0; for int i in {1, 5, 9} { total += i; } r = bit[8](total);") == 15
-    assert value("uint[8] total = 0; for uint i in [3:-1:0] { total = 2 * total + i; } r = bit[8](total);") == 34
+    assert (
+        value("uint[8] total = 0; for uint i in [0:2:6] { total += i; } r = bit[8](total);") == 12
+    )
+    assert (
+        value("uint[8] total = 0; for int i in {1, 5, 9} { total += i; } r = bit[8](total);") == 15
+    )
+    assert value("uint[8] n = 0; for uint i in [3:-1:0] { n = 2 * n + i; } r = bit[8](n);") == 34
     text = "array[int[8], 3] a = {1, 2, 4}; uint[8] total = 0; for int[8] e in a { total += e; }"
     assert value(text + "r = bit[8](total);") == 7
-    text = 'bit[4] b = "1011"; uint[8] total = 0; for bit e in b { total = 2 * total + uint[1](e); }'
+    text = (
+        'bit[4] b = "1011"; uint[8] total = 0; for bit e in b { total = 2 * total + uint[1](e); }'
+    )
     assert value(text + "r = bit[8](total);") == 0b1101
 
 
@@ -77,12 +83,18 @@ def test_break_and_continue_leave_nested_blocks() -> None:
 
 
 def test_switch_chooses_a_case_or_the_default() -> None:
-    text = "uint[8] total = 0; switch ({}) {{ case 1 {{ total = 5; }} case 2, 3 {{ total = 6; }} default {{ total = 7; }} }} r = bit[8](total);"
-    assert [value(text.format(k)) for k in range(5)] == [7, 5, 6, 6, 7]
+    cases = "case 1 { total = 5; } case 2, 3 { total = 6; } default { total = 7; }"
+    found = [
+        value(f"uint[8] total = 0; switch ({k}) {{ {cases} }} r = bit[8](total);") for k in range(5)
+    ]
+    assert found == [7, 5, 6, 6, 7]
 
 
 def test_names_of_a_block_hide_outer_ones_and_end_with_it() -> None:
-    assert value("uint[8] total = 1; if (true) { uint[8] total = 9; total += 1; } r = bit[8](total);") == 1
+    assert (
+        value("uint[8] total = 1; if (true) { uint[8] total = 9; total += 1; } r = bit[8](total);")
+        == 1
+    )
 
 
 def test_subroutines_take_values_and_return_them() -> None:
@@ -103,12 +115,15 @@ def test_subroutines_act_on_the_qubits_that_they_are_given() -> None:
 
 
 def test_aliases_name_parts_of_registers() -> None:
-    text = f"{HEADER}qubit[4] q; qubit[2] w; let a = q[{{3, 0}}] ++ w; x a[0]; x a[3]; bit[6] r; r[0:3] = measure q; r[4:5] = measure w;"
+    text = f"""{HEADER}qubit[4] q; qubit[2] w; bit[6] r;
+    let a = q[{{3, 0}}] ++ w; x a[0]; x a[3];
+    r[0:3] = measure q; r[4:5] = measure w;"""
     assert bits_of(text)["r"] == 0b101000
 
 
 def test_inputs_come_from_the_caller() -> None:
-    text = f"{HEADER}input uint[4] n; input float a; qubit q; bit[4] r; bit c; rx(a) q; c = measure q; r = bit[4](n);"
+    text = f"""{HEADER}input uint[4] n; input float a; qubit q; bit[4] r; bit c;
+    rx(a) q; c = measure q; r = bit[4](n);"""
     assert bits_of(text, n=5, a=3.141592653589793) == {"r": 5, "c": 1}
 
 

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import random
+from typing import Any
 
 import nimbrel as nb
 import numpy as np
@@ -26,9 +27,21 @@ def prepared(*gates: nb.RecordArray) -> nb.RecordArray:
     return nb.program(nb.reset(QUBITS), *turns, *mixed, *phases, *gates)
 
 
-ONE = [nb.x, nb.y, nb.z, nb.h, nb.s, nb.s_inv, nb.t, nb.t_inv, nb.rootx, nb.rootx_inv, nb.rooty]
+ONE: list[Any] = [
+    nb.x,
+    nb.y,
+    nb.z,
+    nb.h,
+    nb.s,
+    nb.s_inv,
+    nb.t,
+    nb.t_inv,
+    nb.rootx,
+    nb.rootx_inv,
+    nb.rooty,
+]
 ONE += [nb.rooty_inv, nb.lelbow, nb.relbow]
-TURNING = [nb.rx, nb.ry, nb.rz, nb.phase]
+TURNING: list[Any] = [nb.rx, nb.ry, nb.rz, nb.phase]
 GATES = {
     **{f"{gate.__name__}": gate([0, 2]) for gate in ONE},
     **{f"controlled {gate.__name__}": gate(1, controls=3) for gate in ONE},

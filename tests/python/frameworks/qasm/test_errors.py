@@ -104,7 +104,7 @@ def test_an_error_in_a_file_names_the_file(tmp_path: Path) -> None:
 def test_a_missing_include_and_one_that_includes_itself_are_refused(tmp_path: Path) -> None:
     program = tmp_path / "program.qasm"
     program.write_text('OPENQASM 3;\ninclude "program.qasm";\n')
-    with pytest.raises(qasm.QasmError, match="more than 1000 files are included|nested too deeply"):
+    with pytest.raises(qasm.QasmError, match=r"more than 1000 files|nested too deeply"):
         qasm.load(program)
     program.write_text('OPENQASM 3;\ninclude "none.inc";\n')
     with pytest.raises(qasm.QasmError, match=r":2:1: 'none.inc' cannot be read"):

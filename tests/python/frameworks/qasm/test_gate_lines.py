@@ -20,16 +20,16 @@ def plain_calls(rng: random.Random, count: int) -> str:
     lines = []
     for _ in range(count):
         a, b = rng.sample(range(4), 2)
-        gate = rng.choice(["h q[{a}]", "rz({angle}) q[{a}]", "cx q[{a}], q[{b}]", "mine({angle}) q[{b}]"])
+        gate = rng.choice(
+            ["h q[{a}]", "rz({angle}) q[{a}]", "cx q[{a}], q[{b}]", "mine({angle}) q[{b}]"]
+        )
         lines.append(gate.format(a=a, b=b, angle=rng.choice(angles)) + ";")
     return "\n".join(lines)
 
 
 def test_a_line_means_what_the_parser_reads(rng: random.Random) -> None:
     text = f"{HEADER}gate mine(a) q {{ rx(a) q; }}\nqubit[4] q;\n{plain_calls(rng, 200)}\n"
-    np.testing.assert_array_equal(
-        qasm.loads(text).program, qasm.loads(spread_out(text)).program
-    )
+    np.testing.assert_array_equal(qasm.loads(text).program, qasm.loads(spread_out(text)).program)
 
 
 @pytest.mark.parametrize(
@@ -64,7 +64,10 @@ def test_a_call_between_an_if_and_its_else_is_refused() -> None:
 @pytest.mark.parametrize(
     ("line", "message"),
     [
-        ("foo q[0];", "the gate 'foo' is not defined; the standard gates need include \"stdgates.inc\""),
+        (
+            "foo q[0];",
+            "the gate 'foo' is not defined; the standard gates need include \"stdgates.inc\"",
+        ),
         ("x q[2];", "index 2 lies outside a register of 2"),
         ("x r[0];", "'r' is not defined"),
         ("x c[0];", "'c' is no qubit"),

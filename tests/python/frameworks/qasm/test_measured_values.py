@@ -20,7 +20,7 @@ def prepared(value: int, statements: str, *, width: int = 3) -> dict[str, int]:
 
 CONDITIONS: dict[str, Callable[[int], bool]] = {
     "c == 5": lambda c: c == 5,
-    "c != \"101\"": lambda c: c != 5,
+    'c != "101"': lambda c: c != 5,
     "uint[3](c) < 3": lambda c: c < 3,
     "uint[3](c) >= 6": lambda c: c >= 6,
     "uint[3](c) <= 6": lambda c: c <= 6,
@@ -34,7 +34,7 @@ CONDITIONS: dict[str, Callable[[int], bool]] = {
     "bool(c[1])": lambda c: bool(c & 2),
     "c[0] == c[1]": lambda c: c & 1 == c >> 1 & 1,
     "c[0] ^ c[1] ^ c[2]": lambda c: c.bit_count() % 2 == 1,
-    "c[0:1] == \"10\"": lambda c: c & 3 == 2,
+    'c[0:1] == "10"': lambda c: c & 3 == 2,
     "uint[3](c) + 3 == 8": lambda c: c == 5,
     "uint[3](c) - 1 == -1": lambda c: c == 0,
     "uint[3](uint[3](c) - 1) == 7": lambda c: c == 0,
@@ -42,9 +42,9 @@ CONDITIONS: dict[str, Callable[[int], bool]] = {
     "popcount(c) == 2": lambda c: c.bit_count() == 2,
     "(c << 1) == 4": lambda c: c & 3 == 2,
     "(c >> 1) == 1": lambda c: c >> 1 == 1,
-    "(c & \"110\") == 2": lambda c: c & 6 == 2,
+    '(c & "110") == 2': lambda c: c & 6 == 2,
     "~c == 7": lambda c: c == 0,
-    "uint[3](c) == 9": lambda c: False,
+    "uint[3](c) == 9": lambda c: c == 9,
 }
 
 
@@ -62,7 +62,9 @@ def test_a_switch_on_a_measured_number_takes_its_case() -> None:
 
 
 def test_a_condition_sees_the_bits_as_they_were_before_its_body() -> None:
-    text = "if (c[0]) { c[0] = 0; x w; x w; x w; } else { c[0] = 1; } r[0] = measure w; r[1] = c[0];"
+    text = (
+        "if (c[0]) { c[0] = 0; x w; x w; x w; } else { c[0] = 1; } r[0] = measure w; r[1] = c[0];"
+    )
     assert [prepared(value, text, width=1)["r"] for value in (0, 1)] == [2, 1]
 
 

@@ -62,10 +62,10 @@ def test_a_root_of_a_swap_is_exact() -> None:
 def test_a_root_of_a_defined_gate_on_one_qubit_is_exact() -> None:
     defined = "gate turn(a) q { h q; rx(a) q; t q; }"
     actual = matrix_of(f"{HEADER}{defined} qubit[2] q; ctrl @ pow(0.5) @ turn(0.3) q[0], q[1];")
-    whole = library.TGate().to_matrix() @ library.RXGate(0.3).to_matrix() @ library.HGate().to_matrix()
-    np.testing.assert_allclose(
-        actual[1::2, 1::2], principal_power(whole, 0.5), rtol=0, atol=1e-9
+    whole = (
+        library.TGate().to_matrix() @ library.RXGate(0.3).to_matrix() @ library.HGate().to_matrix()
     )
+    np.testing.assert_allclose(actual[1::2, 1::2], principal_power(whole, 0.5), rtol=0, atol=1e-9)
 
 
 def test_modifiers_act_from_the_gate_outwards_and_take_operands_from_the_left() -> None:

@@ -43,7 +43,9 @@ def test_a_gate_on_two_qubits_is_exact(name: str, qubits: list[int], rng: random
         assert run_state(circuit) == stim_state(circuit)
 
 
-@pytest.mark.parametrize("product", ["X0", "!Z1", "Y2", "X0*Y1*Z3", "!Y0*Y1", "X0*Z0*Y0*Y1*X1*Z1 Z2"])
+@pytest.mark.parametrize(
+    "product", ["X0", "!Z1", "Y2", "X0*Y1*Z3", "!Y0*Y1", "X0*Z0*Y0*Y1*X1*Z1 Z2"]
+)
 @pytest.mark.parametrize("name", PRODUCTS)
 def test_a_rotation_about_a_product_is_exact(name: str, product: str, rng: random.Random) -> None:
     try:

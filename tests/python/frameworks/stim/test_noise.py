@@ -19,9 +19,7 @@ PAIR = {(0, 0): "I", (1, 0): "X", (1, 1): "Y", (0, 1): "Z"}
 
 def errors(noise: str, seed: int) -> dict[str, int]:
     """How often each Pauli error struck the qubits 0 and 1."""
-    circuit = stim.Circuit(
-        f"H 2 3\nCX 2 0 3 1\n{noise}\nMZZ 0 2\nMXX 0 2\nMZZ 1 3\nMXX 1 3"
-    )
+    circuit = stim.Circuit(f"H 2 3\nCX 2 0 3 1\n{noise}\nMZZ 0 2\nMXX 0 2\nMZZ 1 3\nMXX 1 3")
     counts: dict[str, int] = {}
     for row in measured(circuit, SHOTS, seed=seed, filter="StreamCliffordQPU")[:, -4:].tolist():
         name = PAIR[row[0], row[1]] + PAIR[row[2], row[3]]
@@ -77,7 +75,9 @@ def test_a_noisy_measurement_inverts_its_record_alone(name: str) -> None:
     assert not rows[:, 2].any()
 
 
-@pytest.mark.parametrize("name", ["MPP(0.2) Z0*Z1 Z70*Z1 !Z0", "MZZ(0.2) 0 1 70 1 !0 2", "MPAD(0.2) 0 0 1"])
+@pytest.mark.parametrize(
+    "name", ["MPP(0.2) Z0*Z1 Z70*Z1 !Z0", "MZZ(0.2) 0 1 70 1 !0 2", "MPAD(0.2) 0 0 1"]
+)
 def test_a_noisy_product_inverts_its_record_alone(name: str) -> None:
     rows = measured(stim.Circuit(f"{name}\nM 0 1 2 70"), SHOTS, seed=4).astype(int)
     for column, usual in zip(rows[:, :3].T, (0, 0, 1), strict=True):
@@ -130,9 +130,7 @@ def test_no_detector_of_a_code_without_noise_fires(task: str, distance: int) -> 
 
 
 @pytest.mark.parametrize(("task", "distance"), TASKS)
-def test_detectors_of_a_noisy_code_fire_as_often_as_those_of_stim(
-    task: str, distance: int
-) -> None:
+def test_detectors_of_a_noisy_code_fire_as_often_as_those_of_stim(task: str, distance: int) -> None:
     circuit = generated(
         task,
         distance,
