@@ -132,7 +132,6 @@ def check(task: str, calls: dict[str, Callable[[], Any]]) -> None:
 def benchmark(arguments: argparse.Namespace, report: Report) -> None:
     """Time all tasks, all devices in turn."""
     for num_qubits in arguments.qubits:
-        comparisons = []
         for task in ("value", "gradient", "shots", "feedback"):
             if task == "feedback" and num_qubits > MOST_FEEDBACK_QUBITS:
                 continue
@@ -140,8 +139,8 @@ def benchmark(arguments: argparse.Namespace, report: Report) -> None:
             check(task, calls)
             seconds = best_seconds([timed(call) for call in calls.values()], arguments.repeats)
             found = dict(zip(calls, seconds, strict=True))
-            comparisons.append(Comparison(task, num_qubits, found, goals=GOALS))
-        report.add_comparisons(f"PennyLane devices on {num_qubits} qubits", comparisons)
+            comparison = Comparison(task, num_qubits, found, goals=GOALS)
+            report.add_comparisons(f"{task} on {num_qubits} qubits", [comparison])
 
 
 if __name__ == "__main__":

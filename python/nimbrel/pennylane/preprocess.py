@@ -129,6 +129,19 @@ def _validate_expectations(tape: Any) -> Any:
     return (tape,), _unchanged
 
 
+def _is_scalar(value: Any) -> bool:
+    return isinstance(value, float) or getattr(value, "ndim", 1) == 0
+
+
+def _expand_batches(tape: Any) -> Any:
+    # PennyLane's transform asks every operation for its batch size, which takes a tenth of the
+    # time of a small circuit. Numbers have no batch.
+    if all(_is_scalar(value) for op in tape.operations for value in op.data):
+        return (tape,), _unchanged
+    return qml.transforms.broadcast_expand(tape)
+
+
+expand_batches: Any = qml.transform(_expand_batches)
 validate_branches: Any = qml.transform(_validate_branches)
 validate_expectations: Any = qml.transform(_validate_expectations)
 
@@ -168,7 +181,7 @@ def device_transforms(config: Any, wires: Any) -> Any:
     )
     if not deferred:
         pipeline.add_transform(validate_branches)
-    pipeline.add_transform(qml.transforms.broadcast_expand)
+    pipeline.add_transform(expand_batches)
     if config.gradient_method == "adjoint":
         _add_adjoint(pipeline, wires)
     return pipeline

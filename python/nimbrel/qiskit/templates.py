@@ -64,7 +64,7 @@ class AngleSlots:
 
     def angles(self, values: Floats) -> Floats:
         """The angle of each slot, in degrees, shape (m,), for one value of each parameter."""
-        angles = self._offsets.copy()
+        angles: Floats = self._offsets.copy()
         np.add.at(angles, self._slots, self._factors * values[self._columns])
         if self._others:
             binding = dict(zip(self._parameters, values.tolist(), strict=True))

@@ -27,6 +27,9 @@ from support.qiskit_door import (
     counts_of,
 )
 
+# MQT Bench builds a circuit of Shor with an argument that Qiskit deprecates.
+pytestmark = pytest.mark.filterwarnings("ignore:.*annotated:DeprecationWarning")
+
 RANGE = range(5, 11)
 QUICK = {5, 6, 7}
 
