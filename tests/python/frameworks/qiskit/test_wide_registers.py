@@ -164,6 +164,12 @@ def test_a_classical_circuit_across_words() -> None:
     assert outcomes_of(circuit) == {"01111"}
 
 
+def test_a_classical_circuit_keeps_its_negated_controls() -> None:
+    circuit = QuantumCircuit(30)
+    circuit.cx(0, 1, ctrl_state=0)
+    assert len(from_circuit(circuit).program) == 2
+
+
 def test_feed_forward_across_words() -> None:
     circuit = QuantumCircuit(100, 2)
     circuit.h([1, 2])
