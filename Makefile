@@ -121,6 +121,8 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/connect.py
 	$(VENV_PYTHON) bench/doors/building.py
 	$(VENV_PYTHON) bench/doors/sampling.py
+	$(VENV_PYTHON) bench/doors/qiskit_conversion.py
+	$(VENV_PYTHON) bench/doors/qiskit_primitives.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache

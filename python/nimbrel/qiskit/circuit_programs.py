@@ -50,7 +50,7 @@ class CircuitProgram:
         flags: The read flag of each classical bit, in the circuit's order.
         stored_flags: Those of `flags` that every run stores; the others are never stored.
         global_phase: The phase that the program lacks, in radians: the circuit's state is
-            exp(i global_phase) times that of the program.
+            exp(i global_phase) times that of the program. Conditional blocks add no phase to it.
         back_jumps: Jumps back of while loops, in the order of their positions. A program without
             any runs in one call; `SamplerV2` and `NimbrelBackend` run the others.
         random_at: Index and name of the circuit's first operation that measures or resets a qubit,

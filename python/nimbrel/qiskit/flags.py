@@ -56,6 +56,7 @@ class Flags:
         flag = self._next
         self._next += 1
         if self.conditional_depth:
+            # `sample` makes a new filter for each shot if it is not certain that a flag is stored.
             self.note_read(flag)
         return flag
 

@@ -33,6 +33,9 @@ _UNCHANGED: Final = frozenset(
 )
 
 
+_CLASSICAL: Final = _UNCHANGED - {int(Opcode.PPM)} | {_X, _SWAP}
+
+
 class _NotCliffordError(Exception):
     """A row has no Clifford form."""
 
@@ -42,8 +45,11 @@ def clifford_form(rows: Rows) -> tuple[Rows, list[int]] | None:
 
     Returns:
         The new rows, and for each old row, and the end, the index of its first new row. None if
-        a row is no Clifford operation, or one with too many controls.
+        a row is no Clifford operation, or one with too many controls, or if all rows are
+        classical, so that a bit filter takes them as they are.
     """
+    if {row[0] for row in rows} <= _CLASSICAL:
+        return None
     new: Rows = []
     starts = []
     try:

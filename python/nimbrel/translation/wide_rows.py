@@ -102,7 +102,8 @@ def _gathered(row: Row) -> Rows:
     if opcode == _PPR:
         middle = (_RZ, lowest, read_flag, 2 * angle, flag, 0, zeros, 0, 0, 0, 0)
     else:
-        stored = -read_flag if angle < 0 else read_flag
-        middle = (_READ, lowest, 0, 0.0, flag, stored, 0, 0, 0, 0, 0)
+        middle = (_READ, lowest, 0, 0.0, flag, read_flag, 0, 0, 0, 0, 0)
+        if angle < 0:  # the sign of the product
+            ladder.append((_X, lowest, 0, 0.0, flag, 0, 0, 0, 0, 0, 0))
     back = [(_S, *each[1:]) if each[0] == _S_INV else each for each in reversed(basis)]
     return [*basis, *ladder, middle, *reversed(ladder), *back]

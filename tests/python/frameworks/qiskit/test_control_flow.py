@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 import nimbrel as nb
+import numpy as np
 import pytest
 
 pytest.importorskip("qiskit", reason="qiskit has no wheel for this Python")
 
-from nimbrel.qiskit import from_circuit
+from nimbrel.qiskit import from_circuit, to_statevector
 from qiskit import ClassicalRegister, QuantumCircuit, QuantumRegister
 from qiskit.circuit import IfElseOp
 from qiskit.circuit.classical import expr
@@ -192,6 +193,14 @@ def test_a_switch_on_an_expression() -> None:
             circuit.x(3)
     circuit.measure([2, 3], [2, 3])
     assert outcomes_of(circuit, shots=200) == {"0000", "1001", "1010", "0111"}
+
+
+def test_the_phase_of_a_block_that_does_not_run() -> None:
+    body = QuantumCircuit(1, global_phase=0.5)
+    body.x(0)
+    circuit = QuantumCircuit(1, 1)
+    circuit.append(IfElseOp((circuit.clbits[0], True), body), [0])
+    np.testing.assert_allclose(to_statevector(circuit).data, [1, 0], rtol=0, atol=1e-15)
 
 
 def test_a_box() -> None:

@@ -17,7 +17,7 @@ pytest.importorskip("mqt.bench", reason="mqt.bench has no wheel for this Python"
 from mqt.bench import BenchmarkLevel, get_benchmark
 from mqt.bench.benchmarks import get_available_benchmark_names
 from nimbrel.qiskit import to_statevector
-from qiskit import QuantumCircuit
+from qiskit import QuantumCircuit, transpile
 from qiskit.quantum_info import Statevector
 
 from support.qiskit_door import (
@@ -68,6 +68,15 @@ def cases(*, dynamic: bool) -> Iterator[Any]:
                 yield pytest.param(family, size, id=f"{family} {size}", marks=marks)
 
 
+def aer_state(circuit: QuantumCircuit) -> Any:
+    """The state by Aer, for circuits on which Qiskit's takes minutes."""
+    aer = pytest.importorskip("qiskit_aer")
+    backend = aer.AerSimulator(method="statevector")
+    ready = transpile(circuit, backend, optimization_level=0)
+    ready.save_statevector()
+    return backend.run(ready).result().get_statevector().data
+
+
 def circuit_of(family: str, size: int) -> QuantumCircuit:
     return get_benchmark(family, BenchmarkLevel.ALG, size)
 
@@ -76,7 +85,8 @@ def circuit_of(family: str, size: int) -> QuantumCircuit:
 def test_the_state(family: str, size: int) -> None:
     circuit = circuit_of(family, size).remove_final_measurements(inplace=False)
     found = to_statevector(circuit).data
-    assert_equal_up_to_phase(found, Statevector(circuit).data)
+    expected = aer_state(circuit) if size > max(RANGE) else Statevector(circuit).data
+    assert_equal_up_to_phase(found, expected)
 
 
 @pytest.mark.parametrize(("family", "size"), cases(dynamic=True))

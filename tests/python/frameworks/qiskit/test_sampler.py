@@ -49,6 +49,7 @@ def test_each_register_has_an_array() -> None:
     assert data.a.get_counts() == {"101": 5}
     assert data.b.get_counts() == {"100000010": 5}
     reference = StatevectorSampler().run([two_registers()], shots=5).result()[0].data
+    assert (data.a.array == reference.a.array).all()
     assert (data.b.array == reference.b.array).all()
 
 
@@ -87,6 +88,17 @@ def test_values_of_which_some_make_a_clifford_circuit() -> None:
     data = SamplerV2(seed=6).run([(circuit, values)], shots=SHOTS).result()[0].data
     shares = [data.meas[k].get_int_counts().get(1, 0) / SHOTS for k in range(3)]
     np.testing.assert_allclose(shares, np.sin(values / 2) ** 2, atol=5 * 0.5 / SHOTS**0.5)
+
+
+def test_values_on_a_register_that_only_a_tableau_holds() -> None:
+    angle = Parameter("angle")
+    circuit = QuantumCircuit(50)
+    circuit.h(range(50))
+    circuit.rz(angle, range(50))
+    circuit.h(range(50))
+    circuit.measure_all()
+    data = SamplerV2().run([(circuit, [np.pi, np.pi])], shots=3).result()[0].data
+    assert data.meas.get_counts() == {"1" * 50: 6}
 
 
 def test_several_pubs_with_their_own_shots() -> None:

@@ -144,23 +144,37 @@ def test_every_clifford_gate_across_words() -> None:
         letters, sign = label[1:], label[0]
         circuit = QuantumCircuit(151, 1)
         circuit.compose(small, qubits, inplace=True)
+        other = circuit.copy()
         circuit.append(PauliProductMeasurement(Pauli(letters)), qubits, [0])
         assert outcomes_of(circuit) == {"1" if sign == "-" else "0"}
+        other.append(PauliProductMeasurement(Pauli("-" + letters)), qubits, [0])
+        assert outcomes_of(other) == {"0" if sign == "-" else "1"}
 
 
 def test_a_classical_circuit_across_words() -> None:
-    circuit = QuantumCircuit(200, 3)
+    circuit = QuantumCircuit(200, 5)
     circuit.x([0, 70, 199])
     circuit.mcx([0, 70, 199], 130)
     circuit.mcx([0, 1, 199], 131, ctrl_state="101")
+    circuit.mcx([0, 198], 132, ctrl_state="01")
+    circuit.mcx([0, 199], 133, ctrl_state="01")
     circuit.cswap(130, 70, 5)
-    circuit.measure([130, 131, 5], [0, 1, 2])
+    circuit.measure([130, 131, 5, 132, 133], range(5))
     assert nb.choose_filter(from_circuit(circuit).program).name == "StreamBitQPU"
-    assert outcomes_of(circuit) == {"111"}
+    assert outcomes_of(circuit) == {"01111"}
+
+
+def test_a_classical_circuit_keeps_its_negated_controls() -> None:
+    circuit = QuantumCircuit(30)
+    circuit.cx(0, 1, ctrl_state=0)
+    assert len(from_circuit(circuit).program) == 2
 
 
 def test_feed_forward_across_words() -> None:
     circuit = QuantumCircuit(100, 2)
+    circuit.h([1, 2])
+    circuit.cz(1, 2)
+    circuit.cx(98, 3)
     circuit.append(HGate(), [99])
     circuit.measure(99, 0)
     with circuit.if_test((circuit.clbits[0], 1)):
