@@ -166,7 +166,7 @@ $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 	@touch $@
 
 $(FRAMEWORKS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks]"
+	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks,docs]"
 	@touch $@
 
 $(DOC_TOOLS): pyproject.toml | $(INSTALLED)

@@ -9,13 +9,13 @@ import numpy.typing as npt
 from matplotlib.cm import ScalarMappable
 from matplotlib.colors import Normalize
 
+from nimbrel.dense import DenseSimulator
 from nimbrel.plot.figure import bar_axes, bar_width, bits, clean, label_bars, phase_colours
 from nimbrel.simulator import Simulator
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
 
-    from nimbrel.dense import DenseSimulator
     from nimbrel.sparse import SparseSimulator
 
 _MOST_BARS: Final = 32
@@ -86,10 +86,13 @@ def terms_of(
     """
     if isinstance(source, Simulator):
         simulator: Any = source  # one without amplitudes says which have them
-        found = [term for term in simulator.biggest(most) if abs(term[1]) > _NEGLIGIBLE]
+        num_terms = source._num_terms() if isinstance(source, DenseSimulator) else None
+        count = most if num_terms is None else min(most, num_terms)
+        found = [term for term in simulator.biggest(count) if abs(term[1]) > _NEGLIGIBLE]
         indices = np.array([index for index, _ in found], dtype=np.int64)
         values = np.array([value for _, value in found], dtype=np.complex128)
-        return indices, values, max(int(indices.max(initial=1)).bit_length(), 1)
+        largest = int(indices.max(initial=1)) if num_terms is None else num_terms - 1
+        return indices, values, max(largest.bit_length(), 1)
     state = np.asarray(source, dtype=np.complex128)
     num_qubits = state.size.bit_length() - 1
     if state.ndim != 1 or state.size != 1 << num_qubits:

@@ -100,6 +100,14 @@ def test_phases_of_both_ends_have_the_same_colour() -> None:
     np.testing.assert_allclose(colours[0], colours[1], atol=0.02)
 
 
+def test_a_dense_register_with_fewer_terms_than_bars_shows_its_terms() -> None:
+    with nb.DenseSimulator() as sim:
+        sim.run(nb.reset(3), nb.h(0))
+        axes = plot.amplitudes(sim)
+    assert labels(axes) == ["000", "001"]
+    assert axes.get_xlabel() == "basis state (qubit 2 … 0)"
+
+
 def test_only_the_heaviest_amplitudes_have_bars() -> None:
     with nb.SparseSimulator() as sim:
         sim.run(nb.reset(40), nb.ry(60, 39), nb.ry(40, 3))
