@@ -132,7 +132,7 @@ def _elements(context: Context, node: ast.ForInLoop) -> Iterable[Value]:
 
 
 def while_loop(context: Context, node: ast.WhileLoop) -> None:
-    """Carry out a while loop, from the first condition that depends on a measurement by a jump back.
+    """Carry out a while loop; from the first condition that is measured on, by a jump back.
 
     Raises:
         QasmError: If a statement is refused, or the loop does not end.

@@ -137,7 +137,8 @@ CASES: dict[str, tuple[str, Callable[[int], int]]] = {
         lambda v: v * (v + 1) // 2,
     ),
     "two variables that change places": (
-        "uint[4] a = 1; uint[4] b = 2; while (n != 0) { uint[4] t = a; a = b; b = t; n -= 1; } r = a;",
+        "uint[4] a = 1; uint[4] b = 2;"
+        " while (n != 0) { uint[4] t = a; a = b; b = t; n -= 1; } r = a;",
         lambda v: 2 if v % 2 else 1,
     ),
     "a condition that becomes measured": (
@@ -244,5 +245,6 @@ def test_the_command_runs_and_shows_loops(tmp_path: Path) -> None:
     shown = json.loads(invoke(arguments.command, ["show", str(file), "--json"]).stdout)
     assert shown["back_jumps"] == [jump._asdict()]
     text = invoke(arguments.command, ["show", str(file)]).stdout
-    line = f"before record {jump.position}: back to record {jump.destination} if read flag {jump.flag} is 1"
+    position, flag, destination = jump
+    line = f"before record {position}: back to record {destination} if read flag {flag} is 1"
     assert line in text.splitlines()
