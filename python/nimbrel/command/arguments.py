@@ -108,6 +108,7 @@ def show(file: Path, as_json: bool) -> None:
             "file": str(file),
             "qubits": read.num_qubits,
             "records": listing(read.program),
+            "back_jumps": [jump._asdict() for jump in read.back_jumps],
             "registers": {name: list(flags) for name, flags in read.registers.items()},
             "filter": choice.name,
             "reason": choice.reason,
@@ -115,6 +116,11 @@ def show(file: Path, as_json: bool) -> None:
         click.echo(json.dumps(shown, indent=2))
         return
     click.echo("\n".join(listing(read.program)))
+    for jump in read.back_jumps:
+        click.echo(
+            f"before record {jump.position}: back to record {jump.destination} "
+            f"if read flag {jump.flag} is 1"
+        )
     for name, flags in read.registers.items():
         click.echo(f"{name}: read flags {flags[0]} to {flags[-1]}")
     click.echo(f"runs on {choice.name}, because {choice.reason}")

@@ -2,8 +2,9 @@
 
 from __future__ import annotations
 
-from collections.abc import Mapping
+from collections.abc import Callable, Mapping
 from dataclasses import dataclass
+from functools import partial
 from pathlib import Path
 from typing import Any, Final
 
@@ -15,7 +16,10 @@ from nimbrel.records import QPU_OP, Program, program
 from nimbrel.running.exact_records import CLASSICAL, CLIFFORD, SPARSE, first_objection
 from nimbrel.running.filter_choice import FilterChoice, choose_filter
 from nimbrel.running.flag_use import flag_use
+from nimbrel.running.samples import Samples
+from nimbrel.running.shots import sample
 from nimbrel.suspect_search import as_words
+from nimbrel.translation.back_jumps import BackJump
 
 STIM_CHOICE: Final = FilterChoice("StreamCliffordQPU", "it is a Stim circuit")
 """The filter of Stim circuits. Their noise may have gates that the records do not show."""
@@ -36,12 +40,17 @@ class FileProgram:
         num_qubits: Qubits of the register.
         registers: The read flags of each classical register by its name, bit 0 first.
         choice: The filter that runs it, and why.
+        sample: Draws the outcomes of the registers, with the number of shots, `filter` and `seed`
+            of `nimbrel.sample`.
+        back_jumps: The jumps back that the companion carries out, in the order of their positions.
     """
 
     program: Program
     num_qubits: int
     registers: Mapping[str, range]
     choice: FilterChoice
+    sample: Callable[..., Samples]
+    back_jumps: tuple[BackJump, ...] = ()
 
 
 def read_program(file: Path) -> FileProgram:
@@ -57,14 +66,19 @@ def read_program(file: Path) -> FileProgram:
         from nimbrel.qasm import load
 
         read = load(file)
-        return FileProgram(read.program, read.num_qubits, read.bits, choose_filter(read.program))
+        records = read.records
+        return FileProgram(
+            *(records, read.num_qubits, read.bits, choose_filter(records)),
+            *(read.sample, read.back_jumps),
+        )
     if suffix == ".stim":
         from nimbrel.stim import from_circuit
 
         converted = from_circuit(read_stim(file))
         flags = converted.read_flags
         registers = {"rec": flags} if flags else {}
-        return FileProgram(converted.program, converted.num_qubits, registers, STIM_CHOICE)
+        draw = _draws(converted.program, registers)
+        return FileProgram(converted.program, converted.num_qubits, registers, STIM_CHOICE, draw)
     if suffix == ".npy":
         return _records(file)
     raise ValueError(f"{file}: the suffix is {suffix or 'missing'}, not .qasm, .stim or .npy")
@@ -132,4 +146,11 @@ def _records(file: Path) -> FileProgram:
         raise ValueError(f"{file}: the first record of the program must be its reset")
     flags = flag_use(records).stored
     registers = {"flags": range(flags[0], flags[-1] + 1)} if flags else {}
-    return FileProgram(records, int(records["target_mask"][0]), registers, choose_filter(records))
+    choice = choose_filter(records)
+    draw = _draws(records, registers)
+    return FileProgram(records, int(records["target_mask"][0]), registers, choice, draw)
+
+
+def _draws(records: Program, registers: Mapping[str, range]) -> Callable[..., Samples]:
+    flags = [flag for register in registers.values() for flag in register]
+    return partial(sample, records, read_flags=flags)

@@ -12,7 +12,6 @@ import numpy as np
 
 from nimbrel.command.programs import STIM_CHOICE, check_filter, read_program, read_stim
 from nimbrel.running.samples import Samples
-from nimbrel.running.shots import sample
 
 
 @dataclass(frozen=True)
@@ -63,12 +62,11 @@ def run_file(file: Path, shots: int, filter_: str, seed: int | None) -> Result:
     if file.suffix.lower() == ".stim":
         return _run_stim(file, shots, filter_, seed)
     read = read_program(file)
-    flags = [flag for register in read.registers.values() for flag in register]
-    if not flags:
+    if not any(read.registers.values()):
         raise ValueError(f"{file}: the program has no classical bits, so there are no outcomes")
     check_filter(read.program, filter_)
     start = time.perf_counter()
-    samples = sample(read.program, shots, read_flags=flags, filter=filter_, seed=seed)
+    samples = read.sample(shots, filter=filter_, seed=seed)
     return Result(file, samples, read.registers, time.perf_counter() - start)
 
 

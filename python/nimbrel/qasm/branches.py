@@ -8,7 +8,7 @@ from typing import Any, NamedTuple
 
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.flag_logic import constant_flags
-from nimbrel.qasm.record_list import FALSE, TRUE
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Poison, Value, Variable
 from nimbrel.translation.row_types import Rows
 
@@ -50,11 +50,11 @@ def choose(context: Context, node: Any, flag: int, then: Body, otherwise: Body) 
     if context.gate_body is not None:
         raise context.error(node, "a gate's body cannot depend on a measurement")
     variables = list(context.scopes.variables())
-    before = [_kept(variable.value) for variable in variables]
+    before = [kept_value(variable.value) for variable in variables]
     stored = [set(variable.stored) for variable in variables]
     first = _read(context, variables, then)
     for variable, value in zip(variables, before, strict=True):
-        variable.value = _kept(value)
+        variable.value = kept_value(value)
     second = _read(context, variables, otherwise)
     then_rows, else_rows = _merged(context, variables, stored, first, second)
     context.records.add_branches(flag, then_rows, else_rows)
@@ -62,7 +62,8 @@ def choose(context: Context, node: Any, flag: int, then: Body, otherwise: Body) 
         raise LeavesBranchError
 
 
-def _kept(value: Value) -> Value:
+def kept_value(value: Value) -> Value:
+    """The value as it is now; elements of an array are assigned in place."""
     return deepcopy(value) if isinstance(value, list) else value
 
 
@@ -108,7 +109,7 @@ def _joined(
     values: tuple[Value, Value],
     copies: tuple[list[tuple[int, int]], list[tuple[int, int]]],
 ) -> Value:
-    both = [_flags_of(variable, value) for value in values]
+    both = [flags_of(variable, value) for value in values]
     if both[0] is None or both[1] is None or len(both[0]) != len(both[1]):
         return Poison()
     flags: list[int] = []
@@ -127,7 +128,8 @@ def _joined(
     return Bits(tuple(flags), name, is_register and name == "bit")
 
 
-def _flags_of(variable: Variable, value: Value) -> list[int] | None:
+def flags_of(variable: Variable, value: Value) -> list[int] | None:
+    """The flags of a value of a variable, or None if its type has none."""
     if isinstance(value, Bits):
         return list(value.flags)
     if isinstance(value, bool | int) and variable.kind.name in ("bool", "int", "uint"):

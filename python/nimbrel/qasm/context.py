@@ -4,19 +4,42 @@ from __future__ import annotations
 
 from collections.abc import Callable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, ParamSpec, TypeVar
 
 from nimbrel.qasm.errors import QasmError
 from nimbrel.qasm.flag_logic import FlagLogic
+from nimbrel.qasm.flag_numbers import FALSE, FIRST_FLAG
 from nimbrel.qasm.gate_calls import GateCall
-from nimbrel.qasm.record_list import FIRST_FLAG, RecordList
+from nimbrel.qasm.record_list import RecordList
 from nimbrel.qasm.scope import Frame, Qubits, Scopes, Subroutine
 from nimbrel.qasm.standard_gates import BUILT_IN
 from nimbrel.qasm.values import Value, Variable
 
 _P = ParamSpec("_P")
 _R = TypeVar("_R")
+
+
+@dataclass
+class MeasuredLoop:
+    """A loop that repeats while the program runs.
+
+    Attributes:
+        flag: The flag that is 1 while the loop runs.
+        leave: The label of its end.
+        next_round: The label of the end of its body.
+        depth: The subroutine calls around it.
+        settle: Stores the variables where the next repetition looks for them.
+        continues: Whether a statement jumps to `next_round`.
+    """
+
+    flag: int
+    leave: int
+    next_round: int
+    depth: int
+    settle: Callable[[], None]
+    continues: bool = False
 
 
 class Context:
@@ -38,6 +61,8 @@ class Context:
         branch_depth: The conditions around the present statement that depend on measurements,
             since the beginning of the subroutine.
         loop_branch_depth: Those around the innermost loop.
+        loop: The innermost loop if it repeats while the program runs, or None.
+        open_loops: Those loops whose body is being read, innermost last.
         included: The files that have been included.
         frames: The subroutines around the present statement.
         end_label: The label of the program's end, if a statement jumps there.
@@ -58,6 +83,8 @@ class Context:
         self.gate_body: list[GateCall] | None = None
         self.branch_depth = 0
         self.loop_branch_depth = 0
+        self.loop: MeasuredLoop | None = None
+        self.open_loops: list[MeasuredLoop] = []
         self.included: list[str] = []
         self.frames: list[Frame] = []
         self.end_label: int | None = None
@@ -69,6 +96,15 @@ class Context:
         """The error of a statement or an expression."""
         span = node.span
         return QasmError(message, self.file, span.start_line, span.start_column + 1)
+
+    def leave_loops(self) -> None:
+        """Note in the flags of loops that a jump leaves those of the present subroutine or program.
+
+        The end of a skipped loop is a place where its flag is tested.
+        """
+        for loop in self.open_loops:
+            if not self.frames or loop.depth == len(self.frames):
+                self.records.store(FALSE, loop.flag)
 
     def at(self, node: Any, rule: Callable[_P, _R], *args: _P.args, **kwargs: _P.kwargs) -> _R:
         """Call a function and name the place of a node in an error that lacks one."""

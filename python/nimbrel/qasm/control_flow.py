@@ -1,7 +1,7 @@
 """Conditions and loops of OpenQASM 3.
 
-A loop is repeated while the program is read. Of a condition that depends on a measurement, both
-branches become records.
+A loop is repeated while the program is read, unless its condition depends on a measurement. Of an
+if statement with such a condition, both branches become records.
 """
 
 from __future__ import annotations
@@ -14,8 +14,9 @@ from openqasm3 import ast
 from nimbrel.qasm.branches import LeavesBranchError, choose
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import evaluate, kind_of, known_integer, whole_range
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
+from nimbrel.qasm.measured_loops import break_measured, continue_measured, repeat_while
 from nimbrel.qasm.operators import binary
-from nimbrel.qasm.record_list import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Poison, Value, Variable, converted, to_bool
 from nimbrel.qasm.variables import store_constants
 
@@ -98,7 +99,8 @@ def for_loop(context: Context, node: ast.ForInLoop) -> None:
 
 def _repeats(context: Context, body: Sequence[Any]) -> bool:
     """Carry out a loop's body once; returns whether the loop goes on."""
-    outer, context.loop_branch_depth = context.loop_branch_depth, context.branch_depth
+    outer = context.loop, context.loop_branch_depth
+    context.loop, context.loop_branch_depth = None, context.branch_depth
     try:
         _block(context, body)
     except BreaksLoopError:
@@ -106,7 +108,7 @@ def _repeats(context: Context, body: Sequence[Any]) -> bool:
     except ContinuesLoopError:
         return True
     finally:
-        context.loop_branch_depth = outer
+        context.loop, context.loop_branch_depth = outer
     return True
 
 
@@ -130,21 +132,24 @@ def _elements(context: Context, node: ast.ForInLoop) -> Iterable[Value]:
 
 
 def while_loop(context: Context, node: ast.WhileLoop) -> None:
-    """Carry out a while loop whose condition is known.
+    """Carry out a while loop; from the first condition that is measured on, by a jump back.
 
     Raises:
-        QasmError: If the condition depends on a measurement, or the loop does not end.
+        QasmError: If a statement is refused, or the loop does not end.
     """
     for _ in range(_MOST_REPETITIONS):
         flag = _condition(context, node.while_condition)
         if flag == FALSE:
             return
         if flag != TRUE:
-            raise context.error(
+            repeat_while(
+                context,
                 node,
-                "the condition of this while loop depends on a measurement, and a program has no "
-                "jump back",
+                flag,
+                lambda: _condition(context, node.while_condition),
+                lambda: _block(context, node.block),
             )
+            return
         if not _repeats(context, node.block):
             return
     raise context.error(node, f"the while loop has more than {_MOST_REPETITIONS} repetitions")
@@ -152,12 +157,14 @@ def while_loop(context: Context, node: ast.WhileLoop) -> None:
 
 def break_(context: Context, node: ast.BreakStatement) -> None:
     """End a loop."""
+    break_measured(context)
     _refuse_in_branch(context, node, "break")
     raise BreaksLoopError
 
 
 def continue_(context: Context, node: ast.ContinueStatement) -> None:
     """End a repetition of a loop."""
+    continue_measured(context)
     _refuse_in_branch(context, node, "continue")
     raise ContinuesLoopError
 
@@ -174,5 +181,6 @@ def end(context: Context, _node: ast.EndStatement) -> None:
     if context.end_label is None:
         context.end_label = context.records.new_label()
     store_constants(context)
+    context.leave_loops()
     context.records.jump(context.end_label)
     raise LeavesBranchError

@@ -7,7 +7,8 @@ too; operations on them give no record.
 
 from collections.abc import Sequence
 
-from nimbrel.qasm.record_list import FALSE, TRUE, RecordList
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
+from nimbrel.qasm.record_list import RecordList
 
 Flags = list[int]
 

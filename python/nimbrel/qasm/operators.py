@@ -9,7 +9,7 @@ from collections.abc import Callable, Mapping, Sequence
 from typing import Any, Final
 
 from nimbrel.qasm.flag_logic import FlagLogic, Flags, constant_flags
-from nimbrel.qasm.record_list import FALSE, TRUE
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Duration, Kind, Poison, Value, converted, describe, to_bool
 
 CONSTANTS: Final[Mapping[str, float]] = {

@@ -12,9 +12,10 @@ from qiskit.circuit import QuantumCircuit
 
 from nimbrel.qasm.errors import QasmError
 from nimbrel.qasm.flag_logic import FlagLogic
+from nimbrel.qasm.flag_numbers import FIRST_FLAG
 from nimbrel.qasm.gate_calls import GateCall, placed
 from nimbrel.qasm.qasm_program import QasmProgram
-from nimbrel.qasm.record_list import FIRST_FLAG, RecordList
+from nimbrel.qasm.record_list import RecordList
 from nimbrel.qasm.standard_gates import QELIB1
 
 _POSITION: Final = re.compile(r"(.*?):(\d+),(\d+): (.*)", re.DOTALL)
@@ -36,7 +37,7 @@ def read2(text: str, file: str, folder: Path | None) -> QasmProgram:
     reader = _Reader(text, file, circuit)
     reader.read(circuit)
     return QasmProgram(
-        reader.records.finish(circuit.num_qubits, circuit.num_clbits),
+        reader.records.finish(circuit.num_qubits, circuit.num_clbits).records,
         circuit.num_qubits,
         _ranges(circuit.qregs, 0),
         _ranges(circuit.cregs, FIRST_FLAG),

@@ -10,10 +10,10 @@ from pathlib import Path
 from nimbrel.qasm import subroutines
 from nimbrel.qasm.branches import LeavesBranchError
 from nimbrel.qasm.context import Context
+from nimbrel.qasm.flag_numbers import FIRST_FLAG
 from nimbrel.qasm.operands import qubits_of
 from nimbrel.qasm.parsing import parse
 from nimbrel.qasm.qasm_program import QasmProgram
-from nimbrel.qasm.record_list import FIRST_FLAG
 from nimbrel.qasm.statements import run_statements
 from nimbrel.qasm.variables import store_constants
 
@@ -39,11 +39,14 @@ def read3(text: str, file: str, folder: Path | None, inputs: Mapping[str, float]
     store_constants(context)
     if context.end_label is not None:
         context.records.label(context.end_label)
+    finished = context.records.finish(context.num_qubits, context.num_flags)
     return QasmProgram(
-        context.records.finish(context.num_qubits, context.num_flags),
+        finished.records,
         context.num_qubits,
         {name: _as_range(qubits.numbers) for name, qubits in context.registers.items()},
         {variable.name: _as_range(variable.flags) for variable in context.outputs},
+        finished.back_jumps,
+        finished.loop_place,
     )
 
 

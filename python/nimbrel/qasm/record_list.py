@@ -7,26 +7,22 @@ not yet counted.
 
 from collections.abc import Iterable, Sequence
 from math import isfinite
-from typing import Final
+from typing import Final, NamedTuple
 
 import numpy as np
 import numpy.typing as npt
 
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
+from nimbrel.qasm.flag_numbers import FIRST_FLAG, PROVISIONAL, TRUE
 from nimbrel.qasm.gate_calls import GateCall
+from nimbrel.qasm.initial_flags import initialised
+from nimbrel.qasm.loop_rows import Loop, Place, begin_row, jump_row, without_loop_rows
 from nimbrel.records import QPU_OP, Program, RecordArray
+from nimbrel.translation.back_jumps import BackJump
 from nimbrel.translation.clifford_form import clifford_form
 from nimbrel.translation.row_types import Row, Rows
 from nimbrel.translation.wide_rows import wide_rows
-
-FIRST_FLAG: Final = 2
-"""The lowest read flag that is no constant."""
-PROVISIONAL: Final = 1 << 40
-"""The first provisional number of a flag."""
-TRUE: Final = 1
-FALSE: Final = -1
-"""The flags that read 1 and 0. The flag -f reads the opposite of the flag f, these too."""
 
 TABLEAU_QUBITS: Final = 17
 """From this size on, a Clifford program is written for the Clifford filter."""
@@ -51,6 +47,20 @@ _MOST_CONDITIONED: Final = 8
 """Longest conditional body whose records have the condition each. A longer one has a jump."""
 
 
+class Finished(NamedTuple):
+    """The records of a whole program.
+
+    Attributes:
+        records: The records, the reset first.
+        back_jumps: The jumps back of loops, in the order of their positions.
+        loop_place: Where the first loop stands in the text, or None.
+    """
+
+    records: Program
+    back_jumps: tuple[BackJump, ...]
+    loop_place: Place | None
+
+
 class RecordList:
     """The records of one program.
 
@@ -62,6 +72,7 @@ class RecordList:
         self.rows: Rows = []
         self._provisional = PROVISIONAL
         self._label = 0
+        self._places: list[Place] = []
         self._last_read: tuple[int, int] | None = None  # highest qubit and last flag
 
     def new_flags(self, count: int) -> list[int]:
@@ -171,6 +182,18 @@ class RecordList:
         self._last_read = None
         self.rows.append((Opcode.LABEL, label, 0, 0.0, 0, 0, 0, 0, 0, 0, 0))
 
+    def begin_loop(self, place: Place) -> int:
+        """Begin a part that may be repeated; returns the loop's number."""
+        self._last_read = None
+        self._places.append(place)
+        self.rows.append(begin_row(len(self._places) - 1))
+        return len(self._places) - 1
+
+    def jump_back(self, loop: int, flag: int) -> None:
+        """Jump to the beginning of a loop if a flag is 1."""
+        self._last_read = None
+        self.rows.append(jump_row(loop, flag))
+
     def begin_branch(self) -> int:
         """The position where the records of a branch begin."""
         self._last_read = None
@@ -205,34 +228,39 @@ class RecordList:
         else:
             self.label(after_then)
 
-    def finish(self, num_qubits: int, num_flags: int) -> Program:
+    def finish(self, num_qubits: int, num_flags: int) -> Finished:
         """Make the program.
 
         Args:
             num_qubits: Qubits of the register.
             num_flags: Flags of the classical bits, from `FIRST_FLAG` on.
         """
-        rows = self.rows
+        rows, loops = without_loop_rows(self.rows)
         # A small register is fastest on the dense filter, which has one record for each gate.
         formed = clifford_form(rows) if num_qubits >= TABLEAU_QUBITS else None
         if formed is not None:
-            rows = formed[0]
+            rows, loops = formed[0], [loop.moved(formed[1]) for loop in loops]
         if num_qubits > WORD_BITS:
-            rows, _ = wide_rows(rows)
+            rows, starts = wide_rows(rows)
+            loops = [loop.moved(starts) for loop in loops]
         # A program of classical bits alone has a qubit that nothing uses: filters need a register.
         reset = (Opcode.RESET, max(num_qubits, 1), 0, 0.0, 0, 0, 0, 0, 0, 0, 0)
         records = np.array([reset, *rows], dtype=QPU_OP)
         shift = FIRST_FLAG + num_flags - PROVISIONAL
-        for name in ("cond_flag", "read_flag"):
-            _renumber(records[name], shift)
-        nands = records["opcode"] == Opcode.FLAG_NAND
-        for name in ("target_mask", "cond_mask"):
-            operands = records[name][nands].view(np.int64)
-            _renumber(operands, shift)
-            records[name][nands] = operands.view(np.uint64)
-        outputs = range(FIRST_FLAG, FIRST_FLAG + num_flags)
-        whole = np.concatenate([records[:1], _initialised(records, outputs), records[1:]])
-        return whole.view(Program)
+        _renumber_flags(records, shift)
+        first = initialised(records, range(FIRST_FLAG, FIRST_FLAG + num_flags))
+        whole = np.concatenate([records[:1], first, records[1:]])
+        return Finished(
+            whole.view(Program),
+            tuple(
+                BackJump(end + 1 + len(first), flag + shift, start + 1 + len(first))
+                for _, start, end, flag in loops
+            ),
+            self._first_place(loops),
+        )
+
+    def _first_place(self, loops: Sequence[Loop]) -> Place | None:
+        return self._places[min(loops, key=lambda loop: loop.start).number] if loops else None
 
 
 def _may_have_condition(rows: Sequence[Row]) -> bool:
@@ -241,60 +269,16 @@ def _may_have_condition(rows: Sequence[Row]) -> bool:
     return all(row[0] in _UNITARY and row[4] == 0 for row in rows)
 
 
+def _renumber_flags(records: RecordArray, shift: int) -> None:
+    for name in ("cond_flag", "read_flag"):
+        _renumber(records[name], shift)
+    nands = records["opcode"] == Opcode.FLAG_NAND
+    for name in ("target_mask", "cond_mask"):
+        operands = records[name][nands].view(np.int64)
+        _renumber(operands, shift)
+        records[name][nands] = operands.view(np.uint64)
+
+
 def _renumber(flags: npt.NDArray[np.int64], shift: int) -> None:
     provisional = np.abs(flags) >= PROVISIONAL
     flags[provisional] += np.sign(flags[provisional]) * shift
-
-
-def _initialised(records: RecordArray, outputs: Iterable[int]) -> RecordArray:
-    """Records that store 0 in every flag that may be read before it is stored.
-
-    A flag that was never stored makes a negative condition fail, and one that only a skipped record
-    would store has the value of the shot before. The flags of `outputs` are read at the end.
-    """
-    stored: set[int] = set()
-    missing: set[int] = set()
-    open_jumps = extended = 0
-    relevant = np.isin(records["opcode"], _FLAG_OPCODES) | (records["cond_flag"] != 0)
-    for row in records[relevant].tolist():
-        if row[0] == Opcode.EXTEND:
-            extended += int(row[1]).bit_count()
-            continue
-        missing |= _tested(row) - stored
-        open_jumps += (row[0] == Opcode.JUMP_FWD) - (row[0] == Opcode.LABEL)
-        results = _stored(row, extended)
-        extended = 0
-        if open_jumps or row[4]:
-            missing |= results - stored
-        else:
-            stored |= results
-    missing |= set(outputs) - stored
-    made = np.zeros(len(missing), dtype=QPU_OP)
-    made["opcode"] = Opcode.FLAG_NAND
-    made["target_mask"] = made["cond_mask"] = TRUE
-    made["read_flag"] = sorted(missing)
-    return made
-
-
-_FLAG_OPCODES: Final = np.array(
-    [Opcode.READ, Opcode.EXTEND, Opcode.FLAG_NAND, Opcode.JUMP_FWD, Opcode.LABEL], dtype=np.uint64
-)
-
-
-def _tested(row: Row) -> set[int]:
-    flags = [int(row[4])]
-    if row[0] == Opcode.FLAG_NAND:
-        flags += [_signed(int(row[1])), _signed(int(row[2]))]
-    return {abs(flag) for flag in flags if abs(flag) > TRUE}
-
-
-def _stored(row: Row, extended: int) -> set[int]:
-    if row[0] == Opcode.FLAG_NAND:
-        return {abs(int(row[5]))}
-    if row[0] == Opcode.READ:
-        return {int(row[5]) + number for number in range(int(row[1]).bit_count() + extended)}
-    return set()
-
-
-def _signed(word: int) -> int:
-    return word - 2**64 if word >= 2**63 else word

@@ -101,6 +101,7 @@ def _return_from_branch(context: Context, node: ast.ReturnStatement, frame: Fram
         if frame.flags is None:
             frame.flags = context.records.new_flags(frame.kind.num_flags)
         _store_result(context, frame)
+    context.leave_loops()
     context.records.jump(frame.label)
     raise LeavesBranchError
 

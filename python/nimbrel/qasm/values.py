@@ -12,7 +12,7 @@ from dataclasses import dataclass, field
 from typing import Final, TypeAlias
 
 from nimbrel.qasm.flag_logic import FlagLogic, Flags, constant_flags, constant_value
-from nimbrel.qasm.record_list import FALSE, TRUE
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
 
 DEFAULT_WIDTH: Final = 32
 """Bits of an int or uint without a size."""

@@ -9,9 +9,9 @@ from openqasm3 import ast
 
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import evaluate, indexed, kind_of, positions
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.operands import qubits_of
 from nimbrel.qasm.operators import binary
-from nimbrel.qasm.record_list import FALSE, TRUE
 from nimbrel.qasm.scope import Qubits
 from nimbrel.qasm.values import Bits, Duration, Kind, Value, Variable, converted
 
@@ -80,6 +80,9 @@ def new_variable(context: Context, node: Any, name: str, kind: Kind) -> Variable
         variable.flags = make(kind.num_flags)
         if is_output:
             context.outputs.append(variable)
+        if context.open_loops:
+            # The repetition before may have stored them.
+            variable.stored.update(range(len(variable.flags)))
     context.scopes.add(name, variable)
     return variable
 

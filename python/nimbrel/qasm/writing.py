@@ -5,8 +5,8 @@ from __future__ import annotations
 from typing import Final
 
 from nimbrel.opcodes import Opcode
+from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.gate_text import gate_lines, ppr_lines, product_lines
-from nimbrel.qasm.record_list import FALSE, TRUE
 from nimbrel.qasm.record_view import Operation, UnwritableError, flag_text, operations, signed
 from nimbrel.records import QPU_OP, RecordArray
 

@@ -13,11 +13,11 @@ except ImportError as error:
 
 from nimbrel.qiskit.backend import NimbrelBackend, NimbrelJob
 from nimbrel.qiskit.circuit_programs import CircuitProgram, from_circuit
-from nimbrel.qiskit.conversion import BackJump
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.estimator import EstimatorV2
 from nimbrel.qiskit.sampler import SamplerV2
 from nimbrel.qiskit.states import to_statevector
+from nimbrel.translation.back_jumps import BackJump
 
 __all__ = [
     "BackJump",

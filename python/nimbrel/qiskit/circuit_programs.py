@@ -18,13 +18,14 @@ from nimbrel.opcodes import Opcode
 from nimbrel.qiskit import composite_gates as _composite_gates  # noqa: F401
 from nimbrel.qiskit import control_flow as _control_flow  # noqa: F401
 from nimbrel.qiskit import operations as _operations  # noqa: F401
-from nimbrel.qiskit.conversion import BackJump, convert
+from nimbrel.qiskit.conversion import convert
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.flags import FIRST_FLAG
 from nimbrel.qiskit.rows import Rows
 from nimbrel.qiskit.small_phases import with_small_phases
 from nimbrel.qiskit.templates import ANGLE, AngleSlots, is_symbolic
 from nimbrel.records import QPU_OP, Program
+from nimbrel.translation.back_jumps import BackJump
 from nimbrel.translation.clifford_form import clifford_form
 from nimbrel.translation.wide_rows import wide_rows
 

@@ -30,11 +30,12 @@ from qiskit.circuit import (
 )
 from qiskit.circuit.classical import expr
 
-from nimbrel.qiskit.conversion import BackJump, Conversion, Loop, Place, add_operation
+from nimbrel.qiskit.conversion import Conversion, Loop, Place, add_operation
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.expressions import constant
 from nimbrel.qiskit.flags import TRUE, clearing_row
 from nimbrel.qiskit.rows import When
+from nimbrel.translation.back_jumps import BackJump
 
 _SHORT_BLOCK = 16
 """Operations of a block whose records carry the condition themselves."""

@@ -23,24 +23,11 @@ from nimbrel.qiskit.expressions import Expressions, Literals, Logic, width_of
 from nimbrel.qiskit.flags import FIRST_FLAG, Flags
 from nimbrel.qiskit.rows import ALWAYS, Angle, Rows, When, global_phase
 from nimbrel.qiskit.standard_gates import STANDARD_GATES
+from nimbrel.translation.back_jumps import BackJump
 
 _JUMP, _LABEL, _READ = int(Opcode.JUMP_FWD), int(Opcode.LABEL), int(Opcode.READ)
 _PPR: Final = int(Opcode.PPR)
 _WITHOUT_QUBITS: Final = frozenset({_JUMP, _LABEL, int(Opcode.FLAG_NAND)})
-
-
-class BackJump(NamedTuple):
-    """A jump back to an earlier record, which the companion carries out between two runs.
-
-    Attributes:
-        position: Number of records before the jump.
-        flag: The read flag that must be 1 for the jump.
-        destination: Index of the record with which the program continues.
-    """
-
-    position: int
-    flag: int
-    destination: int
 
 
 class Loop(NamedTuple):

@@ -13,10 +13,10 @@ import numpy.typing as npt
 from qiskit import QuantumCircuit
 from qiskit.circuit import Clbit
 
-from nimbrel import choose_filter, sample
+from nimbrel import sample
 from nimbrel.qiskit.circuit_programs import CircuitProgram
-from nimbrel.qiskit.loops import run_shots
 from nimbrel.simulator import Simulator
+from nimbrel.translation.back_jumps import sample_with_jumps
 
 Bytes: TypeAlias = npt.NDArray[np.uint8]
 
@@ -33,13 +33,15 @@ def draw(
     Args:
         circuit: The circuit as a program.
         shots: Number of shots.
-        filter: As for `nimbrel.sample`; a name if the circuit has while loops.
+        filter: As for `nimbrel.sample`.
         seed: As for `nimbrel.sample`.
     """
     if not circuit.stored_flags or not shots:
         return np.zeros((shots, num_bytes(len(circuit.flags))), dtype=np.uint8)
     if circuit.back_jumps:
-        return run_shots(circuit, shots, _filter_for_loops(circuit, str(filter), seed), seed)
+        return sample_with_jumps(
+            circuit.program, circuit.back_jumps, circuit.flags, shots, filter=filter, seed=seed
+        ).packed
     samples = sample(
         circuit.program, shots, read_flags=circuit.stored_flags, filter=filter, seed=seed
     )
@@ -49,17 +51,6 @@ def draw(
     bits = np.zeros((shots, len(circuit.flags)), dtype=np.uint8)
     bits[:, places] = samples.bits()
     return np.packbits(bits, axis=1, bitorder="little")
-
-
-def _filter_for_loops(circuit: CircuitProgram, filter_type: str, seed: int | None) -> str:
-    if filter_type == "auto":
-        return choose_filter(circuit.program, seedable=seed is not None).name
-    if seed is not None and filter_type == "StreamCliffordQPU":
-        raise ValueError(
-            "the circuit has while loops, so it runs once a shot; a Clifford filter cannot do this "
-            "with a seed"
-        )
-    return filter_type
 
 
 def num_bytes(bits: int) -> int:

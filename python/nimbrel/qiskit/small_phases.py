@@ -13,8 +13,8 @@ from typing import Final
 import numpy as np
 
 from nimbrel.opcodes import Opcode
-from nimbrel.qiskit.conversion import BackJump
 from nimbrel.records import Program
+from nimbrel.translation.back_jumps import BackJump
 
 _NEAR: Final = 1e-5
 """Degrees. The cosine of a phase that is farther from 0 and 180 does not round."""

@@ -27,9 +27,6 @@ STATEMENTS = {
     "float f; if (c[0]) { f = 1; } rx(f) q;": (
         "'f' of type float was assigned under a condition that depends on a measurement"
     ),
-    "while (c[0]) { c[0] = measure q[0]; }": (
-        "the condition of this while loop depends on a measurement, and a program has no jump back"
-    ),
     "while (true) { }": "the while loop has more than 1000000 repetitions",
     "for uint i in [0:9] { if (c[0]) { break; } }": (
         "a break under a condition that depends on a measurement"
