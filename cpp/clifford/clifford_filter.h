@@ -29,7 +29,8 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     void put_instructions(const QPUOp* ops, unsigned long num_ops) override;
 
     /// Appends the tableau to `text`: a line for each destabilizer, a line of dashes, and a line
-    /// for each generator. `buffer` is not used.
+    /// for each generator. `buffer` is not used. Throws if the memory is too small for the text and
+    /// a copy.
     void pull_state(complex_t* buffer, std::string& text, unsigned long size) override;
 
     /// Always throws, because the state of this filter has no amplitudes.

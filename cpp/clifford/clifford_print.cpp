@@ -1,7 +1,10 @@
 // The tableau as text, and the refusal of amplitudes.
+#include <algorithm>
 #include <stdexcept>
+#include <string>
 
 #include "clifford/clifford_filter.h"
+#include "support/available_memory.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -33,13 +36,24 @@ void append_row(std::string& text, const Stabilizer& row) {
     text += '\n';
 }
 
+/// Throws if the memory is too small for a text of `bytes` and the caller's copy of it. The text
+/// may have memory already.
+void require_memory_for_text(unsigned long bytes, const std::string& text, unsigned qubits) {
+    if (const auto shortage = find_shortage(2 * bytes - std::min(bytes, text.capacity()))) {
+        throw std::runtime_error("Error: could not allocate the text of a tableau of " +
+                                 std::to_string(qubits) + " qubits." + shortage->text());
+    }
+}
+
 }  // namespace
 
 void OpFilter_CliffordQPUSim::pull_state(complex_t* /*buffer*/, std::string& text,
                                          unsigned long /*size*/) {
     require_state();
     const unsigned long width = 2UL * state->num_qubits() + 3;
-    text.reserve(text.size() + (2UL * state->num_rows() + 1) * (width + 1));
+    const unsigned long bytes = text.size() + (2UL * state->num_rows() + 1) * (width + 1);
+    require_memory_for_text(bytes, text, state->num_qubits());
+    text.reserve(bytes);
     state->for_each_row([&](const Stabilizer& row) { append_row(text, row); },
                         [&] { text.append(width, '-') += '\n'; });
 }
