@@ -7,9 +7,9 @@ from copy import deepcopy
 from typing import Any, NamedTuple
 
 from nimbrel.qasm.context import Context
-from nimbrel.qasm.flag_logic import constant_flags
 from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Poison, Value, Variable
+from nimbrel.translation.boolean_logic import constant_flags
 from nimbrel.translation.row_types import Rows
 
 Body = Callable[[], None]

@@ -8,7 +8,6 @@ from typing import Any, Final
 from openqasm3 import ast
 
 from nimbrel.qasm.context import Context
-from nimbrel.qasm.flag_logic import constant_flags
 from nimbrel.qasm.operators import CONSTANTS, FUNCTIONS, binary, call_function, unary
 from nimbrel.qasm.scope import Extern, Subroutine
 from nimbrel.qasm.values import (
@@ -21,6 +20,7 @@ from nimbrel.qasm.values import (
     converted,
     describe,
 )
+from nimbrel.translation.boolean_logic import constant_flags
 
 Evaluate = Callable[[Context, Any], Value]
 

@@ -2,10 +2,10 @@
 
 from typing import Final
 
+from nimbrel.translation.boolean_logic import FALSE as FALSE
+from nimbrel.translation.boolean_logic import TRUE as TRUE
+
 FIRST_FLAG: Final = 2
 """The lowest read flag that is no constant."""
 PROVISIONAL: Final = 1 << 40
 """The first provisional number of a flag."""
-TRUE: Final = 1
-FALSE: Final = -1
-"""The flags that read 1 and 0. The flag -f reads the opposite of the flag f, these too."""

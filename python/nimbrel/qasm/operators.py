@@ -8,9 +8,10 @@ import operator
 from collections.abc import Callable, Mapping, Sequence
 from typing import Any, Final
 
-from nimbrel.qasm.flag_logic import FlagLogic, Flags, constant_flags
+from nimbrel.qasm.flag_logic import FlagLogic, Flags
 from nimbrel.qasm.flag_numbers import FALSE, TRUE
 from nimbrel.qasm.values import Bits, Duration, Kind, Poison, Value, converted, describe, to_bool
+from nimbrel.translation.boolean_logic import constant_flags
 
 CONSTANTS: Final[Mapping[str, float]] = {
     **{"pi": math.pi, "π": math.pi, "tau": math.tau, "τ": math.tau},

@@ -11,8 +11,9 @@ import math
 from dataclasses import dataclass, field
 from typing import Final, TypeAlias
 
-from nimbrel.qasm.flag_logic import FlagLogic, Flags, constant_flags, constant_value
+from nimbrel.qasm.flag_logic import FlagLogic, Flags, constant_value
 from nimbrel.qasm.flag_numbers import FALSE, TRUE
+from nimbrel.translation.boolean_logic import constant_flags
 
 DEFAULT_WIDTH: Final = 32
 """Bits of an int or uint without a size."""

@@ -32,10 +32,10 @@ from qiskit.circuit.classical import expr
 
 from nimbrel.qiskit.conversion import Conversion, Loop, Place, add_operation
 from nimbrel.qiskit.errors import ConversionError
-from nimbrel.qiskit.expressions import constant
 from nimbrel.qiskit.flags import TRUE, clearing_row
 from nimbrel.qiskit.rows import When
 from nimbrel.translation.back_jumps import BackJump
+from nimbrel.translation.boolean_logic import constant_flags
 
 _SHORT_BLOCK = 16
 """Operations of a block whose records carry the condition themselves."""
@@ -113,7 +113,7 @@ def _(operation: SwitchCaseOp, conversion: Conversion, place: Place) -> None:
             otherwise.append(block)
             continue
         equal = [
-            conversion.logic.equal(target, constant(label, len(target)))
+            conversion.logic.equal(target, constant_flags(label, len(target)))
             for label in labels
             if label >> len(target) == 0
         ]
@@ -185,7 +185,7 @@ def _with_index(
     if isinstance(parameter, Parameter):
         return body.assign_parameters({parameter: index})
     dests = conversion.flags_of(parameter, place.scope)
-    conversion.logic.store(constant(index, len(dests)), dests)
+    conversion.logic.store(constant_flags(index, len(dests)), dests)
     return body
 
 

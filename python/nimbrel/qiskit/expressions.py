@@ -8,8 +8,7 @@ of adders; numbers wrap modulo 2**width as in Qiskit.
 
 from __future__ import annotations
 
-from collections.abc import Callable, Iterable, Sequence
-from functools import reduce
+from collections.abc import Callable, Sequence
 from typing import Any, Final, TypeAlias
 
 from qiskit.circuit.classical import expr, types
@@ -17,16 +16,12 @@ from qiskit.circuit.classical import expr, types
 from nimbrel.qiskit.errors import ConversionError
 from nimbrel.qiskit.flags import FALSE, TRUE, Flags, nand_row
 from nimbrel.qiskit.rows import Rows
+from nimbrel.translation.boolean_logic import BooleanLogic, constant_flags
 
 Literals: TypeAlias = list[int]
 
 
-def constant(value: int, width: int) -> Literals:
-    """The literals of a number."""
-    return [TRUE if value >> place & 1 else FALSE for place in range(width)]
-
-
-class Logic:
+class Logic(BooleanLogic):
     """Boolean functions of literals. Each adds the rows that compute it.
 
     Args:
@@ -38,70 +33,34 @@ class Logic:
         self._rows = rows
         self._flags = flags
 
-    def conjunction(self, a: int, b: int) -> int:
-        """A AND b."""
-        if FALSE in (a, b) or a == -b:
-            return FALSE
-        if a in (TRUE, b):
-            return b
-        if b == TRUE:
-            return a
+    def _store_and(self, a: int, b: int) -> int:
         result = self._flags.allocate()
         self._rows.append(nand_row(a, b, -result))
         return result
-
-    def disjunction(self, a: int, b: int) -> int:
-        """A OR b."""
-        return -self.conjunction(-a, -b)
-
-    def difference(self, a: int, b: int) -> int:
-        """A XOR b."""
-        if abs(a) == TRUE:
-            return b if a == FALSE else -b
-        if abs(b) == TRUE:
-            return a if b == FALSE else -a
-        return self.disjunction(self.conjunction(a, -b), self.conjunction(-a, b))
 
     def choice(self, condition: int, a: int, b: int) -> int:
         """`a` if the condition is true, else `b`."""
         if a == b:
             return a
-        return self.disjunction(self.conjunction(condition, a), self.conjunction(-condition, b))
-
-    def all_of(self, literals: Iterable[int]) -> int:
-        """The AND of any number of literals."""
-        return reduce(self.conjunction, literals, TRUE)
-
-    def any_of(self, literals: Iterable[int]) -> int:
-        """The OR of any number of literals."""
-        return reduce(self.disjunction, literals, FALSE)
+        return self.either(self.both(condition, a), self.both(-condition, b))
 
     def equal(self, a: Literals, b: Literals) -> int:
         """A == b."""
-        return self.all_of(-self.difference(x, y) for x, y in zip(a, b, strict=True))
+        return self.all_of(-self.differ(x, y) for x, y in zip(a, b, strict=True))
 
     def less(self, a: Literals, b: Literals) -> int:
         """A < b."""
         result = FALSE
         for x, y in zip(a, b, strict=True):
-            result = self.choice(self.difference(x, y), y, result)
+            result = self.choice(self.differ(x, y), y, result)
         return result
-
-    def total(self, a: Literals, b: Literals, carry: int = FALSE) -> Literals:
-        """A + b + carry modulo 2**width."""
-        bits = []
-        for x, y in zip(a, b, strict=True):
-            half = self.difference(x, y)
-            bits.append(self.difference(half, carry))
-            carry = self.disjunction(self.conjunction(x, y), self.conjunction(half, carry))
-        return bits
 
     def product(self, a: Literals, b: Literals) -> Literals:
         """A * b modulo 2**width."""
-        result = constant(0, len(a))
+        result = constant_flags(0, len(a))
         for place, bit in enumerate(b):
             shifted = [FALSE] * place + a[: len(a) - place]
-            result = self.total(result, [self.conjunction(bit, each) for each in shifted])
+            result = self.add(result, [self.both(bit, each) for each in shifted])
         return result
 
     def shifted(
@@ -116,7 +75,7 @@ class Logic:
     def replaced(self, word: Literals, index: Literals, bit: int) -> Literals:
         """`word` with another bit at an index."""
         return [
-            self.choice(self.equal(index, constant(place, len(index))), bit, old)
+            self.choice(self.equal(index, constant_flags(place, len(index))), bit, old)
             if place < 1 << len(index)
             else old
             for place, old in enumerate(word)
@@ -143,11 +102,11 @@ def _right(a: Literals, places: int) -> Literals:
 
 
 _BITWISE: Final[dict[Any, Callable[[Logic, int, int], int]]] = {
-    expr.Binary.Op.BIT_AND: Logic.conjunction,
-    expr.Binary.Op.BIT_OR: Logic.disjunction,
-    expr.Binary.Op.BIT_XOR: Logic.difference,
-    expr.Binary.Op.LOGIC_AND: Logic.conjunction,
-    expr.Binary.Op.LOGIC_OR: Logic.disjunction,
+    expr.Binary.Op.BIT_AND: Logic.both,
+    expr.Binary.Op.BIT_OR: Logic.either,
+    expr.Binary.Op.BIT_XOR: Logic.differ,
+    expr.Binary.Op.LOGIC_AND: Logic.both,
+    expr.Binary.Op.LOGIC_OR: Logic.either,
 }
 _COMPARISONS: Final[dict[Any, Callable[[Logic, Literals, Literals], int]]] = {
     expr.Binary.Op.EQUAL: Logic.equal,
@@ -158,8 +117,8 @@ _COMPARISONS: Final[dict[Any, Callable[[Logic, Literals, Literals], int]]] = {
     expr.Binary.Op.GREATER_EQUAL: lambda logic, a, b: -logic.less(a, b),
 }
 _ARITHMETIC: Final[dict[Any, Callable[[Logic, Literals, Literals], Literals]]] = {
-    expr.Binary.Op.ADD: Logic.total,
-    expr.Binary.Op.SUB: lambda logic, a, b: logic.total(a, [-bit for bit in b], TRUE),
+    expr.Binary.Op.ADD: Logic.add,
+    expr.Binary.Op.SUB: lambda logic, a, b: logic.add(a, [-bit for bit in b], TRUE),
     expr.Binary.Op.MUL: Logic.product,
     expr.Binary.Op.SHIFT_LEFT: lambda logic, a, b: logic.shifted(a, b, _left),
     expr.Binary.Op.SHIFT_RIGHT: lambda logic, a, b: logic.shifted(a, b, _right),
@@ -198,7 +157,7 @@ class Expressions:
             ConversionError: If read flags cannot hold or compute a part of it.
         """
         if isinstance(node, expr.Value):
-            return constant(int(node.value), width_of(node.type))
+            return constant_flags(int(node.value), width_of(node.type))
         if isinstance(node, expr.Var):
             return self._read(node)
         if isinstance(node, expr.Cast):
@@ -221,7 +180,7 @@ class Expressions:
         operand = self.value(node.operand)
         negated = [-bit for bit in operand]
         if node.op is expr.Unary.Op.NEGATE:
-            return self._logic.total(negated, constant(0, len(operand)), TRUE)
+            return self._logic.add(negated, constant_flags(0, len(operand)), TRUE)
         return negated
 
     def _binary(self, node: expr.Binary) -> Literals:
@@ -238,7 +197,7 @@ class Expressions:
 
     def _index(self, target: Literals, index: Literals) -> Literals:
         chosen = (
-            self._logic.conjunction(bit, self._logic.equal(index, constant(place, len(index))))
+            self._logic.both(bit, self._logic.equal(index, constant_flags(place, len(index))))
             for place, bit in enumerate(target)
             if place < 1 << len(index)
         )

@@ -15,12 +15,11 @@ from typing import Final
 
 from nimbrel.opcodes import Opcode
 from nimbrel.qiskit.rows import Row
+from nimbrel.translation.boolean_logic import FALSE as FALSE
+from nimbrel.translation.boolean_logic import TRUE as TRUE
 
 FIRST_FLAG: Final = 2
 """The lowest flag number that stores a value."""
-
-TRUE: Final = 1
-FALSE: Final = -1
 
 _NAND: Final = int(Opcode.FLAG_NAND)
 _WORD: Final = 2**64 - 1
