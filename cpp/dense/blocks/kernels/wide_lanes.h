@@ -30,6 +30,10 @@ NIMBREL_INLINE Lanes all(double number) { return _mm512_set1_pd(number); }
 NIMBREL_INLINE Lanes alternating(double lane0, double lane1) {
     return _mm512_setr_pd(lane0, lane1, lane0, lane1, lane0, lane1, lane0, lane1);
 }
+/// The two numbers of an aligned pair, in every amplitude's two lanes.
+NIMBREL_INLINE Lanes load_repeated(const double* pair) {
+    return _mm512_broadcast_f64x2(_mm_load_pd(pair));
+}
 NIMBREL_INLINE Lanes sum(Lanes a, Lanes b) { return _mm512_add_pd(a, b); }
 NIMBREL_INLINE Lanes difference(Lanes a, Lanes b) { return _mm512_sub_pd(a, b); }
 NIMBREL_INLINE Lanes product(Lanes a, Lanes b) { return _mm512_mul_pd(a, b); }
@@ -85,6 +89,7 @@ NIMBREL_INLINE Mask nonzero_amplitudes(Lanes x, Lanes y) {
     return static_cast<Mask>(nonzero | (nonzero >> 1 & 0x55U) | (nonzero << 1 & 0xAAU));
 }
 
+NIMBREL_INLINE Lanes joined_bits(Lanes a, Lanes b) { return _mm512_or_pd(a, b); }
 NIMBREL_INLINE bool is_zero_bits(Lanes lanes) {
     const __m512i bits = _mm512_castpd_si512(lanes);
     return _mm512_test_epi64_mask(bits, bits) == 0;

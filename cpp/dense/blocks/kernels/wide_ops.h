@@ -13,7 +13,7 @@ namespace {  // NOLINT: internal linkage is the point, see wide_lanes.h
 
 /// A pair of factors, in every amplitude's two lanes.
 NIMBREL_INLINE Lanes both(const RegisterGate& g, unsigned place) {
-    return _mm512_broadcast_f64x2(_mm_load_pd(g.factors[place]));
+    return load_repeated(g.factors[place]);
 }
 
 NIMBREL_INLINE ComplexFactor prepared(const RegisterGate& g, unsigned place) {

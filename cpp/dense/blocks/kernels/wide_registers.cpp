@@ -252,11 +252,11 @@ NIMBREL_INLINE bool is_zero_group(const Registers& r) {
     if (!is_zero_bits(r[0])) return false;
     Lanes bits = r[1];
 #pragma GCC unroll 8
-    for (unsigned i = 2; i < group_registers; ++i) bits = _mm512_or_pd(bits, r[i]);
+    for (unsigned i = 2; i < group_registers; ++i) bits = joined_bits(bits, r[i]);
     return is_zero_bits(bits);
 }
 
-/// One group, from the memory or in `r`.
+/// Loads the registers of a group.
 NIMBREL_INLINE void load_group(const complex_t* first, const unsigned long* d, Registers& r) {
     const complex_t* const fourth = first + d[2];
     r[0] = load(first);
