@@ -98,7 +98,9 @@ def gains(name: str, one: Executor, two: Executor, rounds: int, goal: float) -> 
         run(shots, executor=one)  # the sizes of chunks are found anew, but the caches are warm
         calls = [partial(run, shots, executor=executor) for executor in (one, two)]
         wanted = goal if num_qubits <= 12 else None
-        show_gain(f"{name}, {num_qubits} qubits, {shots} shots", *median_seconds(calls, rounds), wanted)
+        show_gain(
+            f"{name}, {num_qubits} qubits, {shots} shots", *median_seconds(calls, rounds), wanted
+        )
     points = np.linspace(0, 180, 2000).tolist()
     sweeps = [
         partial(nb.sweep, rotated, points, shots=SHOTS_OF_A_POINT, seed=SEED, executor=executor)

@@ -125,7 +125,7 @@ class _Distribution:
         try:
             while self._hand_out() or self._under_way:
                 done, _ = wait(self._under_way, return_when=FIRST_COMPLETED)
-                for future in done:
+                for future in sorted(done, key=lambda each: self._under_way[each].first):
                     self._take(future)
         except BaseException:
             for future in self._under_way:
@@ -198,7 +198,10 @@ class _Distribution:
         self._source.renew(chunk.source_number)
         when_lost = self._work.when_lost
         if self._source.can_renew and chunk.losses < _MOST_LOSSES:
-            self._suspects += [chunk] if when_lost is None else chunk.single_items()
+            if chunk.losses > 1:  # it was alone, so it is settled first
+                self._suspects.appendleft(chunk)
+            else:
+                self._suspects += [chunk] if when_lost is None else chunk.single_items()
         elif when_lost is None:
             # The whole executor is broken, so all that it has is lost.
             others = self._under_way.values() if isinstance(error, BrokenExecutor) else ()
@@ -208,11 +211,19 @@ class _Distribution:
             self._finish(chunk, [when_lost(number, error) for number in numbers])
 
     def _text_of_loss(self, chunks: list[_Chunk], error: Exception) -> str:
+        ranges: list[list[int]] = []
+        for first, count in sorted((chunk.first, chunk.count) for chunk in chunks):
+            if ranges and ranges[-1][1] == first - 1:
+                ranges[-1][1] += count
+            else:
+                ranges.append([first, first + count - 1])
         noun = self._work.noun
-        ranges = sorted((chunk.first, chunk.first + chunk.count - 1) for chunk in chunks)
-        named = " and ".join(f"{noun}s {first} to {last}" for first, last in ranges)
-        times = f" {_MOST_LOSSES} times" if self._source.can_renew else ""
-        return f"a worker was lost with {named}{times} ({type(error).__name__}: {error})"
+        named = " and ".join(
+            f"{noun} {first}" if first == last else f"{noun}s {first} to {last}"
+            for first, last in ranges
+        )
+        who = f"{_MOST_LOSSES} workers were" if self._source.can_renew else "a worker was"
+        return f"{who} lost with {named} ({type(error).__name__}: {error})"
 
 
 def _is_small(job: Job) -> bool:
