@@ -11,12 +11,13 @@ import nimbrel as nb
 import numpy as np
 import pytest
 from nimbrel.running.chunk_sizes import ChunkSizes
+
 from support.sweep_points import FEEDING, drawn, turned
 
 SPAWN = multiprocessing.get_context("spawn")  # newer Pythons warn of forks beside threads
-SHOTS = 5000
+SHOTS = 1500
 OLDER_FLAGS = nb.program(nb.reset(1), nb.h(0), nb.read(0, 2), nb.x(0, flag=3), nb.read(0, 3))
-LONG = nb.program(FEEDING, *[nb.x(0)] * 2000, nb.read(0, 4))
+LONG = nb.program(FEEDING, *[nb.x(0)] * 800, nb.read(0, 4))
 MANY_SUMS = [{"ZI": 1.0, "IX": 0.5}, {"YY": 2.0, "XX": 1j, "II": 3.0}]
 
 

@@ -13,6 +13,7 @@ from pathlib import Path
 import nimbrel as nb
 import numpy as np
 import pytest
+
 from support.sweep_points import FEEDING, killing_its_worker, killing_once, turned
 
 SPAWN = multiprocessing.get_context("spawn")  # newer Pythons warn of forks beside threads
@@ -72,7 +73,7 @@ def test_lost_shots_are_named() -> None:
 def test_lost_products_are_named() -> None:
     with (
         killed(partial(ProcessPoolExecutor, 1, SPAWN)) as pool,
-        pytest.raises(nb.WorkerLostError, match="a worker was lost with products? 0"),
+        pytest.raises(nb.WorkerLostError, match=r"a worker was lost with products? 0"),
     ):
         nb.expectation(turned(1), {"Z": 1.0}, executor=pool)
 
