@@ -11,7 +11,7 @@ import os
 import statistics
 import sys
 import time
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterator, Sequence
 from concurrent.futures import Executor, ProcessPoolExecutor
 from contextlib import ExitStack, contextmanager
 from functools import partial
@@ -58,7 +58,7 @@ def resident_bytes(_task: int) -> int:
     raise OSError("the system does not tell")
 
 
-def median_seconds(calls: list[Callable[[], object]], rounds: int) -> list[float]:
+def median_seconds(calls: Sequence[Callable[[], object]], rounds: int) -> list[float]:
     """The median time of each call; the calls take turns."""
     times: list[list[float]] = [[] for _ in calls]
     for _ in range(rounds):
@@ -91,11 +91,11 @@ def gains(name: str, one: Executor, two: Executor, rounds: int, goal: float) -> 
         for executor in (one, two):
             require_same(records, executor)
         run = partial(nb.sample, records, filter="StreamQPU", seed=SEED)
-        start = time.perf_counter()
-        probe = 20 if num_qubits > 12 else 500
-        run(probe, executor=one)
-        shots = max(int(SECONDS * probe / (time.perf_counter() - start)), 2 * probe)
-        run(shots, executor=one)  # the sizes of chunks are found anew, but the caches are warm
+        shots = 20 if num_qubits > 12 else 2000
+        for seconds in (SECONDS / 8, SECONDS):  # the first chunks are slow, so twice
+            start = time.perf_counter()
+            run(shots, executor=one)
+            shots = int(seconds * shots / (time.perf_counter() - start))
         calls = [partial(run, shots, executor=executor) for executor in (one, two)]
         wanted = goal if num_qubits <= 12 else None
         show_gain(
@@ -159,13 +159,13 @@ def memory(name: str, executor: Executor) -> None:
 @contextmanager
 def dask_executors() -> Iterator[tuple[Executor, Executor]]:
     """Executors of local clusters with one and with two processes."""
-    from distributed import Client, LocalCluster
+    from distributed import Client, LocalCluster  # type: ignore[import-not-found,unused-ignore]
 
     with ExitStack() as stack:
         executors = []
         for workers in (1, 2):
             cluster = stack.enter_context(
-                LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=None)
+                LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=":0")
             )
             executors.append(stack.enter_context(Client(cluster)).get_executor())
         yield executors[0], executors[1]

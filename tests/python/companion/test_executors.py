@@ -70,6 +70,20 @@ def test_without_a_seed_the_outcomes_differ_from_run_to_run(
     assert sorted(set(first[0])) == [0, 1, 2, 3]
 
 
+def test_two_runs_in_threads_do_not_disturb_each_other() -> None:
+    seeds = [1, 100_000]
+
+    def run(seed: int) -> list[int]:
+        with ThreadPoolExecutor(2) as pool:
+            found = nb.sample(FEEDING, 20_000, filter="StreamQPU", seed=seed, executor=pool)
+        return found.values().tolist()
+
+    with ThreadPoolExecutor(2) as runs:
+        found = list(runs.map(run, seeds))
+    for seed, values in zip(seeds, found, strict=True):
+        assert values == nb.sample(FEEDING, 20_000, filter="StreamQPU", seed=seed).values().tolist()
+
+
 def test_unseeded_outcomes_do_not_repeat_after_a_seed(pools: dict[str, Executor]) -> None:
     def after_a_seed() -> list[int]:
         pool = pools["one process"]

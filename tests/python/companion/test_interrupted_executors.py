@@ -82,4 +82,6 @@ def test_a_callers_executor_stays_open_without_the_cancelled_points(
     tmp_path: Path, make: str
 ) -> None:
     assert "open, with" in interrupted(tmp_path, make, "make()")
-    assert len(list(tmp_path.iterdir())) < POINTS
+    begun = {path.name for path in tmp_path.iterdir()} - {"stop"}
+    # The queue of a process pool has up to one point more than workers, which cannot be cancelled.
+    assert len(begun) <= (2 if make == THREADS else 5)

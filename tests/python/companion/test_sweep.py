@@ -136,16 +136,26 @@ def test_read_flags_are_those_of_sample() -> None:
     assert found.packed.tolist() == expected.packed.tolist()
 
 
-def lasting(kind: int) -> nb.Program:
-    """Programs that leave something in a filter: flags, a jump, an extension, a batch."""
-    leaving = [nb.read(1, 4), nb.jump_fwd(5), nb.record(nb.Opcode.EXTEND), nb.pcp(0, 2, 0, [])]
-    first = nb.program(nb.reset(2), nb.x([0, 1]), leaving[kind % 4])
-    return first if kind < 4 else nb.program(nb.reset(2), nb.h(0), nb.read(0, 2), nb.x(1, flag=4))
+LEAVING = [nb.read(1, 4), nb.jump_fwd(5), nb.record(nb.Opcode.EXTEND), nb.pcp(0, 2, 0, [])]
+MEETING = [[nb.read(0, 2), nb.x(1, flag=4)], [nb.pcp(1, 2, [], 1), nb.read(0, 2)]]
+
+
+def lasting(kind: tuple[str, int]) -> nb.Program:
+    """Programs that leave something in a filter, and programs that would meet it."""
+    what, number = kind
+    if what == "leaving":
+        return nb.program(nb.reset(2), nb.x([0, 1]), LEAVING[number])
+    return nb.program(nb.reset(2), nb.h(0), *MEETING[number])
 
 
 @pytest.mark.parametrize("filter_", ["StreamQPU", "StreamBitQPU", "StreamSparseQPU"])
 def test_nothing_of_a_point_reaches_the_next(filter_: str) -> None:
-    kinds = [kind for before in range(4) for kind in (before, 4)]
+    kinds = [
+        kind
+        for leaving in range(len(LEAVING))
+        for meeting in range(len(MEETING))
+        for kind in (("leaving", leaving), ("meeting", meeting))
+    ]
     found = nb.sweep(lasting, kinds, shots=6, filter=filter_, read_flags=[2, 4], seed=8)
     for index, (kind, each) in enumerate(zip(kinds, found, strict=True)):
         expected = alone(lasting(kind), filter_, seed=8 + 6 * index)
