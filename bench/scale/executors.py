@@ -15,7 +15,9 @@ from collections.abc import Callable, Iterator, Sequence
 from concurrent.futures import Executor, ProcessPoolExecutor
 from contextlib import ExitStack, contextmanager
 from functools import partial
+from importlib import import_module
 from pathlib import Path
+from typing import Any
 
 import nimbrel as nb
 import numpy as np
@@ -77,8 +79,9 @@ def require_same(records: nb.Program, executor: Executor) -> None:
         raise SystemExit("an executor gives other outcomes than this process")
 
 
-def show_gain(name: str, one: float, two: float, goal: float | None) -> None:
+def show_gain(name: str, times: list[float], goal: float | None) -> None:
     """Print a gain, and whether it is as large as wanted."""
+    one, two = times
     gain = one / two
     verdict = "" if goal is None else f"  goal {goal}: {'met' if gain >= goal else 'MISSED'}"
     print(f"{name:<46} {one:7.2f} s on one, {two:7.2f} s on two: {gain:5.2f} times{verdict}")
@@ -99,14 +102,14 @@ def gains(name: str, one: Executor, two: Executor, rounds: int, goal: float) -> 
         calls = [partial(run, shots, executor=executor) for executor in (one, two)]
         wanted = goal if num_qubits <= 12 else None
         show_gain(
-            f"{name}, {num_qubits} qubits, {shots} shots", *median_seconds(calls, rounds), wanted
+            f"{name}, {num_qubits} qubits, {shots} shots", median_seconds(calls, rounds), wanted
         )
     points = np.linspace(0, 180, 2000).tolist()
     sweeps = [
         partial(nb.sweep, rotated, points, shots=SHOTS_OF_A_POINT, seed=SEED, executor=executor)
         for executor in (one, two)
     ]
-    show_gain(f"{name}, sweep of {len(points)} points", *median_seconds(sweeps, rounds), None)
+    show_gain(f"{name}, sweep of {len(points)} points", median_seconds(sweeps, rounds), None)
 
 
 def seeding() -> None:
@@ -159,15 +162,16 @@ def memory(name: str, executor: Executor) -> None:
 @contextmanager
 def dask_executors() -> Iterator[tuple[Executor, Executor]]:
     """Executors of local clusters with one and with two processes."""
-    from distributed import Client, LocalCluster  # type: ignore[import-not-found,unused-ignore]
-
+    distributed: Any = import_module("distributed")
     with ExitStack() as stack:
         executors = []
         for workers in (1, 2):
             cluster = stack.enter_context(
-                LocalCluster(n_workers=workers, threads_per_worker=1, dashboard_address=":0")
+                distributed.LocalCluster(
+                    n_workers=workers, threads_per_worker=1, dashboard_address=":0"
+                )
             )
-            executors.append(stack.enter_context(Client(cluster)).get_executor())
+            executors.append(stack.enter_context(distributed.Client(cluster)).get_executor())
         yield executors[0], executors[1]
 
 

@@ -144,7 +144,7 @@ def lasting(kind: tuple[str, int]) -> nb.Program:
     """Programs that leave something in a filter, and programs that would meet it."""
     what, number = kind
     if what == "leaving":
-        return nb.program(nb.reset(2), nb.x([0, 1]), LEAVING[number])
+        return nb.program(nb.reset(2), nb.x([0, 1]), nb.read(0, 2), LEAVING[number])
     return nb.program(nb.reset(2), nb.h(0), *MEETING[number])
 
 
@@ -156,7 +156,7 @@ def test_nothing_of_a_point_reaches_the_next(filter_: str) -> None:
         for meeting in range(len(MEETING))
         for kind in (("leaving", leaving), ("meeting", meeting))
     ]
-    found = nb.sweep(lasting, kinds, shots=6, filter=filter_, read_flags=[2, 4], seed=8)
+    found = nb.sweep(lasting, kinds, shots=6, filter=filter_, seed=8)
     for index, (kind, each) in enumerate(zip(kinds, found, strict=True)):
         expected = alone(lasting(kind), filter_, seed=8 + 6 * index)
         assert (str(each.error) if isinstance(each, nb.PointError) else plain([each])) == expected
@@ -165,7 +165,7 @@ def test_nothing_of_a_point_reaches_the_next(filter_: str) -> None:
 def alone(records: nb.Program, filter_: str, seed: int) -> Any:
     """The outcomes of a program without others before it, or the text of its error."""
     try:
-        return plain([nb.sample(records, 6, filter=filter_, read_flags=[2, 4], seed=seed)])
+        return plain([nb.sample(records, 6, filter=filter_, seed=seed)])
     except (RuntimeError, ValueError) as error:
         return str(error)
 
