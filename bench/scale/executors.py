@@ -18,6 +18,7 @@ from functools import partial
 from importlib import import_module
 from pathlib import Path
 from typing import Any
+from uuid import uuid4
 
 import nimbrel as nb
 import numpy as np
@@ -79,6 +80,18 @@ def require_same(records: nb.Program, executor: Executor) -> None:
         raise SystemExit("an executor gives other outcomes than this process")
 
 
+def evenly(records: nb.Program, shots: int, executor: Executor, workers: int) -> None:
+    """Run an even share of the shots on each worker: what the machine allows."""
+    job = _ShotJob(records, [2], "StreamQPU", False, SEED)
+    share = range(shots // workers)
+    futures = [
+        executor.submit(run_chunk, uuid4().hex, job, number, number, share)
+        for number in range(workers)
+    ]
+    for future in futures:
+        future.result()
+
+
 def show_gain(name: str, times: list[float], goal: float | None) -> None:
     """Print a gain, and whether it is as large as wanted."""
     one, two = times
@@ -99,11 +112,14 @@ def gains(name: str, one: Executor, two: Executor, rounds: int, goal: float) -> 
             start = time.perf_counter()
             run(shots, executor=one)
             shots = int(seconds * shots / (time.perf_counter() - start))
-        calls = [partial(run, shots, executor=executor) for executor in (one, two)]
+        calls = [
+            *[partial(run, shots, executor=executor) for executor in (one, two)],
+            *[partial(evenly, records, shots, each, n) for n, each in ((1, one), (2, two))],
+        ]
         wanted = goal if num_qubits <= 12 else None
-        show_gain(
-            f"{name}, {num_qubits} qubits, {shots} shots", median_seconds(calls, rounds), wanted
-        )
+        times = median_seconds(calls, rounds)
+        show_gain(f"{name}, {num_qubits} qubits, {shots} shots", times[:2], wanted)
+        show_gain("  the same in one task a worker", times[2:], None)
     points = np.linspace(0, 180, 2000).tolist()
     sweeps = [
         partial(nb.sweep, rotated, points, shots=SHOTS_OF_A_POINT, seed=SEED, executor=executor)
