@@ -14,7 +14,7 @@ import os
 from concurrent.futures import ThreadPoolExecutor
 import nimbrel as nb
 
-program = nb.program(nb.reset(3), nb.h([0, 1]), nb.read(0, 2), nb.x(1, flag=2), nb.read(1, 3))
+program = nb.program(nb.reset(3), nb.h(0), nb.read(0, 2), nb.x(1, flag=2), nb.read(1, 3))
 
 def build(seed):
     child = os.fork()
