@@ -7,8 +7,8 @@ import sys
 
 import pytest
 
-# One thread forks in the middle of the other's shots. The child has copies of the lock and the filter
-# of that thread, which does not exist there.
+# One thread forks beside the shots of the other. The child has copies of the lock and the filter of
+# that thread, which does not exist there.
 SOURCE = """
 import os
 from concurrent.futures import ThreadPoolExecutor
