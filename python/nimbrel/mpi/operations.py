@@ -66,7 +66,7 @@ def plain_form(words: Words, num_qubits: int) -> Words:
 
     Args:
         words: Gate records whose classical conditions hold, shape (n, 11). There is no batch of
-            Pauli products among them.
+            Pauli products among them, and `refusals` accepts them.
         num_qubits: Qubits of the register.
 
     Returns:
@@ -132,25 +132,21 @@ def _one_target_each(words: Words) -> Words:
     # A diagonal gate without a target takes its lowest control as the target.
     lowest = lowest_bits(words[:, CONTROLS])
     targets = np.where(phases & (targets == 0), lowest, targets)
-    all_qubits = targets | words[:, CONTROLS]
     counts = np.where(phases | pairs, bit_counts(targets), 1)
     made: Words = words
     if (counts != 1).any():
         sources = np.repeat(np.arange(len(words)), counts)
         made = words[sources]
         step = np.arange(len(sources)) - np.repeat(np.cumsum(counts) - counts, counts)
-        phases, pairs, all_qubits = phases[sources], pairs[sources], all_qubits[sources]
+        phases, pairs = phases[sources], pairs[sources]
         targets = _nth_bits(targets[sources], step, upward=phases)
     made[pairs, TARGETS] = targets[pairs]
     made[pairs, NEGATED] &= made[pairs, CONTROLS]
     own = made[:, CONTROLS] | targets
-    # The negation of another target of the record lets the engine's phase act nowhere.
-    foreign = made[:, NEGATED] & all_qubits & ~own != 0
-    nowhere = phases & foreign & (made[:, 0] != Opcode.Z)
     made[phases, CONTROLS] = own[phases]
     made[phases, TARGETS] = 0
     made[phases, NEGATED] &= own[phases]
-    return made[~nowhere] if nowhere.any() else made
+    return made
 
 
 def _nth_bits(masks: Words, numbers: npt.NDArray[np.intp], *, upward: Bools) -> Words:

@@ -6,7 +6,7 @@ import random
 
 from models import opcodes
 from models.wire import Record, signed, tagged
-from programs.dense import GATES, ProgramSource, random_flag, wild_gate
+from programs.dense import GATES, PHASES, ProgramSource, random_flag, wild_gate
 
 MOST_LETTERS = 3
 """Letters X and Y of a Pauli product, so that a part of 3 qubits holds them."""
@@ -25,8 +25,14 @@ def few_letters(mask: int, most: int = MOST_LETTERS) -> int:
 
 
 def for_ranks(record: Record) -> Record:
-    """A record that ranks carry out: Pauli products of few letters X and Y, without own controls."""
+    """A record that ranks carry out.
+
+    Pauli products have few letters X and Y, and none of these among the controls. Phases negate no
+    target.
+    """
     low = record.opcode & 0xFFFFFFFF
+    if low in PHASES:
+        return record._replace(cond_neg_mask=record.cond_neg_mask & ~record.target_mask)
     if low not in (opcodes.PPR, opcodes.PPM, opcodes.PCP):
         return record
     letters = few_letters(record.target_mask)
