@@ -21,6 +21,7 @@ except (ImportError, RuntimeError) as error:
     ) from error
 
 from nimbrel.mpi.exchange import Traffic
+from nimbrel.mpi.shots import sample
 from nimbrel.mpi.simulator import Simulator
 
-__all__ = ["Simulator", "Traffic"]
+__all__ = ["Simulator", "Traffic", "sample"]
