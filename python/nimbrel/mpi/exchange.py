@@ -23,7 +23,7 @@ if TYPE_CHECKING:
 
 __all__ = ["Exchanger", "Traffic"]
 
-_SLOTS: Final = 2
+_SLOTS: Final = 4
 _TAG: Final = 7
 
 
@@ -45,15 +45,18 @@ class _Slot:
     """One piece under way."""
 
     def __init__(self) -> None:
-        self._sent = np.empty(PIECE, dtype=np.complex128)
+        self._sent: Amplitudes | None = None
         self._received = np.empty(PIECE, dtype=np.complex128)
         self._requests: list[MPI.Request] = []
         self._piece: npt.NDArray[Any] | None = None
 
     def start(self, comm: MPI.Comm, piece: npt.NDArray[Any], partner: int) -> None:
         size = piece.size
-        source = piece.reshape(-1)
-        if not piece.flags.c_contiguous:
+        if piece.flags.c_contiguous:
+            source = piece.reshape(-1)
+        else:
+            if self._sent is None:
+                self._sent = np.empty(PIECE, dtype=np.complex128)
             source = self._sent[:size]
             source.reshape(piece.shape)[...] = piece
         receive = comm.Irecv(self._received[:size], partner, _TAG)
