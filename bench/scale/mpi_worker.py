@@ -104,14 +104,34 @@ def peak_bytes() -> int:
     return resource.getrusage(resource.RUSAGE_SELF).ru_maxrss * KIBIBYTE
 
 
+def copying(num_qubits: int, repeats: int) -> dict[str, Any] | None:
+    """The slowest rank's rate of a copy of a part in memory, all ranks at the same time."""
+    from mpi4py import MPI
+
+    comm = MPI.COMM_WORLD
+    source = np.ones((1 << num_qubits) // comm.size, dtype=np.complex128)
+    dest = np.empty_like(source)
+    dest[:] = source
+    best = np.inf
+    for _ in range(max(repeats, 3)):
+        comm.Barrier()
+        begin = time.perf_counter()
+        dest[:] = source
+        best = min(best, time.perf_counter() - begin)
+    rates = comm.gather(source.nbytes / best)
+    return None if rates is None else {"copy_rate": min(rates)}
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("circuit", choices=CIRCUITS)
+    parser.add_argument("circuit", choices=[*CIRCUITS, "copy"])
     parser.add_argument("qubits", type=int)
     parser.add_argument("--repeats", type=int, default=3)
     parser.add_argument("--threads", type=int, help="one process with so many threads")
     arguments = parser.parse_args()
-    if arguments.threads is None:
+    if arguments.circuit == "copy":
+        found = copying(arguments.qubits, arguments.repeats)
+    elif arguments.threads is None:
         found = on_ranks(arguments.circuit, arguments.qubits, arguments.repeats)
     else:
         found = one_process(
