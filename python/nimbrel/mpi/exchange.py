@@ -23,7 +23,8 @@ if TYPE_CHECKING:
 
 __all__ = ["Exchanger", "Traffic"]
 
-_SLOTS: Final = 4
+_BUFFERS: Final = 8
+"""Pieces that are under way at most: 8 MiB. With fewer, ranks wait for each other more often."""
 _TAG: Final = 7
 
 
@@ -44,26 +45,29 @@ class Traffic(NamedTuple):
 class _Slot:
     """One piece under way."""
 
-    def __init__(self) -> None:
-        self._sent: Amplitudes | None = None
-        self._received = np.empty(PIECE, dtype=np.complex128)
+    def __init__(self, received: Amplitudes, sent: Amplitudes | None) -> None:
+        """Take memory for a piece.
+
+        Args:
+            received: What the partner sends.
+            sent: A contiguous copy of what this rank sends; None if its pieces are contiguous.
+        """
+        self._received = received
+        self._sent = sent
         self._requests: list[MPI.Request] = []
         self._piece: npt.NDArray[Any] | None = None
 
     def start(self, comm: MPI.Comm, piece: npt.NDArray[Any], partner: int) -> None:
-        size = piece.size
-        if piece.flags.c_contiguous:
-            source = piece.reshape(-1)
-        else:
-            if self._sent is None:
-                self._sent = np.empty(PIECE, dtype=np.complex128)
-            source = self._sent[:size]
+        """Send a piece, and wait for nothing."""
+        source = piece.reshape(-1) if self._sent is None else self._sent[: piece.size]
+        if self._sent is not None:
             source.reshape(piece.shape)[...] = piece
-        receive = comm.Irecv(self._received[:size], partner, _TAG)
+        receive = comm.Irecv(self._received[: piece.size], partner, _TAG)
         self._requests = [receive, comm.Isend(source, partner, _TAG)]
         self._piece = piece
 
     def finish(self) -> None:
+        """Wait for the partner's piece and put it in the place of the one that was sent."""
         if self._piece is None:
             return
         MPI.Request.Waitall(self._requests)
@@ -85,7 +89,7 @@ class Exchanger:
             comm: The ranks.
         """
         self._comm = comm
-        self._slots = [_Slot() for _ in range(_SLOTS)] if comm.size > 1 else []
+        self._buffers = np.empty((_BUFFERS if comm.size > 1 else 0, PIECE), dtype=np.complex128)
         self.traffic = Traffic()
 
     def __call__(self, part: Amplitudes, placement: Placement, step: Exchange) -> None:
@@ -97,12 +101,14 @@ class Exchanger:
             step: The bits.
         """
         start, sent = MPI.Wtime(), 0
+        slots: list[_Slot] = []
         for count, (piece, partner) in enumerate(self._pieces(part, placement, step)):
-            slot = self._slots[count % _SLOTS]
+            slots = slots or self._slots_for(piece)
+            slot = slots[count % len(slots)]
             slot.finish()
             slot.start(self._comm, piece, partner)
             sent += piece.nbytes
-        for slot in self._slots:
+        for slot in slots:
             slot.finish()
         before = self.traffic
         self.traffic = Traffic(
