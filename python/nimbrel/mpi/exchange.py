@@ -117,6 +117,14 @@ class Exchanger:
             before.seconds + MPI.Wtime() - start,
         )
 
+    def _slots_for(self, piece: npt.NDArray[Any]) -> list[_Slot]:
+        """The slots of an exchange, whose pieces are all contiguous or all not."""
+        if piece.flags.c_contiguous:
+            return [_Slot(buffer, None) for buffer in self._buffers]
+        half = len(self._buffers) // 2
+        pairs = zip(self._buffers[:half], self._buffers[half:], strict=True)
+        return [_Slot(received, sent) for received, sent in pairs]
+
     def _pieces(
         self, part: Amplitudes, placement: Placement, step: Exchange
     ) -> Iterator[tuple[npt.NDArray[Any], int]]:
