@@ -38,6 +38,7 @@ class Placement:
         self.places = list(range(num_qubits))
         self.numbers: npt.NDArray[np.int64] = np.arange(num_ranks, dtype=np.int64)
         self._maps: tuple[BitMap, BitMap] | None = None
+        self._ranks: npt.NDArray[np.intp] | None = None
 
     @property
     def global_mask(self) -> int:
@@ -51,12 +52,6 @@ class Placement:
     def local_qubits(self) -> list[int]:
         """The qubits inside the parts, ascending."""
         return [qubit for qubit, place in enumerate(self.places) if place < self.num_local]
-
-    @property
-    def is_in_order(self) -> bool:
-        """Whether the parts, in the order of the ranks, are the state in the order of its terms."""
-        in_order = self.places == list(range(self.num_qubits))
-        return in_order and bool((self.numbers[1:] > self.numbers[:-1]).all())
 
     def maps(self) -> tuple[BitMap, BitMap]:
         """The maps of masks of qubits: to bits of an index into a part, to bits of a number."""
@@ -94,7 +89,10 @@ class Placement:
         values = wanted ^ self.number_bits(negated & controls)
         holds = self.numbers & wanted == values
         self.numbers = np.where(holds, self.numbers ^ self.number_bits(target), self.numbers)
+        self._ranks = None
 
     def rank_of(self, number: int) -> int:
         """The rank with a number."""
-        return int(np.flatnonzero(self.numbers == number)[0])
+        if self._ranks is None:
+            self._ranks = np.argsort(self.numbers)
+        return int(self._ranks[number])
