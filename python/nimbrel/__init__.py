@@ -67,6 +67,7 @@ __all__ = [
     "Event",
     "FilterChoice",
     "Opcode",
+    "PointError",
     "Program",
     "Qubits",
     "RecordArray",
@@ -75,6 +76,7 @@ __all__ = [
     "SimParams",
     "Simulator",
     "SparseSimulator",
+    "WorkerLostError",
     "__version__",
     "aligned_buffer",
     "choose_filter",
@@ -111,6 +113,7 @@ __all__ = [
     "sample",
     "seed",
     "swap",
+    "sweep",
     "t",
     "t_inv",
     "write",
@@ -122,8 +125,10 @@ __all__ = [
 if TYPE_CHECKING:
     from nimbrel.running.expectation_values import expectation
     from nimbrel.running.filter_choice import FilterChoice, choose_filter
+    from nimbrel.running.run_errors import PointError, WorkerLostError
     from nimbrel.running.samples import Samples
     from nimbrel.running.shots import sample
+    from nimbrel.running.sweeps import sweep
 
     __version__: str
     """The version of the installed package, as `pip` shows it."""
@@ -131,10 +136,13 @@ else:
     # Found when they are first used: they take as long to import as all others together.
     _FOUND_LATER = {
         "FilterChoice": "nimbrel.running.filter_choice",
+        "PointError": "nimbrel.running.run_errors",
         "Samples": "nimbrel.running.samples",
+        "WorkerLostError": "nimbrel.running.run_errors",
         "choose_filter": "nimbrel.running.filter_choice",
         "expectation": "nimbrel.running.expectation_values",
         "sample": "nimbrel.running.shots",
+        "sweep": "nimbrel.running.sweeps",
     }
 
     # Hidden from type checkers, which would accept every name otherwise.

@@ -1,22 +1,26 @@
 """`expectation`: expectation values of Pauli sums in the state that a program makes."""
 
+from collections.abc import Mapping, Sequence
 from contextlib import ExitStack
 from typing import Any, Final
 
 import numpy as np
 
+from nimbrel._engine import word32
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Program, RecordArray
 from nimbrel.running.bounded_calls import checked, first_call, put_in_calls
 from nimbrel.running.deferral import NotDeferred, defer
+from nimbrel.running.distributed_products import distributed_products
+from nimbrel.running.executor_source import AnyExecutor, refuse_open_simulator
 from nimbrel.running.filter_choice import check_local, choose_filter, with_reset
-from nimbrel.running.pauli_sums import Observable, pauli_sums
+from nimbrel.running.pauli_sums import Observable, PauliProduct, PauliSum, pauli_sums
 from nimbrel.running.product_values import product_values
 from nimbrel.running.progress import ProgressBar
 from nimbrel.seeding import seed as seed_engine
 from nimbrel.simulator import Simulator
 
-__all__ = ["expectation"]
+__all__ = ["expectation", "filter_for_values", "register_size", "totals"]
 
 _BIT: Final = "StreamBitQPU"
 
@@ -27,6 +31,7 @@ def expectation(
     *,
     filter: str | Simulator = "auto",  # noqa: A002 - the word of the documents
     seed: int | None = None,
+    executor: AnyExecutor | None = None,
     progress: bool = False,
 ) -> Any:
     """The expectation value of a Pauli sum in the state that a program makes.
@@ -43,6 +48,10 @@ def expectation(
             list of several of these gives an array.
         filter: As for `sample`.
         seed: The seed of `nimbrel.seed`, for programs with draws that change no value.
+        executor: As for `sample`. The products of the observables are shared among the workers,
+            each of which makes the state once. This pays if the products take longer than the
+            program. A register of 14 or more qubits may give other last bits of a value than in
+            this process, because the filters of workers have `max_num_threads=1`.
         progress: Whether a bar on standard error shows the progress.
 
     Returns:
@@ -52,33 +61,78 @@ def expectation(
     Raises:
         TypeError: If a label is no string or a coefficient no number.
         ValueError: If the program does not begin with a reset, if its state is random, if a record
-            is refused, if a label is wrong or longer than the register, or if no filter fits.
+            is refused, if a label is wrong or longer than the register, if no filter fits, or if
+            there are an executor and an open simulator.
         RuntimeError: The engine's error.
+        WorkerLostError: As `sample`.
     """
     records = with_reset(program)
-    sizes = records["target_mask"][records["opcode"] == Opcode.RESET]
-    sums, is_list = pauli_sums(observable, int(sizes.max()))
+    if executor is not None:
+        refuse_open_simulator(filter)
+    sums, is_list = pauli_sums(observable, register_size(records))
+    products = {product for each in sums for product in each}
+    if executor is not None:
+        name = filter_for_values(records, filter)
+        if seed is not None:
+            word32(seed, "seed")
+        values = distributed_products(records, products, name, seed, executor, progress=progress)
+        return totals(sums, values, is_list=is_list)
     if seed is not None:
         seed_engine(seed)
+    name = filter_for_values(records, filter)
     with ExitStack() as stack:
-        check_local(filter.filter_type if isinstance(filter, Simulator) else filter)
         if isinstance(filter, Simulator):
             simulator = filter
         else:
-            name = choose_filter(records).name if filter == "auto" else filter
             simulator = stack.enter_context(Simulator(name))
-        if simulator.filter_type != _BIT:
-            _require_certain(records)
         with (
             ProgressBar(len(records), "record", shown=progress) as bar,
             checked(simulator, records) as handle,
         ):
             put_in_calls(handle, records, first_call(simulator.filter_type, records), bar)
-        values = product_values(simulator, {product for each in sums for product in each})
-    totals = [
+        return totals(sums, product_values(simulator, products), is_list=is_list)
+
+
+def register_size(records: Program) -> int:
+    """The qubits of the largest register of a program that begins with its reset."""
+    return int(records["target_mask"][records["opcode"] == Opcode.RESET].max())
+
+
+def filter_for_values(records: Program, filter_: str | Simulator) -> str:
+    """The filter that gives the expectation values of a program.
+
+    Args:
+        records: The program.
+        filter_: As for `sample`.
+
+    Raises:
+        ValueError: If no filter fits, or if the state is random.
+    """
+    if filter_ == "auto":
+        name = choose_filter(records).name
+    else:
+        name = filter_.filter_type if isinstance(filter_, Simulator) else filter_
+        check_local(name)
+    if name != _BIT:
+        _require_certain(records)
+    return name
+
+
+def totals(sums: Sequence[PauliSum], values: Mapping[PauliProduct, float], *, is_list: bool) -> Any:
+    """The values of observables.
+
+    Args:
+        sums: The observables.
+        values: The value of each product.
+        is_list: Whether the caller gave a list.
+
+    Returns:
+        A number, or an array of shape (k,).
+    """
+    added = [
         sum(coefficient * values[product] for product, coefficient in each.items()) for each in sums
     ]
-    return np.array(totals) if is_list else totals[0]
+    return np.array(added) if is_list else added[0]
 
 
 def _require_certain(records: Program) -> None:

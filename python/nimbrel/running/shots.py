@@ -1,41 +1,23 @@
 """`sample`: the outcomes of many runs of a program.
 
 A program whose measurements all come last is simulated once, and its outcomes are drawn from the
-state (`outcome_draws`). Any other program runs once a shot.
+state (`outcome_draws`). Any other program runs once a shot, on the workers of an executor if there
+is one.
 """
 
-from bisect import bisect_right
-from collections.abc import Iterable, Sequence
-from contextlib import ExitStack
-from typing import Final, NamedTuple, TypeAlias
+from collections.abc import Iterable
 
-import _lib_nb_sim
-import numpy as np
-import numpy.typing as npt
-
-from nimbrel._engine import check_flag_range
-from nimbrel.masks import WORD_BITS
-from nimbrel.opcodes import Opcode
-from nimbrel.operations import FLAGS_PER_FETCH
-from nimbrel.program_check import ProgramCheck
-from nimbrel.records import Program, RecordArray
-from nimbrel.running.bounded_calls import checked, first_call, put_in_calls
-from nimbrel.running.deferral import Deferred, NotDeferred, defer
-from nimbrel.running.filter_choice import FilterChoice, check_local, choose_filter, with_reset
-from nimbrel.running.flag_use import flag_use
-from nimbrel.running.outcome_draws import draw_outcomes
-from nimbrel.running.progress import ProgressBar
+from nimbrel.records import RecordArray
+from nimbrel.running.distributed_shots import distributed_shots
+from nimbrel.running.executor_source import AnyExecutor, refuse_open_simulator
+from nimbrel.running.program_runs import Packed
 from nimbrel.running.samples import Samples
+from nimbrel.running.shot_plan import ShotPlan, shot_plan
 from nimbrel.sampling import check_shots
 from nimbrel.seeding import seed as seed_engine
 from nimbrel.simulator import Simulator
 
 __all__ = ["sample"]
-
-_Packed: TypeAlias = npt.NDArray[np.uint8]
-_CLIFFORD: Final = "StreamCliffordQPU"
-_BIT: Final = "StreamBitQPU"
-_WITHOUT_EXTENSIONS: Final = ("StreamQPU", "StreamSparseQPU")
 
 
 def sample(
@@ -45,6 +27,7 @@ def sample(
     read_flags: Iterable[int] | None = None,
     filter: str | Simulator = "auto",  # noqa: A002 - the word of the documents
     seed: int | None = None,
+    executor: AnyExecutor | None = None,
     progress: bool = False,
 ) -> Samples:
     """Run a program many times and return the read flags at the end of each run.
@@ -65,7 +48,14 @@ def sample(
             runs once a shot; a filter that is made here starts every run without flags.
         seed: Makes the outcomes repeat, 32 bits; None draws differently each time. A program that
             runs once a shot draws from the generator that all filters of the process share, and
-            the seed is that of `nimbrel.seed`.
+            shot number k, from 0, is seeded as by `nimbrel.seed((seed + k) % 2**32)`. So the
+            outcomes are the same with every executor and without one. Seeds of runs that must be
+            independent differ by at least the number of shots.
+        executor: Runs the shots of a program that runs once a shot: anything with the interface of
+            `concurrent.futures.Executor`, or a function without arguments that makes one. An
+            executor is left open. One that the function has made is shut down at the end, and
+            replaced if it loses a worker. Each filter of a worker has `max_num_threads=1`. Any
+            other program runs in this process, because one simulation serves all shots.
         progress: Whether a bar on standard error shows the progress.
 
     Returns:
@@ -74,169 +64,29 @@ def sample(
     Raises:
         ValueError: If the program does not begin with a reset, if a record is refused, if `shots`
             is negative, if no filter fits, or if there is a seed and a Clifford filter must run
-            the program once a shot, because its own draws cannot be seeded.
+            the program once a shot, because its own draws cannot be seeded. If there are an
+            executor and an open simulator, which workers cannot use.
+        TypeError: If `executor` is neither an executor nor a function.
+        WorkerLostError: If an executor loses a worker, or a new one loses it again; the text names
+            the shots.
         RuntimeError: The engine's error.
         ImportError: If a progress bar is wanted and tqdm is not installed.
     """
     check_shots(shots)
-    records = with_reset(program)
-    use = flag_use(records)
-    wanted = use.stored if read_flags is None else [int(flag) for flag in read_flags]
-    older_flags = use.needs_fresh_flags(wanted)
-    plan = defer(records)
-    if isinstance(filter, Simulator) and isinstance(plan, Deferred):
-        plan = _plan_for(filter, records, plan, older_flags=older_flags)
-    choice = _choice(records, filter, plan, seed)
-    with ExitStack() as stack:
-        is_open = isinstance(filter, Simulator)
-        simulator = (
-            filter if isinstance(filter, Simulator) else stack.enter_context(Simulator(choice.name))
-        )
-        run = _Runs(simulator, records, wanted)
-        if choice.name == _BIT and not (is_open and older_flags):
-            packed = np.repeat(run.in_turn(min(shots, 1), progress=progress), shots, axis=0)
-        elif isinstance(plan, Deferred):
-            packed = run.drawn(plan, shots, seed, progress=progress)
-        else:
-            if seed is not None:
-                seed_engine(seed)
-            renew = not is_open and older_flags
-            packed = run.in_turn(shots, progress=progress, renew=renew)
-    return Samples(tuple(wanted), packed, choice.name, choice.reason)
+    if executor is not None:
+        refuse_open_simulator(filter)
+    plan = shot_plan(program, read_flags, filter, seeded=seed is not None)
+    if executor is not None and plan.runs_once_a_shot:
+        packed = distributed_shots(plan, shots, seed, executor, progress=progress)
+    else:
+        packed = _outcomes(plan, shots, seed, progress=progress)
+    return plan.samples(packed)
 
 
-def _choice(
-    records: Program, filter_: str | Simulator, plan: Deferred | NotDeferred, seed: int | None
-) -> FilterChoice:
-    runs_once_a_shot = isinstance(plan, NotDeferred)
-    if filter_ == "auto":
-        return choose_filter(records, seedable=runs_once_a_shot and seed is not None)
-    name = filter_.filter_type if isinstance(filter_, Simulator) else filter_
-    check_local(name)
-    if isinstance(plan, NotDeferred) and seed is not None and name == _CLIFFORD:
-        raise ValueError(
-            f"record {plan.record} {plan.reason}, so the program runs once a shot; a Clifford "
-            "filter cannot do this with a seed"
-        )
-    return FilterChoice(name, "the caller named it")
-
-
-def _plan_for(
-    simulator: Simulator, records: Program, plan: Deferred, *, older_flags: bool
-) -> Deferred | NotDeferred:
-    """Find what an open simulator has of its own that makes a difference from run to run."""
-    if simulator._check.may_be_skipping:
-        return NotDeferred(0, "may be skipped by an open jump")
-    if older_flags:
-        return NotDeferred(0, "begins a run that may see flags of the run before")
-    if simulator._randomized:
-        return NotDeferred(0, "makes a random state")
-    try:
-        # The simulator may have no check. Qubits outside the register have no outcomes to draw.
-        ProgramCheck(simulator.filter_type, qubits=True, inexact_controls=True).begin(records)
-    except ValueError:
-        return NotDeferred(0, "makes a register that lacks a qubit of the program")
-    return plan
-
-
-class _Window(NamedTuple):
-    """Consecutive flags that one call of the engine returns."""
-
-    first: int
-    length: int
-
-
-class _Runs:
-    """The runs of one program on one filter."""
-
-    def __init__(self, simulator: Simulator, records: Program, wanted: Sequence[int]) -> None:
-        self._simulator = simulator
-        self._records = records
-        self._wanted = wanted
-        self._first_call = first_call(simulator.filter_type, records)
-
-    def drawn(self, plan: Deferred, shots: int, seed: int | None, *, progress: bool) -> _Packed:
-        """Simulate the program once and draw the outcomes."""
-        sources = [plan.flags.read(flag) for flag in self._wanted]
-        gates = self._records if self._refuses_extensions() else self._printable(plan.gates)
-        with ProgressBar(len(gates), "record", shown=progress) as bar:
-            with checked(self._simulator, self._records) as handle:
-                put_in_calls(handle, gates, self._first_call, bar)
-            return draw_outcomes(self._simulator, sources, shots, np.random.default_rng(seed))
-
-    def _refuses_extensions(self) -> bool:
-        # The extensions of measurements are not among the gates, but must raise their error.
-        extended = self._simulator.filter_type in _WITHOUT_EXTENSIONS
-        return extended and bool((self._records["opcode"] == Opcode.EXTEND).any())
-
-    def _printable(self, gates: Program) -> Program:
-        # The text of a tableau is complete if the register fills its 64-qubit words.
-        size = int(gates["target_mask"][0])
-        if self._simulator.filter_type != _CLIFFORD or size <= WORD_BITS:
-            return gates
-        padded: Program = gates.copy()
-        padded["target_mask"][0] = -(-size // WORD_BITS) * WORD_BITS
-        return padded
-
-    def in_turn(self, shots: int, *, progress: bool, renew: bool = False) -> _Packed:
-        """Run the program once a shot.
-
-        Args:
-            shots: Number of runs.
-            progress: Whether a bar shows the progress.
-            renew: Whether each run needs a filter without stored flags.
-        """
-        fetched: list[int] = []
-        windows = _windows(self._wanted)
-        with (
-            ProgressBar(shots, "shot", shown=progress) as bar,
-            checked(self._simulator, self._records) as handle,
-        ):
-            for _ in range(shots):
-                if renew:
-                    self._on_new_filter(windows, fetched)
-                else:
-                    self._once(handle, windows, fetched)
-                bar.update(1)
-        return _packed(fetched, windows, self._wanted, shots)
-
-    def _once(self, handle: int, windows: Sequence[_Window], fetched: list[int]) -> None:
-        records = self._records
-        if len(records) <= self._first_call:
-            _lib_nb_sim.put_instructions(handle, records, len(records))
-        else:
-            put_in_calls(handle, records, self._first_call)
-        for first, length in windows:
-            fetched.append(_lib_nb_sim.fetch_read_result(handle, first, length))
-
-    def _on_new_filter(self, windows: Sequence[_Window], fetched: list[int]) -> None:
-        handle = _lib_nb_sim.new_native_filter(self._simulator.filter_type)
-        try:
-            self._once(handle, windows, fetched)
-        finally:
-            _lib_nb_sim.delete_native_filter(handle)
-
-
-def _windows(flags: Sequence[int]) -> list[_Window]:
-    """Cover the flags by as few calls of the engine as their order allows."""
-    windows: list[_Window] = []
-    for flag in sorted(set(flags)):
-        check_flag_range(flag, 1)
-        if windows and flag < windows[-1].first + FLAGS_PER_FETCH:
-            windows[-1] = windows[-1]._replace(length=flag - windows[-1].first + 1)
-        else:
-            windows.append(_Window(flag, 1))
-    return windows
-
-
-def _packed(
-    fetched: Sequence[int], windows: Sequence[_Window], flags: Sequence[int], shots: int
-) -> _Packed:
-    """Arrange the words of all runs as rows of the wanted flags."""
-    words = np.array(fetched, dtype=np.uint32).reshape(shots, len(windows))
-    columns = np.empty((shots, len(flags)), dtype=np.uint8)
-    firsts = [window.first for window in windows]
-    for column, flag in enumerate(flags):
-        place = bisect_right(firsts, flag) - 1
-        columns[:, column] = words[:, place] >> np.uint32(flag - windows[place].first) & 1
-    return np.packbits(columns, axis=1, bitorder="little")
+def _outcomes(plan: ShotPlan, shots: int, seed: int | None, *, progress: bool) -> Packed:
+    if plan.runs_once_a_shot and seed is not None:
+        seed_engine(seed)
+    if plan.open_filter is not None:
+        return plan.outcomes(plan.open_filter, shots, seed, progress=progress)
+    with Simulator(plan.choice.name) as simulator:
+        return plan.outcomes(simulator, shots, seed, progress=progress)
