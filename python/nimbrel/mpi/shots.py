@@ -15,6 +15,7 @@ from nimbrel.running.deferral import Deferred, defer
 from nimbrel.running.filter_choice import with_reset
 from nimbrel.running.flag_columns import pack_indices
 from nimbrel.running.flag_use import flag_use
+from nimbrel.running.program_runs import ENGINE_SEEDS
 from nimbrel.running.samples import Samples
 from nimbrel.sampling import check_shots
 
@@ -40,7 +41,8 @@ def sample(
         read_flags: The flags to return, signed; None means all that the program may store,
             ascending. A flag that a run has not stored reads 0.
         comm: The ranks, as for `Simulator`.
-        seed: Makes the outcomes repeat, 32 bits; None draws differently each time.
+        seed: Makes the outcomes repeat, 32 bits; None draws differently each time. Shot number k
+            of a program that runs once a shot has the seed (seed + k) % 2**32.
 
     Returns:
         The outcomes, one row a run, the same on all ranks.
@@ -72,11 +74,11 @@ def sample(
 def _in_turn(
     sim: Simulator, records: Program, shots: int, wanted: list[int], seed: int | None
 ) -> npt.NDArray[np.uint8]:
-    if seed is not None:
-        sim.seed(seed)
     bits = np.zeros((shots, len(wanted)), dtype=np.uint8)
-    for row in bits:
+    for number, row in enumerate(bits):
         sim.forget_flags()
+        if seed is not None:
+            sim.seed((seed + number) % ENGINE_SEEDS)
         sim.run(records)
         row[:] = [sim.flags(flag, 1) for flag in wanted]
     return np.packbits(bits, axis=1, bitorder="little")
