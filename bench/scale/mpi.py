@@ -88,11 +88,12 @@ def compare(circuit: str, qubits: int, ranks: list[int], repeats: int) -> list[d
 def line_of(row: dict[str, Any], rates: dict[int, float]) -> str:
     """One line of the table."""
     rate = row["bytes_sent"] / row["exchange_seconds"] if row["exchanges"] else 0.0
+    megabytes = row["bytes_sent"] / 1e6 / row["gates"]
     goal = row["ranks"] == GOAL_RANKS and row["circuit"] in WITH_GOAL
     verdict = (" goal met" if row["ratio"] <= GOAL else " goal missed") if goal else ""
     return (
         f"{row['circuit']:<10} {row['qubits']:>6} {row['ranks']:>5} {row['seconds']:>8.3f} "
-        f"{row['ratio']:>6.2f} {row['exchanges']:>10} {row['bytes_sent'] / 1e6 / row['gates']:>8.2f} "
+        f"{row['ratio']:>6.2f} {row['exchanges']:>10} {megabytes:>8.2f} "
         f"{rate / 1e9:>6.2f} {rate / rates[row['ranks']]:>8.2f} {row['extra_bytes'] / 2**20:>10.1f}"
         f"{verdict}"
     )

@@ -9,6 +9,8 @@ and the times. A node is taken for 32 of the measured machines of two cores: 64 
 as a measured one. Writes the tables of docs/scaling.md.
 """
 
+# ruff: noqa: E402 - mpi4py is set up before anything imports it
+
 from __future__ import annotations
 
 import argparse
@@ -61,9 +63,7 @@ def plan_of(circuit: str, num_qubits: int, nodes: int) -> Plan:
     records = records_of(CIRCUITS[circuit](num_qubits))
     words = plain_form(as_words(records), num_qubits)
     placement = Placement(num_qubits, nodes * RANKS_OF_NODE)
-    found = [
-        step for step in steps(words, placement, words[:0, 0]) if isinstance(step, Exchange)
-    ]
+    found = [step for step in steps(words, placement, words[:0, 0]) if isinstance(step, Exchange)]
     across = inside = 0.0
     for step in found:
         far = sum(bit >= NODE_BITS for bit, _ in step.pairs)
@@ -111,8 +111,10 @@ def seconds_of(machine: Machine, circuit: str, qubits: int, nodes: int, plan: Pl
 def table(machine: Machine, circuit: str) -> None:
     """Write the table of a circuit."""
     print(f"\n### {circuit}\n")
-    print("| Qubits | Nodes | GiB a node | Exchanges | Parts sent | Gates, s | Inside, s "
-          "| Network at 25 GB/s, s | at 100 GB/s, s | Whole, s | Efficiency |")
+    print(
+        "| Qubits | Nodes | GiB a node | Exchanges | Parts sent | Gates, s | Inside, s "
+        "| Network at 25 GB/s, s | at 100 GB/s, s | Whole, s | Efficiency |"
+    )
     print("| ---: " * 11 + "|")
     for qubits in QUBITS:
         first: tuple[int, float] | None = None

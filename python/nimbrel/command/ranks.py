@@ -30,10 +30,9 @@ def run_on_ranks(file: Path, shots: int, seed: int | None) -> Result | None:
         ValueError: If the program cannot be read or run, or measures nothing.
         MemoryError: If a rank has no memory for its part.
     """
-    import nimbrel.mpi  # its error says how to install mpi4py
-
     from mpi4py import MPI
 
+    import nimbrel.mpi  # its error says how to install mpi4py
     from nimbrel.mpi.agreement import agreed_call, happened_everywhere
 
     comm = MPI.COMM_WORLD

@@ -13,9 +13,7 @@ from nimbrel.register_trace import Words
 __all__ = ["running"]
 
 
-def running(
-    words: Words, open_label: int, hold: Callable[[Words], Bools]
-) -> tuple[Bools, int]:
+def running(words: Words, open_label: int, hold: Callable[[Words], Bools]) -> tuple[Bools, int]:
     """Find the records that run.
 
     No record but the last one changes a read flag, so all conditions can be looked at beforehand.

@@ -23,9 +23,9 @@ class Draws:
         """
         # The engine's generator is the 32-bit Mersenne Twister, seeded by one word (M. Matsumoto
         # and T. Nishimura, https://doi.org/10.1145/272991.272995). NumPy's legacy class is that.
-        self._generator = np.random.RandomState(seed)  # noqa: NPY002
+        self._generator = np.random.RandomState(seed)
 
     def zero_to_one(self) -> float:
-        """Draw a number from 0 up to but not including 1: two words, the first least significant."""
+        """Draw a number from 0 up to 1, without 1: two words, the first least significant."""
         number = int.from_bytes(self._generator.bytes(8), "little") / _SCALE
         return min(number, math.nextafter(1.0, 0.0))

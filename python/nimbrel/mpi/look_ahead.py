@@ -35,10 +35,10 @@ def phase_like(words: Words) -> Bools:
     Args:
         words: Records, shape (n, 11).
     """
-    turns = words[:, 0] == Opcode.RZ
+    turns: Bools = words[:, 0] == Opcode.RZ
     if not turns.any():
         return turns
-    found = turns.copy()
+    found: Bools = turns.copy()
     half = words[turns, ANGLE].view(np.float64) * (math.pi / 360.0)
     with np.errstate(invalid="ignore"):
         found[turns] = np.abs(np.cos(half)) < _NEAR_ONE

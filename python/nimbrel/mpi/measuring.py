@@ -209,9 +209,13 @@ class Measuring:
         register = self._register
         weights = np.cumsum(register.comm.allgather(probability(register.part)))
         if not 0.0 < weights[-1] < np.inf:
-            raise ValueError(f"a state of total probability {weights[-1]:g} has no outcomes to draw")
+            raise ValueError(
+                f"a state of total probability {weights[-1]:g} has no outcomes to draw"
+            )
         last = int(np.searchsorted(weights, weights[-1], side="left"))
-        ranks = np.searchsorted(weights, rng.random(shots) * weights[-1], side="right").clip(max=last)
+        ranks = np.searchsorted(weights, rng.random(shots) * weights[-1], side="right").clip(
+            max=last
+        )
         count = int(np.count_nonzero(ranks == register.comm.rank))
         own = np.zeros(0, dtype=np.int64)
         if count:

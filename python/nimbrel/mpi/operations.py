@@ -47,15 +47,13 @@ PAIR_GATES: Final = (
     *(Opcode.Y, Opcode.H, Opcode.RX, Opcode.RY, Opcode.RZ),
     *(Opcode.ROOTX, Opcode.ROOTX_INV, Opcode.ROOTY, Opcode.ROOTY_INV),
 )
-PHASES: Final = (
-    *(Opcode.PHASE, Opcode.Z, Opcode.S, Opcode.S_INV, Opcode.T, Opcode.T_INV),
-)
+PHASES: Final = (*(Opcode.PHASE, Opcode.Z, Opcode.S, Opcode.S_INV, Opcode.T, Opcode.T_INV),)
 _SWAP_STEPS: Final = 3
 
 
 def is_one_of(opcodes: Words, wanted: tuple[int, ...]) -> Bools:
     """Which opcodes are among some, shape (n,)."""
-    found = opcodes == wanted[0]
+    found: Bools = opcodes == wanted[0]
     for opcode in wanted[1:]:
         found |= opcodes == opcode
     return found
@@ -100,7 +98,8 @@ def _inside(words: Words, rotations: Bools, register: np.uint64) -> Words:
     never |= rotations & (words[:, TARGETS] | words[:, CONTROLS] == 0)
     words[rotations, READ_FLAG] &= register
     words[rotations, NEGATED] &= words[rotations, READ_FLAG]
-    return words[~never]
+    kept: Words = words[~never]
+    return kept
 
 
 def _swaps_as_flips(words: Words, swaps: Bools) -> Words:

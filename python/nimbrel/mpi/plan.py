@@ -86,7 +86,9 @@ def _next_stop(masks: Words, relabels: Bools, start: int, global_mask: np.uint64
 
 def _renumber(row: Words, placement: Placement) -> bool:
     """Carry out a swap, or a flip among the ranks' numbers, by the placement alone."""
-    opcode, targets, controls, negated = (int(row[word]) for word in (0, TARGETS, CONTROLS, NEGATED))
+    opcode, targets, controls, negated = (
+        int(row[word]) for word in (0, TARGETS, CONTROLS, NEGATED)
+    )
     if opcode == Opcode.SWAP:
         placement.exchange((targets & -targets).bit_length() - 1, targets.bit_length() - 1)
         return True

@@ -76,12 +76,13 @@ def _blocks(part: Amplitudes, product: PartProduct) -> Iterator[tuple[Amplitudes
             continue
         for own, other in ((number, partner), (partner, number))[: 1 + (partner != number)]:
             negative = product.minus ^ ((own << bits & product.z_mask).bit_count() % 2 == 1)
-            yield blocks[own], _turned(blocks[other][places], -factors if negative else factors, turn)
+            yield (
+                blocks[own],
+                _turned(blocks[other][places], -factors if negative else factors, turn),
+            )
 
 
-def _turned(
-    values: Amplitudes, factors: npt.NDArray[np.float64], quarter_turns: int
-) -> Amplitudes:
+def _turned(values: Amplitudes, factors: npt.NDArray[np.float64], quarter_turns: int) -> Amplitudes:
     """Multiply by signs and by (-i)**quarter_turns, without rounding."""
     image = np.empty_like(values)
     real, imaginary = values.real * factors, values.imag * factors

@@ -87,9 +87,7 @@ def _controls(words: Words, rotations: Bools, placement: Placement, number: int)
     return _Controls(hold, to_local(masks), to_local(negated))
 
 
-def _turns_as_phases(
-    made: Words, words: Words, turns: Bools, targets: Words, number: int
-) -> None:
+def _turns_as_phases(made: Words, words: Words, turns: Bools, targets: Words, number: int) -> None:
     """Rotations about Z of a qubit in the numbers: the phase of this rank's value of the qubit."""
     half = words[turns, ANGLE].view(np.float64) * _HALF
     is_one = targets[turns] & np.uint64(number) != 0
@@ -124,4 +122,5 @@ def _with_whole_phases(words: Words, pivot: np.uint64) -> Words:
     made[rotations, READ_FLAG] |= pivot
     made[rotations & is_second, NEGATED] |= pivot
     made[rotations & ~is_second, ANGLE] ^= _SIGN
-    return made[~conflict]
+    kept: Words = made[~conflict]
+    return kept

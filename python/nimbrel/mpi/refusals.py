@@ -84,7 +84,7 @@ def _check_products(
     _refuse(words, own, "has a control among its letters X and Y, which ranks do not carry out")
     sizes = [num_qubits] if num_qubits is not None else []
     sizes += [int(size) for size in words[resets, TARGETS]]
-    local = min(size for size in sizes if size is not None) - (num_ranks.bit_length() - 1)
+    local = min(sizes) - (num_ranks.bit_length() - 1)
     products = rotations | (opcodes == Opcode.PPM) | (opcodes == Opcode.PCP)
     wide = products & (bit_counts(np.where(products, x_masks, np.uint64(0))) > local)
     _refuse(

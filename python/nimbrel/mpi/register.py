@@ -242,7 +242,7 @@ def _allocated(num_local: int) -> Amplitudes:
 
 
 def _put_piece(placed: npt.NDArray[Any], start: int, values: Amplitudes) -> None:
-    """Copy values to consecutive indices, a power of two of them, from a multiple of their count."""
+    """Copy values, a power of two of them, to indices from a multiple of their count."""
     inner = len(values).bit_length() - 1
     outer = placed.ndim - inner
     number = start >> inner

@@ -91,9 +91,9 @@ class Simulator:
         traceback: TracebackType | None,
     ) -> None:
         """Close the simulator. An error that not all ranks have ends all of them."""
-        if exc is not None and self._comm is not None and self._comm.size > 1:
-            if not happened_everywhere(exc):
-                end_all(self._comm, exc)
+        comm = self._comm
+        if exc is not None and comm is not None and comm.size > 1 and not happened_everywhere(exc):
+            end_all(comm, exc)
         self.close()
 
     def __repr__(self) -> str:
@@ -137,7 +137,7 @@ class Simulator:
         Exchanges change which terms they belong to.
         """
         self._open()
-        part = self._register.part.view()
+        part: Amplitudes = self._register.part.view()
         part.flags.writeable = False
         return part
 

@@ -27,12 +27,14 @@ def bit_counts(words: Words) -> np.ndarray[tuple[int], np.dtype[np.intp]]:
 
 def odd_parity(words: Words) -> np.ndarray[tuple[int], np.dtype[np.bool_]]:
     """Whether each word has an odd number of set bits, shape (n,)."""
-    return bit_counts(words) % 2 == 1
+    odd: np.ndarray[tuple[int], np.dtype[np.bool_]] = bit_counts(words) % 2 == 1
+    return odd
 
 
 def lowest_bits(words: Words) -> Words:
     """The lowest set bit of each word, or 0."""
-    return words & (~words + ONE)
+    lowest: Words = words & (~words + ONE)
+    return lowest
 
 
 def highest_bits(words: Words) -> Words:
@@ -40,7 +42,8 @@ def highest_bits(words: Words) -> Words:
     filled = words.copy()
     for distance in (1, 2, 4, 8, 16, 32):
         filled |= filled >> np.uint64(distance)
-    return filled ^ (filled >> ONE)
+    highest: Words = filled ^ (filled >> ONE)
+    return highest
 
 
 class BitMap:
@@ -63,7 +66,7 @@ class BitMap:
 
     def __call__(self, words: Words) -> Words:
         """Move the bits of all words, shape (n,)."""
-        moved = self._tables[0][(words & _BYTE).astype(np.intp)]
+        moved: Words = self._tables[0][(words & _BYTE).astype(np.intp)]
         for number, table in enumerate(self._tables[1:], start=1):
             shift = np.uint64(number * _BYTES)
             moved |= table[(words >> shift & _BYTE).astype(np.intp)]

@@ -31,8 +31,7 @@ def on_ranks(ranks: int, *arguments: str | Path) -> subprocess.CompletedProcess[
     return subprocess.run(
         [*command, sys.executable, *map(str, arguments)],
         env={**os.environ, "PYTHONPATH": os.pathsep.join(paths)},
-        stdout=subprocess.PIPE,
-        stderr=subprocess.PIPE,
+        capture_output=True,
         stdin=subprocess.DEVNULL,
         text=True,
         timeout=ENOUGH,

@@ -1,5 +1,7 @@
 """The plan of a run of gates: what goes to the engine, and when ranks exchange amplitudes."""
 
+# ruff: noqa: E402 - mpi4py is set up before anything imports it
+
 import mpi4py
 import pytest
 

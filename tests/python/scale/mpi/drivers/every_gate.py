@@ -6,14 +6,15 @@ Rank 0 writes a line for each record whose state differs, and the number of reco
 import itertools
 from collections.abc import Iterator
 
-import numpy as np
-from mpi4py import MPI
-
 import nimbrel
 import nimbrel.mpi
-from models.wire import Record, described, signed, tagged
+import numpy as np
+from mpi4py import MPI
 from nimbrel.records import QPU_OP
-from programs.dense import GATES, opcodes
+
+from models import opcodes
+from models.wire import Record, described, signed, tagged
+from programs.dense import GATES
 from support.dense import to_array
 
 QUBITS = 5

@@ -1,17 +1,17 @@
 """Run under mpirun: something goes wrong on rank 1 only.
 
-    mpirun -n 4 python failures.py killed|memory|unequal|own_error
+mpirun -n 4 python failures.py killed|memory|unequal|own_error
 """
 
 import os
 import resource
 import signal
 import sys
-
-from mpi4py import MPI
+from pathlib import Path
 
 import nimbrel
 import nimbrel.mpi
+from mpi4py import MPI
 
 QUBITS = 20
 LARGE = 26
@@ -29,8 +29,8 @@ def killed(sim: nimbrel.mpi.Simulator) -> None:
 
 def memory(sim: nimbrel.mpi.Simulator) -> None:
     if sim.comm.rank == 1:
-        with open("/proc/self/statm", encoding="ascii") as file:
-            used = int(file.read().split()[0]) * resource.getpagesize()
+        pages = int(Path("/proc/self/statm").read_text(encoding="ascii").split()[0])
+        used = pages * resource.getpagesize()
         resource.setrlimit(resource.RLIMIT_AS, (used + 2**24, used + 2**24))
     sim.run(nimbrel.reset(LARGE))
 

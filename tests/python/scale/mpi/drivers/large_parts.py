@@ -3,11 +3,10 @@
 import random
 from collections.abc import Iterator
 
-import numpy as np
-from mpi4py import MPI
-
 import nimbrel
 import nimbrel.mpi
+import numpy as np
+from mpi4py import MPI
 
 QUBITS = 20
 GATES = 60

@@ -8,12 +8,12 @@ Rank 0 writes a line for each program that differs, and the number of programs.
 import random
 import sys
 
-import numpy as np
-from mpi4py import MPI
-
 import nimbrel
 import nimbrel.mpi
+import numpy as np
+from mpi4py import MPI
 from nimbrel.records import QPU_OP
+
 from programs.ranks import QUBITS, RankSource
 from support.dense import to_array
 

@@ -1,16 +1,15 @@
 """Run under mpirun: what a simulator tells about its state, beside a dense filter of one process.
 
-    mpirun -n 4 python read_outs.py [--sums-by-parts]
+mpirun -n 4 python read_outs.py [--sums-by-parts]
 """
 
 import sys
 
+import nimbrel
+import nimbrel.mpi
 import numpy as np
 import pytest
 from mpi4py import MPI
-
-import nimbrel
-import nimbrel.mpi
 
 QUBITS = 7
 SHOTS = 4000

@@ -1,14 +1,14 @@
 """Run under mpirun on two ranks: programs that are refused, each by name, before anything runs."""
 
+import nimbrel
+import nimbrel.mpi
 import numpy as np
 import pytest
 from mpi4py import MPI
+from nimbrel.records import QPU_OP
 
-import nimbrel
-import nimbrel.mpi
 from models import opcodes
 from models.wire import Record, tagged
-from nimbrel.records import QPU_OP
 from support.dense import to_array
 
 QUBITS = 3
