@@ -12,7 +12,7 @@ from typing import Final
 
 import numpy as np
 
-from nimbrel.mpi.operations import ANGLE, CONTROLS, PAIR_GATES, TARGETS, Bools, is_one_of
+from nimbrel.mpi.operations import ANGLE, CONTROLS, PAIR_GATES, TARGETS, Bools, OpcodeSet
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
 
@@ -21,6 +21,8 @@ __all__ = ["NEVER", "ahead_masks", "next_uses", "phase_like", "plain_masks"]
 NEVER: Final = 2**62
 """The distance of a use that does not come."""
 
+_MIXING: Final = OpcodeSet(*PAIR_GATES.opcodes, Opcode.PPR)
+_PROBABLY_MIXING: Final = OpcodeSet(*_MIXING.opcodes, Opcode.PPM, Opcode.PCP)
 _WINDOW: Final = 1 << 14
 """Most records that are looked at."""
 _NEAR_ONE: Final = 1 - 1e-12
@@ -48,7 +50,7 @@ def phase_like(words: Words) -> Bools:
 def plain_masks(words: Words) -> Words:
     """The qubits that each record in plain form mixes, shape (n,)."""
     opcodes = words[:, 0]
-    mixes = is_one_of(opcodes, (*PAIR_GATES, Opcode.PPR))
+    mixes = _MIXING.among(opcodes)
     mixes &= ~phase_like(words)
     masks: Words = np.where(mixes, words[:, TARGETS], np.uint64(0))
     return masks
@@ -60,7 +62,7 @@ def ahead_masks(words: Words) -> Words:
     A flip without controls moves no amplitude, so it counts as mixing nothing.
     """
     opcodes = words[:, 0]
-    mixes = is_one_of(opcodes, (*PAIR_GATES, Opcode.PPR, Opcode.PPM, Opcode.PCP))
+    mixes = _PROBABLY_MIXING.among(opcodes)
     swaps = opcodes == Opcode.SWAP
     free = (opcodes == Opcode.X) | swaps
     mixes = (mixes & (opcodes != Opcode.RZ) & ~free) | (free & (words[:, CONTROLS] != 0))

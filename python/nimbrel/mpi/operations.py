@@ -32,7 +32,7 @@ __all__ = [
     "READ_FLAG",
     "TARGETS",
     "Bools",
-    "is_one_of",
+    "OpcodeSet",
     "plain_form",
 ]
 
@@ -41,22 +41,33 @@ Bools: TypeAlias = npt.NDArray[np.bool_]
 TARGETS, CONTROLS, ANGLE, COND_FLAG, READ_FLAG, NEGATED = 1, 2, 3, 4, 5, 6
 """Positions of the words in a record."""
 
-FLIPS: Final = (Opcode.X, Opcode.LELBOW, Opcode.RELBOW)
-PAIR_GATES: Final = (
-    *FLIPS,
+
+class OpcodeSet:
+    """Some opcodes, found in arrays of opcodes by one search."""
+
+    def __init__(self, *opcodes: int) -> None:
+        """Take the opcodes, one at least."""
+        self.opcodes = opcodes
+        self._sorted = np.array(sorted(opcodes), dtype=np.uint64)
+
+    def among(self, opcodes: Words) -> Bools:
+        """Which opcodes are in the set, shape (n,)."""
+        places = np.searchsorted(self._sorted, opcodes)
+        np.minimum(places, len(self._sorted) - 1, out=places)
+        found: Bools = self._sorted[places] == opcodes
+        return found
+
+
+FLIPS: Final = OpcodeSet(Opcode.X, Opcode.LELBOW, Opcode.RELBOW)
+PAIR_GATES: Final = OpcodeSet(
+    *FLIPS.opcodes,
     *(Opcode.Y, Opcode.H, Opcode.RX, Opcode.RY, Opcode.RZ),
     *(Opcode.ROOTX, Opcode.ROOTX_INV, Opcode.ROOTY, Opcode.ROOTY_INV),
 )
-PHASES: Final = (*(Opcode.PHASE, Opcode.Z, Opcode.S, Opcode.S_INV, Opcode.T, Opcode.T_INV),)
+PHASES: Final = OpcodeSet(
+    *(Opcode.PHASE, Opcode.Z, Opcode.S, Opcode.S_INV, Opcode.T, Opcode.T_INV),
+)
 _SWAP_STEPS: Final = 3
-
-
-def is_one_of(opcodes: Words, wanted: tuple[int, ...]) -> Bools:
-    """Which opcodes are among some, shape (n,)."""
-    found: Bools = opcodes == wanted[0]
-    for opcode in wanted[1:]:
-        found |= opcodes == opcode
-    return found
 
 
 def plain_form(words: Words, num_qubits: int) -> Words:
@@ -126,8 +137,8 @@ def _swaps_as_flips(words: Words, swaps: Bools) -> Words:
 def _one_target_each(words: Words) -> Words:
     """Split records with several targets, in the engine's order."""
     opcodes, targets = words[:, 0], words[:, TARGETS]
-    phases = is_one_of(opcodes, PHASES)
-    pairs = is_one_of(opcodes, PAIR_GATES)
+    phases = PHASES.among(opcodes)
+    pairs = PAIR_GATES.among(opcodes)
     # A diagonal gate without a target takes its lowest control as the target.
     lowest = lowest_bits(words[:, CONTROLS])
     targets = np.where(phases & (targets == 0), lowest, targets)
@@ -160,7 +171,7 @@ def _nth_bits(masks: Words, numbers: npt.NDArray[np.intp], *, upward: Bools) -> 
 
 def _without_own_controls(words: Words) -> Words:
     """Settle pair gates whose target is a control: never done, or done as if it were none."""
-    pairs = is_one_of(words[:, 0], PAIR_GATES)
+    pairs = PAIR_GATES.among(words[:, 0])
     own = words[:, TARGETS] & words[:, CONTROLS]
     own[~pairs] = 0
     if own.any():
@@ -168,6 +179,6 @@ def _without_own_controls(words: Words) -> Words:
         words[:, CONTROLS] &= ~own
         words[:, NEGATED] &= np.where(pairs, ~own, ~ZERO)
         words, pairs = words[~never], pairs[~never]
-    words[is_one_of(words[:, 0], FLIPS), 0] = Opcode.X
+    words[FLIPS.among(words[:, 0]), 0] = Opcode.X
     zero_turns = (words[:, 0] == Opcode.RZ) & (words[:, ANGLE] << ONE == 0)
     return words[~zero_turns] if zero_turns.any() else words

@@ -18,7 +18,7 @@ from nimbrel.mpi.operations import (
     PHASES,
     READ_FLAG,
     TARGETS,
-    is_one_of,
+    OpcodeSet,
 )
 from nimbrel.mpi.pauli_batches import PauliBatch
 from nimbrel.mpi.register import Register
@@ -29,8 +29,10 @@ from nimbrel.suspect_search import as_words
 
 __all__ = ["ProgramRun"]
 
-_GATES: Final = (*PAIR_GATES, *PHASES, Opcode.SWAP, Opcode.PPR, Opcode.PCP)
-_BETWEEN: Final = (
+_GATES: Final = OpcodeSet(
+    *(*PAIR_GATES.opcodes, *PHASES.opcodes), Opcode.SWAP, Opcode.PPR, Opcode.PCP
+)
+_BETWEEN: Final = OpcodeSet(
     *(Opcode.READ, Opcode.WRITE, Opcode.CLEAR, Opcode.FREE),
     *(Opcode.PPM, Opcode.RESET, Opcode.FLAG_NAND),
 )
@@ -60,7 +62,7 @@ class ProgramRun:
             RuntimeError: On all ranks, with the engine's text.
             MemoryError: On all ranks, if a rank has no memory for its part.
         """
-        between = np.flatnonzero(is_one_of(words[:, 0], _BETWEEN))
+        between = np.flatnonzero(_BETWEEN.among(words[:, 0]))
         ahead = ahead_masks(words) if self._register.comm.size > 1 else words[:0, TARGETS]
         start = 0
         for stop in [*between.tolist(), len(words) - 1]:
@@ -70,9 +72,9 @@ class ProgramRun:
             start = stop + 1
             runs, self._open_label = running(section, self._open_label, self._flags.hold)
             last = len(section) - 1
-            is_between = bool(is_one_of(section[last:, 0], _BETWEEN)[0])
+            is_between = bool(_BETWEEN.among(section[last:, 0])[0])
             later = ahead[start : start + _LOOK_AHEAD]
-            self._gates(section[runs & is_one_of(section[:, 0], _GATES)], later)
+            self._gates(section[runs & _GATES.among(section[:, 0])], later)
             if is_between and runs[last]:
                 self._between(section[last:], later)
 

@@ -20,7 +20,6 @@ from nimbrel.mpi.operations import (
     READ_FLAG,
     TARGETS,
     Bools,
-    is_one_of,
 )
 from nimbrel.mpi.placement import Placement
 from nimbrel.mpi.word_bits import ZERO, odd_parity
@@ -103,7 +102,7 @@ def _with_whole_phases(words: Words, pivot: np.uint64) -> Words:
         pivot: The qubit, as a mask.
     """
     bare = words[:, TARGETS] | words[:, CONTROLS] == 0
-    phases = bare & is_one_of(words[:, 0], PHASES)
+    phases = bare & PHASES.among(words[:, 0])
     rotations = bare & (words[:, 0] == Opcode.PPR)
     if not (phases.any() or rotations.any()):
         return words

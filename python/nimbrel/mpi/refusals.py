@@ -7,7 +7,7 @@ from typing import Final, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
-from nimbrel.mpi.operations import CONTROLS, NEGATED, PHASES, READ_FLAG, TARGETS, Bools, is_one_of
+from nimbrel.mpi.operations import CONTROLS, NEGATED, PHASES, READ_FLAG, TARGETS, Bools
 from nimbrel.mpi.word_bits import bit_counts
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
@@ -42,7 +42,7 @@ def check_records(words: Words, num_ranks: int, num_qubits: int | None) -> None:
         _refuse(words, opcodes == opcode, "is carried out by no dense filter")
     several = targets & (targets - np.uint64(1)) != 0
     own = targets & words[:, NEGATED] & ~words[:, CONTROLS] != 0
-    phases = is_one_of(opcodes, PHASES) & (opcodes != Opcode.Z)
+    phases = PHASES.among(opcodes) & (opcodes != Opcode.Z)
     _refuse(words, phases & several & own, "negates one of several targets")
     labels = (opcodes == Opcode.LABEL) & (words[:, CONTROLS] != 0)
     _refuse(words, labels, "has a quantum condition")
