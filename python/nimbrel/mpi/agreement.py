@@ -27,7 +27,7 @@ def happened_everywhere(error: BaseException) -> bool:
     return bool(error.__dict__.get("_on_all_ranks"))
 
 
-def agree(comm: MPI.Comm, action: str, content: bytes) -> None:
+def agree(comm: MPI.Comm, action: str, content: bytes | memoryview) -> None:
     """Check that all ranks are about to do the same.
 
     Args:

@@ -13,7 +13,7 @@ from mpi4py import MPI
 from nimbrel._engine import word32
 from nimbrel.amplitudes import Amplitudes
 from nimbrel.masks import Qubits, qubit_list
-from nimbrel.mpi.agreement import agree, agreed_call, end_all, happened_everywhere, mark
+from nimbrel.mpi.agreement import agree, end_all, happened_everywhere, mark
 from nimbrel.mpi.draws import Draws
 from nimbrel.mpi.exchange import Traffic
 from nimbrel.mpi.flags import ReadFlags
@@ -157,8 +157,12 @@ class Simulator:
             MemoryError: If a rank has no memory for its part.
         """
         comm = self._open()
-        records = agreed_call(comm, lambda: program(*parts)) if comm.size == 1 else program(*parts)
-        agree(comm, "run", records.view(np.uint8).tobytes() if len(records) else b"")
+        try:
+            records = program(*parts)
+        except ValueError as error:
+            agree(comm, f"run: {error}", b"")
+            raise mark(error) from None
+        agree(comm, "run", records.view(np.uint8).data)
         words = as_words(records)
         size = self._register.num_qubits
         try:

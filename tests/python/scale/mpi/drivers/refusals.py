@@ -45,6 +45,11 @@ def main() -> None:
             assert np.array_equal(sim.state(), before)
         with pytest.raises(ValueError, match="lies outside the register"):
             sim.probabilities(QUBITS)
+    with nimbrel.mpi.Simulator() as sim:
+        sim.run(FIRST)
+        with pytest.raises(ValueError, match="one-dimensional arrays"):
+            sim.run(np.zeros(3))
+        sim.run()
     with pytest.raises(ValueError, match="closed"):
         sim.run(FIRST)
     if MPI.COMM_WORLD.rank == 0:
