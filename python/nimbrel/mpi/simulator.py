@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import operator
 from types import TracebackType
-from typing import Final, TypeVar
+from typing import Final, TypeVar, overload
 
 import numpy as np
 import numpy.typing as npt
@@ -203,6 +203,12 @@ class Simulator:
         seed = word32(value, "seed")
         agree(self._open(), "seed", str(seed).encode())
         self._measuring.draws = Draws(seed)
+
+    @overload
+    def state(self) -> Amplitudes: ...
+
+    @overload
+    def state(self, root: int) -> Amplitudes | None: ...
 
     def state(self, root: int | None = None) -> Amplitudes | None:
         """Copy the whole state.

@@ -64,7 +64,6 @@ def main() -> None:
             sim.run(start, gate)
             one.run(start, gate)
             state = sim.state()
-            assert state is not None
             count += 1
             if MPI.COMM_WORLD.rank == 0 and not np.array_equal(state, one.state()):
                 print(described(record))

@@ -48,7 +48,7 @@ def main() -> None:
     with nimbrel.mpi.Simulator() as sim:
         sim.run(FIRST)
         with pytest.raises(ValueError, match="one-dimensional arrays"):
-            sim.run(np.zeros(3))
+            sim.run(np.zeros((1, 1), dtype=QPU_OP))
         sim.run()
     with pytest.raises(ValueError, match="closed"):
         sim.run(FIRST)
