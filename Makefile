@@ -24,6 +24,7 @@ INSTALLED := $(VENV)/.installed
 TEST_TOOLS := $(VENV)/.test-tools
 DEV_TOOLS := $(VENV)/.dev-tools
 FRAMEWORKS := $(VENV)/.frameworks
+SCALE_TOOLS := $(VENV)/.scale-tools
 DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
@@ -32,6 +33,7 @@ WHEEL := build/wheel/.built
 CIRCUIT_QUBITS ?= 12,16,20
 
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
+.PHONY: test-scale test-scale-short mpi
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
@@ -39,6 +41,7 @@ help:
 	@echo "make test      native tests, Python tests, and those of arrays under every NumPy served"
 	@echo "make test-doors       tests of the doors to other frameworks, a few minutes"
 	@echo "make test-frameworks  the same with all circuits and the frameworks' own tests, an hour"
+	@echo "make test-scale       tests on MPI ranks; test-scale-short takes three minutes"
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
@@ -65,7 +68,7 @@ test-native: $(TEST_TOOLS) gtest
 
 # All tests that need no other framework, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
-	$(PYTEST) --ignore tests/python/frameworks
+	$(PYTEST) --ignore tests/python/frameworks --ignore tests/python/scale
 
 # The doors to other frameworks: what takes a few minutes.
 test-doors: $(FRAMEWORKS)
@@ -74,6 +77,13 @@ test-doors: $(FRAMEWORKS)
 # The same with all circuits of MQT Bench and PennyLane's own tests of a device.
 test-frameworks: $(FRAMEWORKS)
 	$(PYTEST) -m "slow or not slow" tests/python/frameworks
+
+# Programs on MPI ranks, more of them than cores. One launch at a time: ranks wait for each other.
+test-scale: $(INSTALLED) $(SCALE_TOOLS) mpi
+	$(VENV_PYTHON) -m pytest -q -m "slow or not slow" tests/python/scale
+
+test-scale-short: $(INSTALLED) $(SCALE_TOOLS) mpi
+	$(VENV_PYTHON) -m pytest -q tests/python/scale
 
 # The documentation site, in build/docs/html. Notebooks are run; warnings are errors.
 docs: $(INSTALLED) $(DOC_TOOLS)
@@ -131,6 +141,9 @@ clean:
 gtest:
 	@tools/ensure_gtest.sh
 
+mpi:
+	@tools/ensure_mpi.sh
+
 # $(call configure,PRESET): with NumPy's headers from the environment.
 define configure
 $(CMAKE) --preset $(1) --log-level=WARNING -Wno-unused-cli -DPython_EXECUTABLE=$(VENV_PYTHON)
@@ -167,6 +180,10 @@ $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(FRAMEWORKS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks,docs]"
+	@touch $@
+
+$(SCALE_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[test-scale]"
 	@touch $@
 
 $(DOC_TOOLS): pyproject.toml | $(INSTALLED)

@@ -24,6 +24,9 @@ html_theme_options = {"navigation_with_keys": True}
 html_static_path = ["_static"]
 html_css_files = ["site.css"]
 
+# The pages are built without an MPI library.
+autodoc_mock_imports = ["mpi4py"]
+
 # Words between single backquotes in docstrings are code.
 default_role = "code"
 

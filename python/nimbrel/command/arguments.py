@@ -13,7 +13,7 @@ import click
 from nimbrel.command.info import facts, facts_text
 from nimbrel.command.pictures import save_counts
 from nimbrel.command.programs import read_program
-from nimbrel.command.runs import run_file
+from nimbrel.command.runs import Result, run_file
 from nimbrel.command.texts import listing, result_text
 
 _Function = TypeVar("_Function", bound=Callable[..., Any])
@@ -83,16 +83,35 @@ def command() -> None:
 @click.option(
     "--plot", type=click.Path(dir_okay=False, path_type=Path), help="Draw the counts into a file."
 )
+@click.option("--mpi", "on_ranks", is_flag=True, help="Run on all processes that mpirun started.")
 @_JSON
 @_with_errors
 def run(
-    file: Path, shots: int, filter_name: str, seed: int | None, plot: Path | None, as_json: bool
+    file: Path,
+    shots: int,
+    filter_name: str,
+    seed: int | None,
+    plot: Path | None,
+    on_ranks: bool,
+    as_json: bool,
 ) -> None:
     """Run FILE many times and count the outcomes of its classical bits."""
-    result = run_file(file, shots, FILTERS[filter_name.lower()], seed)
+    filter_ = FILTERS[filter_name.lower()]
+    run_it = _on_ranks if on_ranks else run_file
+    result = run_it(file, shots, filter_, seed)
+    if result is None:  # another rank shows it
+        return
     if plot is not None:
         save_counts(result, plot)
     click.echo(json.dumps(result.as_json(), indent=2) if as_json else result_text(result))
+
+
+def _on_ranks(file: Path, shots: int, filter_: str, seed: int | None) -> Result | None:
+    if filter_ not in ("auto", "StreamQPU"):
+        raise ValueError("only a dense register lies on many ranks, so --mpi takes --filter dense")
+    from nimbrel.command.ranks import run_on_ranks
+
+    return run_on_ranks(file, shots, seed)
 
 
 @command.command()

@@ -24,6 +24,7 @@ EXTRAS: Final = {
     "plot": ("matplotlib",),
     "progress": ("tqdm",),
     "command": ("click",),
+    "mpi": ("mpi4py",),
 }
 """The packages of each extra."""
 

@@ -1,0 +1,94 @@
+"""Batches of Pauli products, written as the rotations that the engine makes of them."""
+
+from __future__ import annotations
+
+from itertools import combinations
+from typing import Final
+
+import numpy as np
+
+from nimbrel.mpi.operations import ANGLE, CONTROLS, TARGETS
+from nimbrel.opcodes import Opcode
+from nimbrel.records import Record, pack
+from nimbrel.register_trace import Words
+from nimbrel.suspect_search import WORDS_PER_RECORD, as_words
+
+__all__ = ["PauliBatch"]
+
+_COUNT_UNIT: Final = 1000
+_POSITIONS: Final = 2**31
+_MOST_PRODUCTS: Final = 30
+"""The engine counts the subsets of a batch in 32 bits, and runs none of a larger batch."""
+
+
+class PauliBatch:
+    """The products of a batch that has not ended yet."""
+
+    def __init__(self) -> None:
+        """Start without products."""
+        self._products: list[tuple[int, int]] = []
+
+    def expand(self, words: Words, num_qubits: int) -> Words:
+        """Replace the records of batches by rotations.
+
+        Args:
+            words: Gate records whose conditions hold, shape (n, 11).
+            num_qubits: Qubits of the register.
+
+        Returns:
+            The gates, shape (m, 11).
+
+        Raises:
+            RuntimeError: With the engine's text, if two products of a batch do not commute.
+        """
+        indices = np.flatnonzero(words[:, 0] == Opcode.PCP)
+        if not len(indices):
+            return words
+        made, start = [], 0
+        for index in indices.tolist():
+            made.append(words[start:index])
+            made.append(self._add(words[index], (1 << num_qubits) - 1))
+            start = index + 1
+        return np.concatenate([*made, words[start:]])
+
+    def _add(self, row: Words, register: int) -> Words:
+        none = np.zeros((0, len(row)), dtype=np.uint64)
+        x_mask, z_mask = int(row[TARGETS]) & register, int(row[CONTROLS]) & register
+        if not x_mask | z_mask:
+            return none
+        position = float(row[ANGLE : ANGLE + 1].view(np.float64)[0])
+        if not 0 <= position < _POSITIONS:
+            return none  # the engine collects such a product and never runs it
+        count, place = divmod(int(position), _COUNT_UNIT)
+        if place == 0:
+            self._products = []
+        self._products.append((x_mask, z_mask))
+        if place != count - 1:
+            return none
+        if len(self._products) < count:
+            raise RuntimeError(
+                f"Error: qc.pcp() batch of {count} products has only {len(self._products)}."
+            )
+        return _rotations(self._products[:count])
+
+
+def _rotations(products: list[tuple[int, int]]) -> Words:
+    for (x_first, z_first), (x_second, z_second) in combinations(products, 2):
+        if ((z_second & x_first).bit_count() + (x_second & z_first).bit_count()) % 2:
+            raise RuntimeError("Error: qc.pcp() masks do not commute.")
+    count = len(products)
+    if count > _MOST_PRODUCTS:
+        return np.zeros((0, WORDS_PER_RECORD), dtype=np.uint64)
+    angle = 90.0 * 0.5 ** (count - 1)
+    rows = []
+    for left_out in range(count):
+        for subset in range(1 << count):
+            if subset.bit_count() != left_out:
+                continue
+            x_mask = z_mask = 0
+            for place, (x_part, z_part) in enumerate(products):
+                if not subset >> place & 1:
+                    x_mask, z_mask = x_mask | x_part, z_mask | z_part
+            signed = angle if left_out % 2 else -angle
+            rows.append(Record(Opcode.PPR, x_mask, z_mask, signed))
+    return as_words(pack(rows))

@@ -1,0 +1,57 @@
+"""Run under mpirun: something goes wrong on rank 1 only.
+
+mpirun -n 4 python failures.py killed|memory|unequal|own_error
+"""
+
+import os
+import resource
+import signal
+import sys
+from pathlib import Path
+
+import nimbrel
+import nimbrel.mpi
+from mpi4py import MPI
+
+QUBITS = 20
+LARGE = 26
+RUNS = 10_000
+
+
+def killed(sim: nimbrel.mpi.Simulator) -> None:
+    layer = nimbrel.program(nimbrel.h(range(QUBITS)), nimbrel.rx(30, range(QUBITS)))
+    sim.run(nimbrel.reset(QUBITS))
+    for number in range(RUNS):
+        if number == 3 and sim.comm.rank == 1:
+            os.kill(os.getpid(), signal.SIGKILL)
+        sim.run(layer)
+
+
+def memory(sim: nimbrel.mpi.Simulator) -> None:
+    if sim.comm.rank == 1:
+        pages = int(Path("/proc/self/statm").read_text(encoding="ascii").split()[0])
+        used = pages * resource.getpagesize()
+        resource.setrlimit(resource.RLIMIT_AS, (used + 2**24, used + 2**24))
+    sim.run(nimbrel.reset(LARGE))
+
+
+def unequal(sim: nimbrel.mpi.Simulator) -> None:
+    sim.run(nimbrel.reset(QUBITS), nimbrel.h(sim.comm.rank == 1))
+
+
+def own_error(sim: nimbrel.mpi.Simulator) -> None:
+    sim.run(nimbrel.reset(QUBITS))
+    if sim.comm.rank == 1:
+        raise KeyError("of this rank alone")
+    sim.run(nimbrel.h(QUBITS - 1))
+
+
+def main() -> None:
+    with nimbrel.mpi.Simulator() as sim:
+        {"killed": killed, "memory": memory, "unequal": unequal, "own_error": own_error}[
+            sys.argv[1]
+        ](sim)
+    print(f"rank {MPI.COMM_WORLD.rank} came to its end", flush=True)
+
+
+main()

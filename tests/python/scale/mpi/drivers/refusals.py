@@ -1,0 +1,59 @@
+"""Run under mpirun on two ranks: programs that are refused, each by name, before anything runs."""
+
+import nimbrel
+import nimbrel.mpi
+import numpy as np
+import pytest
+from mpi4py import MPI
+from nimbrel.records import QPU_OP
+
+from models import opcodes
+from models.wire import Record, tagged
+from support.dense import to_array
+
+QUBITS = 3
+FIRST = nimbrel.program(nimbrel.reset(QUBITS), nimbrel.h(0))
+CASES = (
+    (tagged(opcodes.EXTEND, target_mask=1), "record 1 (extend)"),
+    (tagged(opcodes.JUMP_BACK), "record 1 (jump_back)"),
+    (tagged(opcodes.CALLBACK), "record 1 (callback)"),
+    (tagged(0x77), "record 1 (0x4e6d627200000077)"),
+    (tagged(opcodes.LABEL, target_mask=1, cond_mask=1), "record 1 (label)"),
+    (tagged(opcodes.PPR, 0b11, 0, 30.0, 0, 0b1), "record 1 (ppr)"),
+    (tagged(opcodes.PPR, 0b111, 0, 30.0), "record 1 (ppr)"),
+    (tagged(opcodes.PPM, 0b111), "record 1 (ppm)"),
+    (tagged(opcodes.PHASE, 0b11, 0, 30.0, 0, 0, 0b1), "record 1 (phase)"),
+    (tagged(opcodes.X, 0b1000), "record 1: qubit 3"),
+    (tagged(opcodes.RESET, 1), "record 1 (reset)"),
+)
+
+
+def records(record: Record) -> nimbrel.RecordArray:
+    return to_array([tagged(opcodes.H, 0b1), record]).view(QPU_OP).reshape(-1)
+
+
+def main() -> None:
+    with nimbrel.mpi.Simulator() as sim:
+        with pytest.raises(RuntimeError, match="no register yet"):
+            sim.run(nimbrel.h(0))
+        sim.run(FIRST)
+        before = sim.state()
+        for record, text in CASES:
+            with pytest.raises(ValueError) as raised:  # noqa: PT011 - the text is compared below
+                sim.run(records(record))
+            assert text in str(raised.value)
+            assert np.array_equal(sim.state(), before)
+        with pytest.raises(ValueError, match="lies outside the register"):
+            sim.probabilities(QUBITS)
+    with nimbrel.mpi.Simulator() as sim:
+        sim.run(FIRST)
+        with pytest.raises(ValueError, match="one-dimensional arrays"):
+            sim.run(np.zeros((1, 1), dtype=QPU_OP))
+        sim.run()
+    with pytest.raises(ValueError, match="closed"):
+        sim.run(FIRST)
+    if MPI.COMM_WORLD.rank == 0:
+        print("all refused", flush=True)
+
+
+main()
