@@ -27,6 +27,7 @@ FRAMEWORKS := $(VENV)/.frameworks
 SCALE_TOOLS := $(VENV)/.scale-tools
 DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
+RELEASE_TOOLS := $(VENV)/.release-tools
 WHEEL := build/wheel/.built
 
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
@@ -35,6 +36,7 @@ CIRCUIT_QUBITS ?= 12,16,20
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
 .PHONY: test-scale test-scale-short mpi
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
+.PHONY: hooks wheels wheel-manylinux reproducible sbom audit
 
 help:
 	@echo "make demo      install into $(VENV), run one example of each filter"
@@ -47,8 +49,11 @@ help:
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
+	@echo "make hooks     run the quick checks before each commit"
+	@echo "make wheels    the wheels of a release, in the images of manylinux; in dist"
 	@echo "make clean     remove everything that these targets made"
 	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
+	@echo "of a release:  wheel-manylinux reproducible sbom audit"
 
 demo: $(INSTALLED)
 	$(VENV_PYTHON) examples/adder.py
@@ -134,6 +139,29 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/doors/qiskit_conversion.py
 	$(VENV_PYTHON) bench/doors/qiskit_primitives.py
 
+hooks: $(DEV_TOOLS)
+	$(VENV)/bin/pre-commit install
+
+# Needs Docker, or Podman with CIBW_CONTAINER_ENGINE=podman.
+wheels: $(RELEASE_TOOLS)
+	$(VENV_PYTHON) -m cibuildwheel --platform linux --archs auto64 --output-dir dist
+
+# One wheel for this interpreter with the symbols of an old C library, where no image is at hand.
+wheel-manylinux: $(RELEASE_TOOLS)
+	tools/manylinux_wheel.sh $(VENV_PYTHON) dist
+
+# Two builds give the same bytes.
+reproducible: $(CREATED)
+	tools/reproducible_wheel.sh $(VENV_PYTHON)
+
+# The bill of materials, build/nimbrel.cdx.json.
+sbom: $(RELEASE_TOOLS)
+	tools/sbom.sh $(VENV_PYTHON) build/wheel/*.whl build/nimbrel.cdx.json
+
+# Known vulnerabilities of what an installation needs. Asks a service of PyPI.
+audit: $(RELEASE_TOOLS)
+	$(VENV_PYTHON) -m pip_audit --strict --desc off .
+
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache
 	find python examples bench tests -type d -name __pycache__ -prune -exec rm -rf {} +
@@ -188,6 +216,10 @@ $(SCALE_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(DOC_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[docs]"
+	@touch $@
+
+$(RELEASE_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[release]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

@@ -148,7 +148,8 @@ constexpr std::size_t wide_digits_from = 1UL << 15;  ///< terms
 /// passes against count * log2(count) comparisons.
 bool radix_sort_is_faster(std::size_t count, unsigned long varying) {
     const std::size_t passes = DigitPlan<narrow_digit>(varying).count;
-    return passes * (count + DigitPlan<narrow_digit>::values) < count * std::bit_width(count);
+    return passes * (count + DigitPlan<narrow_digit>::values) <
+           count * static_cast<std::size_t>(std::bit_width(count));
 }
 
 }  // namespace
