@@ -123,8 +123,12 @@ void QPU::collapse(unsigned long mask, unsigned long value) {
 
 unsigned long QPU::read(unsigned long target_mask, long cond_flag, unsigned long read_flag) {
     if (!acts(cond_flag)) return 0;
-    ++op_count;
     const unsigned long targets = target_mask & qubit_mask;
+    if (read_flag != 0) {
+        const auto count = static_cast<unsigned long>(std::popcount(targets));
+        prepare_read_flags(static_cast<long>(read_flag), count);
+    }
+    ++op_count;
     const unsigned long outcome = measure(targets);
     removable_finish();
     if (read_flag != 0) store_outcome(*this, outcome, targets, read_flag);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
 
 #include "support/available_memory.h"
 #include "support/byte_size.h"
@@ -82,7 +83,8 @@ void CoreBlockStore::allocate_ram(complex_t* buffer, bool verbosely) {
         saturated_product(saturated_product(terms_per_block, num_ram_blocks), sizeof(complex_t));
     block_data = external_buffer ? buffer : allocate_amplitudes(size);
     if (block_data == nullptr) return;
-    ram_block_in_use = new bool[num_ram_blocks]();
+    ram_block_in_use = new (std::nothrow) bool[num_ram_blocks]();
+    if (ram_block_in_use == nullptr) return deallocate_ram();
     if (verbosely) {
         std::printf("> Blockstore RAM alloc (%s) %p %p\n", human_byte_size(size).c_str(),
                     static_cast<void*>(block_data), static_cast<void*>(ram_block_in_use));
