@@ -24,6 +24,7 @@ void store_outcome(QPU& qpu, unsigned long outcome, unsigned long mask, unsigned
 
 std::string assertion_text(unsigned long value, unsigned long mask) {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     text << "Error: assert check failed: mask:" << std::hex << mask << " expected value:" << value;
     return text.str();
 }

@@ -21,6 +21,8 @@ PyObject* run_wrapper(Body&& body) {
         return body();
     } catch (const std::exception& error) {
         PyErr_SetString(PyExc_RuntimeError, error.what());
+        // Without the memory for it, the error is a MemoryError, which is reported as usual.
+        if (PyErr_ExceptionMatches(PyExc_RuntimeError) == 0) return nullptr;
         Py_RETURN_NONE;
     }
 }

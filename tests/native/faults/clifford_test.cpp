@@ -45,7 +45,7 @@ std::vector<Step> program(unsigned long qubits) {
         record_step("write", {.opcode = OP_WRITE, .target_mask = 7, .cond_mask = 5,
                               .read_flag = 9000, .target_offset = 20}),
         {"probability", [](OpFilter& filter) { filter.peek_read_probability(1, 1, 0.0); }},
-        {"postselection", [](OpFilter& filter) { filter.postselect(0, 1UL << 8); }},
+        {"postselection", [](OpFilter& filter) { filter.postselect(0, 1UL << 3); }},
         record_step("erased qubit", {.opcode = OP_X, .target_mask = 4, .cond_mask = 4}),
         record_step("hadamard on rows", {.opcode = OP_H, .target_mask = 7}),
         record_step("cnot on rows", {.opcode = OP_X, .target_mask = 1, .cond_mask = 2}),

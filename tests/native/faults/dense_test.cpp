@@ -121,6 +121,12 @@ TEST_P(DenseFaults, AResetOfAnotherShape) {
         record_step("more hadamards", {.opcode = OP_H, .target_mask = 15}),
         record_step("smaller", {.opcode = OP_RESET, .target_mask = 1}),
     };
+    const auto make = resets.make;
+    resets.make = [make] {
+        OpFilter* filter = make();
+        filter->qpu->sim_params["verbose"] = 1;
+        return filter;
+    };
     expect_to_survive_every_failed_allocation(resets);
     if (GetParam().block_qubits != 0) expect_to_survive_every_failed_thread(resets);
 }

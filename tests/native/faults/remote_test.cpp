@@ -18,7 +18,8 @@ using namespace Nimbrel::Testing;
 std::string status_of(OpFilter& filter) {
     std::string status;
     filter.get_status(status);
-    if (const auto* client = dynamic_cast<OpFilter_Connect*>(&filter)) status += client->peer_name;
+    const auto* client = dynamic_cast<OpFilter_Connect*>(&filter);
+    if (client != nullptr && client->sock >= 0) status += client->peer_name;
     return status + common_state(filter);
 }
 
