@@ -56,8 +56,9 @@ def classical_program(rng: random.Random) -> None:
 
 def dense_transfers(rng: random.Random) -> None:
     """Registers with and without workers, on own and on lent memory; states in and out."""
-    with nb.DenseSimulator(num_block_qubits=rng.choice([0, 2, 13])) as sim:
-        for qubits in (rng.randint(1, 9), rng.randint(12, 16)):
+    block_qubits, most_qubits = rng.choice([(0, 16), (2, 6), (13, 15)])
+    with nb.DenseSimulator(num_block_qubits=block_qubits) as sim:
+        for qubits in (rng.randint(1, 5), rng.randint(2, most_qubits)):
             sim.run(nb.reset(qubits), nb.h(range(qubits)), nb.rx(rng.uniform(0, 90), 0))
             state = sim.state()
             sim.push_state(state)
