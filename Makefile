@@ -28,10 +28,14 @@ DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 WHEEL := build/wheel/.built
 
+# Length of the soak.
+SOAK_SECONDS ?= 600
+
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
+.PHONY: soak million-filters
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 
 help:
@@ -42,6 +46,8 @@ help:
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
+	@echo "make soak      all filters for SOAK_SECONDS=600; memory and descriptors must stay level"
+	@echo "make million-filters  a million filters made and deleted; memory must stay level"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make clean     remove everything that these targets made"
@@ -123,6 +129,13 @@ bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/doors/sampling.py
 	$(VENV_PYTHON) bench/doors/qiskit_conversion.py
 	$(VENV_PYTHON) bench/doors/qiskit_primitives.py
+
+# Uses of all filters and of a service for a given time. docs/reliability.md has the criterion.
+soak: $(INSTALLED)
+	$(VENV_PYTHON) bench/soak/soak.py --seconds $(SOAK_SECONDS)
+
+million-filters: $(INSTALLED)
+	$(VENV_PYTHON) bench/soak/many_filters.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache
