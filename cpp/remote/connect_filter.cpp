@@ -111,8 +111,7 @@ bool OpFilter_Connect::open_connection(const std::string& host, int service_port
         return false;
     }
     // A number outside the range of ports would be truncated to another port.
-    if (!is_port(service_port) ||
-        !connect_in_full(sock, address)) {
+    if (!is_port(service_port) || !connect_in_full(sock, address)) {
         std::fputs("ERROR connecting\n", stderr);
         return false;
     }

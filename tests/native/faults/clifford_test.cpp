@@ -10,8 +10,8 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// The printed tableau. Its signs do not depend on random outcomes: a measured qubit is written, and
-/// no flag stores a random outcome.
+/// The printed tableau. Its signs do not depend on random outcomes: a measured qubit is written,
+/// and no flag stores a random outcome.
 std::string clifford_state(OpFilter& filter) {
     std::string tableau;
     try {
@@ -27,8 +27,11 @@ std::vector<Step> program(unsigned long qubits) {
         record_step("reset", {.opcode = OP_RESET, .target_mask = qubits}),
         record_step("hadamard", {.opcode = OP_H, .target_mask = 3}),
         record_step("s", {.opcode = OP_S, .target_mask = 5, .target_offset = 1}),
-        record_step("extension", {.opcode = OP_EXTEND, .target_mask = 5, .cond_mask = 2,
-                                  .target_offset = 8, .cond_offset = 16}),
+        record_step("extension", {.opcode = OP_EXTEND,
+                                  .target_mask = 5,
+                                  .cond_mask = 2,
+                                  .target_offset = 8,
+                                  .cond_offset = 16}),
         record_step("extended cnot", {.opcode = OP_X, .target_mask = 1}),
         record_step("swap", {.opcode = OP_SWAP, .target_mask = 17}),
         record_step("product rotation",
@@ -36,14 +39,17 @@ std::vector<Step> program(unsigned long qubits) {
         record_step("open event", {.opcode = OP_OPEN_EVENT, .angle = 7.0}),
         record_step("write of a random qubit",
                     {.opcode = OP_WRITE, .target_mask = 1, .target_offset = 4}),
-        record_step("read", {.opcode = OP_READ, .target_mask = 1, .read_flag = 500,
-                             .target_offset = 20}),
-        record_step("read of many", {.opcode = OP_READ, .target_mask = 15, .read_flag = 1022,
-                                     .target_offset = 20}),
-        record_step("product measurement", {.opcode = OP_PPM, .cond_mask = 1UL << 25,
-                                            .angle = 1.0, .read_flag = 5000}),
-        record_step("write", {.opcode = OP_WRITE, .target_mask = 7, .cond_mask = 5,
-                              .read_flag = 9000, .target_offset = 20}),
+        record_step("read",
+                    {.opcode = OP_READ, .target_mask = 1, .read_flag = 500, .target_offset = 20}),
+        record_step("read of many",
+                    {.opcode = OP_READ, .target_mask = 15, .read_flag = 1022, .target_offset = 20}),
+        record_step("product measurement",
+                    {.opcode = OP_PPM, .cond_mask = 1UL << 25, .angle = 1.0, .read_flag = 5000}),
+        record_step("write", {.opcode = OP_WRITE,
+                              .target_mask = 7,
+                              .cond_mask = 5,
+                              .read_flag = 9000,
+                              .target_offset = 20}),
         {"probability", [](OpFilter& filter) { filter.peek_read_probability(1, 1, 0.0); }},
         {"postselection", [](OpFilter& filter) { filter.postselect(0, 2); }},
         record_step("erased qubit", {.opcode = OP_X, .target_mask = 4, .cond_mask = 4}),
@@ -67,9 +73,7 @@ Scenario scenario(unsigned long qubits) {
             .steps = program(qubits)};
 }
 
-TEST(CliffordFaults, MemoryThatRunsOut) {
-    expect_to_survive_every_failed_allocation(scenario(30));
-}
+TEST(CliffordFaults, MemoryThatRunsOut) { expect_to_survive_every_failed_allocation(scenario(30)); }
 
 // Its tables are mapped.
 TEST(CliffordFaults, MemoryOfALargeTableauThatRunsOut) {

@@ -18,8 +18,9 @@ using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void
 }  // namespace
 
 // Visible, because the C++ library must find it.
-extern "C" [[gnu::visibility("default")]] int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument) {
+extern "C" [[gnu::visibility("default")]] int pthread_create(pthread_t* thread,
+                                                             const pthread_attr_t* attributes,
+                                                             void* (*run)(void*), void* argument) {
     static const auto create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
     if (threads_left == 0) {
         failed = true;

@@ -25,8 +25,7 @@ std::string status_of(OpFilter& filter) {
 
 TEST(ExportFaults, MemoryThatRunsOut) {
     const Scenario scenario{
-        .make =
-            []() -> OpFilter* {
+        .make = []() -> OpFilter* {
             std::FILE* file = std::tmpfile();
             try {
                 auto* filter = new OpFilter_cuQuantum_Export();

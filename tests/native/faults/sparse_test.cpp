@@ -61,14 +61,12 @@ Scenario scenario() {
                 record_step("diagonal product measurement",
                             {.opcode = OP_PPM, .cond_mask = 1, .angle = 1.0, .read_flag = 5000}),
                 record_step("another hadamard", {.opcode = OP_H, .target_mask = 2}),
-                record_step("write", {.opcode = OP_WRITE,
-                                      .target_mask = 2,
-                                      .cond_mask = 2,
-                                      .target_offset = 9000}),
-                record_step("nand", {.opcode = OP_FLAG_NAND,
-                                     .target_mask = 2,
-                                     .cond_mask = 3,
-                                     .read_flag = 20000}),
+                record_step(
+                    "write",
+                    {.opcode = OP_WRITE, .target_mask = 2, .cond_mask = 2, .target_offset = 9000}),
+                record_step(
+                    "nand",
+                    {.opcode = OP_FLAG_NAND, .target_mask = 2, .cond_mask = 3, .read_flag = 20000}),
                 step("biggest terms",
                      [](OpFilter_SparseSVSim& simulator) {
                          std::vector<unsigned long> indices(3);

@@ -43,9 +43,10 @@ def records(*rows: tuple[int, ...]) -> np.ndarray:
 def off_alignment(array: np.ndarray) -> np.ndarray:
     """A copy at an odd address, which the module copies again."""
     memory = np.zeros(array.nbytes + 1, dtype=np.uint8)
-    odd = memory[1:].view()
+    odd: np.ndarray = memory[1:].view()
     odd[:] = array.view(np.uint8).ravel()
-    return odd.reshape(len(array), -1)
+    rows: np.ndarray = odd.reshape(len(array), -1)
+    return rows
 
 
 class Case(NamedTuple):
@@ -72,6 +73,11 @@ DENSE, SPARSE, BIT, CLIFFORD, CONNECT = (
 HELD = (AMPLITUDES, BUFFER, INDICES, PROGRAM, ODD)
 
 
+def new_filter_of(filter_type: str) -> Callable[[int], Any]:
+    """A call that makes another filter."""
+    return lambda _: engine.new_native_filter(filter_type)
+
+
 def on_state_vectors() -> Iterator[Case]:
     """The calls that both state-vector filters have."""
     for kind in (DENSE, SPARSE):
@@ -83,7 +89,9 @@ def on_state_vectors() -> Iterator[Case]:
         yield Case("slice", kind, START, lambda h: engine.pull_state_specific(h, BUFFER, 3))
         yield Case("check", kind, START, lambda h: engine.check_state(h, BUFFER, 0.1, 0))
         yield Case("value", kind, START, lambda h: engine.peek_value(h, 1, BUFFER))
-        yield Case("biggest", kind, START, lambda h: engine.peek_n_biggest_terms(h, 4, INDICES, BUFFER))
+        yield Case(
+            "biggest", kind, START, lambda h: engine.peek_n_biggest_terms(h, 4, INDICES, BUFFER)
+        )
         yield Case("terms", kind, START, engine.peek_num_nonzero_terms)
         yield Case("normalize", kind, START, engine.normalize)
         yield Case("random", kind, START, engine.set_random)
@@ -103,7 +111,7 @@ def cases() -> Iterator[Case]:
         yield Case("probability", kind, WIDE, lambda h: engine.peek_read_probability(h, 1, 1, 0.0))
     yield Case("event", BIT, EVENTS, engine.get_next_event)
     for kind in (DENSE, SPARSE, BIT, CLIFFORD, CONNECT):
-        yield Case("new", kind, START[:0], lambda _, kind=kind: engine.new_native_filter(kind))
+        yield Case("new", kind, START[:0], new_filter_of(kind))
         yield Case("status", kind, START[:0], engine.get_status)
         yield Case("params", kind, START[:0], lambda h: engine.setup_sim_params(h, *[0] * 7))
         yield Case("flags", kind, START[:0], lambda h: engine.fetch_read_result(h, 2, 20))

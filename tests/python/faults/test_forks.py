@@ -85,7 +85,10 @@ def grandchildren() -> None:
 
 def sockets() -> None:
     """A child that frees its copy of a connected filter leaves the parent's connection open."""
-    with running_service("--filter", "StreamBitQPU", "--quiet") as address, nb.RemoteSimulator() as sim:
+    with (
+        running_service("--filter", "StreamBitQPU", "--quiet") as address,
+        nb.RemoteSimulator() as sim,
+    ):
         sim.connect(*address)
         assert sim.fetch(2, 3, ECHO) == 5
         assert in_child(sim.close) == 0

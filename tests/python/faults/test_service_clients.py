@@ -156,7 +156,7 @@ def test_each_client_of_many_gets_what_is_told(rng: random.Random) -> None:
             assert wrong == []
 
 
-def test_one_client_more_is_refused_and_the_others_are_served(rng: random.Random) -> None:
+def test_one_client_more_is_refused_and_the_others_are_served() -> None:
     async def scene(port: int) -> list[str]:
         crowd = [await opened(port) for _ in range(CLIENTS)]
         for _, writer in crowd:
@@ -176,7 +176,7 @@ def test_one_client_more_is_refused_and_the_others_are_served(rng: random.Random
 
 
 @pytest.mark.parametrize("filter_type", ["StreamQPU", "StreamCliffordQPU"])
-def test_other_filters_serve_a_crowd_too(rng: random.Random, filter_type: str) -> None:
+def test_other_filters_serve_a_crowd_too(filter_type: str) -> None:
     async def one(port: int, value: int) -> int:
         reader, writer = await opened(port)
         flips = [nb.x(qubit) for qubit in range(4) if value >> qubit & 1]
