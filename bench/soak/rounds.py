@@ -16,6 +16,7 @@ import numpy as np
 Use: TypeAlias = Callable[[random.Random], None]
 Address: TypeAlias = tuple[str, int]
 
+PROGRAMS_OF_A_ROUND: Final = 27  # that all uses of this file run, each once
 LONG: Final = 60.0
 LOCAL_FILTERS: Final = ("StreamQPU", "StreamSparseQPU", "StreamBitQPU", "StreamCliffordQPU")
 

@@ -2,7 +2,7 @@
 
     python bench/soak/soak.py [--seconds N] [--samples N]
 
-One round of uses is a dozen programs on all filters, resets of changing sizes, transfers,
+One round of uses is 27 programs on all filters, resets of changing sizes, transfers,
 sampling, service sessions and errors. Samples of this process and of the service's are taken
 between rounds, when no filter exists. The exit status is 1 if a series is not level; `levels.py`
 has the criterion.
@@ -21,6 +21,7 @@ import nimbrel as nb
 from levels import Level, level_of, trends_of
 from nimbrel.service import running_service
 from rounds import (
+    PROGRAMS_OF_A_ROUND,
     Use,
     classical_program,
     dense_transfers,
@@ -37,12 +38,12 @@ class Soak(NamedTuple):
     """What a soak has measured.
 
     Attributes:
-        uses: How many uses have run.
+        rounds: How often all uses have run.
         here: Samples of this process.
         service: Samples of the service's process.
     """
 
-    uses: int
+    rounds: int
     here: list[Level]
     service: list[Level]
 
@@ -67,21 +68,21 @@ def soak(seconds: float, samples: int, rng: random.Random) -> Soak:
         start = time.monotonic()
         for sample in range(samples):
             end = start + seconds * (sample + 1) / samples
-            result = result._replace(uses=result.uses + run_until(end, uses, rng))
+            result = result._replace(rounds=result.rounds + run_until(end, uses, rng))
             result.here.append(level_of())
             result.service.append(level_of(service))
     return result
 
 
 def run_until(end: float, uses: list[Use], rng: random.Random) -> int:
-    """Run rounds until a time of the monotonic clock, at least one. Returns the number of uses."""
+    """Run rounds until a time of the monotonic clock, at least one. Returns their number."""
     done = 0
     while True:
         rng.shuffle(uses)
         nb.seed(rng.randrange(2**32))
         for use in uses:
             use(rng)
-        done += len(uses)
+        done += 1
         if time.monotonic() >= end:
             return done
 
@@ -95,7 +96,8 @@ def only_child() -> int:
 
 def report(result: Soak, write: Callable[[str], object] = print) -> bool:
     """Write what was measured, and return whether all series are level."""
-    write(f"{result.uses} uses; one a second makes {result.uses / 3600:.1f} hours")
+    programs = result.rounds * PROGRAMS_OF_A_ROUND
+    write(f"{programs} programs; one a second makes {programs / 3600:.1f} hours of use")
     level = True
     for name, series in (("this process", result.here), ("the service", result.service)):
         quarter = len(series) // 4
