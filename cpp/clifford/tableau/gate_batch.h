@@ -27,8 +27,6 @@ void apply_to_rows(StabilizerState& state, const CliffordGate& gate);
 class GateBatch {
   public:
     /// Requires: the qubits of the gate lie in the register of the tableau.
-    /// Allocates the memory of the waiting gates, so that adding one cannot fail.
-    void reserve() { gates_.reserve(capacity); }
     void add(CliffordGate gate) { gates_.push_back(gate); }
 
     /// Whether the batch should be run before the next `add`. At this size the cost of transposing

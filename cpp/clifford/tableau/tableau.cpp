@@ -52,7 +52,6 @@ void Tableau::change_to_rows() {
         throw std::runtime_error("Error: could not allocate the rows of a tableau of " +
                                  std::to_string(num_qubits_) + " qubits." + shortage->text());
     }
-    batch_.reserve();
     auto state = std::make_unique<StabilizerState>(num_qubits_);
     const auto copy = [&](std::vector<Stabilizer>& table, CopyRows copy_rows) {
         for (unsigned first = 0; first < num_qubits_; first += rows_in_group) {

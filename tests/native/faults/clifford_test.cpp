@@ -53,7 +53,7 @@ std::vector<Step> program(unsigned long qubits) {
         {"probability", [](OpFilter& filter) { filter.peek_read_probability(1, 1, 0.0); }},
         {"postselection", [](OpFilter& filter) { filter.postselect(0, 2); }},
         record_step("erased qubit", {.opcode = OP_X, .target_mask = 4, .cond_mask = 4}),
-        record_step("hadamard on rows", {.opcode = OP_H, .target_mask = 7}),
+        record_step("hadamard on rows", {.opcode = OP_H, .target_mask = 2}),
         record_step("cnot on rows", {.opcode = OP_X, .target_mask = 1, .cond_mask = 2}),
         {"probability on rows", [](OpFilter& filter) { filter.peek_read_probability(1, 2, 0.0); }},
         record_step("same size", {.opcode = OP_RESET, .target_mask = qubits}),
