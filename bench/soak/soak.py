@@ -1,6 +1,6 @@
 """Run a mixture of uses for a given time and require that memory and descriptors stay level.
 
-    python bench/soak/soak.py [--seconds N] [--samples N]
+    python bench/soak/soak.py [--seconds N] [--samples N] [--different N]
 
 One round of uses is 27 programs on all filters, resets of changing sizes, transfers,
 sampling, service sessions and errors. Samples of this process and of the service's are taken
@@ -48,13 +48,32 @@ class Soak(NamedTuple):
     service: list[Level]
 
 
-def soak(seconds: float, samples: int, rng: random.Random) -> Soak:
+class Programs:
+    """Generators of the rounds' programs, which repeat after some rounds.
+
+    The companion remembers programs. A short soak needs few different ones, or it would sample
+    while that memory fills up.
+    """
+
+    def __init__(self, seed: int, different: int) -> None:
+        self._seed = seed
+        self._different = different
+        self._rounds = 0
+
+    def of_next_round(self) -> random.Random:
+        """The generator of the next round."""
+        number = self._rounds % self._different
+        self._rounds += 1
+        return random.Random(f"{self._seed} {number}")
+
+
+def soak(seconds: float, samples: int, programs: Programs) -> Soak:
     """Run rounds for so many seconds, with samples at equal distances.
 
     Args:
         seconds: Length of the soak.
         samples: Number of samples.
-        rng: Decides sizes, programs and the order of the uses.
+        programs: Decides sizes, programs and the order of the uses.
 
     Raises:
         WrongResultError: If a use has a wrong result.
@@ -68,19 +87,19 @@ def soak(seconds: float, samples: int, rng: random.Random) -> Soak:
         start = time.monotonic()
         for sample in range(samples):
             end = start + seconds * (sample + 1) / samples
-            result = result._replace(rounds=result.rounds + run_until(end, uses, rng))
+            result = result._replace(rounds=result.rounds + run_until(end, uses, programs))
             result.here.append(level_of())
             result.service.append(level_of(service))
     return result
 
 
-def run_until(end: float, uses: list[Use], rng: random.Random) -> int:
+def run_until(end: float, uses: list[Use], programs: Programs) -> int:
     """Run rounds until a time of the monotonic clock, at least one. Returns their number."""
     done = 0
     while True:
-        rng.shuffle(uses)
+        rng = programs.of_next_round()
         nb.seed(rng.randrange(2**32))
-        for use in uses:
+        for use in rng.sample(uses, len(uses)):
             use(rng)
         done += 1
         if time.monotonic() >= end:
@@ -119,8 +138,10 @@ def main(argv: Sequence[str]) -> int:
     parser.add_argument("--seconds", type=float, default=600.0, help="length of the soak (600)")
     parser.add_argument("--samples", type=int, default=60, help="8 or more (60)")
     parser.add_argument("--seed", type=int, default=1, help="of sizes and programs (1)")
+    parser.add_argument("--different", type=int, default=10**6, help="rounds (a million)")
     settings = parser.parse_args(argv)
-    result = soak(settings.seconds, settings.samples, random.Random(settings.seed))
+    programs = Programs(settings.seed, settings.different)
+    result = soak(settings.seconds, settings.samples, programs)
     return 0 if report(result) else 1
 
 

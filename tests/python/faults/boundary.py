@@ -126,8 +126,11 @@ def cases() -> Iterator[Case]:
 def is_expected(error: BaseException) -> bool:
     """Whether an error is that of missing memory, or one of the engine with its text.
 
-    The interpreter wraps the engine's error. Without the memory for it, it wraps a MemoryError.
+    The interpreter wraps the engine's error. Without the memory for it, it wraps a MemoryError, or
+    loses the error and says so.
     """
+    if isinstance(error, SystemError) and str(error) == "error return without exception set":
+        return True
     cause = error.__cause__
     if isinstance(error, MemoryError) or isinstance(cause, MemoryError):
         return True
