@@ -23,6 +23,8 @@ RESET, X, H, READ, FREE, OPEN_EVENT = 0x10000001, 5, 9, 10, 0x10004003, 0x100001
 AT_A_TIME = (1, 3)  # allocations that fail; an exception then has no memory either
 WARM_UPS, REPEATS = 2, 3
 
+report = os.fdopen(os.dup(1), "w", encoding="utf-8")
+
 allocator = ctypes.CDLL(None)
 fail_allocations = allocator.fail_allocations
 end_failures = allocator.end_failures
@@ -159,7 +161,7 @@ def one_round(case: Case, first: int, count: int) -> int:
 
 def complain(case: Case, first: int, text: str) -> None:
     """Prints one line."""
-    print(f"{case.name} on {case.filter_type}, allocation {first}: {text}", file=sys.stderr)
+    print(f"{case.name} on {case.filter_type}, allocation {first}: {text}", file=report)
 
 
 def live_after(rounds: int, case: Case, first: int, count: int) -> int:
@@ -201,7 +203,8 @@ def live_filters() -> list[int]:
 def main() -> None:
     """Runs all cases."""
     silent = os.open(os.devnull, os.O_WRONLY)
-    os.dup2(silent, 1)  # a reset that fails prints
+    for stream in (1, 2):  # the engine prints failed resets and connections
+        os.dup2(silent, stream)
     # Without memory at its first use, the C library's resolver keeps its lock for ever.
     engine.connect(handle := engine.new_native_filter(CONNECT), "127.0.0.1", 1, 0.0)
     engine.delete_native_filter(handle)
@@ -209,8 +212,8 @@ def main() -> None:
     for case in cases():
         run(case)
     if left := live_filters():
-        print(f"filters are left: {left}", file=sys.stderr)
-    print("done", file=sys.stderr)
+        print(f"filters are left: {left}", file=report)
+    print("done", file=report, flush=True)
 
 
 if __name__ == "__main__":
