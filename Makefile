@@ -30,11 +30,15 @@ BENCH_PEERS := $(VENV)/.bench-peers
 RELEASE_TOOLS := $(VENV)/.release-tools
 WHEEL := build/wheel/.built
 
+# Length of the soak.
+SOAK_SECONDS ?= 600
+
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
 .PHONY: test-scale test-scale-short mpi
+.PHONY: soak million-filters
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 .PHONY: hooks wheels wheel-manylinux reproducible sbom audit
 
@@ -47,6 +51,8 @@ help:
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
+	@echo "make soak      all filters for SOAK_SECONDS=600; memory and descriptors must stay level"
+	@echo "make million-filters  a million filters made and deleted; memory must stay level"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make hooks     run the quick checks before each commit"
@@ -161,6 +167,13 @@ sbom: $(RELEASE_TOOLS)
 # Known vulnerabilities of what an installation needs. Asks a service of PyPI.
 audit: $(RELEASE_TOOLS)
 	$(VENV_PYTHON) -m pip_audit --strict --desc off .
+
+# Uses of all filters and of a service for a given time. docs/reliability.md has the criterion.
+soak: $(INSTALLED)
+	$(VENV_PYTHON) bench/soak/soak.py --seconds $(SOAK_SECONDS)
+
+million-filters: $(INSTALLED)
+	$(VENV_PYTHON) bench/soak/many_filters.py
 
 clean:
 	rm -rf build $(VENV) .hypothesis .mypy_cache .pytest_cache .ruff_cache

@@ -25,6 +25,8 @@ if [[ $loaded != "$module_dir"/* ]]; then
 fi
 # These test Python code. Each of their calls of the engine is also made by a test that runs here.
 ignored=(--ignore=tests/python/documents --ignore=tests/python/examples --ignore=tests/python/service)
+# These replace the allocator, as the sanitizer does, or measure memory. The native ones of the same faults run.
+ignored+=(--ignore=tests/python/faults)
 # The frameworks' own compiled modules would run under the sanitizer too.
 ignored+=(--ignore=tests/python/frameworks)
 # With Python's streams captured only, a report of the sanitizer appears on the terminal.

@@ -73,6 +73,8 @@ class OpFilter_BitQPUSim : public OpFilter {
     bool prepare_gate(const QPUOp& op);
     bool controls_hold() const;
 
+    /// Allocates the flags that the targets take, before anything changes.
+    void prepare_flags(long read_flag);
     /// Stores the values of the targets in consecutive read flags.
     void publish_targets(long read_flag);
     void report_leaked_ones(unsigned long mask, unsigned long word, unsigned long event_word,

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <bit>
 #include <limits>
 
 #include "bit/bit_filter.h"
@@ -40,6 +41,7 @@ void OpFilter_BitQPUSim::read(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     build_lists(op);
     require_inside(target_list);
+    prepare_flags(op.read_flag);
     publish_targets(op.read_flag);
     for_each_pair(target_list,
                   [this](unsigned long mask, unsigned long word) { settled_bits[word] |= mask; });
@@ -65,6 +67,7 @@ void OpFilter_BitQPUSim::write(unsigned long value, unsigned long target_mask, l
     require_inside(cond_list);
 
     const ValueWords values(target_list, cond_list);
+    if (read_flag != 0) prepare_flags(read_flag);
     for_each_pair(target_list, [&](unsigned long mask, unsigned long word) {
         if (assert_zero) report_leaked_ones(mask, word, event_word, label);
         bit_values[word] = (bit_values[word] & ~mask) | (values[word] & mask);
@@ -79,6 +82,16 @@ void OpFilter_BitQPUSim::report_leaked_ones(unsigned long mask, unsigned long wo
     if ((mask & bit_values[word] & ~settled_bits[word]) == 0) return;
     queue_event(label, "Error: assert zero check failed.", static_cast<unsigned int>(event_word),
                 handle);
+}
+
+void OpFilter_BitQPUSim::prepare_flags(long read_flag) {
+    // Most programs use few flags, and then the targets need not be counted.
+    if (qpu_base().has_memory_for_flags(read_flag, bits_per_word * target_list.size())) return;
+    unsigned long count = 0;
+    for_each_pair(target_list, [&](unsigned long mask, unsigned long /*word*/) {
+        count += static_cast<unsigned long>(std::popcount(mask));
+    });
+    qpu_base().prepare_read_flags(read_flag, count);
 }
 
 // Every qubit takes a flag number, stored or not, so a negative start counts towards zero.

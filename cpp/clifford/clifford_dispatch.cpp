@@ -102,6 +102,8 @@ void OpFilter_CliffordQPUSim::reset(unsigned long qubits) {
     if (!same_size || !state->reset()) {
         state.reset();
         require_memory_for_tableau(tableau_qubits);
+        // Before the tableau, so that a reset that fails leaves none.
+        qpu_base().qint_table.reserve(tableau_qubits);
         state = std::make_unique<Tableau>(tableau_qubits);
     }
     if (qubits == state->num_qubits()) {

@@ -134,6 +134,8 @@ class OpFilter_CliffordQPUSim : public OpFilter {
     void apply_to_targets(GateKind kind);
     /// Applies the inverse of S: Z, then S.
     void apply_s_inv(unsigned long qubit);
+    /// Allocates the flags of all targets from `flag` on, before a measurement changes the state.
+    void prepare_flags(long flag);
     /// Stores an outcome and increments the flag. At flag 0 nothing is stored and the flag stays 0.
     void store_outcome(long& flag, unsigned outcome);
     /// The value that a write gives a qubit: its bit in the first value mask that covers the qubit.

@@ -15,12 +15,24 @@ void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
     flag = static_cast<long>(static_cast<unsigned long>(flag) + 1);
 }
 
+void OpFilter_CliffordQPUSim::prepare_flags(long flag) {
+    if (flag == 0) return;
+    // Most programs use few flags, and then the targets need not be counted.
+    if (qpu_base().has_memory_for_flags(flag, bits_per_word * target_list.size())) return;
+    unsigned long count = 0;
+    for_each_mask(target_list, [&](unsigned long mask, unsigned long /*base*/) {
+        count += static_cast<unsigned long>(std::popcount(mask));
+    });
+    qpu_base().prepare_read_flags(flag, count);
+}
+
 void OpFilter_CliffordQPUSim::read(const QPUOp& op) {
     require_state();
     if (!holds(static_cast<unsigned long>(op.cond_flag))) return;
     collect_gate_masks(op.target_mask, 0, op.target_offset, 0);
     require_inside(target_list);
     long flag = op.read_flag;
+    prepare_flags(flag);
     for_each_qubit(target_list,
                    [&](unsigned long qubit) { store_outcome(flag, state->measure(qubit)); });
 }
@@ -44,6 +56,7 @@ void OpFilter_CliffordQPUSim::write(unsigned long value, unsigned long target_ma
     collect_gate_masks(target_mask, value, target_offset, cond_offset);
     require_inside(target_list);
     auto flag = static_cast<long>(read_flag);
+    prepare_flags(flag);
     for_each_qubit(target_list, [&](unsigned long qubit) {
         const unsigned outcome = state->measure(qubit);
         if (outcome != wanted_bit(qubit)) state->apply(GateKind::x, qubit);

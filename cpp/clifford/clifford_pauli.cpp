@@ -147,6 +147,7 @@ void OpFilter_CliffordQPUSim::measure_pauli_product(const QPUOp& op) {
     require_state();
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     if ((op.target_mask | op.cond_mask) == 0) return;
+    qpu_base().prepare_read_flags(op.read_flag, 1);
     collect_pauli_masks(op.target_mask, op.cond_mask, op.target_offset, op.cond_offset);
     const unsigned long pivot = fold_product();
     const bool inverted = truncate_to_i32(op.angle) == -1;

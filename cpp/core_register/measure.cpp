@@ -24,6 +24,7 @@ void store_outcome(QPU& qpu, unsigned long outcome, unsigned long mask, unsigned
 
 std::string assertion_text(unsigned long value, unsigned long mask) {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     text << "Error: assert check failed: mask:" << std::hex << mask << " expected value:" << value;
     return text.str();
 }
@@ -123,8 +124,12 @@ void QPU::collapse(unsigned long mask, unsigned long value) {
 
 unsigned long QPU::read(unsigned long target_mask, long cond_flag, unsigned long read_flag) {
     if (!acts(cond_flag)) return 0;
-    ++op_count;
     const unsigned long targets = target_mask & qubit_mask;
+    if (read_flag != 0) {
+        const auto count = static_cast<unsigned long>(std::popcount(targets));
+        prepare_read_flags(static_cast<long>(read_flag), count);
+    }
+    ++op_count;
     const unsigned long outcome = measure(targets);
     removable_finish();
     if (read_flag != 0) store_outcome(*this, outcome, targets, read_flag);

@@ -67,6 +67,7 @@ unsigned long QPU::ppm(int sign, unsigned long x_mask, unsigned long z_mask, lon
                        long read_flag) {
     if (!acts(cond_flag)) return 0;
     const double plus = pps(x_mask, z_mask);
+    prepare_read_flags(read_flag, 1);
     const unsigned long measured = random_zero_to_one() >= plus ? 1 : 0;
     ++op_count;
     // The kernels get the unmasked arguments; only the pairing is limited to the register.

@@ -22,6 +22,7 @@ bool is_shown(const complex_t& amplitude, double threshold) {
 std::string QPU::print_state_vector_to_string(int line, double threshold,
                                               unsigned long max_values) const {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     text << heading(line);
     unsigned long shown = 0;
     for (unsigned long index = 0; index < num_terms; ++index) {

@@ -42,6 +42,7 @@ constexpr std::size_t reservation_entries(unsigned long qubits) {
 
 std::string over_limit_text(unsigned long qubits, unsigned long limit) {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     text << "RAM size for " << qubits << " qubits requires " << state_gigabytes(qubits) << " GB, "
          << "which exceeds qc.reset(max_ram_size_gb) limit of " << limit << " GB.\n"
          << "To fix this, either increase max_ram_size_gb using qc.reset(), reduce the number of "

@@ -34,6 +34,7 @@ void refuse_if_listed(unsigned long opcode, const Refusals& refusals) {
                                  std::to_string(static_cast<long>(opcode)));
     }
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     text << "Error: Unknown opcode: 0x" << std::hex << opcode << '\n';
     throw std::runtime_error(text.str());
 }

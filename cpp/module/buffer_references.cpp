@@ -18,11 +18,13 @@ std::map<unsigned long, OwnedReference>& held_buffers() {
 
 }  // namespace
 
+void prepare_to_hold_buffer(unsigned long handle) { held_buffers().try_emplace(handle); }
+
 // Both functions release the former reference last, because the destruction of an array may run
 // Python code that calls the module.
 void hold_buffer(unsigned long handle, PyArrayObject* buffer) {
     auto former = OwnedReference::to(reinterpret_cast<PyObject*>(buffer));
-    std::swap(held_buffers()[handle], former);
+    std::swap(held_buffers().at(handle), former);
 }
 
 void release_buffer(unsigned long handle) { const auto former = held_buffers().extract(handle); }

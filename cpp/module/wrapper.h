@@ -21,6 +21,8 @@ PyObject* run_wrapper(Body&& body) {
         return body();
     } catch (const std::exception& error) {
         PyErr_SetString(PyExc_RuntimeError, error.what());
+        // Without the memory for that error, the interpreter may have set another one or none.
+        if (PyErr_Occurred() != PyExc_RuntimeError) return PyErr_NoMemory();
         Py_RETURN_NONE;
     }
 }

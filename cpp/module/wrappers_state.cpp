@@ -105,6 +105,7 @@ PyObject* override_state_buffer(PyObject* /*module*/, PyObject* args) {
         const unsigned long num_qubits = qubits_of_buffer(length);
         require_needs("override_state_buffer",
                       filter.array_rules.override_state_buffer_needs(num_qubits), amplitudes);
+        prepare_to_hold_buffer(filter.handle);
         filter.override_state_buffer(amplitudes.data, num_qubits);
         hold_buffer(filter.handle, buffer);
         return none();

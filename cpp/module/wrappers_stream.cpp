@@ -26,8 +26,11 @@ PyObject* new_native_filter(PyObject* /*module*/, PyObject* args) {
     return run_wrapper([args] {
         const char* type_name = nullptr;
         parse_arguments(args, "s", &type_name);
-        const OpFilter* filter = OpFilter::AllocateNew(nullptr, type_name, 0, 0);
-        return Py_BuildValue("I", static_cast<unsigned int>(filter->handle));
+        const unsigned long handle = OpFilter::AllocateNew(nullptr, type_name, 0, 0)->handle;
+        PyObject* const number = Py_BuildValue("I", static_cast<unsigned int>(handle));
+        // Without its handle nobody can delete the filter.
+        if (number == nullptr) OpFilter::delete_filter(handle);
+        return number;
     });
 }
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
@@ -46,6 +48,23 @@ bool find_service(const std::string& host, int port, sockaddr_in& address) {
 
 bool is_port(int port) { return port >= 0 && port <= 0xFFFF; }
 
+/// Waits for the connection that the system makes after a signal has interrupted `connect`.
+bool is_connected_in_the_end(int sock) {
+    pollfd wait{.fd = sock, .events = POLLOUT, .revents = 0};
+    while (::poll(&wait, 1, -1) < 0) {
+        if (errno != EINTR) return false;
+    }
+    int error = 0;
+    socklen_t size = sizeof(error);
+    return ::getsockopt(sock, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
+bool connect_in_full(int sock, const sockaddr_in& address) {
+    const int result =
+        ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    return result == 0 || (errno == EINTR && is_connected_in_the_end(sock));
+}
+
 unsigned long count_fetch_requests(const QPUOp* ops, unsigned long num_ops) {
     return static_cast<unsigned long>(std::count_if(
         ops, ops + num_ops, [](const QPUOp& op) { return op.opcode == OP_FETCH_REQUEST; }));
@@ -67,13 +86,12 @@ void OpFilter_Connect::connect(const std::string& host, int service_port, double
                                std::string& result) {
     timeout = wait_limit;
     // A copy: `host` may refer to `peer_name`, which closing the connection changes.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
-    const std::string wanted = host;
+    std::string wanted = host;
     close_connection();
     if (open_connection(wanted, service_port)) {
         ::fcntl(sock, F_SETFL, O_NONBLOCK);
         std::puts("Connected ok.");
-        peer_name = wanted;
+        peer_name = std::move(wanted);
         port = service_port;
         return;
     }
@@ -93,8 +111,7 @@ bool OpFilter_Connect::open_connection(const std::string& host, int service_port
         return false;
     }
     // A number outside the range of ports would be truncated to another port.
-    if (!is_port(service_port) ||
-        ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
+    if (!is_port(service_port) || !connect_in_full(sock, address)) {
         std::fputs("ERROR connecting\n", stderr);
         return false;
     }
@@ -176,6 +193,7 @@ void OpFilter_Connect::store_reply(const QPUOp& reply) {
     const auto valid = static_cast<unsigned long>(reply.cond_flag);
     const auto values = static_cast<unsigned long>(reply.read_flag);
     const unsigned long count = std::min(reply.cond_mask, 64UL);  // bits of the word
+    qpu_base().prepare_read_flags(static_cast<long>(first), count);
     for (unsigned long i = 0; i < count; ++i) {
         if ((valid >> i & 1) == 0) continue;
         qpu_base().set_read_flag(static_cast<long>(first + i), static_cast<long>(values >> i & 1));

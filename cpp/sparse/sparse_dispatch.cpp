@@ -93,6 +93,7 @@ void OpFilter_SparseSVSim::reset(unsigned long qubits) {
     if (qubits > most_qubits) {
         throw std::runtime_error("This quick sparse_sv prototype just handles 64 qubits.");
     }
+    terms.reserve(1);
     num_qubits = qubits;
     qubit_mask = (1UL << qubits) - 1;
     index_bits = qubit_mask;

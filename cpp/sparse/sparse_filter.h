@@ -136,6 +136,8 @@ class OpFilter_SparseSVSim : public OpFilter, private ArrayRules {
     unsigned long measure(unsigned long targets);
     void read(const QPUOp& op);
     void clear(unsigned long target_mask, long cond_flag);
+    /// Allocates the flags of a measurement before it changes the state.
+    void prepare_flags(long first_flag, unsigned long targets);
     /// Stores the values of the target qubits in consecutive read flags.
     void store_flags(long first_flag, unsigned long targets, unsigned long values);
     /// Replaces the state by one basis state.

@@ -1,4 +1,5 @@
 // Measurement: samples, projections, reads and writes of qubits, and normalisation.
+#include <bit>
 #include <cmath>
 #include <stdexcept>
 
@@ -73,6 +74,11 @@ void OpFilter_SparseSVSim::replace_by(unsigned long index) {
     terms.assign(1, {index * 2, {1.0, 0.0}});
 }
 
+void OpFilter_SparseSVSim::prepare_flags(long first_flag, unsigned long targets) {
+    if (first_flag == 0) return;
+    qpu_base().prepare_read_flags(first_flag, static_cast<unsigned long>(std::popcount(targets)));
+}
+
 // The flag number is incremented for every qubit. A negative one runs towards 0 and may pass it.
 void OpFilter_SparseSVSim::store_flags(long first_flag, unsigned long targets,
                                        unsigned long values) {
@@ -88,6 +94,7 @@ void OpFilter_SparseSVSim::read(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
     const unsigned long targets = op.target_mask & qubit_mask;
     if (targets == 0) return;
+    prepare_flags(op.read_flag, targets);
     store_flags(op.read_flag, targets, measure(targets));
 }
 
@@ -98,6 +105,7 @@ void OpFilter_SparseSVSim::apply_write(unsigned long value, unsigned long target
     // All qubits are overwritten: no measurement is needed.
     if (targets == qubit_mask) return replace_by(value & qubit_mask);
     if (targets == 0) return;
+    prepare_flags(read_flag, targets);
     const unsigned long measured = measure(targets);
     store_flags(read_flag, targets, measured);
     flip_qubits(terms, (value ^ measured) & targets);

@@ -64,6 +64,7 @@ void OpFilter_SparseSVSim::rotate_pauli_product(const QPUOp& op) {
 
 void OpFilter_SparseSVSim::measure_pauli_product(const QPUOp& op) {
     if (!qpu_base().flag_condition(op.cond_flag)) return;
+    qpu_base().prepare_read_flags(op.read_flag, 1);
     const unsigned long outcome = ppm_as_gates(
         truncate_to_i32(op.angle), op.target_mask & qubit_mask, op.cond_mask & qubit_mask);
     qpu_base().set_read_flag(op.read_flag, static_cast<long>(outcome));

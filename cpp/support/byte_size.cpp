@@ -5,6 +5,7 @@
 std::string human_byte_size(unsigned long bytes) {
     const auto size = static_cast<double>(bytes);
     std::ostringstream text;
+    text.exceptions(std::ios::badbit);  // without memory the text would be cut short in silence
     if (bytes >> 40 != 0) {
         text << size * 0x1p-40 << " TB";
     } else if (bytes >> 30 != 0) {

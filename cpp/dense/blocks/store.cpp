@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
+#include <string>
 
 #include "support/available_memory.h"
 #include "support/byte_size.h"
@@ -80,11 +82,13 @@ void CoreBlockStore::allocate_ram(complex_t* buffer, bool verbosely) {
     external_buffer = buffer != nullptr;
     const unsigned long size =
         saturated_product(saturated_product(terms_per_block, num_ram_blocks), sizeof(complex_t));
+    const std::string size_text = verbosely ? human_byte_size(size) : std::string();
     block_data = external_buffer ? buffer : allocate_amplitudes(size);
     if (block_data == nullptr) return;
-    ram_block_in_use = new bool[num_ram_blocks]();
+    ram_block_in_use = new (std::nothrow) bool[num_ram_blocks]();
+    if (ram_block_in_use == nullptr) return deallocate_ram();
     if (verbosely) {
-        std::printf("> Blockstore RAM alloc (%s) %p %p\n", human_byte_size(size).c_str(),
+        std::printf("> Blockstore RAM alloc (%s) %p %p\n", size_text.c_str(),
                     static_cast<void*>(block_data), static_cast<void*>(ram_block_in_use));
     }
 }

@@ -6,7 +6,12 @@ namespace Nimbrel {
 
 void OpEventStack::push(unsigned long id) {
     ids.push_back(id);
-    values.push_back(0);
+    try {
+        values.push_back(0);
+    } catch (...) {
+        ids.pop_back();
+        throw;
+    }
 }
 
 void OpEventStack::pop(unsigned long id) {

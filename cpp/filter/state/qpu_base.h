@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/bits.h"
+
 namespace Nimbrel {
 
 class OpFilter;
@@ -32,6 +34,17 @@ class QPU_Base {
 
     /// Stores the low bit of `value`, inverted for a negative number. Constants store nothing.
     void set_read_flag(long flag, long value);
+
+    /// Allocates the memory for `count` flags from `first` on, so that storing them cannot fail. A
+    /// measurement calls it before it changes the state.
+    void prepare_read_flags(long first, unsigned long count) {
+        if (!has_memory_for_flags(first, count)) reserve_read_flags(first, count);
+    }
+
+    /// Whether `prepare_read_flags` would allocate nothing.
+    bool has_memory_for_flags(long first, unsigned long count) const {
+        return magnitude(first) + count <= read_flags.capacity() * bits_per_word;
+    }
 
     /// Whether a classical condition holds. Unlike in `get_read_flag`, 0 holds, -1 fails, and a
     /// flag that was never stored fails for either sign.
@@ -85,6 +98,8 @@ class QPU_Base {
 
     /// Whether the flag table has the word of this position.
     bool is_stored(unsigned long position) const;
+
+    void reserve_read_flags(long first, unsigned long count);
 
     bool stored_bit(unsigned long position) const;
     void store_bit(unsigned long position, bool bit);

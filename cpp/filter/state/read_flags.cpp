@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "filter/state/qpu_base.h"
 #include "support/bits.h"
 
@@ -22,6 +24,21 @@ void QPU_Base::store_bit(unsigned long position, bool bit) {
     if (!is_stored(position)) read_flags.resize(word_of(position) + 1, 0);
     unsigned long& word = read_flags[word_of(position)];
     word = bit ? word | bit_of(position) : word & ~bit_of(position);
+}
+
+/// Words of the first allocation: 512 flags, which most programs never exceed.
+constexpr std::size_t first_capacity = 8;
+
+void QPU_Base::reserve_read_flags(long first, unsigned long count) {
+    std::size_t words = 0;
+    auto number = static_cast<unsigned long>(first);  // a run may wrap past the highest flag
+    for (unsigned long i = 0; i < count; ++i, ++number) {
+        const auto flag = static_cast<long>(number);
+        if (magnitude(flag) > 1) words = std::max(words, word_of(flag_position(flag)) + 1);
+    }
+    // Grown as a vector grows by itself, so that a program with ever higher flags copies few words.
+    const std::size_t capacity = read_flags.capacity();
+    if (words > capacity) read_flags.reserve(std::max({words, 2 * capacity, first_capacity}));
 }
 
 long QPU_Base::get_read_flag(long flag) const {

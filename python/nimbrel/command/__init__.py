@@ -19,4 +19,8 @@ def main() -> None:
         sys.exit(2)
     from nimbrel.command.arguments import command
 
-    command(prog_name="nimbrel")
+    try:
+        command(prog_name="nimbrel")
+    except OSError as error:  # a help text that cannot be written
+        print(f"Error: {error}", file=sys.stderr)
+        sys.exit(2)
