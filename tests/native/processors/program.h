@@ -1,0 +1,54 @@
+/// Random programs for comparison between processors. Plain data, for one thread.
+#pragma once
+
+#include <array>
+#include <span>
+#include <vector>
+
+#include "filter/qpu_op.h"
+#include "processors/random_words.h"
+#include "support/complex.h"
+
+namespace Nimbrel::Testing {
+
+/// Angles in degrees. Sine and cosine of each, and of its half, lie so far from the middle of two
+/// doubles that every good library rounds them alike.
+inline constexpr std::array exact_angles{
+    0.0,    -0.0,  15.0,   30.0,  45.0,   60.0,  90.0,  120.0,  135.0,  180.0,   270.0,
+    360.0,  450.0, -15.0,  -45.0, -90.0,  -120.0, -180.0, -360.0, 33.25, -77.75,  101.5,
+    12.0625, 0.5,  -142.125, 1e-9, 5e-300, 7.0,   -23.0, 41.0,   123456.75, -98765.5};
+
+enum class Engine : unsigned char { dense, sparse, bit, clifford };
+
+/// What one filter gets: chunks of records, and after each chunk a look at one qubit.
+struct Program {
+    struct Chunk {
+        std::vector<QPUOp> records;
+        unsigned long qubit;  ///< below 64
+        unsigned long value;
+    };
+
+    Engine engine;
+    unsigned long qubits;
+    unsigned long block_qubits = 0;  ///< dense
+    bool threads = false;            ///< dense
+    unsigned seed = 0;
+    std::vector<complex_t> start;  ///< the state that is pushed; empty for the state after a reset
+    std::vector<Chunk> chunks;
+};
+
+inline constexpr unsigned num_programs = 500;
+
+/// The programs go through the engines in turn.
+Program make_program(unsigned number);
+
+/// A program on the dense or the sparse filter with any angle, from `angles` numbers in degrees.
+Program make_state_vector_program(Engine engine, unsigned long qubits, RandomWords& random,
+                                  std::span<const double> angles);
+Program make_bit_program(RandomWords& random);
+Program make_clifford_program(RandomWords& random);
+
+/// A hash of all that the engine gets.
+unsigned long fingerprint_of_input(const Program& program);
+
+}  // namespace Nimbrel::Testing
