@@ -34,6 +34,7 @@ struct Program {
     bool threads = false;            ///< dense
     unsigned seed = 0;
     std::vector<complex_t> start;  ///< the state that is pushed; empty for the state after a reset
+    bool normalizes = true;        ///< the pushed state
     std::vector<Chunk> chunks;
 };
 
@@ -45,6 +46,9 @@ Program make_program(unsigned number);
 /// A program on the dense or the sparse filter with any angle, from `angles` numbers in degrees.
 Program make_state_vector_program(Engine engine, unsigned long qubits, RandomWords& random,
                                   std::span<const double> angles);
+/// The same without measurements, so that each result is a sum of few products.
+Program make_gate_program(Engine engine, unsigned long qubits, RandomWords& random,
+                          std::span<const double> angles);
 Program make_bit_program(RandomWords& random);
 Program make_clifford_program(RandomWords& random);
 

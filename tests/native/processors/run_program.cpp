@@ -29,7 +29,7 @@ void prepare(OpFilter& filter, const Program& program) {
     filter.put_instructions(&reset, 1);
     if (program.start.empty()) return;
     filter.push_state(program.start.data(), 0, program.start.size());
-    filter.normalize();
+    if (program.normalizes) filter.normalize();
 }
 
 /// Calls `step` and adds the text of its error, if it fails.
@@ -64,6 +64,9 @@ void measure_without_draw(Fingerprint& fingerprint, OpFilter& filter,
     const double probability = filter.peek_read_probability(mask, mask, 0.0);
     fingerprint.add(probability);
     if (probability == 0.5) filter.postselect(chunk.value == 0 ? 0 : mask, mask);
+    // A CNOT whose control is its target is no unitary gate. It may leave rows that are no state, on
+    // which the qubit stays open.
+    if (filter.peek_read_probability(mask, mask, 0.0) == 0.5) return;
     QPUOp read{};
     read.opcode = OP_READ;
     read.target_mask = mask;

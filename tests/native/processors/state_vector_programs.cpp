@@ -195,4 +195,15 @@ Program make_state_vector_program(Engine engine, unsigned long qubits, RandomWor
     return program;
 }
 
+Program make_gate_program(Engine engine, unsigned long qubits, RandomWords& random,
+                          std::span<const double> angles) {
+    const auto measures = [](const QPUOp& op) {
+        return op.opcode == OP_READ || op.opcode == OP_WRITE || op.opcode == OP_CLEAR ||
+               op.opcode == OP_FREE || op.opcode == OP_PPM;
+    };
+    Program program = make_state_vector_program(engine, qubits, random, angles);
+    for (Program::Chunk& chunk : program.chunks) std::erase_if(chunk.records, measures);
+    return program;
+}
+
 }  // namespace Nimbrel::Testing
