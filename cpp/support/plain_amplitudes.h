@@ -98,15 +98,21 @@ struct TwoAmplitudes {
     OneAmplitude low() const { return low_half; }
     OneAmplitude high() const { return high_half; }
 
-    static TwoAmplitudes join_low(TwoAmplitudes a, TwoAmplitudes b) { return {a.low_half, b.low_half}; }
-    static TwoAmplitudes join_high(TwoAmplitudes a, TwoAmplitudes b) { return {a.high_half, b.high_half}; }
+    static TwoAmplitudes join_low(TwoAmplitudes a, TwoAmplitudes b) {
+        return {a.low_half, b.low_half};
+    }
+    static TwoAmplitudes join_high(TwoAmplitudes a, TwoAmplitudes b) {
+        return {a.high_half, b.high_half};
+    }
 
     TwoAmplitudes swapped() const { return {low_half.swapped(), high_half.swapped()}; }
     bool is_zero_bits() const { return (low_half | high_half).is_zero_bits(); }
     bool may_have_zero_bits() const {
         return low_half.may_have_zero_bits() || high_half.may_have_zero_bits();
     }
-    bool has_plain_lanes() const { return low_half.has_plain_lanes() && high_half.has_plain_lanes(); }
+    bool has_plain_lanes() const {
+        return low_half.has_plain_lanes() && high_half.has_plain_lanes();
+    }
 
     friend TwoAmplitudes operator+(TwoAmplitudes a, TwoAmplitudes b) {
         return {a.low_half + b.low_half, a.high_half + b.high_half};

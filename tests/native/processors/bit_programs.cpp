@@ -12,10 +12,9 @@ class Writer {
         : words_(words_for_bits(qubits)), random_(random) {}
 
     void append(std::vector<QPUOp>& records) {
-        constexpr unsigned long opcodes[] = {OP_X,         OP_X,         OP_X,         OP_SWAP,
-                                             OP_LELBOW,    OP_RELBOW,    OP_H,         OP_READ,
-                                             OP_WRITE,     OP_CLEAR,     OP_FREE,      OP_FLAG_NAND,
-                                             OP_EXTEND,    OP_EXTEND};
+        constexpr unsigned long opcodes[] = {
+            OP_X,    OP_X,     OP_X,     OP_SWAP, OP_LELBOW,    OP_RELBOW, OP_H,
+            OP_READ, OP_WRITE, OP_CLEAR, OP_FREE, OP_FLAG_NAND, OP_EXTEND, OP_EXTEND};
         QPUOp op{};
         op.opcode = opcodes[random_.below(std::size(opcodes))];
         // A swap takes two targets, so none may come from an extension.
@@ -60,7 +59,8 @@ class Writer {
 }  // namespace
 
 Program make_bit_program(RandomWords& random) {
-    Program program{.engine = Engine::bit, .qubits = 1 + random.below(300), .start = {}, .chunks = {}};
+    Program program{
+        .engine = Engine::bit, .qubits = 1 + random.below(300), .start = {}, .chunks = {}};
     Writer writer(program.qubits, random);
     for (unsigned chunk = 0; chunk < 3; ++chunk) {
         Program::Chunk made;

@@ -1,5 +1,5 @@
-// Programs on the Clifford filter. They draw nothing, because the clock seeds its draws: whoever runs
-// them makes each measured qubit certain first.
+// Programs on the Clifford filter. They draw nothing, because the clock seeds its draws: whoever
+// runs them makes each measured qubit certain first.
 #include "filter/opcodes.h"
 #include "processors/program.h"
 

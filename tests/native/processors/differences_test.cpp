@@ -101,7 +101,8 @@ TEST(SpecialNumbers, GiveTheSameBitsButForThoseOfNotANumbers) {
         ASSERT_EQ(fingerprint_of_input(program), special[number].input) << number;
         const auto found = pulled_amplitudes(*run_program(program), program.qubits);
         EXPECT_EQ(fingerprint_without_nan_bits(found), special[number].results) << number;
-        for (const complex_t& amplitude : found) not_numbers += std::isnan(amplitude.re) ? 1 : 0;
+        for (const complex_t& amplitude : found)
+            not_numbers += std::isnan(amplitude.re) ? 1UL : 0UL;
     }
     EXPECT_GT(not_numbers, 0UL);
 }

@@ -14,9 +14,9 @@ namespace Nimbrel::Testing {
 /// Angles in degrees. Sine and cosine of each, and of its half, lie so far from the middle of two
 /// doubles that every good library rounds them alike.
 inline constexpr std::array exact_angles{
-    0.0,    -0.0,  15.0,   30.0,  45.0,   60.0,  90.0,  120.0,  135.0,  180.0,   270.0,
-    360.0,  450.0, -15.0,  -45.0, -90.0,  -120.0, -180.0, -360.0, 33.25, -77.75,  101.5,
-    12.0625, 0.5,  -142.125, 1e-9, 5e-300, 7.0,   -23.0, 41.0,   123456.75, -98765.5};
+    0.0,   -0.0,  15.0,  30.0,  45.0,   60.0,  75.0,   90.0,    135.0,    180.0,    270.0,
+    300.0, 360.0, 540.0, -15.0, -45.0,  -90.0, -150.0, -180.0,  -300.0,   -360.0,   0.5,
+    17.0,  43.0,  -23.0, 33.25, -77.75, 1e-9,  5e-300, 13.0625, 123458.5, -98767.25};
 
 enum class Engine : unsigned char { dense, sparse, bit, clifford };
 

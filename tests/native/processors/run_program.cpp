@@ -58,14 +58,13 @@ void add_flags(Fingerprint& fingerprint, OpFilter& filter) {
 }
 
 /// A qubit of a Clifford register is made certain, so that its measurement draws nothing.
-void measure_without_draw(Fingerprint& fingerprint, OpFilter& filter,
-                          const Program::Chunk& chunk) {
+void measure_without_draw(Fingerprint& fingerprint, OpFilter& filter, const Program::Chunk& chunk) {
     const unsigned long mask = 1UL << chunk.qubit;
     const double probability = filter.peek_read_probability(mask, mask, 0.0);
     fingerprint.add(probability);
     if (probability == 0.5) filter.postselect(chunk.value == 0 ? 0 : mask, mask);
-    // A CNOT whose control is its target is no unitary gate. It may leave rows that are no state, on
-    // which the qubit stays open.
+    // A CNOT whose control is its target is no unitary gate. It may leave rows that are no state,
+    // on which the qubit stays open.
     if (filter.peek_read_probability(mask, mask, 0.0) == 0.5) return;
     QPUOp read{};
     read.opcode = OP_READ;

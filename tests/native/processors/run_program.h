@@ -19,8 +19,8 @@ FilterPointer run_program(const Program& program);
 /// Amplitudes of a dense register.
 std::vector<complex_t> pulled_amplitudes(OpFilter& filter, unsigned long qubits);
 
-/// A hash of all that the program's results show: amplitudes, terms in their order, texts, read flags,
-/// probabilities and texts of errors.
+/// A hash of all that the program's results show: amplitudes, terms in their order, texts, read
+/// flags, probabilities and texts of errors.
 unsigned long fingerprint_of_results(const Program& program);
 
 }  // namespace Nimbrel::Testing

@@ -16,8 +16,7 @@ constexpr unsigned long narrow_sparse = 10;
 
 class Writer {
   public:
-    Writer(Engine engine, unsigned long qubits, RandomWords& random,
-           std::span<const double> angles)
+    Writer(Engine engine, unsigned long qubits, RandomWords& random, std::span<const double> angles)
         : engine_(engine),
           qubits_(qubits),
           random_(random),
