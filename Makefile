@@ -108,6 +108,10 @@ docs: $(INSTALLED) $(DOC_TOOLS)
 test-numpy: $(WHEEL)
 	tools/numpy_matrix.sh build/wheel/*.whl
 
+# The tests of the module's boundary on every CPython that is found here.
+test-interpreters: $(CREATED)
+	tools/interpreters.sh
+
 # The preset is configured for its compile database alone; warnings are errors in the asan preset. Under
 # the thread sanitizer GCC 12 warns of what is not there.
 check: $(INSTALLED) $(DEV_TOOLS) gtest
