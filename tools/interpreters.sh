@@ -49,8 +49,9 @@ build_wheel() {
   local python=$1 folder=$2
   rm -rf "$folder/wheel"
   "$python" -m venv "$folder/build"
+  # Without precompiled headers a compiler cache serves all sources but the module's own.
   SKBUILD_BUILD_DIR="$folder/skbuild" "$folder/build/bin/pip" wheel -q --disable-pip-version-check --no-deps \
-    --wheel-dir "$folder/wheel" .
+    -C cmake.define.CMAKE_DISABLE_PRECOMPILE_HEADERS=ON --wheel-dir "$folder/wheel" .
 }
 
 run_under() {
