@@ -39,6 +39,7 @@ CIRCUIT_QUBITS ?= 12,16,20
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
 .PHONY: test-scale test-scale-short mpi
 .PHONY: soak million-filters
+.PHONY: test-aarch64 test-plain test-interpreters program-fingerprints
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 .PHONY: hooks wheels wheel-manylinux reproducible sbom audit
 
@@ -48,6 +49,9 @@ help:
 	@echo "make test-doors       tests of the doors to other frameworks, a few minutes"
 	@echo "make test-frameworks  the same with all circuits and the frameworks' own tests, an hour"
 	@echo "make test-scale       tests on MPI ranks; test-scale-short takes three minutes"
+	@echo "make test-aarch64     native tests for AArch64, emulated"
+	@echo "make test-plain       native tests on plain vectors, for any processor"
+	@echo "make test-interpreters  tests of arrays on every CPython found here, under its oldest and newest NumPy"
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
@@ -77,6 +81,25 @@ test-native: $(TEST_TOOLS) gtest
 	$(call build,release)
 	$(CTEST) --preset release
 
+# The stored results of tests/native/processors, anew. Run it when a change is meant to change them.
+program-fingerprints: $(TEST_TOOLS) gtest
+	$(call configure,release)
+	$(CMAKE) --build --preset release --target nimbrel_program_fingerprints
+	cd tests/native/processors && for list in programs:program_fingerprints special:special_fingerprints \
+	  any_angle:any_angle_amplitudes; do $(CURDIR)/build/release/tests/native/nimbrel_program_fingerprints \
+	  $${list%:*} >$${list#*:}.inc || exit 1; done
+
+# The same native tests for AArch64, cross-compiled and emulated.
+test-aarch64: $(TEST_TOOLS)
+	tools/ensure_aarch64.sh
+	$(call build,aarch64)
+	$(CTEST) --preset aarch64
+
+# The native tests on plain vectors, which need no instruction set but the family's.
+test-plain: $(TEST_TOOLS) gtest
+	$(call build,plain)
+	$(CTEST) --preset plain
+
 # All tests that need no other framework, under the newest NumPy.
 test-python: $(INSTALLED) $(TEST_TOOLS)
 	$(PYTEST) --ignore tests/python/frameworks --ignore tests/python/scale
@@ -105,6 +128,10 @@ docs: $(INSTALLED) $(DOC_TOOLS)
 # The tests of arrays, under each older NumPy that is served.
 test-numpy: $(WHEEL)
 	tools/numpy_matrix.sh build/wheel/*.whl
+
+# The tests of the module's boundary on every CPython that is found here.
+test-interpreters: $(CREATED)
+	tools/interpreters.sh
 
 # The preset is configured for its compile database alone; warnings are errors in the asan preset. Under
 # the thread sanitizer GCC 12 warns of what is not there.

@@ -15,22 +15,19 @@ add_library(nimbrel_options INTERFACE)
 target_compile_features(nimbrel_options INTERFACE cxx_std_20)
 target_include_directories(nimbrel_options INTERFACE "${PROJECT_SOURCE_DIR}/cpp")
 
-# The processor that the engine needs, named and not probed for: a wheel must run elsewhere than on
-# the machine that built it. Contraction is off because results are compared bit for bit; a fused
-# multiply-add stands in the source where one is meant. GCC 12 fuses a complex product all the same
-# when it makes vectors of neighbouring statements, so it may not do that; the kernels are vectors
-# already.
+# Contraction is off because results are compared bit for bit; a fused multiply-add stands in the
+# source where one is meant. GCC 12 fuses a complex product all the same when it makes vectors of
+# neighbouring statements, so it may not do that; the kernels are vectors already.
 target_compile_options(
   nimbrel_options
-  INTERFACE -mavx
-            -mfma
-            -mpopcnt
-            -ffp-contract=off
+  INTERFACE -ffp-contract=off
             -fno-tree-slp-vectorize
             -fvisibility=hidden
             -fvisibility-inlines-hidden
             "$<$<CONFIG:Release>:-O3>"
             "$<$<CONFIG:Debug>:-O1;-g>")
+
+include(NimbrelProcessor)
 
 # nimbrel_compile_with(<option>... SOURCES <source>...)
 #
@@ -40,14 +37,6 @@ function(nimbrel_compile_with)
   set_property(SOURCE ${arg_SOURCES} APPEND PROPERTY COMPILE_OPTIONS ${arg_UNPARSED_ARGUMENTS})
   # A precompiled header is valid only for the options it was made with.
   set_property(SOURCE ${arg_SOURCES} PROPERTY SKIP_PRECOMPILE_HEADERS ON)
-endfunction()
-
-# nimbrel_compile_for_any_processor(<source>...)
-#
-# Sources of the caller's folder that run before the module has looked at the processor: its entry
-# and whatever defines an object that is made when the library is loaded.
-function(nimbrel_compile_for_any_processor)
-  nimbrel_compile_with(-mno-avx -mno-fma -mno-popcnt SOURCES ${ARGN})
 endfunction()
 
 # Bounds checks in the standard containers: they find an index that stays inside the allocation,

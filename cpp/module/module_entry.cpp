@@ -60,10 +60,23 @@ PyModuleDef module_definition{PyModuleDef_HEAD_INIT,
                               nullptr,
                               nullptr};
 
+/// Whether this is the main interpreter. If not, sets ImportError.
+///
+/// Filters, their handles and the random generator belong to the process, and the lock of one
+/// interpreter guards them. Each interpreter may have a lock of its own, and NumPy serves the main
+/// one only.
+bool require_main_interpreter() {
+    if (PyInterpreterState_Get() == PyInterpreterState_Main()) return true;
+    PyErr_SetString(PyExc_ImportError,
+                    "_lib_nb_sim does not support sub-interpreters: import it in the main "
+                    "interpreter, or use processes");
+    return false;
+}
+
 }  // namespace
 
 PyMODINIT_FUNC PyInit__lib_nb_sim() {
-    if (!Binding::require_processor()) return nullptr;
+    if (!Binding::require_processor() || !require_main_interpreter()) return nullptr;
 
     Binding::OwnedReference module(PyModule_Create2(&module_definition, PYTHON_API_VERSION));
     if (!module) return nullptr;

@@ -5,6 +5,6 @@ namespace Nimbrel {
 
 /// Tells the processor that this is a polling loop: it saves power and gives its pipeline to the
 /// other hardware thread.
-inline void pause_processor() { __builtin_ia32_pause(); }
+void pause_processor();
 
 }  // namespace Nimbrel

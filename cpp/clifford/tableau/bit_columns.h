@@ -3,13 +3,12 @@
 /// In this form a gate changes all rows of the block with a few vector operations. Not thread-safe.
 #pragma once
 
-#include <immintrin.h>
-
 #include <array>
 #include <span>
 #include <vector>
 
 #include "clifford/tableau/stabilizer_row.h"
+#include "support/vectors.h"
 
 /// Maximum number of rows in a block.
 inline constexpr std::size_t rows_per_block = 256;
@@ -20,21 +19,19 @@ struct alignas(64) BitColumn {
     std::array<unsigned long, rows_per_block / 64> z;
 };
 
-/// One bit for each row of a block, in a vector register. AVX has these operations for
-/// floating-point lanes only.
+/// One bit for each row of a block, in vector registers.
 struct RowBits {
-    __m256d bits = _mm256_setzero_pd();
+    Nimbrel::FourWords bits = Nimbrel::FourWords::zero();
 
     using Words = std::array<unsigned long, rows_per_block / 64>;
-    static RowBits load(const Words& from) {
-        return {_mm256_load_pd(reinterpret_cast<const double*>(from.data()))};
-    }
-    void store(Words& to) const { _mm256_store_pd(reinterpret_cast<double*>(to.data()), bits); }
+    static_assert(std::tuple_size_v<Words> == Nimbrel::FourWords::count);
+    static RowBits load(const Words& from) { return {Nimbrel::FourWords::load(from.data())}; }
+    void store(Words& to) const { bits.store(to.data()); }
 
-    friend RowBits operator^(RowBits a, RowBits b) { return {_mm256_xor_pd(a.bits, b.bits)}; }
-    friend RowBits operator&(RowBits a, RowBits b) { return {_mm256_and_pd(a.bits, b.bits)}; }
+    friend RowBits operator^(RowBits a, RowBits b) { return {a.bits ^ b.bits}; }
+    friend RowBits operator&(RowBits a, RowBits b) { return {a.bits & b.bits}; }
     /// The bits that are 1 in a and 0 in b.
-    friend RowBits operator-(RowBits a, RowBits b) { return {_mm256_andnot_pd(b.bits, a.bits)}; }
+    friend RowBits operator-(RowBits a, RowBits b) { return {a.bits - b.bits}; }
 };
 
 /// Transposes selected words of up to `rows_per_block` rows into columns, and back.

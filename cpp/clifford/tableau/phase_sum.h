@@ -3,25 +3,13 @@
 /// Plain values, callable from any thread.
 #pragma once
 
-#include <immintrin.h>
-
 #include <bit>
 #include <cstddef>
 
-/// Four words in one vector register. AVX has 256-bit loads, xor and and for floating-point lanes
-/// only.
-struct FourWords {
-    static constexpr std::size_t count = 4;
-    __m256d bits;
+#include "support/vectors.h"
 
-    static FourWords zero() { return {_mm256_setzero_pd()}; }
-    static FourWords load(const unsigned long* from) {
-        return {_mm256_loadu_pd(reinterpret_cast<const double*>(from))};
-    }
-    void store(unsigned long* to) const { _mm256_storeu_pd(reinterpret_cast<double*>(to), bits); }
-    friend FourWords operator^(FourWords a, FourWords b) { return {_mm256_xor_pd(a.bits, b.bits)}; }
-    friend FourWords operator&(FourWords a, FourWords b) { return {_mm256_and_pd(a.bits, b.bits)}; }
-};
+using Nimbrel::FourWords;
+using Nimbrel::TwoWords;
 
 /// One word, with the members of `FourWords`.
 struct OneWord {
@@ -31,6 +19,7 @@ struct OneWord {
     static OneWord zero() { return {0}; }
     static OneWord load(const unsigned long* from) { return {*from}; }
     void store(unsigned long* to) const { *to = bits; }
+    bool is_zero() const { return bits == 0; }
     friend OneWord operator^(OneWord a, OneWord b) { return {a.bits ^ b.bits}; }
     friend OneWord operator&(OneWord a, OneWord b) { return {a.bits & b.bits}; }
 };
@@ -61,16 +50,11 @@ struct PhaseSum {
 
 /// Adds the sums of the four words to one sum: first the two halves, then the two words left.
 inline PhaseSum<OneWord> folded(const PhaseSum<FourWords>& sum) {
-    const __m128d low_ones = _mm256_castpd256_pd128(sum.ones.bits);
-    const __m128d high_ones = _mm256_extractf128_pd(sum.ones.bits, 1);
-    const __m128d carries = _mm_and_pd(low_ones, high_ones);
-    const __m128i ones = _mm_castpd_si128(_mm_xor_pd(low_ones, high_ones));
-    const __m128i twos =
-        _mm_castpd_si128(_mm_xor_pd(carries, _mm_xor_pd(_mm256_castpd256_pd128(sum.twos.bits),
-                                                        _mm256_extractf128_pd(sum.twos.bits, 1))));
-    const auto word = [](long bits) { return OneWord{static_cast<unsigned long>(bits)}; };
-    PhaseSum<OneWord> total{word(_mm_cvtsi128_si64(ones)), word(_mm_cvtsi128_si64(twos))};
-    total.add({word(_mm_extract_epi64(ones, 1)), word(_mm_extract_epi64(twos, 1))});
+    const TwoWords carries = sum.ones.low() & sum.ones.high();
+    const TwoWords ones = sum.ones.low() ^ sum.ones.high();
+    const TwoWords twos = carries ^ (sum.twos.low() ^ sum.twos.high());
+    PhaseSum<OneWord> total{OneWord{ones.low()}, OneWord{twos.low()}};
+    total.add({OneWord{ones.high()}, OneWord{twos.high()}});
     return total;
 }
 

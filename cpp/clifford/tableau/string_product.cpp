@@ -7,12 +7,6 @@
 
 namespace {
 
-bool any(OneWord words) { return words.bits != 0; }
-bool any(FourWords words) {
-    const __m256i bits = _mm256_castpd_si256(words.bits);
-    return _mm256_testz_si256(bits, bits) == 0;
-}
-
 /// Multiplies some words of two strings.
 struct Factors {
     unsigned long* left;
@@ -32,8 +26,8 @@ struct Factors {
         const Words new_z = left_z ^ right_z;
         new_x.store(left + at);
         new_z.store(left + z_part + at);
-        x |= any(new_x);
-        z |= any(new_z);
+        x |= !new_x.is_zero();
+        z |= !new_z.is_zero();
     }
 };
 

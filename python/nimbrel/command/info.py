@@ -50,6 +50,8 @@ def facts() -> dict[str, Any]:
 
 def kernel_bits(features: list[str]) -> int:
     """The vector width of the dense filter's kernels on a processor with these features."""
+    if "avx" not in features:
+        return 128  # only an engine with plain vectors loads there
     return 512 if set(features) >= _WIDE else 256
 
 

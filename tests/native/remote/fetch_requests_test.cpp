@@ -14,12 +14,13 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Testing;
 
-/// The slot of a virtual operation; the destructors are 1 and 2. In the binary interface of the
-/// platform, a pointer to a virtual member begins with its byte offset in the table, plus 1.
+/// The slot of a virtual operation; the destructors are 1 and 2. In the binary interfaces of the
+/// platforms, a pointer to a virtual member begins with its byte offset in the table. On x86-64 its
+/// lowest bit is set, to tell that the member is virtual.
 template <typename Operation>
 long slot_of(Operation operation) {
     const auto words = std::bit_cast<std::array<long, 2>>(operation);
-    return (words[0] - 1) / static_cast<long>(sizeof(void*)) + 1;
+    return (words[0] & ~1L) / static_cast<long>(sizeof(void*)) + 1;
 }
 
 TEST(FetchRequests, AreTheLastSlot) {

@@ -1,6 +1,7 @@
 """Other processors, as qemu has them; it stops a program at an instruction that they lack."""
 
 import os
+import platform
 import shutil
 
 import pytest
@@ -8,6 +9,9 @@ import pytest
 EMULATOR = shutil.which("qemu-x86_64") or ""
 
 needs_emulator = [
+    pytest.mark.skipif(
+        platform.machine() != "x86_64", reason="the programs that it runs are for x86-64"
+    ),
     pytest.mark.skipif(not EMULATOR, reason="needs qemu-x86_64 of package qemu-user"),
     pytest.mark.skipif(
         "asan" in os.environ.get("LD_PRELOAD", ""),
