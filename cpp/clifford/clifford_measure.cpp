@@ -17,8 +17,6 @@ void OpFilter_CliffordQPUSim::store_outcome(long& flag, unsigned outcome) {
 
 void OpFilter_CliffordQPUSim::prepare_flags(long flag) {
     if (flag == 0) return;
-    // Most programs use few flags, and then the targets need not be counted.
-    if (qpu_base().has_memory_for_flags(flag, bits_per_word * target_list.size())) return;
     unsigned long count = 0;
     for_each_mask(target_list, [&](unsigned long mask, unsigned long /*base*/) {
         count += static_cast<unsigned long>(std::popcount(mask));
