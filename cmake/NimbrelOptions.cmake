@@ -66,5 +66,11 @@ if(NIMBREL_SANITIZE)
   set(nimbrel_sanitizer_flags -fsanitize=${nimbrel_sanitizers} -fno-sanitize-recover=all
                               -fno-omit-frame-pointer)
   target_compile_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
+  if(NIMBREL_BUILD_FUZZ)
+    # What a fuzzer follows. Comparisons are left out: they take most of its time and find little,
+    # because the targets choose opcodes and sizes from tables.
+    target_compile_options(
+      nimbrel_options INTERFACE -fsanitize-coverage=inline-8bit-counters,pc-table)
+  endif()
   target_link_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
 endif()

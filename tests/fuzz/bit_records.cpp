@@ -44,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const RecordShape shape{.qubits = qubits, .sizes = sizes, .words = (qubits + 63) / 64};
     Scenario scenario = decode_scenario(in, shape);
     const Observation first = run_to_the_end(scenario, qubits, false);
-    run_to_the_end(scenario, qubits, true).require_same(first, "a new and a used filter");
+    const Observation second = run_to_the_end(scenario, qubits, true);
+    require_same(first, second, "a new and a used filter", scenario);
     return 0;
 }

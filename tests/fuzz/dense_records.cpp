@@ -207,11 +207,20 @@ class Run {
     Observation seen_;
 };
 
+/// Whether a gate is defined block by block: its target is also a control, or one of several
+/// targets is negated. A block number is tested otherwise than the bits inside a block.
+bool depends_on_blocks(const QPUOp& op) {
+    const auto controls = op.opcode == OP_PPR ? static_cast<unsigned long>(op.read_flag)
+                          : op.opcode == OP_PCP ? 0
+                                                : op.cond_mask;
+    return (op.target_mask & (controls | op.cond_neg_mask)) != 0;
+}
+
 // A matrix of not-a-numbers makes some of zeros too, and a block of zeros is skipped.
 void leave_out_sums(Scenario& scenario) {
     for (Step& step : scenario) {
         std::erase_if(step.records, [](const QPUOp& op) {
-            return !is_exact(op) || !std::isfinite(op.angle);
+            return !is_exact(op) || depends_on_blocks(op) || !(std::fabs(op.angle) < 1e300);
         });
     }
     std::erase_if(scenario, [](const Step& step) {
@@ -228,6 +237,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!comparison.sums) leave_out_sums(scenario);
     const Observation first = Run(comparison, comparison.first).of(scenario);
     const Observation second = Run(comparison, comparison.second).of(scenario);
-    first.require_same(second, comparison.name);
+    require_same(first, second, comparison.name, scenario);
     return 0;
 }

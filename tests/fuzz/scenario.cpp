@@ -1,5 +1,10 @@
 #include "scenario.h"
 
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
+
 #include "filter_calls.h"
 
 namespace Nimbrel::Fuzzing {
@@ -43,7 +48,42 @@ void run_records(std::vector<QPUOp>& records, OpFilter& filter, const RunOptions
     filter.put_instructions(exact.data(), exact.size());
 }
 
+void print_record(const QPUOp& op) {
+    std::fprintf(stderr, "  %lx targets %lx controls %lx negated %lx angle %a flags %ld %ld at %lx %lx\n",
+                 op.opcode, op.target_mask, op.cond_mask, op.cond_neg_mask, op.angle, op.cond_flag,
+                 op.read_flag, op.target_offset, op.cond_offset);
+}
+
+void print_scenario(const Scenario& scenario) {
+    for (const Step& step : scenario) {
+        const CallArguments& a = step.other;
+        if (step.is_records) {
+            std::fprintf(stderr, "records\n");
+            for (const QPUOp& op : step.records) print_record(op);
+        } else {
+            std::fprintf(stderr, "operation %u: mask %lx value %lx count %lu length %lu number %a\n",
+                         static_cast<unsigned>(a.call), a.mask, a.value, a.count, a.length, a.number);
+        }
+    }
+}
+
 }  // namespace
+
+void require_same(const Observation& first, const Observation& second, const char* settings,
+                  const Scenario& scenario) {
+    const auto a = first.words();
+    const auto b = second.words();
+    if (std::ranges::equal(a, b)) return;
+    const auto [in_a, in_b] = std::ranges::mismatch(a, b);
+    print_scenario(scenario);
+    std::fprintf(stderr, "%s differ: %zu and %zu results, first at %td\n", settings, a.size(),
+                 b.size(), in_a - a.begin());
+    if (in_a != a.end() && in_b != b.end()) {
+        std::fprintf(stderr, "%lx and %lx, as numbers %a and %a\n", *in_a, *in_b,
+                     std::bit_cast<double>(*in_a), std::bit_cast<double>(*in_b));
+    }
+    std::abort();
+}
 
 Scenario decode_scenario(ByteReader& in, const RecordShape& shape) {
     Scenario scenario;

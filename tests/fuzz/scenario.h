@@ -80,6 +80,11 @@ void run_scenario(Scenario& scenario, OpFilter& filter, const RunOptions& option
 /// Adds what every filter has: read flags, events, open events.
 void add_common_state(const OpFilter& filter, Observation& seen);
 
+/// Ends the process, which the fuzzer reports, if two runs have shown different results. `settings`
+/// names what they differ in.
+void require_same(const Observation& first, const Observation& second, const char* settings,
+                  const Scenario& scenario);
+
 /// The capacity of read flags during fuzzing: the ends of their range are reached by small tables.
 inline constexpr unsigned long few_flags = 997;
 

@@ -63,6 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (wide) shape.near_qubits = near_qubits;
     Scenario scenario = decode_scenario(in, shape);
     const Observation first = run(scenario, shape.qubits, threshold, false);
-    run(scenario, shape.qubits, threshold, true).require_same(first, "a new and a used filter");
+    const Observation second = run(scenario, shape.qubits, threshold, true);
+    require_same(first, second, "a new and a used filter", scenario);
     return 0;
 }
