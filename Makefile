@@ -26,11 +26,16 @@ DEV_TOOLS := $(VENV)/.dev-tools
 FRAMEWORKS := $(VENV)/.frameworks
 DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
+FUZZ_TOOLS := $(VENV)/.fuzz-tools
 WHEEL := build/wheel/.built
 
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
+# Seconds for each fuzz target.
+FUZZ_SECONDS ?= 600
+
+.PHONY: fuzz fuzz-short fuzz-build fuzz-corpus fuzz-coverage clang
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
 .PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
 
@@ -42,6 +47,7 @@ help:
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
+	@echo "make fuzz      each fuzz target for FUZZ_SECONDS ($(FUZZ_SECONDS)); fuzz-short a minute in all"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make clean     remove everything that these targets made"
@@ -107,6 +113,25 @@ sanitize-thread: $(TEST_TOOLS) gtest
 	$(call build,tsan)
 	$(CTEST) --preset tsan
 
+fuzz: fuzz-build
+	tools/fuzz.sh $(VENV_PYTHON) build/fuzz $(FUZZ_SECONDS)
+
+# A minute on two processors, after every input of the corpora once.
+fuzz-short: fuzz-build
+	tools/fuzz.sh $(VENV_PYTHON) build/fuzz 12
+
+fuzz-build: $(FUZZ_TOOLS) clang
+	$(call build,fuzz)
+
+# Minimises what `make fuzz` has grown, for the repository.
+fuzz-corpus: fuzz-build
+	tools/merge_corpora.sh $(VENV_PYTHON) build/fuzz
+
+# Lines and branches of cpp/ that the corpora, the native tests and the tests of the module reach.
+fuzz-coverage: $(INSTALLED) $(TEST_TOOLS) clang gtest
+	$(call build,coverage)
+	tools/coverage.sh $(VENV_PYTHON) build/coverage
+
 bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit.py
 	$(VENV_PYTHON) bench/dense.py
@@ -130,6 +155,9 @@ clean:
 
 gtest:
 	@tools/ensure_gtest.sh
+
+clang:
+	@tools/ensure_clang.sh
 
 # $(call configure,PRESET): with NumPy's headers from the environment.
 define configure
@@ -171,6 +199,10 @@ $(FRAMEWORKS): pyproject.toml | $(INSTALLED)
 
 $(DOC_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[docs]"
+	@touch $@
+
+$(FUZZ_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[native,fuzz]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

@@ -74,3 +74,8 @@ if(NIMBREL_SANITIZE)
   endif()
   target_link_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
 endif()
+
+if(NIMBREL_COVERAGE)
+  target_compile_options(nimbrel_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(nimbrel_options INTERFACE -fprofile-instr-generate)
+endif()
