@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # fuzz.sh PYTHON BUILD SECONDS [TARGET...]: replays the corpus of each fuzz target once, then fuzzes it
 # for that many seconds, two targets at a time. Prints a line a target; ends with a failure if one
-# found something. Inputs that fail lie in BUILD/findings.
+# found something. Inputs that fail lie in BUILD/findings. FUZZ_SEED fixes what is drawn.
 set -euo pipefail
 
 python=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
@@ -24,7 +24,7 @@ export UBSAN_OPTIONS=print_stacktrace=1
 # Without the entropic schedule, whose bookkeeping takes a third of the time of such fast targets.
 run_target() {
   local target=$1 corpus=$build/corpus/$1 log=$build/fuzz-$1.log
-  local options=(-max_len=400 -entropic=0 -reload=0 -timeout=60 -print_final_stats=1
+  local options=(-max_len=400 -entropic=0 -reload=0 -timeout=60 -seed="${FUZZ_SEED:-0}"
     -artifact_prefix="$build/findings/$target-")
   local command=("$programs/fuzz_$target")
   case $target in

@@ -3,8 +3,8 @@
     python tools/fuzz_corpus.py unpack TARGET FOLDER
     python tools/fuzz_corpus.py pack TARGET FOLDER
 
-`unpack` also writes the drawn seeds with which every corpus began, so that a target without a packed
-file has something to start from. The packed file of a corpus has the same bytes in every run.
+`unpack` also writes the drawn seeds with which every corpus began, so that a target without a
+packed file has something to start from. The packed file of a corpus has the same bytes in every run.
 """
 
 from __future__ import annotations

@@ -130,7 +130,8 @@ def read_stim(file: Path) -> Any:
 
 def _records(file: Path) -> FileProgram:
     try:
-        stored = np.load(file, allow_pickle=False)
+        with file.open("rb") as opened:
+            stored = np.load(opened, allow_pickle=False)
     except OSError:
         raise
     except Exception as error:  # NumPy lets errors of what reads the header and archives pass

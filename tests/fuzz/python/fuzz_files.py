@@ -1,6 +1,6 @@
 """Fuzzes the programs that the command reads from files: OpenQASM, NumPy arrays of records.
 
-    python tests/fuzz/python/fuzz_files.py CORPUS [libFuzzer's options]
+python tests/fuzz/python/fuzz_files.py CORPUS [libFuzzer's options]
 """
 
 from __future__ import annotations

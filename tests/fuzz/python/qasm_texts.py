@@ -38,7 +38,21 @@ _UNARY: Final = ["-", "~", "!"]
 _FUNCTIONS: Final = ["sin", "sqrt", "floor", "popcount", "mod", "rotl", "log", "arccos", "sizeof"]
 _TYPES: Final = ["int[8]", "uint[3]", "float", "float[32]", "bool", "bit", "bit[4]", "angle[4]"]
 _TYPES_HOSTILE: Final = ["int[0]", "int[100000000]", "bit[-1]", "complex", "duration", "int[n]"]
-_PIECES: Final = ["{", "}", ";", "@", "[", "/*", "//", '"', "\x00", "é", "\n", "#pragma x\n", "@a\n"]
+_PIECES: Final = [
+    "{",
+    "}",
+    ";",
+    "@",
+    "[",
+    "/*",
+    "//",
+    '"',
+    "\x00",
+    "é",
+    "\n",
+    "#pragma x\n",
+    "@a\n",
+]
 
 
 def program_text(data: ByteReader) -> str:
