@@ -98,7 +98,7 @@ check: $(INSTALLED) $(DEV_TOOLS) gtest
 	tools/lint.sh $(VENV_PYTHON)
 
 format: $(DEV_TOOLS)
-	find cpp tests/native -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
+	find cpp tests/native tests/fuzz -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
 	$(VENV)/bin/ruff format --quiet .
 	$(VENV)/bin/ruff check --quiet --fix-only .
 

@@ -4,7 +4,7 @@
     python tools/fuzz_corpus.py pack TARGET FOLDER
 
 `unpack` also writes the drawn seeds with which every corpus began, so that a target without a
-packed file has something to start from. The packed file of a corpus has the same bytes in every run.
+packed file has something to start from. The packed file of a corpus always has the same bytes.
 """
 
 from __future__ import annotations

@@ -177,7 +177,8 @@ void QPU::push_factor(const complex_t* source, unsigned long mask) {
         if (is_raw_zero(amplitude)) continue;
         for (int k = 0; k < size; ++k) {
             const unsigned long index = base | (static_cast<unsigned long>(k) * stride);
-            terms.write(index & qubit_mask, product(amplitude, element(source, static_cast<unsigned long>(k))));
+            terms.write(index & qubit_mask,
+                        product(amplitude, element(source, static_cast<unsigned long>(k))));
         }
     }
     finish();

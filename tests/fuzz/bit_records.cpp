@@ -1,5 +1,5 @@
-// The bit filter's records and operations, on a new filter record by record and on a used one in the
-// calls of the input.
+// The bit filter's records and operations, on a new filter record by record and on a used one in
+// the calls of the input.
 #include "bit/bit_filter.h"
 #include "filter/opcodes.h"
 #include "owned_filter.h"

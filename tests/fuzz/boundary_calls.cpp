@@ -21,7 +21,8 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Fuzzing;
 
-constexpr unsigned long sizes[] = {0, 1, 2, 3, 4, 40, 63, 64, 65, 1UL << 32, ~0UL};
+// None at which the sparse filter makes long lists.
+constexpr unsigned long sizes[] = {0, 1, 2, 3, 4, 64, 65, 1UL << 32, ~0UL};
 const RecordShape shape{.qubits = 3, .sizes = sizes};
 
 /// A function, and what its arguments are: h a handle, A amplitudes, I indices, R records and their
@@ -130,8 +131,13 @@ class Session {
     }
 
     Object decode_one(char kind, ByteReader& in) {
-        constexpr const char* types[] = {"StreamQPU",      "StreamSparseQPU", "StreamBitQPU",
-                                         "StreamCliffordQPU", "StreamConnect",   "another", ""};
+        constexpr const char* types[] = {"StreamQPU",
+                                         "StreamSparseQPU",
+                                         "StreamBitQPU",
+                                         "StreamCliffordQPU",
+                                         "StreamConnect",
+                                         "another",
+                                         ""};
         constexpr const char* texts[] = {"127.0.0.1", "", "host", "\xc3\xa9", "a b"};
         switch (kind) {
             case 'h':

@@ -25,7 +25,8 @@ class ByteReader {
 
     unsigned long word() {
         unsigned long value = 0;
-        for (unsigned i = 0; i < sizeof value; ++i) value |= static_cast<unsigned long>(byte()) << 8 * i;
+        for (unsigned i = 0; i < sizeof value; ++i)
+            value |= static_cast<unsigned long>(byte()) << 8 * i;
         return value;
     }
     double number() {

@@ -10,8 +10,8 @@ namespace {
 using namespace Nimbrel;
 using namespace Nimbrel::Fuzzing;
 
-constexpr unsigned long sizes[] = {0,  1,  2,       3,       5,          8,
-                                   3, 65, 1UL << 32, 100'000, (1UL << 32) + 3, ~0UL};
+constexpr unsigned long sizes[] = {0,   1, 2, 3, 5, 8, 3, 65, 1UL << 32, 100'000, (1UL << 32) + 3,
+                                   ~0UL};
 constexpr unsigned long longest_text = 70;  ///< qubits; a longer tableau is measured instead
 
 void observe_tableau(OpFilter_CliffordQPUSim& filter, Observation& seen) {

@@ -30,8 +30,8 @@ struct Comparison {
     unsigned long qubits = 1;
     Setting first;
     Setting second;
-    bool sums = true;     ///< the blocks are the same, so that sums of probabilities are too
-    bool random = true;   ///< no thread takes a random number
+    bool sums = true;    ///< the blocks are the same, so that sums of probabilities are too
+    bool random = true;  ///< no thread takes a random number
     const char* name = "";
 };
 
@@ -171,7 +171,8 @@ class Run {
     bool makes(const CallArguments& call) {
         if (call.call == Call::override_state_buffer) return override_buffer(call);
         if (!comparison_.sums && !is_exact(call)) return false;
-        return comparison_.random || (call.call != Call::set_random && call.call != Call::set_parameter);
+        return comparison_.random ||
+               (call.call != Call::set_random && call.call != Call::set_parameter);
     }
 
     /// The arguments' amplitudes become the state. In the run beside they stay the caller's too.
@@ -210,7 +211,7 @@ class Run {
 /// Whether a gate is defined block by block: its target is also a control, or one of several
 /// targets is negated. A block number is tested otherwise than the bits inside a block.
 bool depends_on_blocks(const QPUOp& op) {
-    const auto controls = op.opcode == OP_PPR ? static_cast<unsigned long>(op.read_flag)
+    const auto controls = op.opcode == OP_PPR   ? static_cast<unsigned long>(op.read_flag)
                           : op.opcode == OP_PCP ? 0
                                                 : op.cond_mask;
     return (op.target_mask & (controls | op.cond_neg_mask)) != 0;
@@ -223,9 +224,8 @@ void leave_out_sums(Scenario& scenario) {
             return !is_exact(op) || depends_on_blocks(op) || !(std::fabs(op.angle) < 1e300);
         });
     }
-    std::erase_if(scenario, [](const Step& step) {
-        return !step.is_records && !is_exact(step.other);
-    });
+    std::erase_if(scenario,
+                  [](const Step& step) { return !step.is_records && !is_exact(step.other); });
 }
 
 }  // namespace

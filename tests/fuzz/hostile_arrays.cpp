@@ -63,9 +63,9 @@ Object make_view(const Layout& layout, ByteReader& in) {
     std::memset(data, 0, size);
     const auto contents = in.bytes(std::min<std::size_t>(size, in.byte() % 32));
     if (!contents.empty()) std::memcpy(data, contents.data(), contents.size());
-    PyObject* const view = PyArray_NewFromDescr(
-        &PyArray_Type, type, layout.num_dimensions, layout.dimensions, layout.strides,
-        data + before, layout.writable ? NPY_ARRAY_WRITEABLE : 0, nullptr);
+    PyObject* const view = PyArray_NewFromDescr(&PyArray_Type, type, layout.num_dimensions,
+                                                layout.dimensions, layout.strides, data + before,
+                                                layout.writable ? NPY_ARRAY_WRITEABLE : 0, nullptr);
     if (view == nullptr) stop();
     if (PyArray_SetBaseObject(as_array(view), memory.release()) != 0) stop();
     return Object(view);

@@ -64,18 +64,49 @@ constexpr unsigned long opcodes[] = {
 };
 
 constexpr double angles[] = {
-    0.0,    45.0,    -45.0,   90.0,    -90.0,  180.0,  -180.0, 270.0,
-    360.0,  720.0,   135.0,   -0.0,    30.0,   0.1,    1.0,    -1.0,
-    1000.0, 2000.0,  2001.0,  3000.0,  3001.0, 3002.0, 1e-300, 4.45e-322,
-    1e308,  9.3e18,  -9.3e18, 1.85e19, 31000.0,
+    0.0,
+    45.0,
+    -45.0,
+    90.0,
+    -90.0,
+    180.0,
+    -180.0,
+    270.0,
+    360.0,
+    720.0,
+    135.0,
+    -0.0,
+    30.0,
+    0.1,
+    1.0,
+    -1.0,
+    1000.0,
+    2000.0,
+    2001.0,
+    3000.0,
+    3001.0,
+    3002.0,
+    1e-300,
+    4.45e-322,
+    1e308,
+    9.3e18,
+    -9.3e18,
+    1.85e19,
+    31000.0,
     std::numeric_limits<double>::infinity(),
     -std::numeric_limits<double>::infinity(),
     std::numeric_limits<double>::quiet_NaN(),
 };
 
 constexpr long hostile_flags[] = {
-    std::numeric_limits<long>::min(), std::numeric_limits<long>::max(), 100'000'000, -100'000'000,
-    99'999'999,                       100'000'001,                      1L << 32,    -(1L << 31),
+    std::numeric_limits<long>::min(),
+    std::numeric_limits<long>::max(),
+    100'000'000,
+    -100'000'000,
+    99'999'999,
+    100'000'001,
+    1L << 32,
+    -(1L << 31),
 };
 
 constexpr unsigned long hostile_words[] = {
@@ -196,7 +227,8 @@ DecodedRecord decode_record(unsigned first, ByteReader& in, const RecordShape& s
     if ((fields & 0x10) != 0 || is_product || is_value) {
         op.cond_mask = decode_mask(in, shape, fields >> 2);
     }
-    if ((fields & 0x20) != 0) op.cond_neg_mask = in.byte() < 0xC0 ? op.cond_mask & in.byte() : hostile_word(in);
+    if ((fields & 0x20) != 0)
+        op.cond_neg_mask = in.byte() < 0xC0 ? op.cond_mask & in.byte() : hostile_word(in);
     if ((fields & 0x40) != 0) op.cond_flag = decode_flag(in);
     if ((fields & 0x80) != 0) {
         op.target_offset = decode_offset(in, shape);

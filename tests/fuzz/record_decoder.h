@@ -14,9 +14,9 @@ namespace Nimbrel::Fuzzing {
 
 /// How records of one filter are drawn.
 struct RecordShape {
-    unsigned long qubits = 1;                       ///< the usual size of the register
-    std::span<const unsigned long> sizes = {};      ///< other sizes of a reset
-    unsigned long words = 1;                        ///< 64-qubit words that offsets name
+    unsigned long qubits = 1;                         ///< the usual size of the register
+    std::span<const unsigned long> sizes = {};        ///< other sizes of a reset
+    unsigned long words = 1;                          ///< 64-qubit words that offsets name
     std::span<const unsigned long> near_qubits = {};  ///< if not empty, the qubits that gates use
 };
 

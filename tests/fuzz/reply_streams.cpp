@@ -61,8 +61,8 @@ class FlagModel {
 };
 
 QPUOp decode_reply(ByteReader& in) {
-    constexpr unsigned long firsts[] = {2, 3, 60, 0, 1, ~0UL, ~0UL - 5, few_flags - 2,
-                                        1UL << 63, (1UL << 63) - 1};
+    constexpr unsigned long firsts[] = {
+        2, 3, 60, 0, 1, ~0UL, ~0UL - 5, few_flags - 2, 1UL << 63, (1UL << 63) - 1};
     QPUOp op{};
     op.opcode = in.byte() < 0xC0 ? OP_FETCH_REPLY : opcode_tag | in.byte();
     op.target_mask = in.byte() < 0xE0 ? in.one_of(firsts) : in.word();
@@ -143,7 +143,8 @@ class Session {
         });
         require(asks || script.delivered.empty(), "reads without a request");
         model_.store(script.delivered);
-        require(model_.agrees_with(filter_->qpu->read_flags), "stores other flags than the reply's");
+        require(model_.agrees_with(filter_->qpu->read_flags),
+                "stores other flags than the reply's");
         if (in.byte() < 0x80) filter_->sock = NetworkScript::descriptor;
     }
 
@@ -162,8 +163,8 @@ class Session {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    constexpr double timeouts[] = {0.0,  0.005, 0.012, 0.025, 0.055, 1.0,
-                                   -1.0, 2.0,   std::numeric_limits<double>::quiet_NaN()};
+    constexpr double timeouts[] = {
+        0.0, 0.005, 0.012, 0.025, 0.055, 1.0, -1.0, 2.0, std::numeric_limits<double>::quiet_NaN()};
     ByteReader in(data, size);
     Session session(in.one_of(timeouts));
     while (!in.empty()) session.call(in);

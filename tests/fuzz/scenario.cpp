@@ -49,7 +49,8 @@ void run_records(std::vector<QPUOp>& records, OpFilter& filter, const RunOptions
 }
 
 void print_record(const QPUOp& op) {
-    std::fprintf(stderr, "  %lx targets %lx controls %lx negated %lx angle %a flags %ld %ld at %lx %lx\n",
+    std::fprintf(stderr,
+                 "  %lx targets %lx controls %lx negated %lx angle %a flags %ld %ld at %lx %lx\n",
                  op.opcode, op.target_mask, op.cond_mask, op.cond_neg_mask, op.angle, op.cond_flag,
                  op.read_flag, op.target_offset, op.cond_offset);
 }
@@ -61,8 +62,9 @@ void print_scenario(const Scenario& scenario) {
             std::fprintf(stderr, "records\n");
             for (const QPUOp& op : step.records) print_record(op);
         } else {
-            std::fprintf(stderr, "operation %u: mask %lx value %lx count %lu length %lu number %a\n",
-                         static_cast<unsigned>(a.call), a.mask, a.value, a.count, a.length, a.number);
+            std::fprintf(
+                stderr, "operation %u: mask %lx value %lx count %lu length %lu number %a\n",
+                static_cast<unsigned>(a.call), a.mask, a.value, a.count, a.length, a.number);
         }
     }
 }

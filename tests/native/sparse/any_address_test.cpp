@@ -1,5 +1,5 @@
-// A caller's arrays may begin at any byte. The undefined-behaviour sanitizer finds a reference to an
-// element that is not aligned.
+// A caller's arrays may begin at any byte. The undefined-behaviour sanitizer finds a reference to
+// an element that is not aligned.
 #include <cstring>
 
 #include "sparse/sparse_support.h"
