@@ -44,7 +44,7 @@ report() {
   shift
   (($#)) || return 0
   "llvm-profdata-$version" merge -sparse -o "$build/$name.profdata" "$@"
-  "llvm-cov-$version" report "${objects[@]:1}" -instr-profile "$build/$name.profdata" cpp \
+  "llvm-cov-$version" report "${objects[@]:1}" -instr-profile "$build/$name.profdata" -ignore-filename-regex='tests/' \
     >"$build/coverage-$name.txt"
   awk -v name="$name" '/^TOTAL/ { print name ": lines " $10 ", branches " $13 }' \
     "$build/coverage-$name.txt"
@@ -55,7 +55,7 @@ report fuzz "$profiles"/fuzz/*.profraw
 report native "$profiles"/native/*.profraw
 report python "$profiles"/python/*.profraw
 report all "$profiles"/*/*.profraw
-"llvm-cov-$version" export -format=lcov "${objects[@]:1}" -instr-profile "$build/all.profdata" cpp \
+"llvm-cov-$version" export -format=lcov "${objects[@]:1}" -instr-profile "$build/all.profdata" -ignore-filename-regex='tests/' \
   | awk -F '[:,]' '/^SF:/ { file = $2 } /^DA:/ && $3 == 0 { print file ":" $2 }' \
-  | sed "s|^$PWD/||" >"$build/unreached.txt"
+  | sed 's|^.*/\(cpp/\)|\1|' >"$build/unreached.txt"
 echo "$(wc -l <"$build/unreached.txt") lines are reached by nothing: $build/unreached.txt"
