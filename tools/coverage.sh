@@ -44,7 +44,8 @@ report() {
   shift
   (($#)) || return 0
   "llvm-profdata-$version" merge -sparse -o "$build/$name.profdata" "$@"
-  "llvm-cov-$version" report "${objects[@]:1}" -instr-profile "$build/$name.profdata" -ignore-filename-regex='tests/' \
+  "llvm-cov-$version" report "${objects[@]:1}" -ignore-filename-regex='tests/' \
+    -instr-profile "$build/$name.profdata" \
     >"$build/coverage-$name.txt"
   awk -v name="$name" '/^TOTAL/ { print name ": lines " $10 ", branches " $13 }' \
     "$build/coverage-$name.txt"
