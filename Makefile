@@ -28,6 +28,7 @@ SCALE_TOOLS := $(VENV)/.scale-tools
 DOC_TOOLS := $(VENV)/.doc-tools
 BENCH_PEERS := $(VENV)/.bench-peers
 RELEASE_TOOLS := $(VENV)/.release-tools
+FUZZ_TOOLS := $(VENV)/.fuzz-tools
 WHEEL := build/wheel/.built
 
 # Length of the soak.
@@ -36,6 +37,10 @@ SOAK_SECONDS ?= 600
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
+# Seconds for each fuzz target.
+FUZZ_SECONDS ?= 600
+
+.PHONY: fuzz fuzz-short fuzz-build fuzz-corpus fuzz-coverage clang
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
 .PHONY: test-scale test-scale-short mpi
 .PHONY: soak million-filters
@@ -57,6 +62,7 @@ help:
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
 	@echo "make soak      all filters for SOAK_SECONDS=600; memory and descriptors must stay level"
 	@echo "make million-filters  a million filters made and deleted; memory must stay level"
+	@echo "make fuzz      each fuzz target for FUZZ_SECONDS ($(FUZZ_SECONDS)); fuzz-short a minute in all"
 	@echo "make bench     rates of the bit filter and of a service; the others beside other simulators"
 	@echo "make format    lay out all sources as 'make check' wants them"
 	@echo "make hooks     run the quick checks before each commit"
@@ -140,7 +146,7 @@ check: $(INSTALLED) $(DEV_TOOLS) gtest
 	tools/lint.sh $(VENV_PYTHON)
 
 format: $(DEV_TOOLS)
-	find cpp tests/native -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
+	find cpp tests/native tests/fuzz -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
 	$(VENV)/bin/ruff format --quiet .
 	$(VENV)/bin/ruff check --quiet --fix-only .
 
@@ -154,6 +160,25 @@ sanitize-address: $(INSTALLED) $(TEST_TOOLS) gtest
 sanitize-thread: $(TEST_TOOLS) gtest
 	$(call build,tsan)
 	$(CTEST) --preset tsan
+
+fuzz: fuzz-build
+	tools/fuzz.sh $(VENV_PYTHON) build/fuzz $(FUZZ_SECONDS)
+
+# A minute on two processors, after every input of the corpora once.
+fuzz-short: fuzz-build
+	FUZZ_SEED=1 tools/fuzz.sh $(VENV_PYTHON) build/fuzz 12
+
+fuzz-build: $(FUZZ_TOOLS) clang
+	$(call build,fuzz)
+
+# Minimises what `make fuzz` has grown, for the repository.
+fuzz-corpus: fuzz-build
+	tools/merge_corpora.sh $(VENV_PYTHON) build/fuzz
+
+# Lines and branches of cpp/ that the corpora, the native tests and the tests of the module reach.
+fuzz-coverage: $(INSTALLED) $(TEST_TOOLS) clang gtest
+	$(call build,coverage)
+	tools/coverage.sh $(VENV_PYTHON) build/coverage
 
 bench: $(INSTALLED) $(TEST_TOOLS) $(BENCH_PEERS)
 	$(VENV_PYTHON) bench/bit.py
@@ -212,6 +237,9 @@ gtest:
 mpi:
 	@tools/ensure_mpi.sh
 
+clang:
+	@tools/ensure_clang.sh
+
 # $(call configure,PRESET): with NumPy's headers from the environment.
 define configure
 $(CMAKE) --preset $(1) --log-level=WARNING -Wno-unused-cli -DPython_EXECUTABLE=$(VENV_PYTHON)
@@ -260,6 +288,10 @@ $(DOC_TOOLS): pyproject.toml | $(INSTALLED)
 
 $(RELEASE_TOOLS): pyproject.toml | $(INSTALLED)
 	$(PIP) install "$$(echo build/wheel/*.whl)[release]"
+	@touch $@
+
+$(FUZZ_TOOLS): pyproject.toml | $(INSTALLED)
+	$(PIP) install "$$(echo build/wheel/*.whl)[native,fuzz]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)

@@ -22,6 +22,8 @@ target_compile_options(
   nimbrel_options
   INTERFACE -ffp-contract=off
             -fno-tree-slp-vectorize
+            # Paths of the build must not reach the module: two builds give the same bytes.
+            "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=."
             -fvisibility=hidden
             -fvisibility-inlines-hidden
             "$<$<CONFIG:Release>:-O3>"
@@ -55,5 +57,16 @@ if(NIMBREL_SANITIZE)
   set(nimbrel_sanitizer_flags -fsanitize=${nimbrel_sanitizers} -fno-sanitize-recover=all
                               -fno-omit-frame-pointer)
   target_compile_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
+  if(NIMBREL_BUILD_FUZZ)
+    # What a fuzzer follows. Comparisons are left out: they take most of its time and find little,
+    # because the targets choose opcodes and sizes from tables.
+    target_compile_options(
+      nimbrel_options INTERFACE -fsanitize-coverage=inline-8bit-counters,pc-table)
+  endif()
   target_link_options(nimbrel_options INTERFACE ${nimbrel_sanitizer_flags})
+endif()
+
+if(NIMBREL_COVERAGE)
+  target_compile_options(nimbrel_options INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(nimbrel_options INTERFACE -fprofile-instr-generate)
 endif()

@@ -16,7 +16,7 @@ check() {
 }
 
 cpp_files() {
-  find cpp tests/native -name '*.cpp' -o -name '*.h' | sort
+  find cpp tests/native tests/fuzz -name '*.cpp' -o -name '*.h' | sort
 }
 
 # The engine's sources in the compile database, each file once. Native tests are left to the compiler's

@@ -2,7 +2,6 @@
 // the pivot is rotated or measured, and the gates are undone.
 #include <algorithm>
 #include <bit>
-#include <ranges>
 #include <stdexcept>
 
 #include "clifford/clifford_filter.h"
@@ -106,8 +105,9 @@ unsigned long OpFilter_CliffordQPUSim::fold_product() {
 }
 
 void OpFilter_CliffordQPUSim::unfold_product(unsigned long pivot) {
-    for (const PauliEntry& entry : std::views::reverse(pauli_entries)) {
-        for_each_letter_down(entry,
+    // Not by a reversed view: Clang 14, which builds the sanitized engine, cannot compile it.
+    for (auto entry = pauli_entries.rbegin(); entry != pauli_entries.rend(); ++entry) {
+        for_each_letter_down(*entry,
                              [&](const PauliLetter& letter) { unfold_letter(letter, pivot); });
     }
 }

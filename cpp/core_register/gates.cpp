@@ -154,18 +154,19 @@ void QPU::phase(double angle, unsigned long target_mask, unsigned long cond_mask
     if (target_mask == 0 && cond_mask == 0) return;
     ++op_count;
     const DiagonalMasks masks(*this, target_mask, cond_mask);
-    const auto [sine, cosine] = angles.of(angle);
-    if (cosine == 1.0) return removable_finish();
-    const auto gate = [s = sine, c = cosine] {
-        return WaitingGate{.kind = c == -1.0 ? GateKind::sign_flip : GateKind::phase,
-                           .matrix = {{{1.0, 0.0}, {0.0, 0.0}, {0.0, 0.0}, {c, s}}}};
+    const SineCosine turn = angles.of(angle);
+    if (turn.cosine == 1.0) return removable_finish();
+    const auto gate = [&turn] {
+        return WaitingGate{
+            .kind = turn.cosine == -1.0 ? GateKind::sign_flip : GateKind::phase,
+            .matrix = {{{1.0, 0.0}, {0.0, 0.0}, {0.0, 0.0}, {turn.cosine, turn.sine}}}};
     };
     // Each target gets the negated bits of all targets, also those outside its own controls.
     const unsigned long negated = (masks.controls | masks.targets) & cond_neg_mask;
     for_each_bit(masks.targets, [&](unsigned long target) {
         const GateCondition condition(*this, target | masks.controls, negated);
-        run_gate(*this, 0, condition, gate, [&, s = sine, c = cosine](CoreBlock& block) {
-            block.op_phase(condition.slots, s, c);
+        run_gate(*this, 0, condition, gate, [&](CoreBlock& block) {
+            block.op_phase(condition.slots, turn.sine, turn.cosine);
         });
     });
     removable_finish();

@@ -11,6 +11,7 @@
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
 #include "support/amplitudes.h"
+#include "support/array_elements.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -113,12 +114,6 @@ complex_t product(const complex_t& x, const complex_t& m) {
     return result;
 }
 
-complex_t source_term(const complex_t* source, int k) {
-    complex_t term;
-    std::memcpy(&term, source + k, sizeof term);  // a caller's array need not be aligned
-    return term;
-}
-
 }  // namespace
 
 void QPU::pull_state_specific_sv(std::string& message, complex_t* dest, unsigned long mask,
@@ -182,7 +177,8 @@ void QPU::push_factor(const complex_t* source, unsigned long mask) {
         if (is_raw_zero(amplitude)) continue;
         for (int k = 0; k < size; ++k) {
             const unsigned long index = base | (static_cast<unsigned long>(k) * stride);
-            terms.write(index & qubit_mask, product(amplitude, source_term(source, k)));
+            terms.write(index & qubit_mask,
+                        product(amplitude, element(source, static_cast<unsigned long>(k))));
         }
     }
     finish();

@@ -1,9 +1,9 @@
-#include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "core_register/core_register.h"
 #include "dense/blocks/core_block.h"
+#include "support/array_elements.h"
 
 namespace Nimbrel {
 
@@ -27,9 +27,8 @@ bool QPU::check_state(const complex_t* expected, double tolerance, bool /*flag*/
 void QPU::peek_n_biggest_terms(unsigned long count, unsigned long* indices, complex_t* amplitudes) {
     verify_allocated();
     if (count == 0) return;
-    // By bytes, as below: a caller's array need not be aligned.
-    std::memset(static_cast<void*>(indices), 0, count * sizeof *indices);
-    std::memset(static_cast<void*>(amplitudes), 0, count * sizeof *amplitudes);
+    clear_elements(indices, count);
+    clear_elements(amplitudes, count);
     finish();
     // Each block merges its terms into the list, behind equal terms of the blocks before it.
     for (unsigned long i = 0; i < num_blocks; ++i) {
@@ -45,8 +44,7 @@ void QPU::peek_value(unsigned long index, complex_t* dest) const {
                                  " lies outside the register of " + std::to_string(num_terms) +
                                  " terms.");
     }
-    const complex_t value = get_value(index);
-    std::memcpy(dest, &value, sizeof value);
+    set_element(dest, 0, get_value(index));
 }
 
 }  // namespace Nimbrel

@@ -3,6 +3,7 @@
 
 #include "filter/shared_records.h"
 #include "sparse/sparse_filter.h"
+#include "support/array_elements.h"
 #include "support/largest_terms.h"
 
 namespace Nimbrel {
@@ -46,19 +47,19 @@ double OpFilter_SparseSVSim::pps(unsigned long /*x_mask*/, unsigned long /*z_mas
 void OpFilter_SparseSVSim::peek_value(unsigned long index, complex_t* dest) {
     const auto found = std::find_if(terms.begin(), terms.end(),
                                     [&](const term_t& term) { return term.key == index * 2; });
-    *dest = found == terms.end() ? complex_t{0.0, 0.0} : found->amplitude;
+    set_element(dest, 0, found == terms.end() ? complex_t{0.0, 0.0} : found->amplitude);
 }
 
 void OpFilter_SparseSVSim::peek_n_biggest_terms(unsigned long count, unsigned long* indices,
                                                 complex_t* amplitudes) {
     if (count == 0) return;
     const std::vector<Candidate> largest = largest_terms(terms, count);
-    std::fill_n(indices, count, 0UL);
-    std::fill_n(amplitudes, count, complex_t{0.0, 0.0});
+    clear_elements(indices, count);
+    clear_elements(amplitudes, count);
     for (std::size_t i = 0; i < largest.size(); ++i) {
         const term_t& term = terms[largest[i].place];
-        indices[i] = term.key >> 1;
-        amplitudes[i] = term.amplitude;
+        set_element(indices, i, term.key >> 1);
+        set_element(amplitudes, i, term.amplitude);
     }
 }
 

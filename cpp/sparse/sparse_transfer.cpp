@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "sparse/sparse_filter.h"
+#include "support/array_elements.h"
 #include "support/bits.h"
 
 namespace Nimbrel {
@@ -91,23 +92,26 @@ ArrayNeeds OpFilter_SparseSVSim::check_state_needs(const complex_t* expected, un
     for (const term_t& term : terms) {
         const unsigned long index = term.key >> 1;
         if (index >= length) break;
-        if (differs(term.amplitude, expected[index], tolerance)) return {.amplitudes = length};
+        if (differs(term.amplitude, element(expected, index), tolerance)) {
+            return {.amplitudes = length};
+        }
     }
     return {.amplitudes = spanned};
 }
 
 void OpFilter_SparseSVSim::pull_state(complex_t* dest, std::string& /*info*/,
                                       unsigned long length) {
-    std::fill_n(dest, length, complex_t{0.0, 0.0});
-    for (const term_t& term : terms) dest[term.key >> 1] = term.amplitude;
+    clear_elements(dest, length);
+    for (const term_t& term : terms) set_element(dest, term.key >> 1, term.amplitude);
 }
 
 void OpFilter_SparseSVSim::pull_state_specific(std::string& /*message*/, complex_t* dest,
                                                unsigned long length, unsigned long mask) {
     const Slice slice(key_bits(mask), largest_key(terms));
-    std::fill_n(dest, length, complex_t{0.0, 0.0});
+    clear_elements(dest, length);
     for (const term_t& term : terms) {
-        if (slice.contains(term.key)) dest[slice.packed_index(term.key)] = term.amplitude;
+        if (!slice.contains(term.key)) continue;
+        set_element(dest, slice.packed_index(term.key), term.amplitude);
     }
 }
 
@@ -121,7 +125,8 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     };
     // The terms are counted first, so that a large array of few terms needs little memory. The new
     // list is allocated before the old one is freed, so that a failure keeps the state.
-    const auto stored = static_cast<std::size_t>(std::count_if(source, source + length, is_stored));
+    std::size_t stored = 0;
+    for (unsigned long i = 0; i < length; ++i) stored += is_stored(element(source, i)) ? 1 : 0;
     if (terms.capacity() < stored) {
         require_memory_for_terms("push_state() could not allocate a list", stored);
         TermList larger;
@@ -131,14 +136,15 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     terms.clear();
     index_bits = qubit_mask | (std::bit_ceil(length) - 1);
     for (unsigned long i = 0; i < length; ++i) {
-        if (is_stored(source[i])) terms.push_back({i * 2, source[i]});
+        const complex_t amplitude = element(source, i);
+        if (is_stored(amplitude)) terms.push_back({i * 2, amplitude});
     }
 }
 
 int OpFilter_SparseSVSim::check_state(const complex_t* expected, double tolerance,
                                       bool /*flag*/) const {
     for (const term_t& term : terms) {
-        if (differs(term.amplitude, expected[term.key >> 1], tolerance)) return 0;
+        if (differs(term.amplitude, element(expected, term.key >> 1), tolerance)) return 0;
     }
     return 1;
 }

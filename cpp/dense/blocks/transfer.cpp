@@ -6,24 +6,11 @@
 #include <vector>
 
 #include "dense/blocks/core_block.h"
+#include "support/array_elements.h"
 #include "support/largest_terms.h"
 
 namespace Nimbrel {
 namespace {
-
-// A caller's arrays may begin at any byte, so their elements are copied and not referred to.
-
-template <typename Element>
-Element element(const Element* array, unsigned long i) {
-    Element value;
-    std::memcpy(&value, array + i, sizeof value);
-    return value;
-}
-
-template <typename Element>
-void set_element(Element* array, unsigned long i, const Element& value) {
-    std::memcpy(array + i, &value, sizeof value);
-}
 
 double probability_of(const complex_t& value) { return value.re * value.re + value.im * value.im; }
 

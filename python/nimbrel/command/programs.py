@@ -30,6 +30,8 @@ _TABLES: Final = {
     "StreamSparseQPU": SPARSE,
 }
 
+_MOST_FLAGS: Final = 1 << 20
+
 
 @dataclass(frozen=True)
 class FileProgram:
@@ -128,9 +130,14 @@ def read_stim(file: Path) -> Any:
 
 def _records(file: Path) -> FileProgram:
     try:
-        stored = np.load(file, allow_pickle=False)
-    except (ValueError, EOFError) as error:
+        with file.open("rb") as opened:
+            stored = np.load(opened, allow_pickle=False)
+    except OSError:
+        raise
+    except Exception as error:  # NumPy lets errors of what reads the header and archives pass
         raise ValueError(f"{file}: {error}") from None
+    if not isinstance(stored, np.ndarray):
+        raise ValueError(f"{file}: an archive of arrays is no program")
     if stored.dtype != QPU_OP:
         words = np.ascontiguousarray(stored)
         if words.dtype.itemsize * (words.shape[-1] if words.ndim == 2 else 0) != QPU_OP.itemsize:
@@ -145,6 +152,11 @@ def _records(file: Path) -> FileProgram:
     if not len(records) or records["opcode"][0] != reset(1)["opcode"][0]:
         raise ValueError(f"{file}: the first record of the program must be its reset")
     flags = flag_use(records).stored
+    if flags and flags[-1] - flags[0] >= _MOST_FLAGS:
+        raise ValueError(
+            f"{file}: the read flags {flags[0]} to {flags[-1]} are more than {_MOST_FLAGS}, which "
+            "is the most that one register has"
+        )
     registers = {"flags": range(flags[0], flags[-1] + 1)} if flags else {}
     choice = choose_filter(records)
     draw = _draws(records, registers)

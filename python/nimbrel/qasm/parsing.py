@@ -15,6 +15,7 @@ from nimbrel.qasm.errors import QasmError
 from nimbrel.qasm.gate_lines import split
 
 _POSITION: Final = re.compile(r"L(\d+):C(\d+): (.*)", re.DOTALL)
+_BLANK: Final = re.compile(r"(?:\s|//[^\n]*|/\*.*?\*/)*", re.DOTALL)
 
 
 def parse(text: str, file: str) -> list[Any]:
@@ -34,6 +35,8 @@ def parse(text: str, file: str) -> list[Any]:
 
 
 def _parse_whole(text: str, file: str) -> list[Any]:
+    if _BLANK.fullmatch(text):
+        return []  # the parser fails on a text without a token
     try:
         # The lexer prints its errors as well as raising them.
         with contextlib.redirect_stderr(io.StringIO()):

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# merge_corpora.sh PYTHON BUILD [TARGET...]: minimises the corpora that fuzz.sh has grown in BUILD and
+# packs them into tests/fuzz/corpus.
+set -euo pipefail
+
+python=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
+build=$(cd "$2" && pwd)
+cd "$(dirname "$0")/.."
+targets=("${@:3}")
+((${#targets[@]})) || targets=(dense sparse bit clifford export replies boundary qasm files)
+export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=8:allocator_may_return_null=1
+
+for target in "${targets[@]}"; do
+  command=("$build/tests/fuzz/fuzz_$target")
+  case $target in qasm | files) command=("$python" "tests/fuzz/python/fuzz_$target.py") ;; esac
+  # By edges alone: an input for each number of times that a loop runs is of no use to a replay.
+  rm -rf "$build/merged/$target"
+  mkdir -p "$build/merged/$target"
+  "${command[@]}" -merge=1 -use_counters=0 -max_len=400 "$build/merged/$target" \
+    "$build/corpus/$target" >"$build/merge-$target.log" 2>&1
+  "$python" tools/fuzz_corpus.py pack "$target" "$build/merged/$target"
+  echo "$target: $(find "$build/merged/$target" -type f | wc -l) inputs"
+done
