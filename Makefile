@@ -37,6 +37,11 @@ SOAK_SECONDS ?= 600
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
+# Tests of what crosses between Python and the engine.
+BOUNDARY_TESTS := $(addprefix tests/python/,module filter dense/test_transfer.py dense/test_array_sizes.py \
+  dense/test_buffers.py sparse/test_transfer.py sparse/test_array_sizes.py bit/test_readouts.py \
+  clifford/test_print.py remote)
+
 # Seconds for each fuzz target.
 FUZZ_SECONDS ?= 600
 
@@ -45,7 +50,7 @@ FUZZ_SECONDS ?= 600
 .PHONY: test-scale test-scale-short mpi
 .PHONY: soak million-filters
 .PHONY: test-aarch64 test-plain test-interpreters program-fingerprints
-.PHONY: format docs sanitize sanitize-address sanitize-thread bench gtest clean
+.PHONY: format docs sanitize sanitize-address sanitize-thread sanitize-short bench gtest clean
 .PHONY: hooks wheels wheel-manylinux reproducible sbom audit
 
 help:
@@ -68,7 +73,8 @@ help:
 	@echo "make hooks     run the quick checks before each commit"
 	@echo "make wheels    the wheels of a release, in the images of manylinux; in dist"
 	@echo "make clean     remove everything that these targets made"
-	@echo "in parts:      test-native test-python test-numpy sanitize-address sanitize-thread"
+	@echo "in parts:      test-native test-python test-numpy"
+	@echo "               sanitize-address sanitize-thread; sanitize-short takes two minutes"
 	@echo "of a release:  wheel-manylinux reproducible sbom audit"
 
 demo: $(INSTALLED)
@@ -160,6 +166,15 @@ sanitize-address: $(INSTALLED) $(TEST_TOOLS) gtest
 sanitize-thread: $(TEST_TOOLS) gtest
 	$(call build,tsan)
 	$(CTEST) --preset tsan
+
+# What has time at every change: the module's boundary on the fuzz targets' build, and what the worker
+# threads share. `make sanitize` runs all native tests, and most Python tests.
+sanitize-short: $(TEST_TOOLS) fuzz-build gtest
+	$(CMAKE) --build build/fuzz --target _lib_nb_sim
+	tools/asan_pytest.sh $(VENV_PYTHON) build/fuzz/lib $(BOUNDARY_TESTS)
+	$(call configure,tsan)
+	$(CMAKE) --build --preset tsan --target nimbrel_dense_blocks_tests
+	$(CTEST) --preset tsan --label-regex '^dense/blocks$$'
 
 fuzz: fuzz-build
 	tools/fuzz.sh $(VENV_PYTHON) build/fuzz $(FUZZ_SECONDS)

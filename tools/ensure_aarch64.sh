@@ -10,23 +10,10 @@ has_all() {
     [[ -f /usr/src/googletest/CMakeLists.txt ]]
 }
 
-as_root() {
-  if [[ "$(id -u)" == 0 ]]; then
-    "$@"
-  else
-    sudo --non-interactive "$@"
-  fi
-}
-
 has_all && exit 0
 
 echo "Tools for AArch64 not found; trying the distribution's packages ${packages[*]}"
-if command -v apt-get >/dev/null && as_root true 2>/dev/null; then
-  export DEBIAN_FRONTEND=noninteractive
-  # Should either fail, the message below says what to do.
-  as_root apt-get update -qq || true
-  as_root apt-get install -qq --no-install-recommends "${packages[@]}" >/dev/null </dev/null || true
-fi
+"$(dirname "$0")/install_packages.sh" "${packages[@]}"
 
 if ! has_all; then
   echo "error: tools for AArch64 are missing: install them (Debian, Ubuntu:" \

@@ -12,24 +12,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t*, std::size_t) { return
 SOURCE
 }
 
-as_root() {
-  if [[ "$(id -u)" == 0 ]]; then
-    "$@"
-  else
-    sudo --non-interactive "$@"
-  fi
-}
-
 has_clang && exit 0
 
 echo "Clang with libFuzzer not found; trying the distribution's packages"
-if command -v apt-get >/dev/null && as_root true 2>/dev/null; then
-  export DEBIAN_FRONTEND=noninteractive
-  # Should either fail, the message below says what to do.
-  as_root apt-get update -qq || true
-  as_root apt-get install -qq --no-install-recommends clang-14 clang libclang-rt-14-dev llvm-14 \
-    >/dev/null </dev/null || true
-fi
+"$(dirname "$0")/install_packages.sh" clang-14 clang libclang-rt-14-dev llvm-14
 
 if ! has_clang; then
   echo "error: Clang with libFuzzer is missing: install it (Debian: sudo apt-get install clang" \

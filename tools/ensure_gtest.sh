@@ -12,23 +12,10 @@ TEST(Probe, Links) {}
 EOF
 }
 
-as_root() {
-  if [[ "$(id -u)" == 0 ]]; then
-    "$@"
-  else
-    sudo --non-interactive "$@"
-  fi
-}
-
 has_gtest && exit 0
 
 echo "GoogleTest not found; trying the distribution's package libgtest-dev"
-if command -v apt-get >/dev/null && as_root true 2>/dev/null; then
-  export DEBIAN_FRONTEND=noninteractive
-  # Should either fail, the message below says what to do.
-  as_root apt-get update -qq || true
-  as_root apt-get install -qq --no-install-recommends libgtest-dev >/dev/null </dev/null || true
-fi
+"$(dirname "$0")/install_packages.sh" libgtest-dev
 
 if ! has_gtest; then
   echo "error: GoogleTest is missing: install it (Debian, Ubuntu: sudo apt-get install libgtest-dev)" \

@@ -45,6 +45,9 @@ bugs_in_cpp() {
 check "include graph" python tools/include_graph.py
 check "clang-format" layout_of_cpp
 check "clang-tidy" bugs_in_cpp
+check "dependencies" python tools/dependency_table.py
+check "hosted checks" check-jsonschema --quiet --builtin-schema vendor.github-workflows \
+  .github/workflows/ci.yml
 check "ruff check" ruff check --quiet .
 check "ruff format" ruff format --check --quiet .
 check "mypy" mypy python/nimbrel examples bench
