@@ -8,7 +8,7 @@ from pathlib import Path
 import pytest
 
 ROOT = Path(__file__).parents[3]
-DOCUMENTS = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
+DOCUMENTS = [*sorted(ROOT.glob("*.md")), *sorted((ROOT / "docs").glob("*.md"))]
 IDS = [path.name for path in DOCUMENTS]
 
 LINK = re.compile(r"\]\((?!https?:|#)(?P<path>[^)#]+)")
