@@ -58,7 +58,10 @@ class _ProductJob(NamedTuple):
     def run(self, first: int, items: Sequence[PauliProduct], kept: KeptFilter) -> list[float]:
         """Find some values."""
         del first
-        with kept.turn(), kept.opened(self.filter_name, self.state) as simulator:
+        return kept.in_turn(lambda: self._values(items, kept))
+
+    def _values(self, items: Sequence[PauliProduct], kept: KeptFilter) -> list[float]:
+        with kept.opened(self.filter_name, self.state) as simulator:
             if kept.state is None:
                 if self.seed is not None:
                     _lib_nb_sim.random_seed(0, self.seed)

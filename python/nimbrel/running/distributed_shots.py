@@ -29,7 +29,7 @@ def distributed_shots(
         progress: Whether a bar shows the progress.
     """
     if seed is not None:
-        word32(seed, "seed")
+        seed = word32(seed, "seed")
     job = _ShotJob(plan.records, plan.read_flags, plan.choice.name, plan.older_flags, seed)
     parts = distribute(Work(job, range(shots), "shot"), executor, progress=progress)
     none = np.empty((0, -(-len(plan.read_flags) // 8)), dtype=np.uint8)
@@ -47,8 +47,11 @@ class _ShotJob(NamedTuple):
 
     def run(self, first: int, items: Sequence[int], kept: KeptFilter) -> list[Packed]:
         """Run some shots."""
+        return [kept.in_turn(lambda: self._outcomes(first, len(items), kept))]
+
+    def _outcomes(self, first: int, shots: int, kept: KeptFilter) -> Packed:
         seed = None if self.seed is None else (self.seed + first) % ENGINE_SEEDS
-        with kept.turn(), kept.opened(self.filter_name) as simulator:
+        with kept.opened(self.filter_name) as simulator:
             threads = kept.max_num_threads
             runs = ProgramRuns(simulator, self.records, self.read_flags, max_num_threads=threads)
-            return [runs.in_turn(len(items), renew=self.renew, seed=seed)]
+            return runs.in_turn(shots, renew=self.renew, seed=seed)

@@ -149,10 +149,13 @@ class _Distribution:
         return self._next < total or bool(self._suspects)
 
     def _submit(self, chunk: _Chunk, *, with_job: bool = False) -> bool:
-        """Hand out one chunk; whether the executor has taken it."""
+        """Hand out one chunk; whether the next may follow at once."""
         items = self._work.items[chunk.first : chunk.first + chunk.count]
         job = self._work.job if with_job or self._job_is_small else None
         chunk.attempts += 1
+        if not self._under_way:
+            self._source.shut_down_left()
+        self._source.ensure()
         chunk.source_number = self._source.number
         chunk.handed_out_at = time.perf_counter()
         try:
@@ -165,7 +168,7 @@ class _Distribution:
         except _CANNOT_PICKLE as error:
             raise _cannot_send(error) from error
         self._under_way[future] = chunk
-        return True
+        return not future.done()  # a chunk that ran in this thread shows in the progress first
 
     def _take(self, future: "Future[Any]") -> None:
         """Take what came of a chunk."""

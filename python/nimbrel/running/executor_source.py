@@ -7,10 +7,33 @@ from typing import Any, TypeAlias
 
 from nimbrel.simulator import Simulator
 
-__all__ = ["AnyExecutor", "CallingThread", "ExecutorSource", "refuse_open_simulator"]
+__all__ = [
+    "AnyExecutor",
+    "CallingThread",
+    "ExecutorSource",
+    "check_executor",
+    "refuse_open_simulator",
+]
 
 AnyExecutor: TypeAlias = Executor | Callable[[], Executor]
 """An executor, or a function that makes one."""
+
+
+def check_executor(executor: AnyExecutor) -> None:
+    """Refuse what cannot run work.
+
+    Raises:
+        TypeError: If it is neither an executor nor a function.
+    """
+    if not (_is_executor(executor) or callable(executor)):
+        raise TypeError(
+            "executor must have the interface of concurrent.futures.Executor, or be a function "
+            f"that makes one, not {executor!r}"
+        )
+
+
+def _is_executor(candidate: object) -> bool:
+    return hasattr(candidate, "submit") and not isinstance(candidate, type)
 
 
 def refuse_open_simulator(filter_: str | Simulator) -> None:
@@ -53,19 +76,15 @@ class ExecutorSource:
         Raises:
             TypeError: If it is neither.
         """
+        check_executor(executor)
         self.number = 0
         self._make: Callable[[], Executor] | None = None
         self._current: Executor | None = None
         self._made: list[Executor] = []
-        if hasattr(executor, "submit") and not isinstance(executor, type):
+        if _is_executor(executor):
             self._current = executor  # type: ignore[assignment]
-        elif callable(executor):
-            self._make = executor
         else:
-            raise TypeError(
-                "executor must have the interface of concurrent.futures.Executor, or be a function "
-                f"that makes one, not {executor!r}"
-            )
+            self._make = executor  # type: ignore[assignment]
 
     @property
     def can_renew(self) -> bool:
@@ -73,12 +92,29 @@ class ExecutorSource:
         return self._make is not None
 
     def submit(self, function: Callable[..., Any], *args: Any) -> "Future[Any]":
-        """Hand a call to the executor, which is made if there is none."""
+        """Hand a call to the executor. Requires: `ensure` has been called."""
+        assert self._current is not None
+        return self._current.submit(function, *args)
+
+    def ensure(self) -> None:
+        """Make an executor if there is none.
+
+        Raises:
+            Exception: What the caller's function raises.
+            TypeError: If it does not return an executor.
+        """
         if self._current is None:
             assert self._make is not None
-            self._current = self._make()
-            self._made.append(self._current)
-        return self._current.submit(function, *args)
+            made = self._make()
+            if not _is_executor(made):
+                raise TypeError(f"the function must return an executor, not {made!r}")
+            self._made.append(made)
+            self._current = made
+
+    def shut_down_left(self) -> None:
+        """Shut down the executors that were left. Requires: no work is under way."""
+        while len(self._made) > (self._current is not None):
+            self._made.pop(0).shutdown(wait=False)
 
     def renew(self, number: int) -> None:
         """Leave an executor that has lost a worker.

@@ -74,7 +74,7 @@ def expectation(
     if executor is not None:
         name = filter_for_values(records, filter)
         if seed is not None:
-            word32(seed, "seed")
+            seed = word32(seed, "seed")
         values = distributed_products(records, products, name, seed, executor, progress=progress)
         return totals(sums, values, is_list=is_list)
     if seed is not None:

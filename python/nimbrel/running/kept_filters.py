@@ -7,15 +7,17 @@ lose nothing by this, and one filter serves them all.
 
 import os
 import threading
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from contextlib import contextmanager
-from typing import Final
+from typing import Final, TypeVar
 
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Program
 from nimbrel.simulator import Simulator
 
 __all__ = ["KeptFilter", "leaves_nothing_open"]
+
+Result = TypeVar("Result")
 
 _LASTING: Final = (Opcode.JUMP_FWD, Opcode.PCP)
 
@@ -65,12 +67,20 @@ class KeptFilter:
         self._in_use = threading.Lock()
         self._retired = False
 
-    @contextmanager
-    def turn(self) -> Iterator[None]:
-        """Keep all other users of such filters in this process waiting."""
+    def in_turn(self, work: Callable[[], Result]) -> Result:
+        """Do some work while all other users of such filters in this process wait.
+
+        Args:
+            work: The work.
+
+        Returns:
+            What the work returns.
+        """
+        # No context manager of our own: Ctrl-C between its lines and the block would leave the
+        # locks to the traceback, which a notebook keeps, and the next run would wait for ever.
         try:
             with _turn.lock, self._in_use:
-                yield
+                return work()
         finally:
             if self._retired:
                 self._close_if_idle()

@@ -7,9 +7,10 @@ is one.
 
 from collections.abc import Iterable
 
+from nimbrel._engine import word32
 from nimbrel.records import RecordArray
 from nimbrel.running.distributed_shots import distributed_shots
-from nimbrel.running.executor_source import AnyExecutor, refuse_open_simulator
+from nimbrel.running.executor_source import AnyExecutor, check_executor, refuse_open_simulator
 from nimbrel.running.program_runs import Packed
 from nimbrel.running.samples import Samples
 from nimbrel.running.shot_plan import ShotPlan, shot_plan
@@ -74,6 +75,7 @@ def sample(
     """
     check_shots(shots)
     if executor is not None:
+        check_executor(executor)
         refuse_open_simulator(filter)
     plan = shot_plan(program, read_flags, filter, seeded=seed is not None)
     if executor is not None and plan.runs_once_a_shot:
@@ -85,6 +87,7 @@ def sample(
 
 def _outcomes(plan: ShotPlan, shots: int, seed: int | None, *, progress: bool) -> Packed:
     if plan.runs_once_a_shot and seed is not None:
+        seed = word32(seed, "seed")
         seed_engine(seed)
     if plan.open_filter is not None:
         return plan.outcomes(plan.open_filter, shots, seed, progress=progress)

@@ -1,5 +1,6 @@
 """`sweep`: one program for each point of a list of parameters."""
 
+import operator
 import traceback
 from collections.abc import Callable, Iterable, Iterator, Sequence
 from contextlib import contextmanager
@@ -15,9 +16,9 @@ from nimbrel.running.executor_source import AnyExecutor, refuse_open_simulator
 from nimbrel.running.expectation_values import filter_for_values, register_size, totals
 from nimbrel.running.filter_choice import check_local, with_reset
 from nimbrel.running.kept_filters import KeptFilter, leaves_nothing_open
-from nimbrel.running.pauli_sums import Observable, PauliSum, pauli_sums
+from nimbrel.running.pauli_sums import Observable, PauliProduct, PauliSum, pauli_sums
 from nimbrel.running.product_values import product_values
-from nimbrel.running.program_runs import ENGINE_SEEDS
+from nimbrel.running.program_runs import ENGINE_SEEDS, Packed
 from nimbrel.running.run_errors import PointError
 from nimbrel.running.samples import Samples
 from nimbrel.running.shot_plan import shot_plan
@@ -76,8 +77,9 @@ def sweep(
     Raises:
         ValueError: If `shots` is negative, or if there are both `shots` and an observable, or
             neither, or if a label is wrong.
-        TypeError: If a label is no string or a coefficient no number, if `executor` is neither an
-            executor nor a function, or if the work cannot be pickled.
+        TypeError: If a label is no string or a coefficient no number, if `shots` is no integer, if
+            `executor` is neither an executor nor a function or makes none, or if the work cannot be
+            pickled.
         ImportError: If a progress bar is wanted and tqdm is not installed.
     """
     points = list(parameters)
@@ -86,9 +88,10 @@ def sweep(
     refuse_open_simulator(filter)
     check_local(filter)
     if seed is not None:
-        word32(seed, "seed")
+        seed = word32(seed, "seed")
     job: _ShotsOfPoints | _ValuesOfPoints
     if shots is not None:
+        shots = operator.index(shots)
         check_shots(shots)
         flags = None if read_flags is None else [int(flag) for flag in read_flags]
         job = _ShotsOfPoints(build, shots, flags, filter, seed)
@@ -135,10 +138,13 @@ class _ShotsOfPoints(NamedTuple):
         seeded = seed is not None
         plan = shot_plan(self.build(point), self.read_flags, self.filter, seeded=seeded)
         fresh = plan.older_flags or not leaves_nothing_open(plan.records)
-        with kept.turn(), _filter_for(kept, plan.choice.name, fresh=fresh) as simulator:
-            threads = kept.max_num_threads
-            packed = plan.outcomes(simulator, self.shots, seed, max_num_threads=threads)
-        return plan.samples(packed)
+
+        def outcomes() -> Packed:
+            with _filter_for(kept, plan.choice.name, fresh=fresh) as simulator:
+                threads = kept.max_num_threads
+                return plan.outcomes(simulator, self.shots, seed, max_num_threads=threads)
+
+        return plan.samples(kept.in_turn(outcomes))
 
 
 class _ValuesOfPoints(NamedTuple):
@@ -163,12 +169,15 @@ class _ValuesOfPoints(NamedTuple):
         _require_inside(max((each.x_mask | each.z_mask for each in products), default=0), records)
         name = filter_for_values(records, self.filter)
         fresh = name == _BIT or not leaves_nothing_open(records)
-        with kept.turn(), _filter_for(kept, name, fresh=fresh) as simulator:
-            if self.seed is not None:
-                _lib_nb_sim.random_seed(0, (self.seed + number) % ENGINE_SEEDS)
-            run_in_calls(simulator, records)
-            values = product_values(simulator, products)
-        return totals(self.sums, values, is_list=self.is_list)
+
+        def values() -> dict[PauliProduct, float]:
+            with _filter_for(kept, name, fresh=fresh) as simulator:
+                if self.seed is not None:
+                    _lib_nb_sim.random_seed(0, (self.seed + number) % ENGINE_SEEDS)
+                run_in_calls(simulator, records)
+                return product_values(simulator, products)
+
+        return totals(self.sums, kept.in_turn(values), is_list=self.is_list)
 
 
 def _or_failure(

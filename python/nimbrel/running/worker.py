@@ -127,7 +127,7 @@ def handed_out(job: Job, max_num_threads: int) -> Iterator[str]:
     try:
         yield name
     finally:
-        del _process.handed_out[name]
+        _process.handed_out.pop(name, None)  # a forked child has lost it already
         entry.kept.retire()
 
 

@@ -49,6 +49,14 @@ def test_a_seed_gives_the_same_outcomes_on_every_executor_and_without_one(
     )
 
 
+@pytest.mark.parametrize("name", ["this process", "two processes", "threads"])
+def test_a_seed_may_be_a_number_of_numpy(pools: dict[str, Executor], name: str) -> None:
+    seed: Any = np.uint32(2**32 - 10)
+    found = nb.sample(FEEDING, 50, filter="StreamQPU", seed=seed, executor=pools.get(name))
+    expected = nb.sample(FEEDING, 50, filter="StreamQPU", seed=int(seed))
+    assert found.packed.tolist() == expected.packed.tolist()
+
+
 @pytest.mark.parametrize("seed", [7, 2**32 - 3])
 def test_each_shot_has_the_seed_after_that_of_the_shot_before(seed: int) -> None:
     samples = nb.sample(FEEDING, 6, filter="StreamQPU", seed=seed)
@@ -187,6 +195,19 @@ def test_a_seed_has_32_bits(pools: dict[str, Executor]) -> None:
 def test_what_is_no_executor_is_refused() -> None:
     with pytest.raises(TypeError, match=r"executor must have the interface of concurrent\.futures"):
         nb.sample(FEEDING, 1, executor=3)  # type: ignore[arg-type]
+    with pytest.raises(TypeError, match="executor must have the interface"):
+        nb.sample(drawn(1), 1, executor=3)  # type: ignore[arg-type]
+    with pytest.raises(TypeError, match="the function must return an executor, not None"):
+        nb.sample(FEEDING, 1, filter="StreamQPU", executor=lambda: None)  # type: ignore[arg-type]
+
+
+@pytest.mark.parametrize("kind", [ImportError, TypeError, AttributeError])
+def test_an_error_of_the_function_that_makes_an_executor_is_raised(kind: type[Exception]) -> None:
+    def make() -> Executor:
+        raise kind("no executor today")
+
+    with pytest.raises(kind, match=r"^no executor today$"):
+        nb.sample(FEEDING, 1, filter="StreamQPU", executor=make)
 
 
 @pytest.mark.parametrize("name", ["two processes", "threads"])

@@ -6,9 +6,10 @@ import multiprocessing
 import os
 import signal
 from collections.abc import Callable
-from concurrent.futures import BrokenExecutor, Executor, ProcessPoolExecutor
+from concurrent.futures import BrokenExecutor, Executor, Future, ProcessPoolExecutor
 from functools import partial
 from pathlib import Path
+from typing import Any
 
 import nimbrel as nb
 import numpy as np
@@ -104,3 +105,32 @@ def test_shots_that_are_lost_again_and_again_end_the_run() -> None:
     with pytest.raises(nb.WorkerLostError, match=r"3 workers were lost with shots? 0"):
         nb.sample(FEEDING, 3000, filter="StreamQPU", executor=make)
     assert len(made) == 3
+
+
+class _Losing(Executor):
+    """Loses all work."""
+
+    is_shut_down = False
+
+    def submit(self, _fn: Callable[..., Any], /, *_args: Any, **_kwargs: Any) -> Future[Any]:
+        future: Future[Any] = Future()
+        future.set_exception(BrokenExecutor("the worker is lost"))
+        return future
+
+    def shutdown(self, wait: bool = True, *, cancel_futures: bool = False) -> None:
+        del wait, cancel_futures
+        self.is_shut_down = True
+
+
+def test_executors_that_have_lost_a_worker_are_shut_down_before_another_is_made() -> None:
+    made: list[_Losing] = []
+
+    def make() -> Executor:
+        assert all(each.is_shut_down for each in made)
+        made.append(_Losing())
+        return made[-1]
+
+    found = nb.sweep(turned, [0, 1, 2], observable={"Z": 1.0}, executor=make)
+    assert [str(each.error) for each in found] == ["the worker is lost"] * 3
+    assert len(made) > 3
+    assert made[-1].is_shut_down

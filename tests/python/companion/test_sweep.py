@@ -3,8 +3,8 @@
 from __future__ import annotations
 
 import multiprocessing
-from collections.abc import Iterator
-from concurrent.futures import Executor, ProcessPoolExecutor, ThreadPoolExecutor
+from collections.abc import Callable, Iterator
+from concurrent.futures import Executor, Future, ProcessPoolExecutor, ThreadPoolExecutor
 from typing import Any
 
 import nimbrel as nb
@@ -50,6 +50,15 @@ def test_shots_of_a_point_have_the_seeds_after_those_of_the_point_before(
     ]
     assert plain(found) == plain(expected)
     assert [each.filter_name for each in found] == [each.filter_name for each in expected]
+
+
+def test_numbers_of_numpy_do_not_overflow() -> None:
+    shots: Any = np.int8(100)
+    seed: Any = np.uint32(2**32 - 50)
+    found = nb.sweep(fed, ANGLES, shots=shots, seed=seed)
+    assert plain(found) == plain(nb.sweep(fed, ANGLES, shots=100, seed=2**32 - 50))
+    values = nb.sweep(turned, ANGLES, observable={"Z": 1.0}, seed=seed)
+    assert values == nb.sweep(turned, ANGLES, observable={"Z": 1.0})
 
 
 @pytest.mark.parametrize("name", NAMES)
@@ -179,6 +188,8 @@ def test_arguments_are_checked_before_anything_runs() -> None:
             nb.sweep(build, [1], **how)  # type: ignore[arg-type]
     with pytest.raises(ValueError, match="shots must be 0 or more, not -1"):
         nb.sweep(build, [1], shots=-1)
+    with pytest.raises(TypeError, match="'float' object cannot be interpreted as an integer"):
+        nb.sweep(build, [1], shots=2.5)  # type: ignore[arg-type]
     with pytest.raises(ValueError, match="I, X, Y and Z, not 'A'"):
         nb.sweep(build, [1], observable={"A": 1.0})
     with pytest.raises(ValueError, match="seed must be an unsigned 32-bit number"):
@@ -218,3 +229,31 @@ def test_the_bar_counts_points(
     pytest.importorskip("tqdm")
     nb.sweep(turned, ANGLES, shots=1, progress=True, executor=executors[name])
     assert f"{len(ANGLES)}/{len(ANGLES)}" in capsys.readouterr().err
+
+
+class _AtOnce(Executor):
+    """Runs what it is given before it returns."""
+
+    def __init__(self, before: Callable[[], None]) -> None:
+        self._before = before
+
+    def submit(self, fn: Callable[..., Any], /, *args: Any, **kwargs: Any) -> Future[Any]:
+        self._before()
+        future: Future[Any] = Future()
+        future.set_result(fn(*args, **kwargs))
+        return future
+
+
+def test_the_bar_shows_what_has_run_before_more_runs() -> None:
+    bars = pytest.importorskip("tqdm.auto").tqdm._instances
+    built: list[float] = []
+    shown: list[tuple[int, int]] = []
+
+    def build(angle: float) -> nb.Program:
+        built.append(angle)
+        return turned(angle)
+
+    executor = _AtOnce(lambda: shown.append((len(built), next(iter(bars)).n)))
+    nb.sweep(build, ANGLES, observable={"Z": 1.0}, executor=executor, progress=True)
+    assert len(shown) > 1
+    assert [number for number, _ in shown] == [number for _, number in shown]
