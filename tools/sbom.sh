@@ -13,6 +13,6 @@ trap 'rm -rf "$work"' EXIT
 "$python" -m venv "$work/environment"
 "$work/environment/bin/python" -m pip install --quiet --disable-pip-version-check "$wheel"
 # They came with the environment and are no part of what is shipped.
-"$work/environment/bin/python" -m pip uninstall --quiet --yes setuptools
+"$work/environment/bin/python" -m pip uninstall --quiet --yes setuptools pip
 "$python" -m cyclonedx_py environment "$work/environment/bin/python" --pyproject pyproject.toml \
   --output-reproducible --output-format JSON --output-file "$output"
