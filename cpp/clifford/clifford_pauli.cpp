@@ -106,8 +106,8 @@ unsigned long OpFilter_CliffordQPUSim::fold_product() {
 
 void OpFilter_CliffordQPUSim::unfold_product(unsigned long pivot) {
     // Not by a reversed view: Clang 14, which builds the sanitized engine, cannot compile it.
-    for (auto entry = pauli_entries.rbegin(); entry != pauli_entries.rend(); ++entry) {
-        for_each_letter_down(*entry,
+    for (std::size_t i = pauli_entries.size(); i-- > 0;) {
+        for_each_letter_down(pauli_entries[i],
                              [&](const PauliLetter& letter) { unfold_letter(letter, pivot); });
     }
 }
