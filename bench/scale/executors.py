@@ -112,7 +112,7 @@ def gains(name: str, one: Executor, two: Executor, rounds: int, goal: float) -> 
             start = time.perf_counter()
             run(shots, executor=one)
             shots = int(seconds * shots / (time.perf_counter() - start))
-        calls = [
+        calls: list[Callable[[], object]] = [
             *[partial(run, shots, executor=executor) for executor in (one, two)],
             *[partial(evenly, records, shots, each, n) for n, each in ((1, one), (2, two))],
         ]
