@@ -46,7 +46,7 @@ BOUNDARY_TESTS := $(addprefix tests/python/,module filter dense/test_transfer.py
 FUZZ_SECONDS ?= 600
 
 .PHONY: fuzz fuzz-short fuzz-build fuzz-corpus fuzz-coverage clang
-.PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check
+.PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check check-short
 .PHONY: test-scale test-scale-short mpi
 .PHONY: soak million-filters
 .PHONY: test-aarch64 test-plain test-interpreters program-fingerprints
@@ -74,6 +74,7 @@ help:
 	@echo "make wheels    the wheels of a release, in the images of manylinux; in dist"
 	@echo "make clean     remove everything that these targets made"
 	@echo "in parts:      test-native test-python test-numpy"
+	@echo "               check-short, without the static analyzer"
 	@echo "               sanitize-address sanitize-thread; sanitize-short takes two minutes"
 	@echo "of a release:  wheel-manylinux reproducible sbom audit"
 
@@ -150,6 +151,11 @@ test-interpreters: $(CREATED)
 check: $(INSTALLED) $(DEV_TOOLS) gtest
 	$(call configure,dev)
 	tools/lint.sh $(VENV_PYTHON)
+
+# What has time at every change.
+check-short: $(INSTALLED) $(DEV_TOOLS) gtest
+	$(call configure,dev)
+	tools/lint.sh $(VENV_PYTHON) short
 
 format: $(DEV_TOOLS)
 	find cpp tests/native tests/fuzz -name '*.cpp' -o -name '*.h' | xargs $(VENV)/bin/clang-format -i
