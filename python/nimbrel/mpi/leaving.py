@@ -8,26 +8,14 @@ from __future__ import annotations
 
 import atexit
 import sys
-import weakref
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
-from typing import Protocol
 
 from mpi4py import MPI
 
 from nimbrel.mpi.agreement import agree, end_all, happened_everywhere
 
 __all__ = ["at_exit", "leave", "leave_by", "or_end_all"]
-
-
-class _Leaving(Protocol):
-    """What `at_exit` needs of a simulator."""
-
-    @property
-    def is_open(self) -> bool: ...
-
-    @property
-    def comm(self) -> MPI.Comm: ...
 
 
 def leave(comm: MPI.Comm, action: str) -> None:
@@ -63,21 +51,18 @@ def or_end_all(comm: MPI.Comm) -> Iterator[None]:
         raise
 
 
-def at_exit(simulator: weakref.ref[_Leaving]) -> Callable[[], None]:
-    """Let all ranks end if this one ends with an open simulator and the others do not.
+def at_exit(comm: MPI.Comm) -> Callable[[], None]:
+    """Let all ranks end if this one ends with an open simulator and the others go on.
 
     Returns:
         The function, for `atexit.unregister`.
     """
 
     def check() -> None:
-        left = simulator()
-        if left is None or not left.is_open or left.comm.size == 1:
-            return
         # The interpreter notes an error that nothing has caught.
         error = getattr(sys, "last_value", None)
         if error is not None:
-            leave_by(left.comm, error)
-        leave(left.comm, "exit")
+            leave_by(comm, error)
+        leave(comm, "exit")
 
     return atexit.register(check)

@@ -71,6 +71,14 @@ class PauliBatch:
         """Start without products."""
         self._products: list[tuple[int, int]] = []
 
+    @property
+    def x_letters(self) -> int:
+        """The qubits that have a letter X or Y in a product."""
+        letters = 0
+        for x_mask, _ in self._products:
+            letters |= x_mask
+        return letters
+
     def expand(self, words: Words, num_qubits: int) -> Expansion:
         """Replace the records of batches by rotations.
 

@@ -21,6 +21,7 @@ from nimbrel.mpi.operations import (
     OpcodeSet,
 )
 from nimbrel.mpi.pauli_batches import PauliBatch
+from nimbrel.mpi.refusals import Before
 from nimbrel.mpi.register import Register
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, pack
@@ -54,6 +55,13 @@ class ProgramRun:
         self._flags = flags
         self._batch = PauliBatch()
         self._open_label = 0
+
+    @property
+    def before(self) -> Before:
+        """What the next program finds."""
+        return Before(
+            self._register.num_qubits or None, bool(self._open_label), self._batch.x_letters
+        )
 
     def __call__(self, words: Words) -> None:
         """Run a program, shape (n, 11).

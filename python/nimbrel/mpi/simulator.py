@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import atexit
 import operator
-import weakref
 from types import TracebackType
 from typing import Final, TypeVar, overload
 
@@ -85,7 +84,7 @@ class Simulator:
             draws = Draws(self._comm.bcast(entropy))
             self._measuring = Measuring(self._register, draws, exact_qubits)
             self._run = ProgramRun(self._register, self._measuring, self._flags)
-        self._at_exit = at_exit(weakref.ref(self))
+        self._at_exit = at_exit(self._comm)
 
     def __enter__(self: _Self) -> _Self:
         """Return the simulator itself."""
@@ -120,11 +119,6 @@ class Simulator:
             self._flags.close()
             self._register.close()
             comm.Free()
-
-    @property
-    def is_open(self) -> bool:
-        """Whether `close` has not been called."""
-        return self._comm is not None
 
     def _open(self) -> MPI.Comm:
         if self._comm is None:
@@ -180,9 +174,8 @@ class Simulator:
             raise mark(error) from None
         agree(comm, "run", records.view(np.uint8).data)
         words = as_words(records)
-        size = self._register.num_qubits
         try:
-            check_records(words, comm.size, size or None)
+            check_records(words, comm.size, self._run.before)
             entry, after = self._check.begin(records)
         except (ValueError, RuntimeError) as error:
             raise mark(error) from None
