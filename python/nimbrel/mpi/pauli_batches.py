@@ -25,17 +25,17 @@ class BatchPosition(NamedTuple):
     """Where a product stands in its batch.
 
     Attributes:
-        count: Products of the batch; a batch of 0 or less collects products and never runs.
+        size: Products of the batch; a batch of 0 or less collects products and never runs.
         place: The place of the product; 0 begins a batch.
     """
 
-    count: int
+    size: int
     place: int
 
     @property
     def is_last(self) -> bool:
         """Whether the product ends the batch, which then runs."""
-        return self.count > 0 and self.place == self.count - 1
+        return self.size > 0 and self.place == self.size - 1
 
 
 def batch_position(code: float) -> BatchPosition:
@@ -54,13 +54,13 @@ class Expansion(NamedTuple):
 
     Attributes:
         gates: The gates up to the first record that fails, shape (m, 11).
-        count: The number of records that they stand for.
+        records: The number of records that they stand for.
         error: The engine's error at the next record, if it fails: two products of a batch do not
             commute, or some are missing.
     """
 
     gates: Words
-    count: int
+    records: int
     error: RuntimeError | None
 
 
@@ -108,7 +108,7 @@ class PauliBatch:
         if position.place == 0:
             self._products = []
         self._products.append((x_mask, z_mask))
-        count = position.count
+        count = position.size
         if not position.is_last:
             return none
         if len(self._products) < count:

@@ -88,7 +88,7 @@ class ProgramRun:
             expansion = self._batch.expand(section[gates], self._register.num_qubits)
             self._register.run(expansion.gates, ahead)
             if expansion.error is not None:
-                before = section[: gates[expansion.count]]
+                before = section[: gates[expansion.records]]
                 self._open_label = running(before, self._open_label, self._flags.hold)[1]
                 raise mark(expansion.error)
         self._open_label = open_label
