@@ -19,6 +19,7 @@ __all__ = ["ReadFlags"]
 
 _WORD_BITS: Final = 64
 _FIRST_STORED: Final = 2
+_SIGN: Final = 2**63
 
 
 class ReadFlags:
@@ -52,12 +53,14 @@ class ReadFlags:
         """
         if not first:
             return
-        flags = [(first + number, value) for number, value in enumerate(values)]
+        flags = [(_wrapped(first + number), value) for number, value in enumerate(values)]
         # A destination that is negative selects another operation, so the value is inverted here.
         rows = [
-            flag_nand(operand, operand, abs(flag))
+            # Any number of the bit will do, and the first two are constants.
+            flag_nand(operand, operand, place + FLAG_NUMBERS)
             for flag, value in flags
-            if stored_place(flag) is not None
+            for place in (stored_place(flag),)
+            if place is not None
             for operand in (value ^ (flag > 0),)
         ]
         if rows:
@@ -100,3 +103,8 @@ class ReadFlags:
         place = stored_place(flag)
         if place is not None:
             self._stored_words = max(self._stored_words, place // _WORD_BITS + 1)
+
+
+def _wrapped(flag: int) -> int:
+    """A flag number behind the largest one goes on at the smallest."""
+    return (flag + _SIGN) % (2 * _SIGN) - _SIGN

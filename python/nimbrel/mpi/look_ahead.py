@@ -41,8 +41,9 @@ def phase_like(words: Words) -> Bools:
     if not turns.any():
         return turns
     found: Bools = turns.copy()
-    half = words[turns, ANGLE].view(np.float64) * (math.pi / 360.0)
-    with np.errstate(invalid="ignore"):
+    # The engine rounds, and overflows, in this order.
+    with np.errstate(over="ignore", invalid="ignore"):
+        half = words[turns, ANGLE].view(np.float64) * math.pi / 180.0 * 0.5
         found[turns] = np.abs(np.cos(half)) < _NEAR_ONE
     return found
 

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from itertools import combinations
-from typing import Final
+from typing import Final, NamedTuple
 
 import numpy as np
 
@@ -13,12 +13,55 @@ from nimbrel.records import Record, pack
 from nimbrel.register_trace import Words
 from nimbrel.suspect_search import WORDS_PER_RECORD, as_words
 
-__all__ = ["PauliBatch"]
+__all__ = ["BatchPosition", "Expansion", "PauliBatch", "batch_position"]
 
 _COUNT_UNIT: Final = 1000
-_POSITIONS: Final = 2**31
+_SMALLEST: Final = -(2**31)
 _MOST_PRODUCTS: Final = 30
 """The engine counts the subsets of a batch in 32 bits, and runs none of a larger batch."""
+
+
+class BatchPosition(NamedTuple):
+    """Where a product stands in its batch.
+
+    Attributes:
+        size: Products of the batch; a batch of 0 or less collects products and never runs.
+        place: The place of the product; 0 begins a batch.
+    """
+
+    size: int
+    place: int
+
+    @property
+    def is_last(self) -> bool:
+        """Whether the product ends the batch, which then runs."""
+        return self.size > 0 and self.place == self.size - 1
+
+
+def batch_position(code: float) -> BatchPosition:
+    """Decode count * 1000 + place, the word `angle` of a product.
+
+    The engine truncates it to 32 bits, and takes the smallest number for one that does not fit.
+    """
+    fits = _SMALLEST - 1 < code < -_SMALLEST
+    number = int(code) if fits else _SMALLEST
+    count, place = divmod(abs(number), _COUNT_UNIT)
+    return BatchPosition(count, place) if number >= 0 else BatchPosition(-count, -place)
+
+
+class Expansion(NamedTuple):
+    """Gates without records of batches.
+
+    Attributes:
+        gates: The gates up to the first record that fails, shape (m, 11).
+        records: The number of records that they stand for.
+        error: The engine's error at the next record, if it fails: two products of a batch do not
+            commute, or some are missing.
+    """
+
+    gates: Words
+    records: int
+    error: RuntimeError | None
 
 
 class PauliBatch:
@@ -28,42 +71,45 @@ class PauliBatch:
         """Start without products."""
         self._products: list[tuple[int, int]] = []
 
-    def expand(self, words: Words, num_qubits: int) -> Words:
+    @property
+    def x_letters(self) -> int:
+        """The qubits that have a letter X or Y in a product."""
+        letters = 0
+        for x_mask, _ in self._products:
+            letters |= x_mask
+        return letters
+
+    def expand(self, words: Words, num_qubits: int) -> Expansion:
         """Replace the records of batches by rotations.
 
         Args:
             words: Gate records whose conditions hold, shape (n, 11).
             num_qubits: Qubits of the register.
-
-        Returns:
-            The gates, shape (m, 11).
-
-        Raises:
-            RuntimeError: With the engine's text, if two products of a batch do not commute.
         """
         indices = np.flatnonzero(words[:, 0] == Opcode.PCP)
         if not len(indices):
-            return words
+            return Expansion(words, len(words), None)
         made, start = [], 0
         for index in indices.tolist():
             made.append(words[start:index])
-            made.append(self._add(words[index], (1 << num_qubits) - 1))
             start = index + 1
-        return np.concatenate([*made, words[start:]])
+            try:
+                made.append(self._add(words[index], (1 << num_qubits) - 1))
+            except RuntimeError as error:
+                return Expansion(np.concatenate(made), index, error)
+        return Expansion(np.concatenate([*made, words[start:]]), len(words), None)
 
     def _add(self, row: Words, register: int) -> Words:
         none = np.zeros((0, len(row)), dtype=np.uint64)
         x_mask, z_mask = int(row[TARGETS]) & register, int(row[CONTROLS]) & register
         if not x_mask | z_mask:
             return none
-        position = float(row[ANGLE : ANGLE + 1].view(np.float64)[0])
-        if not 0 <= position < _POSITIONS:
-            return none  # the engine collects such a product and never runs it
-        count, place = divmod(int(position), _COUNT_UNIT)
-        if place == 0:
+        position = batch_position(float(row[ANGLE : ANGLE + 1].view(np.float64)[0]))
+        if position.place == 0:
             self._products = []
         self._products.append((x_mask, z_mask))
-        if place != count - 1:
+        count = position.size
+        if not position.is_last:
             return none
         if len(self._products) < count:
             raise RuntimeError(

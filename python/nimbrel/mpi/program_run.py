@@ -21,6 +21,7 @@ from nimbrel.mpi.operations import (
     OpcodeSet,
 )
 from nimbrel.mpi.pauli_batches import PauliBatch
+from nimbrel.mpi.refusals import Before
 from nimbrel.mpi.register import Register
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, pack
@@ -55,6 +56,13 @@ class ProgramRun:
         self._batch = PauliBatch()
         self._open_label = 0
 
+    @property
+    def before(self) -> Before:
+        """What the next program finds."""
+        return Before(
+            self._register.num_qubits or None, bool(self._open_label), self._batch.x_letters
+        )
+
     def __call__(self, words: Words) -> None:
         """Run a program, shape (n, 11).
 
@@ -70,22 +78,23 @@ class ProgramRun:
                 continue
             section = words[start : stop + 1]
             start = stop + 1
-            runs, self._open_label = running(section, self._open_label, self._flags.hold)
-            last = len(section) - 1
-            is_between = bool(_BETWEEN.among(section[last:, 0])[0])
-            later = ahead[start : start + _LOOK_AHEAD]
-            self._gates(section[runs & _GATES.among(section[:, 0])], later)
-            if is_between and runs[last]:
-                self._between(section[last:], later)
+            self._section(section, ahead[start : start + _LOOK_AHEAD])
 
-    def _gates(self, words: Words, ahead: Words) -> None:
-        if not len(words):
-            return
-        try:
-            gates = self._batch.expand(words, self._register.num_qubits)
-        except RuntimeError as error:
-            raise mark(error) from None
-        self._register.run(gates, ahead)
+    def _section(self, section: Words, ahead: Words) -> None:
+        """Run records of which the last one alone may change a read flag, shape (n, 11)."""
+        runs, open_label = running(section, self._open_label, self._flags.hold)
+        gates = np.flatnonzero(runs & _GATES.among(section[:, 0]))
+        if len(gates):
+            expansion = self._batch.expand(section[gates], self._register.num_qubits)
+            self._register.run(expansion.gates, ahead)
+            if expansion.error is not None:
+                before = section[: gates[expansion.records]]
+                self._open_label = running(before, self._open_label, self._flags.hold)[1]
+                raise mark(expansion.error)
+        self._open_label = open_label
+        last = len(section) - 1
+        if runs[last] and _BETWEEN.among(section[last:, 0])[0]:
+            self._between(section[last:], ahead)
 
     def _between(self, words: Words, ahead: Words) -> None:
         """Carry out one record that is no gate, shape (1, 11)."""

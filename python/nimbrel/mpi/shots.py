@@ -8,7 +8,7 @@ import numpy as np
 import numpy.typing as npt
 from mpi4py import MPI
 
-from nimbrel.mpi.agreement import mark
+from nimbrel.mpi.agreement import agree, mark
 from nimbrel.mpi.simulator import Simulator
 from nimbrel.records import Program, RecordArray
 from nimbrel.running.deferral import Deferred, defer
@@ -53,14 +53,18 @@ def sample(
         RuntimeError: The engine's error.
         MemoryError: If a rank has no memory for its part.
     """
+    ranks = MPI.COMM_WORLD if comm is None else comm
     try:
         check_shots(shots)
         records = with_reset(program)
     except ValueError as error:
+        agree(ranks, f"sample: {error}", b"")
         raise mark(error) from None
-    wanted = flag_use(records).stored if read_flags is None else [int(flag) for flag in read_flags]
+    flags = None if read_flags is None else [int(flag) for flag in read_flags]
+    agree(ranks, "sample", f"{shots} {flags} {seed} ".encode() + records.tobytes())
+    wanted = flag_use(records).stored if flags is None else flags
     plan = defer(records)
-    with Simulator(comm) as sim:
+    with Simulator(ranks) as sim:
         if isinstance(plan, Deferred):
             sim.run(plan.gates)
             sources = [plan.flags.read(flag) for flag in wanted]

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import atexit
 import operator
 from types import TracebackType
 from typing import Final, TypeVar, overload
@@ -13,10 +14,11 @@ from mpi4py import MPI
 from nimbrel._engine import word32
 from nimbrel.amplitudes import Amplitudes
 from nimbrel.masks import Qubits, qubit_list
-from nimbrel.mpi.agreement import agree, end_all, happened_everywhere, mark
+from nimbrel.mpi.agreement import agree, mark
 from nimbrel.mpi.draws import Draws
 from nimbrel.mpi.exchange import Traffic
 from nimbrel.mpi.flags import ReadFlags
+from nimbrel.mpi.leaving import at_exit, leave, leave_by, or_end_all
 from nimbrel.mpi.measuring import Measuring
 from nimbrel.mpi.program_run import ProgramRun
 from nimbrel.mpi.refusals import check_records
@@ -45,8 +47,9 @@ class Simulator:
     rank gets the same results. A rank holds 2**(n - k) amplitudes, 2 at least.
 
     A method that one rank calls with other arguments raises `ValueError` on all ranks. An error
-    that only one rank has, and that leaves the `with` block, is written to standard error and ends
-    all ranks. After `close`, every method raises `ValueError`.
+    that only one rank has, and that leaves the `with` block or the program, is written to standard
+    error and ends all ranks. So does a rank that closes the simulator while others go on. After
+    `close`, every method raises `ValueError`.
 
     Args:
         comm: The ranks, a power of two; None means all processes that `mpirun` has started.
@@ -57,7 +60,7 @@ class Simulator:
             are dropped.
 
     Raises:
-        ValueError: If the number of ranks is no power of two.
+        ValueError: If the number of ranks is no power of two, or if they have different arguments.
     """
 
     def __init__(
@@ -72,13 +75,16 @@ class Simulator:
             raise mark(ValueError(f"the number of ranks is a power of two, not {ranks.size}"))
         # Messages of the caller on the same communicator must not meet those of the exchanges.
         self._comm: MPI.Comm | None = ranks.Dup()
-        self._check = ProgramCheck("StreamQPU", qubits=check_qubits, inexact_controls=False)
-        self._register = Register(self._comm)
-        self._flags = ReadFlags()
-        entropy = int(np.random.SeedSequence().generate_state(1)[0])
-        draws = Draws(self._comm.bcast(entropy))
-        self._measuring = Measuring(self._register, draws, exact_qubits)
-        self._run = ProgramRun(self._register, self._measuring, self._flags)
+        agree(self._comm, "Simulator", f"{exact_qubits} {check_qubits}".encode())
+        with or_end_all(self._comm):
+            self._check = ProgramCheck("StreamQPU", qubits=check_qubits, inexact_controls=False)
+            self._register = Register(self._comm)
+            self._flags = ReadFlags()
+            entropy = int(np.random.SeedSequence().generate_state(1)[0])
+            draws = Draws(self._comm.bcast(entropy))
+            self._measuring = Measuring(self._register, draws, exact_qubits)
+            self._run = ProgramRun(self._register, self._measuring, self._flags)
+        self._at_exit = at_exit(self._comm)
 
     def __enter__(self: _Self) -> _Self:
         """Return the simulator itself."""
@@ -91,9 +97,8 @@ class Simulator:
         traceback: TracebackType | None,
     ) -> None:
         """Close the simulator. An error that not all ranks have ends all of them."""
-        comm = self._comm
-        if exc is not None and comm is not None and comm.size > 1 and not happened_everywhere(exc):
-            end_all(comm, exc)
+        if exc is not None and self._comm is not None:
+            leave_by(self._comm, exc)
         self.close()
 
     def __repr__(self) -> str:
@@ -102,8 +107,13 @@ class Simulator:
         return f"<nimbrel.mpi.Simulator, rank {self._comm.rank} of {self._comm.size}>"
 
     def close(self) -> None:
-        """Free the part of this rank. A second call does nothing."""
+        """Free the part of this rank. A second call does nothing.
+
+        All ranks close together. If one of them is about to do something else, all ranks end.
+        """
         if self._comm is not None:
+            leave(self._comm, "close")
+            atexit.unregister(self._at_exit)
             comm, self._comm = self._comm, None
             self._measuring.close()
             self._flags.close()
@@ -164,9 +174,8 @@ class Simulator:
             raise mark(error) from None
         agree(comm, "run", records.view(np.uint8).data)
         words = as_words(records)
-        size = self._register.num_qubits
         try:
-            check_records(words, comm.size, size or None)
+            check_records(words, comm.size, self._run.before)
             entry, after = self._check.begin(records)
         except (ValueError, RuntimeError) as error:
             raise mark(error) from None
@@ -184,7 +193,7 @@ class Simulator:
 
     def forget_flags(self) -> None:
         """Go back to the read flags of a new simulator: none is stored."""
-        self._open()
+        agree(self._open(), "forget_flags", b"")
         self._flags.forget()
 
     def seed(self, value: int) -> None:

@@ -1,6 +1,6 @@
-"""Run under mpirun: something goes wrong on rank 1 only.
+"""Run under mpirun: something goes wrong on rank 1 only, inside the `with` block of a simulator.
 
-mpirun -n 4 python failures.py killed|memory|unequal|own_error
+mpirun -n 4 python failures.py killed|memory|unequal|own_error|left_early|forgotten
 """
 
 import os
@@ -46,11 +46,25 @@ def own_error(sim: nimbrel.mpi.Simulator) -> None:
     sim.run(nimbrel.h(QUBITS - 1))
 
 
+def left_early(sim: nimbrel.mpi.Simulator) -> None:
+    sim.run(nimbrel.reset(QUBITS))
+    if sim.comm.rank != 1:
+        sim.run(nimbrel.h(0))
+
+
+def forgotten(sim: nimbrel.mpi.Simulator) -> None:
+    sim.run(nimbrel.reset(QUBITS), nimbrel.x(0), nimbrel.read(0, 2))
+    if sim.comm.rank == 1:
+        sim.forget_flags()
+    sim.run(nimbrel.h(QUBITS - 1, flag=2))
+
+
+CASES = (killed, memory, unequal, own_error, left_early, forgotten)
+
+
 def main() -> None:
     with nimbrel.mpi.Simulator() as sim:
-        {"killed": killed, "memory": memory, "unequal": unequal, "own_error": own_error}[
-            sys.argv[1]
-        ](sim)
+        {case.__name__: case for case in CASES}[sys.argv[1]](sim)
     print(f"rank {MPI.COMM_WORLD.rank} came to its end", flush=True)
 
 

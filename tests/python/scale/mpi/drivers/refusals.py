@@ -27,6 +27,12 @@ CASES = (
     (tagged(opcodes.RESET, 1), "record 1 (reset)"),
 )
 
+WIDE_BATCH = (
+    tagged(opcodes.PCP, 0b11, angle=2000.0),
+    tagged(opcodes.PCP, 0b100, angle=2001.0),
+)
+"""Each product fits a part, and their product does not."""
+
 
 def records(record: Record) -> nimbrel.RecordArray:
     return to_array([tagged(opcodes.H, 0b1), record]).view(QPU_OP).reshape(-1)
@@ -43,6 +49,13 @@ def main() -> None:
                 sim.run(records(record))
             assert text in str(raised.value)
             assert np.array_equal(sim.state(), before)
+        with pytest.raises(ValueError, match=r"record 1 \(pcp\) has letters X and Y on more"):
+            sim.run(to_array(WIDE_BATCH).view(QPU_OP).reshape(-1))
+        sim.run(records(WIDE_BATCH[0]))
+        with pytest.raises(ValueError, match=r"record 1 \(pcp\) has letters X and Y on more"):
+            sim.run(records(WIDE_BATCH[1]))
+        sim.run(nimbrel.reset(QUBITS + 2), nimbrel.ppr(30, range(QUBITS), []))
+        sim.run(FIRST)
         with pytest.raises(ValueError, match="lies outside the register"):
             sim.probabilities(QUBITS)
     with nimbrel.mpi.Simulator() as sim:
