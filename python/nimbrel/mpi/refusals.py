@@ -25,7 +25,7 @@ from nimbrel.record_names import record_name
 from nimbrel.record_rules import JUMP_FAMILY_BYTE
 from nimbrel.register_trace import Words
 
-__all__ = ["Before", "check_records"]
+__all__ = ["Before", "check_letters", "check_records"]
 
 _Indices: TypeAlias = npt.NDArray[np.intp]
 
@@ -77,6 +77,30 @@ def check_records(words: Words, num_ranks: int, before: Before) -> None:
     _check_sizes(words, resets, num_ranks)
     if num_ranks > 1:
         _check_products(words, resets, num_ranks, before)
+
+
+def check_letters(words: Words, before: Before) -> None:
+    """Refuse measured products with a letter Y outside the register.
+
+    The engine drops such a letter but counts it for the product's phase, which is then that of no
+    measurement. `ProgramCheck` refuses all qubits outside the register unless told otherwise.
+
+    Args:
+        words: As for `check_records`.
+        before: As for `check_records`.
+
+    Raises:
+        ValueError: With the index and the name of the record that is refused.
+    """
+    both = words[:, TARGETS] & words[:, CONTROLS]
+    measured = (words[:, 0] == Opcode.PPM) & (both != 0)
+    if not measured.any():
+        return
+    jumps = before.may_skip or bool((words[:, 0] == Opcode.JUMP_FWD).any())
+    resets = np.flatnonzero(words[:, 0] == Opcode.RESET)
+    sizes = _local_qubits(words, resets, 1, before.num_qubits, jumps=jumps)
+    inside = np.array([(1 << min(size, WORD_BITS)) - 1 for size in sizes.tolist()], dtype=np.uint64)
+    _refuse(words, measured & (both & ~inside != 0), "has a letter Y outside the register")
 
 
 def _refuse(words: Words, which: Bools, reason: str) -> None:

@@ -21,7 +21,7 @@ from nimbrel.mpi.flags import ReadFlags
 from nimbrel.mpi.leaving import at_exit, leave, leave_by, or_end_all
 from nimbrel.mpi.measuring import Measuring
 from nimbrel.mpi.program_run import ProgramRun
-from nimbrel.mpi.refusals import check_records
+from nimbrel.mpi.refusals import check_letters, check_records
 from nimbrel.mpi.register import Register
 from nimbrel.program_check import ProgramCheck
 from nimbrel.records import RecordArray, program
@@ -57,7 +57,7 @@ class Simulator:
             and its outcomes and amplitudes are bit for bit those of one process with one block. A
             sum over a larger one may differ in its last bits, unless there is one rank.
         check_qubits: Whether `run` refuses qubits outside the register. Without this check they
-            are dropped.
+            are dropped, but for a letter Y of a measured product, which is refused.
 
     Raises:
         ValueError: If the number of ranks is no power of two, or if they have different arguments.
@@ -177,6 +177,7 @@ class Simulator:
         try:
             check_records(words, comm.size, self._run.before)
             entry, after = self._check.begin(records)
+            check_letters(words, self._run.before)
         except (ValueError, RuntimeError) as error:
             raise mark(error) from None
         try:

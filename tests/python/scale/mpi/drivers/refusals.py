@@ -63,6 +63,10 @@ def main() -> None:
         with pytest.raises(ValueError, match="one-dimensional arrays"):
             sim.run(np.zeros((1, 1), dtype=QPU_OP))
         sim.run()
+    with nimbrel.mpi.Simulator(check_qubits=False) as sim:
+        sim.run(FIRST)
+        with pytest.raises(ValueError, match=r"record 1 \(ppm\) has a letter Y outside"):
+            sim.run(records(tagged(opcodes.PPM, 0b1000, 0b1001)))
     with pytest.raises(ValueError, match="closed"):
         sim.run(FIRST)
     if MPI.COMM_WORLD.rank == 0:
