@@ -225,7 +225,7 @@ hooks: $(DEV_TOOLS)
 wheels: $(RELEASE_TOOLS)
 	$(VENV_PYTHON) -m cibuildwheel --platform linux --archs auto64 --output-dir dist
 
-# One wheel for this interpreter with the symbols of an old C library, where no image is at hand.
+# One wheel for this interpreter, where no image is at hand.
 wheel-manylinux: $(RELEASE_TOOLS)
 	tools/manylinux_wheel.sh $(VENV_PYTHON) dist
 

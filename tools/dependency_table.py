@@ -67,7 +67,6 @@ LICENCES: Final = {
     "stim": "Apache-2.0",
     "sybil": "MIT",
     "tqdm": "MPL-2.0 AND MIT",
-    "ziglang": "MIT",
 }
 
 INTRODUCTION: Final = """\
