@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,7 +15,6 @@
 #include <cstring>
 #include <stdexcept>
 #include <tuple>
-#include <utility>
 
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
@@ -48,23 +46,6 @@ bool find_service(const std::string& host, int port, sockaddr_in& address) {
 
 bool is_port(int port) { return port >= 0 && port <= 0xFFFF; }
 
-/// Waits for the connection that the system makes after a signal has interrupted `connect`.
-bool is_connected_in_the_end(int sock) {
-    pollfd wait{.fd = sock, .events = POLLOUT, .revents = 0};
-    while (::poll(&wait, 1, -1) < 0) {
-        if (errno != EINTR) return false;
-    }
-    int error = 0;
-    socklen_t size = sizeof(error);
-    return ::getsockopt(sock, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
-}
-
-bool connect_in_full(int sock, const sockaddr_in& address) {
-    const int result =
-        ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    return result == 0 || (errno == EINTR && is_connected_in_the_end(sock));
-}
-
 unsigned long count_fetch_requests(const QPUOp* ops, unsigned long num_ops) {
     return static_cast<unsigned long>(std::count_if(
         ops, ops + num_ops, [](const QPUOp& op) { return op.opcode == OP_FETCH_REQUEST; }));
@@ -86,12 +67,13 @@ void OpFilter_Connect::connect(const std::string& host, int service_port, double
                                std::string& result) {
     timeout = wait_limit;
     // A copy: `host` may refer to `peer_name`, which closing the connection changes.
-    std::string wanted = host;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const std::string wanted = host;
     close_connection();
     if (open_connection(wanted, service_port)) {
         ::fcntl(sock, F_SETFL, O_NONBLOCK);
         std::puts("Connected ok.");
-        peer_name = std::move(wanted);
+        peer_name = wanted;
         port = service_port;
         return;
     }
@@ -111,7 +93,9 @@ bool OpFilter_Connect::open_connection(const std::string& host, int service_port
         return false;
     }
     // A number outside the range of ports would be truncated to another port.
-    if (!is_port(service_port) || !connect_in_full(sock, address)) {
+    // A connection that a signal interrupts counts as failed, so that Ctrl-C ends a long wait.
+    if (!is_port(service_port) ||
+        ::connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
         std::fputs("ERROR connecting\n", stderr);
         return false;
     }
