@@ -15,6 +15,7 @@
 #include <cstring>
 #include <stdexcept>
 #include <tuple>
+#include <utility>
 
 #include "filter/opcodes.h"
 #include "remote/connection_status.h"
@@ -67,13 +68,13 @@ void OpFilter_Connect::connect(const std::string& host, int service_port, double
                                std::string& result) {
     timeout = wait_limit;
     // A copy: `host` may refer to `peer_name`, which closing the connection changes.
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
-    const std::string wanted = host;
+    std::string wanted = host;
     close_connection();
     if (open_connection(wanted, service_port)) {
         ::fcntl(sock, F_SETFL, O_NONBLOCK);
         std::puts("Connected ok.");
-        peer_name = wanted;
+        // A move needs no memory, so an open connection always has its name.
+        peer_name = std::move(wanted);
         port = service_port;
         return;
     }
