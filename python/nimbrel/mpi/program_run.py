@@ -6,6 +6,7 @@ from typing import Final
 
 import numpy as np
 
+from nimbrel.batch_positions import truncated
 from nimbrel.mpi.agreement import mark
 from nimbrel.mpi.control_flow import running
 from nimbrel.mpi.flags import ReadFlags
@@ -141,5 +142,4 @@ class ProgramRun:
         x_mask, z_mask = int(row[TARGETS]) & everything, int(row[CONTROLS]) & everything
         outcome = self._measuring.measure_product(x_mask, z_mask, ahead)
         sign = float(row[ANGLE : ANGLE + 1].view(np.float64)[0])
-        inverts = -2 < sign <= -1  # the engine truncates the sign to an integer
-        self._flags.store(flag, [outcome ^ inverts])
+        self._flags.store(flag, [outcome ^ (truncated(sign) == -1)])
