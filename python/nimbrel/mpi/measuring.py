@@ -184,10 +184,8 @@ class Measuring:
 
     def _part_product(self, x_mask: int, z_mask: int) -> PartProduct:
         placement = self._register.placement
-        masks = np.array([x_mask, z_mask], dtype=np.uint64)
-        x_local, z_local = placement.maps()[0](masks).tolist()
         minus = (placement.number_bits(z_mask) & self._register.number).bit_count() % 2 == 1
-        return PartProduct(x_local, z_local, minus)
+        return PartProduct(placement.index_bits(x_mask), placement.index_bits(z_mask), minus)
 
     def sample(self, shots: int, seed: int) -> npt.NDArray[np.int64]:
         """Draw terms without a measurement.

@@ -28,11 +28,13 @@ class Expansion(NamedTuple):
         records: The number of records that they stand for.
         error: The engine's error at the next record, if it fails: two products of a batch do not
             commute, or some are missing.
+        had_batches: Whether the gates depend on batches, which may have begun in earlier programs.
     """
 
     gates: Words
     records: int
     error: RuntimeError | None
+    had_batches: bool = True
 
 
 class PauliBatch:
@@ -59,7 +61,7 @@ class PauliBatch:
         """
         indices = np.flatnonzero(words[:, 0] == Opcode.PCP)
         if not len(indices):
-            return Expansion(words, len(words), None)
+            return Expansion(words, len(words), None, had_batches=False)
         made, start = [], 0
         for index in indices.tolist():
             made.append(words[start:index])

@@ -172,8 +172,8 @@ class Simulator:
         except ValueError as error:
             agree(comm, f"run: {error}", b"")
             raise mark(error) from None
-        agree(comm, "run", records.view(np.uint8).data)
-        words = as_words(records)
+        name = agree(comm, "run", records.view(np.uint8).data)
+        words = as_words(np.asarray(records))
         try:
             check_records(words, comm.size, self._run.before)
             entry, after = self._check.begin(records)
@@ -181,7 +181,7 @@ class Simulator:
         except (ValueError, RuntimeError) as error:
             raise mark(error) from None
         try:
-            self._run(words)
+            self._run(words, name)
             self._check.ran(entry, after)
         except BaseException:
             self._check.failed(records)
