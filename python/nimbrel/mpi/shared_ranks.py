@@ -6,6 +6,7 @@ that use two simulators in different order would wait for each other for ever.
 
 from __future__ import annotations
 
+from functools import cache
 from typing import Any
 
 from mpi4py import MPI
@@ -56,13 +57,15 @@ def _abandon(_comm: MPI.Comm, _keyval: int, shared: Any) -> None:
     shared.abandon()
 
 
-_keyval = MPI.Comm.Create_keyval(delete_fn=_abandon)
+@cache
+def _keyval() -> int:
+    return MPI.Comm.Create_keyval(delete_fn=_abandon)  # needs MPI, which an import need not start
 
 
 def shared_ranks(comm: MPI.Comm) -> SharedRanks:
     """The private communicator of a communicator; all ranks ask for it together the first time."""
-    shared = comm.Get_attr(_keyval)
+    shared = comm.Get_attr(_keyval())
     if not isinstance(shared, SharedRanks):
         shared = SharedRanks(comm)
-        comm.Set_attr(_keyval, shared)
+        comm.Set_attr(_keyval(), shared)
     return shared

@@ -253,17 +253,12 @@ class Simulator:
             qubits: The k qubits; bit j of a value is the j-th qubit given.
 
         Returns:
-            Probabilities, shape (2**k,).
+            Probabilities, shape (2**k,). Above `exact_qubits` qubits all come from one pass.
         """
         chosen = self._chosen(qubits)
         self._with_register()
         self._agree("probabilities", str(chosen).encode())
-        mask = _mask(chosen)
-        values = (
-            sum((value >> bit & 1) << qubit for bit, qubit in enumerate(chosen))
-            for value in range(1 << len(chosen))
-        )
-        return np.array([self._measuring.probability(mask, value) for value in values])
+        return self._measuring.probabilities(chosen)
 
     def pauli_probability(self, xs: Qubits, zs: Qubits) -> float:
         """The probability that a Pauli product measures as +1.
