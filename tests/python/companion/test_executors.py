@@ -13,7 +13,7 @@ import numpy as np
 import pytest
 from nimbrel.running.chunk_sizes import ChunkSizes
 
-from support.sweep_points import FEEDING, drawn, turned
+from support.sweep_points import FEEDING, drawn, new_handle, turned
 
 SPAWN = multiprocessing.get_context("spawn")  # newer Pythons warn of forks beside threads
 SHOTS = 1500
@@ -145,6 +145,16 @@ def test_a_large_program_reaches_workers_that_lack_it(pools: dict[str, Executor]
     here = nb.sample(large, 400, filter="StreamQPU", seed=4)
     there = nb.sample(large, 400, filter="StreamQPU", seed=4, executor=pools["two processes"])
     assert here.packed.tolist() == there.packed.tolist()
+
+
+def test_a_worker_makes_its_filter_once_and_keeps_it() -> None:
+    with ProcessPoolExecutor(1, SPAWN) as pool:
+        first = pool.submit(new_handle).result()
+        for _ in range(2):
+            nb.sample(FEEDING, 400, filter="StreamQPU", executor=pool)  # in several chunks
+            nb.expectation(turned(30), MANY_SUMS, filter="StreamQPU", executor=pool)
+            nb.sweep(turned, range(40), observable={"Z": 1}, filter="StreamQPU", executor=pool)
+        assert pool.submit(new_handle).result() == first + 2
 
 
 def test_a_callers_executor_stays_open(pools: dict[str, Executor]) -> None:
