@@ -11,6 +11,7 @@ from typing import Final
 
 import numpy as np
 
+from nimbrel.mpi.opcode_words import RZ, SWAP, X
 from nimbrel.mpi.operations import ANGLE, CONTROLS, PAIR_GATES, TARGETS, Bools, OpcodeSet
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
@@ -34,7 +35,7 @@ def phase_like(words: Words) -> Bools:
     Args:
         words: Records, shape (n, 11).
     """
-    turns: Bools = words[:, 0] == Opcode.RZ
+    turns: Bools = words[:, 0] == RZ
     if not turns.any():
         return turns
     found: Bools = turns.copy()
@@ -61,9 +62,9 @@ def ahead_masks(words: Words) -> Words:
     """
     opcodes = words[:, 0]
     mixes = _PROBABLY_MIXING.among(opcodes)
-    swaps = opcodes == Opcode.SWAP
-    free = (opcodes == Opcode.X) | swaps
-    mixes = (mixes & (opcodes != Opcode.RZ) & ~free) | (free & (words[:, CONTROLS] != 0))
+    swaps = opcodes == SWAP
+    free = (opcodes == X) | swaps
+    mixes = (mixes & (opcodes != RZ) & ~free) | (free & (words[:, CONTROLS] != 0))
     masks: Words = np.where(mixes, words[:, TARGETS], np.uint64(0))
     return masks
 

@@ -12,9 +12,9 @@ from typing import NamedTuple
 import numpy as np
 
 from nimbrel.mpi.look_ahead import NEVER, Uses, plain_masks
+from nimbrel.mpi.opcode_words import SWAP, X
 from nimbrel.mpi.operations import CONTROLS, NEGATED, TARGETS
 from nimbrel.mpi.placement import Placement
-from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
 
 __all__ = ["Exchange", "Gates", "choose_exchange", "steps"]
@@ -55,7 +55,7 @@ def steps(words: Words, placement: Placement, ahead: Words) -> Iterator[Gates | 
         return
     masks = plain_masks(words)
     uses = Uses(np.concatenate((masks, ahead)), placement.num_qubits)
-    swaps = iter([*np.flatnonzero(words[:, 0] == Opcode.SWAP).tolist(), len(words)])
+    swaps = iter([*np.flatnonzero(words[:, 0] == SWAP).tolist(), len(words)])
     start, next_swap, next_uses = 0, next(swaps), uses.behind(0)
     while start < len(words):
         stop = min(next_swap, *(next_uses[qubit] for qubit in placement.global_qubits()))
@@ -80,11 +80,11 @@ def _renumber(row: Words, placement: Placement) -> bool:
     opcode, targets, controls, negated = (
         int(row[word]) for word in (0, TARGETS, CONTROLS, NEGATED)
     )
-    if opcode == Opcode.SWAP:
+    if opcode == SWAP:
         placement.exchange((targets & -targets).bit_length() - 1, targets.bit_length() - 1)
         return True
     global_mask = placement.global_mask
-    if opcode != Opcode.X or controls & ~global_mask:
+    if opcode != X or controls & ~global_mask:
         return False
     placement.flip(targets, controls, negated)
     return True

@@ -14,6 +14,7 @@ from typing import Final, NamedTuple, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
+from nimbrel.mpi.opcode_words import PHASE, PPR, RZ
 from nimbrel.mpi.operations import (
     ANGLE,
     CONTROLS,
@@ -24,7 +25,6 @@ from nimbrel.mpi.operations import (
     Bools,
 )
 from nimbrel.mpi.word_bits import ZERO, BitMaps, odd_parity
-from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
 
 __all__ = ["Stretch", "records_of_rank"]
@@ -61,10 +61,10 @@ def records_of_rank(stretches: Sequence[Stretch], num_local: int) -> list[Words]
     """
     words = np.concatenate([stretch.words for stretch in stretches])
     origins = np.repeat(np.arange(len(stretches)), [len(stretch.words) for stretch in stretches])
-    rotations = words[:, 0] == Opcode.PPR
+    rotations = words[:, 0] == PPR
     placed = _Placed(words, rotations, stretches, origins, num_local)
     number = np.array([stretch.number for stretch in stretches], dtype=np.uint64)[origins]
-    turns = (words[:, 0] == Opcode.RZ) & (placed.local[_TARGETS] == 0)
+    turns = (words[:, 0] == RZ) & (placed.local[_TARGETS] == 0)
     if turns.any():
         _turns_as_phases(words, turns, placed.number[_TARGETS] & number != 0)
     if rotations.any():
@@ -120,7 +120,7 @@ class _Placed:
 def _turns_as_phases(words: Words, turns: Bools, are_one: Bools) -> None:
     """Write rotations about Z of qubits in the numbers as phases of the part."""
     half = words[turns, ANGLE].view(np.float64) * _HALF
-    words[turns, 0] = Opcode.PHASE
+    words[turns, 0] = PHASE
     words[turns, ANGLE] = np.where(are_one[turns], half, -half).view(np.uint64)
 
 
@@ -134,7 +134,7 @@ def _with_whole_phases(words: Words, origins: Origins, pivot: np.uint64) -> tupl
     """
     bare = words[:, TARGETS] | words[:, CONTROLS] == 0
     phases = bare & PHASES.among(words[:, 0])
-    rotations = bare & (words[:, 0] == Opcode.PPR)
+    rotations = bare & (words[:, 0] == PPR)
     if not (phases.any() or rotations.any()):
         return words, origins
     sources = np.repeat(np.arange(len(words)), np.where(phases | rotations, 2, 1))
