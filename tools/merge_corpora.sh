@@ -8,7 +8,7 @@ build=$(cd "$2" && pwd)
 cd "$(dirname "$0")/.."
 targets=("${@:3}")
 ((${#targets[@]})) || targets=(dense sparse bit clifford export replies boundary qasm files)
-export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=8:allocator_may_return_null=1
+export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=1:allocator_may_return_null=1
 
 for target in "${targets[@]}"; do
   command=("$build/tests/fuzz/fuzz_$target")
