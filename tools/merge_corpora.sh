@@ -8,11 +8,13 @@ build=$(cd "$2" && pwd)
 cd "$(dirname "$0")/.."
 targets=("${@:3}")
 ((${#targets[@]})) || targets=(dense sparse bit clifford export replies boundary qasm files)
-export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=8:allocator_may_return_null=1
+export ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=1:allocator_may_return_null=1
 
 for target in "${targets[@]}"; do
   command=("$build/tests/fuzz/fuzz_$target")
   case $target in qasm | files) command=("$python" "tests/fuzz/python/fuzz_$target.py") ;; esac
+  # A target that was not fuzzed keeps its packed inputs.
+  "$python" tools/fuzz_corpus.py unpack "$target" "$build/corpus/$target"
   # By edges alone: an input for each number of times that a loop runs is of no use to a replay.
   rm -rf "$build/merged/$target"
   mkdir -p "$build/merged/$target"

@@ -74,7 +74,6 @@ struct TwoAmplitudes {
     static TwoAmplitudes load(const complex_t* from) { return {_mm256_loadu_pd(&from->re)}; }
     void store(complex_t* to) const { _mm256_storeu_pd(&to->re, lanes); }
 
-    static TwoAmplitudes zero() { return {_mm256_setzero_pd()}; }
     static TwoAmplitudes broadcast(double number) { return {_mm256_set1_pd(number)}; }
     /// The same two lanes for every amplitude.
     static TwoAmplitudes broadcast(double lane0, double lane1) {

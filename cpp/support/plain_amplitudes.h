@@ -86,7 +86,6 @@ struct TwoAmplitudes {
         high_half.store(to + 1);
     }
 
-    static TwoAmplitudes zero() { return {OneAmplitude::zero(), OneAmplitude::zero()}; }
     static TwoAmplitudes broadcast(double number) { return broadcast(number, number); }
     static TwoAmplitudes broadcast(double lane0, double lane1) {
         const OneAmplitude both{OneAmplitude::Lanes{lane0, lane1}};

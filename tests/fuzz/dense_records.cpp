@@ -134,7 +134,8 @@ class Run {
         use_wide_kernels(setting_.wide);
         QPU& qpu = *filter_->qpu;
         qpu.gates_wait = setting_.gates_wait;
-        qpu.waits_from_qubits = setting_.gates_wait ? 1 : ~0UL;
+        // A queue of small tiles is made below, so that the first reset need not make one.
+        qpu.waits_from_qubits = setting_.gates_wait && !setting_.small_tiles ? 1 : ~0UL;
         qpu.sim_params["num_block_qubits"] =
             setting_.block_qubits == 0 ? comparison_.qubits : setting_.block_qubits;
         qpu.sim_params["async"] = setting_.threads ? 1 : 0;
@@ -165,6 +166,7 @@ class Run {
             for (unsigned long i = 0; i < qpu.num_blocks; ++i) {
                 qpu.blocks[i]->waiting_gates = qpu.waiting_gates.get();
             }
+            qpu.waits_from_qubits = 1;
         }
     }
 

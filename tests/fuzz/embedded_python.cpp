@@ -37,6 +37,8 @@ void start_interpreter() {
 
 PyObject* engine_module() {
     static PyObject* const module = [] {
+        // NumPy would start threads for its linear algebra, which spin and which no input uses.
+        setenv("OPENBLAS_NUM_THREADS", "1", 1);
         start_interpreter();
         PyObject* imported = PyImport_ImportModule("_lib_nb_sim");
         if (imported == nullptr) stop_at("import of the module");

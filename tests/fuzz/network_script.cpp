@@ -29,25 +29,6 @@ extern "C" ssize_t send(int descriptor, const void* bytes, std::size_t size, int
     return ::syscall(SYS_sendto, descriptor, bytes, size, flags, nullptr, 0);
 }
 
-extern "C" int usleep(useconds_t microseconds) {
-    if (running != nullptr) {
-        running->pause(microseconds);
-        return 0;
-    }
-    const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    return ::nanosleep(&time, nullptr);
-}
-
-// The clocks of the C++ library use it too, although they are in another library.
-extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
-                                                                    timespec* time) noexcept {
-    if (running != nullptr && clock == CLOCK_REALTIME) {
-        *time = running->now();
-        return 0;
-    }
-    return static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
-}
-
 namespace Nimbrel::Fuzzing {
 
 NetworkScript::NetworkScript(std::vector<std::vector<ScriptedRead>> polls, ssize_t send_result)
@@ -55,9 +36,13 @@ NetworkScript::NetworkScript(std::vector<std::vector<ScriptedRead>> polls, ssize
     // Near the clock of the process, by which the fuzzer tells that an input takes too long.
     ::clock_gettime(CLOCK_REALTIME, &now_);
     running = this;
+    Testing::replace_time(this);
 }
 
-NetworkScript::~NetworkScript() { running = nullptr; }
+NetworkScript::~NetworkScript() {
+    Testing::replace_time(nullptr);
+    running = nullptr;
+}
 
 ssize_t NetworkScript::read(void* buffer, std::size_t size) {
     if (poll_ >= polls_.size() || next_read_ >= polls_[poll_].size()) {

@@ -7,6 +7,8 @@
 
 #include <sys/types.h>
 
+#include "scripted_time.h"
+
 namespace Nimbrel::Fuzzing {
 
 /// What one read finds: bytes, an error number, or the end of the stream if there is neither.
@@ -16,7 +18,7 @@ struct ScriptedRead {
 };
 
 /// While one exists, it takes the place of the socket `descriptor` and of the clock.
-class NetworkScript {
+class NetworkScript final : public Testing::ScriptedTime {
   public:
     static constexpr int descriptor = 1 << 20;  ///< of no open file
 
@@ -28,8 +30,8 @@ class NetworkScript {
 
     ssize_t read(void* buffer, std::size_t size);
     ssize_t send(const void* bytes, std::size_t size);
-    void pause(useconds_t microseconds);
-    timespec now() const;
+    void pause(useconds_t microseconds) override;
+    timespec now() const override;
 
     std::string delivered;  ///< all bytes that were read
     std::string sent;

@@ -32,6 +32,7 @@ class Observation {
             std::isnan(number) ? std::numeric_limits<double>::quiet_NaN() : number));
     }
     void add_amplitudes(std::span<const complex_t> amplitudes) {
+        words_.reserve(words_.size() + 2 * amplitudes.size());
         for (const complex_t& amplitude : amplitudes) {
             add_number(amplitude.re);
             add_number(amplitude.im);

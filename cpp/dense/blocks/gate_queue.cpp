@@ -114,8 +114,9 @@ GateQueue::GateQueue(const CoreBlockStore& store, BlockTeam* team, unsigned long
       num_threads_(num_threads),
       most_gates_(gates_of_a_tenth_second(num_qubits)),
       tile_qubits_(choose_tile_qubits(num_threads)),
+      tile_size_(1UL << std::clamp(num_qubits, row_qubits, tile_qubits_)),
       pass_(most_gates_, tile_qubits_),
-      scratch_(allocate_scratch(num_threads << tile_qubits_)) {
+      scratch_(allocate_scratch(num_threads * tile_size_)) {
     gates_.reserve(most_gates_);
 }
 
@@ -143,7 +144,7 @@ void GateQueue::act() {
                 share(alone, 1);
             }
         } else {
-            SharedPass pass(pass_, scratch_.get(), 1UL << tile_qubits_, num_threads_);
+            SharedPass pass(pass_, scratch_.get(), tile_size_, num_threads_);
             share(pass, count);
         }
         rest = rest.subspan(count);

@@ -1,9 +1,10 @@
-/// A dense filter, records for it, and a state without zeros or equal amplitudes.
+/// A dense filter, and a state without zeros or equal amplitudes.
 #pragma once
 
 #include "core_register/state_support.h"
 #include "dense/dense_filter.h"
 #include "filter/opcodes.h"
+#include "record.h"
 
 namespace Nimbrel::Testing {
 
@@ -15,28 +16,6 @@ inline State uneven_state(unsigned long terms) {
         state[i] = {0.3 - 0.05 * number, 0.02 * number * number - 0.4};
     }
     return state;
-}
-
-/// The words of a record that the dense filter reads.
-struct Words {
-    unsigned long target_mask = 0;
-    unsigned long cond_mask = 0;
-    double angle = 0.0;
-    long cond_flag = 0;
-    long read_flag = 0;
-    unsigned long cond_neg_mask = 0;
-};
-
-inline QPUOp record(unsigned long opcode, const Words& words = {}) {
-    QPUOp op{};
-    op.opcode = opcode;
-    op.target_mask = words.target_mask;
-    op.cond_mask = words.cond_mask;
-    op.angle = words.angle;
-    op.cond_flag = words.cond_flag;
-    op.read_flag = words.read_flag;
-    op.cond_neg_mask = words.cond_neg_mask;
-    return op;
 }
 
 class DenseFilter : public testing::Test {

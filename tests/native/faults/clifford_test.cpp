@@ -24,41 +24,32 @@ std::string clifford_state(OpFilter& filter) {
 
 std::vector<Step> program(unsigned long qubits) {
     return {
-        record_step("reset", {.opcode = OP_RESET, .target_mask = qubits}),
-        record_step("hadamard", {.opcode = OP_H, .target_mask = 3}),
-        record_step("s", {.opcode = OP_S, .target_mask = 5, .target_offset = 1}),
-        record_step("extension", {.opcode = OP_EXTEND,
-                                  .target_mask = 5,
-                                  .cond_mask = 2,
-                                  .target_offset = 8,
-                                  .cond_offset = 16}),
-        record_step("extended cnot", {.opcode = OP_X, .target_mask = 1}),
-        record_step("swap", {.opcode = OP_SWAP, .target_mask = 17}),
-        record_step("product rotation",
-                    {.opcode = OP_PPR, .target_mask = 5, .cond_mask = 12, .angle = 45.0}),
-        record_step("open event", {.opcode = OP_OPEN_EVENT, .angle = 7.0}),
-        record_step("write of a random qubit",
-                    {.opcode = OP_WRITE, .target_mask = 1, .target_offset = 4}),
-        record_step("read",
-                    {.opcode = OP_READ, .target_mask = 1, .read_flag = 500, .target_offset = 20}),
-        record_step("read of many",
-                    {.opcode = OP_READ, .target_mask = 15, .read_flag = 1022, .target_offset = 20}),
-        record_step("product measurement",
-                    {.opcode = OP_PPM, .cond_mask = 1UL << 25, .angle = 1.0, .read_flag = 5000}),
-        record_step("write", {.opcode = OP_WRITE,
-                              .target_mask = 7,
-                              .cond_mask = 5,
-                              .read_flag = 9000,
-                              .target_offset = 20}),
+        record_step("reset", OP_RESET, {.target_mask = qubits}),
+        record_step("hadamard", OP_H, {.target_mask = 3}),
+        record_step("s", OP_S, {.target_mask = 5, .target_offset = 1}),
+        record_step("extension", OP_EXTEND,
+                    {.target_mask = 5, .cond_mask = 2, .target_offset = 8, .cond_offset = 16}),
+        record_step("extended cnot", OP_X, {.target_mask = 1}),
+        record_step("swap", OP_SWAP, {.target_mask = 17}),
+        record_step("product rotation", OP_PPR, {.target_mask = 5, .cond_mask = 12, .angle = 45.0}),
+        record_step("open event", OP_OPEN_EVENT, {.angle = 7.0}),
+        record_step("write of a random qubit", OP_WRITE, {.target_mask = 1, .target_offset = 4}),
+        record_step("read", OP_READ, {.target_mask = 1, .read_flag = 500, .target_offset = 20}),
+        record_step("read of many", OP_READ,
+                    {.target_mask = 15, .read_flag = 1022, .target_offset = 20}),
+        record_step("product measurement", OP_PPM,
+                    {.cond_mask = 1UL << 25, .angle = 1.0, .read_flag = 5000}),
+        record_step("write", OP_WRITE,
+                    {.target_mask = 7, .cond_mask = 5, .read_flag = 9000, .target_offset = 20}),
         {"probability", [](OpFilter& filter) { filter.peek_read_probability(1, 1, 0.0); }},
         {"postselection", [](OpFilter& filter) { filter.postselect(0, 2); }},
-        record_step("erased qubit", {.opcode = OP_X, .target_mask = 4, .cond_mask = 4}),
-        record_step("hadamard on rows", {.opcode = OP_H, .target_mask = 2}),
-        record_step("cnot on rows", {.opcode = OP_X, .target_mask = 1, .cond_mask = 2}),
+        record_step("erased qubit", OP_X, {.target_mask = 4, .cond_mask = 4}),
+        record_step("hadamard on rows", OP_H, {.target_mask = 2}),
+        record_step("cnot on rows", OP_X, {.target_mask = 1, .cond_mask = 2}),
         {"probability on rows", [](OpFilter& filter) { filter.peek_read_probability(1, 2, 0.0); }},
-        record_step("same size", {.opcode = OP_RESET, .target_mask = qubits}),
-        record_step("another hadamard", {.opcode = OP_H, .target_mask = 3}),
-        record_step("larger", {.opcode = OP_RESET, .target_mask = qubits + 20}),
+        record_step("same size", OP_RESET, {.target_mask = qubits}),
+        record_step("another hadamard", OP_H, {.target_mask = 3}),
+        record_step("larger", OP_RESET, {.target_mask = qubits + 20}),
     };
 }
 
@@ -67,7 +58,7 @@ Scenario scenario(unsigned long qubits) {
             .seen = clifford_state,
             .other_reset =
                 [](OpFilter& filter) {
-                    const QPUOp reset = record({.opcode = OP_RESET, .target_mask = 3});
+                    const QPUOp reset = record(OP_RESET, {.target_mask = 3});
                     filter.put_instructions(&reset, 1);
                 },
             .steps = program(qubits)};
@@ -87,7 +78,7 @@ TEST(CliffordFaults, MemoryOfALargeTableauThatRunsOut) {
         }
         return common_state(filter);
     };
-    large.steps.push_back(record_step("larger", {.opcode = OP_RESET, .target_mask = 2200}));
+    large.steps.push_back(record_step("larger", OP_RESET, {.target_mask = 2200}));
     expect_to_survive_every_failed_allocation(large);
 }
 

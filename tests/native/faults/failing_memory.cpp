@@ -7,7 +7,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <new>
+
+#include "replaced_new.h"
 
 namespace {
 
@@ -34,10 +35,6 @@ bool must_fail() {
 void* counted(void* memory) {
     if (memory != nullptr) ++alive;
     return memory;
-}
-
-void* allocate(std::size_t bytes) {
-    return must_fail() ? nullptr : counted(std::malloc(bytes != 0 ? bytes : 1));
 }
 
 }  // namespace
@@ -86,23 +83,11 @@ int __wrap_munmap(void* address, std::size_t bytes) {
 // NOLINTEND(bugprone-reserved-identifier)
 }
 
-// Not inlined: where GCC inlines only one of new and delete, it warns of a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t bytes) {
-    if (void* memory = allocate(bytes)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
-    return allocate(bytes);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*bytes*/) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
-}
-
 namespace Nimbrel::Testing {
+
+void* allocate_for_new(std::size_t bytes) {
+    return must_fail() ? nullptr : counted(std::malloc(bytes != 0 ? bytes : 1));
+}
 
 FailingMemory::FailingMemory(long first, Shortage shortage) {
     failed.store(false);

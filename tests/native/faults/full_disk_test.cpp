@@ -24,7 +24,7 @@ std::string status_of(OpFilter& filter) {
 }
 
 void put_records(OpFilter& filter, int count) {
-    const QPUOp op = record({.opcode = OP_X, .target_mask = 1});
+    const QPUOp op = record(OP_X, {.target_mask = 1});
     for (int i = 0; i < count; ++i) filter.put_instructions(&op, 1);
 }
 

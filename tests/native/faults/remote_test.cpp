@@ -38,7 +38,7 @@ TEST(ExportFaults, MemoryThatRunsOut) {
         },
         .seen = status_of,
         .other_reset = {},
-        .steps = {record_step("x", {.opcode = OP_X, .target_mask = 1}),
+        .steps = {record_step("x", OP_X, {.target_mask = 1}),
                   {"status",
                    [](OpFilter& filter) {
                        std::string status;
@@ -97,8 +97,8 @@ TEST(ConnectFaults, MemoryThatRunsOut) {
                        filter.connect("0177.0000.0000.0001", listener.port(), 0.0, result);
                        EXPECT_EQ(result, "");
                    }},
-                  record_step("x", {.opcode = OP_X, .target_mask = 1}),
-                  record_step("fetch without a wait", {.opcode = OP_FETCH_REQUEST}),
+                  record_step("x", OP_X, {.target_mask = 1}),
+                  record_step("fetch without a wait", OP_FETCH_REQUEST),
                   {"status", [](OpFilter& filter) { status_of(filter); }}},
     };
     expect_to_survive_every_failed_allocation(scenario);

@@ -202,24 +202,9 @@ std::string text_of(const std::vector<complex_t>& amplitudes) {
     return out.str();
 }
 
-QPUOp record(const Words& words) {
-    QPUOp op{};
-    op.opcode = words.opcode;
-    op.target_mask = words.target_mask;
-    op.cond_mask = words.cond_mask;
-    op.angle = words.angle;
-    op.cond_flag = words.cond_flag;
-    op.read_flag = words.read_flag;
-    op.cond_neg_mask = words.cond_neg_mask;
-    op.target_offset = words.target_offset;
-    op.cond_offset = words.cond_offset;
-    return op;
-}
-
-Step record_step(const std::string& name, const Words& words) {
-    const QPUOp op = record(words);
-    return {name, [op](OpFilter& filter) { filter.put_instructions(&op, 1); },
-            words.opcode == OP_RESET};
+Step record_step(const std::string& name, unsigned long opcode, const Words& words) {
+    const QPUOp op = record(opcode, words);
+    return {name, [op](OpFilter& filter) { filter.put_instructions(&op, 1); }, opcode == OP_RESET};
 }
 
 }  // namespace Nimbrel::Testing

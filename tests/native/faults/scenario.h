@@ -10,6 +10,7 @@
 #include "core_register/core_register.h"
 #include "filter/op_filter.h"
 #include "filter/opcodes.h"
+#include "record.h"
 
 namespace Nimbrel::Testing {
 
@@ -53,21 +54,7 @@ void write_values(std::ostream& out, const Values& values) {
 /// Amplitudes with all their bits.
 std::string text_of(const std::vector<complex_t>& amplitudes);
 
-/// The words of a record that filters read.
-struct Words {
-    unsigned long opcode = 0;
-    unsigned long target_mask = 0;
-    unsigned long cond_mask = 0;
-    double angle = 0.0;
-    long cond_flag = 0;
-    long read_flag = 0;
-    unsigned long cond_neg_mask = 0;
-    unsigned long target_offset = 0;
-    unsigned long cond_offset = 0;
-};
-QPUOp record(const Words& words);
-
 /// A step of one record.
-Step record_step(const std::string& name, const Words& words);
+Step record_step(const std::string& name, unsigned long opcode, const Words& words = {});
 
 }  // namespace Nimbrel::Testing

@@ -8,20 +8,15 @@
 #include "core_register/core_register.h"
 #include "filter/op_filter.h"
 #include "filter/shared_records.h"
+#include "record.h"
 
 namespace {
 
 using namespace Nimbrel;
-
-QPUOp record(unsigned long opcode, unsigned long target_mask = 0) {
-    QPUOp op{};
-    op.opcode = opcode;
-    op.target_mask = target_mask;
-    return op;
-}
+using Testing::record;
 
 TEST(RecordLoop, AFilterWithoutARegisterTakesEveryJump) {
-    QPUOp jump = record(OP_JUMP_FWD, 5);
+    QPUOp jump = record(OP_JUMP_FWD, {.target_mask = 5});
     jump.cond_flag = -1;  // fails with any register
     unsigned long open_label = 0;
     handle_jump_record(jump, nullptr, open_label);
@@ -35,9 +30,11 @@ TEST(RecordLoop, AFilterWithoutARegisterTakesEveryJump) {
 
 TEST(RecordLoop, DispatchesInOrderAndSkipsOnlyWhatAJumpSkips) {
     const QPU qpu(0, nullptr);
-    const std::vector<QPUOp> ops{record(OP_X, 1),     record(OP_JUMP_FWD, 9), record(OP_X, 2),
-                                 record(OP_LABEL, 8), record(OP_X, 3),        record(OP_LABEL, 9),
-                                 record(OP_X, 4)};
+    const std::vector<QPUOp> ops{
+        record(OP_X, {.target_mask = 1}), record(OP_JUMP_FWD, {.target_mask = 9}),
+        record(OP_X, {.target_mask = 2}), record(OP_LABEL, {.target_mask = 8}),
+        record(OP_X, {.target_mask = 3}), record(OP_LABEL, {.target_mask = 9}),
+        record(OP_X, {.target_mask = 4})};
     std::vector<unsigned long> seen;
     unsigned long open_label = 0;
     run_records(ops.data(), ops.size(), &qpu, open_label,

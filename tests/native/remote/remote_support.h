@@ -15,6 +15,7 @@
 
 #include "core_register/core_register.h"
 #include "filter/opcodes.h"
+#include "record.h"
 #include "remote/connect_filter.h"
 
 namespace Nimbrel::Testing {
@@ -22,12 +23,6 @@ namespace Nimbrel::Testing {
 inline constexpr const char* timed_out_line =
     "Error: Timeout waiting to fetch measurement results. Measurement results are not valid.\n";
 inline constexpr const char* lost_line = " ...connection lost.\n";
-
-inline QPUOp record(unsigned long opcode) {
-    QPUOp op{};
-    op.opcode = opcode;
-    return op;
-}
 
 /// All bits of the value are valid.
 inline QPUOp reply(long first, unsigned long count, unsigned long value) {

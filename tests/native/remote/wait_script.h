@@ -2,11 +2,12 @@
 #pragma once
 
 #include <cstddef>
-#include <ctime>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
+
+#include "scripted_time.h"
 
 namespace Nimbrel::Testing {
 
@@ -18,7 +19,7 @@ struct ReadAnswer {
 
 /// While one exists, it replaces `read` and `usleep` of this program, and the clock advances only
 /// in pauses. One at a time, on one thread.
-class WaitScript {
+class WaitScript final : public ScriptedTime {
   public:
     /// One list for each poll. A read past the end of its poll's list finds no data.
     explicit WaitScript(std::vector<std::vector<ReadAnswer>> polls);
@@ -27,8 +28,8 @@ class WaitScript {
     WaitScript& operator=(const WaitScript&) = delete;
 
     ssize_t read(int descriptor, void* buffer, std::size_t size);
-    void pause(useconds_t microseconds);
-    timespec now() const;
+    void pause(useconds_t microseconds) override;
+    timespec now() const override;
 
     std::vector<std::size_t> reads_of_polls{0};  ///< number of reads of each poll
     std::vector<int> descriptors;                ///< the descriptor of each read

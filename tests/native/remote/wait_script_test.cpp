@@ -25,33 +25,18 @@ extern "C" ssize_t read(int descriptor, void* buffer, size_t size) {
     return ::syscall(SYS_read, descriptor, buffer, size);
 }
 
-extern "C" int usleep(useconds_t microseconds) {
-    if (running != nullptr) {
-        running->pause(microseconds);
-        return 0;
-    }
-    const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    return ::nanosleep(&time, nullptr);
-}
-
-// The clocks of the C++ library use it too, although they are in another library.
-extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock,
-                                                                    timespec* time) noexcept {
-    if (running != nullptr && clock == CLOCK_REALTIME) {
-        *time = running->now();
-        return 0;
-    }
-    return static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
-}
-
 namespace Nimbrel::Testing {
 
 WaitScript::WaitScript(std::vector<std::vector<ReadAnswer>> polls) : polls_(std::move(polls)) {
     ::clock_gettime(CLOCK_REALTIME, &start_);
     running = this;
+    replace_time(this);
 }
 
-WaitScript::~WaitScript() { running = nullptr; }
+WaitScript::~WaitScript() {
+    replace_time(nullptr);
+    running = nullptr;
+}
 
 ssize_t WaitScript::read(int descriptor, void* buffer, std::size_t size) {
     descriptors.push_back(descriptor);

@@ -1,10 +1,11 @@
-// Allocations that fail inside a gate. The operators below replace `new` in this program, so that a
-// test can make large allocations fail.
+// Allocations that fail inside a gate: `new` of this program refuses large ones while a test wants
+// it.
 #include <cstdlib>
 #include <limits>
 #include <map>
 #include <new>
 
+#include "replaced_new.h"
 #include "sparse/sparse_support.h"
 
 namespace {
@@ -20,26 +21,10 @@ class Shortage {
     Shortage& operator=(const Shortage&) = delete;
 };
 
-void* allocate(std::size_t bytes) {
-    return bytes >= refused_from ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
-}
-
 }  // namespace
 
-// Not inlined: where GCC inlines only one of new and delete, it warns of a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t bytes) {
-    if (void* memory = allocate(bytes)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
-    return allocate(bytes);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*bytes*/) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(memory);
+void* Nimbrel::Testing::allocate_for_new(std::size_t bytes) {
+    return bytes >= refused_from ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
 }
 
 namespace {
