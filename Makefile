@@ -9,6 +9,8 @@ export CTEST_PARALLEL_LEVEL ?= $(CMAKE_BUILD_PARALLEL_LEVEL)
 VENV := .venv
 VENV_PYTHON := $(CURDIR)/$(VENV)/bin/python
 PIP := $(VENV_PYTHON) -m pip --quiet --disable-pip-version-check
+# Of the tools' modules few are ever imported: compiling them all takes as long as the rest of the installation.
+INSTALL_TOOLS := $(PIP) install --no-compile
 # The environment's cmake and ninja, so that every build uses the pinned ones.
 CMAKE := PATH="$(CURDIR)/$(VENV)/bin:$$PATH" cmake
 PYTEST = $(VENV_PYTHON) -m pytest -q --numprocesses $(CTEST_PARALLEL_LEVEL) --dist loadfile
@@ -288,33 +290,33 @@ $(INSTALLED): $(WHEEL)
 	@touch $@
 
 $(TEST_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[test,native]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[test,native]"
 	@touch $@
 
 $(DEV_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[dev]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[dev]"
 	@touch $@
 
 $(FRAMEWORKS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[test-frameworks,docs]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[test-frameworks,docs]"
 	@touch $@
 
 $(SCALE_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[test-scale]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[test-scale]"
 	@touch $@
 
 $(DOC_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[docs]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[docs]"
 	@touch $@
 
 $(RELEASE_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[release]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[release]"
 	@touch $@
 
 $(FUZZ_TOOLS): pyproject.toml | $(INSTALLED)
-	$(PIP) install "$$(echo build/wheel/*.whl)[native,fuzz]"
+	$(INSTALL_TOOLS) "$$(echo build/wheel/*.whl)[native,fuzz]"
 	@touch $@
 
 $(BENCH_PEERS): pyproject.toml | $(INSTALLED)
-	$(PIP) install --only-binary :all: "$$(echo build/wheel/*.whl)[bench]"
+	$(INSTALL_TOOLS) --only-binary :all: "$$(echo build/wheel/*.whl)[bench]"
 	@touch $@

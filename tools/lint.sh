@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # lint.sh PYTHON [short]: every check that needs no test run, with the tools of that Python's environment.
-# Runs them all and fails at the end if one did, so that one run shows all there is to mend. The short
-# form leaves out Clang's static analyzer, which takes a third of the time.
+# Runs them all at once, since most use one processor, and fails at the end if one did, so that one run
+# shows all there is to mend. The short form leaves out Clang's static analyzer, which takes a third of
+# the time.
 set -euo pipefail
 
 tidy_options=()
@@ -12,11 +13,28 @@ cd "$(dirname "$0")/.."
 export PATH="$tools:$PATH"
 
 jobs=${CMAKE_BUILD_PARALLEL_LEVEL:-2}
-failed=()
+logs=$(mktemp -d)
+trap 'rm -rf "$logs"' EXIT
+names=()
+pids=()
 
+# check NAME COMMAND...: starts a check. `finish` prints what it wrote.
 check() {
-  echo "== $1"
-  "${@:2}" || failed+=("$1")
+  names+=("$1")
+  "${@:2}" >"$logs/${#pids[@]}" 2>&1 &
+  pids+=($!)
+}
+
+finish() {
+  local i failed=()
+  for i in "${!pids[@]}"; do
+    wait "${pids[i]}" || failed+=("${names[i]}")
+    echo "== ${names[i]}"
+    cat "$logs/$i"
+  done
+  ((${#failed[@]} == 0)) && return
+  printf 'error: failed: %s\n' "$(IFS=,; echo "${failed[*]}")" >&2
+  return 1
 }
 
 cpp_files() {
@@ -46,23 +64,26 @@ bugs_in_cpp() {
     clang-tidy -p build/dev --quiet "${tidy_options[@]}" --extra-arg=-Wno-unknown-warning-option
 }
 
+# One after the other, because they share a cache. Bodies of tests are checked like all else; what a test
+# returns and takes is pytest's matter. Folders are packages, since files of different areas may have
+# the same name.
+types_by_mypy() {
+  local status=0
+  mypy python/nimbrel examples bench || status=1
+  mypy --explicit-package-bases --allow-untyped-defs --allow-incomplete-defs \
+    --allow-untyped-calls --allow-untyped-decorators tests/python || status=1
+  python -m mypy.stubtest _lib_nb_sim || status=1
+  return $status
+}
+
 check "include graph" python tools/include_graph.py
 check "clang-format" layout_of_cpp
-check "clang-tidy" bugs_in_cpp
 check "dependencies" python tools/dependency_table.py
 check "hosted checks" check-jsonschema --quiet --builtin-schema vendor.github-workflows \
   .github/workflows/ci.yml
 check "ruff check" ruff check --quiet .
 check "ruff format" ruff format --check --quiet .
-check "mypy" mypy python/nimbrel examples bench
-# Bodies of tests are checked like all else; what a test returns and takes is pytest's matter. Folders
-# are packages, since files of different areas may have the same name.
-check "mypy, tests" mypy --explicit-package-bases --allow-untyped-defs --allow-incomplete-defs \
-  --allow-untyped-calls --allow-untyped-decorators tests/python
-check "stubtest" python -m mypy.stubtest _lib_nb_sim
 check "basedpyright" basedpyright
-
-if ((${#failed[@]})); then
-  printf 'error: failed: %s\n' "$(IFS=,; echo "${failed[*]}")" >&2
-  exit 1
-fi
+check "mypy" types_by_mypy
+check "clang-tidy" bugs_in_cpp
+finish

@@ -126,7 +126,7 @@ void OpFilter_SparseSVSim::push_state(const complex_t* source, unsigned long mas
     // The terms are counted first, so that a large array of few terms needs little memory. The new
     // list is allocated before the old one is freed, so that a failure keeps the state.
     std::size_t stored = 0;
-    for (unsigned long i = 0; i < length; ++i) stored += is_stored(element(source, i)) ? 1 : 0;
+    for (unsigned long i = 0; i < length; ++i) stored += is_stored(element(source, i)) ? 1U : 0U;
     if (terms.capacity() < stored) {
         require_memory_for_terms("push_state() could not allocate a list", stored);
         TermList larger;
