@@ -26,7 +26,7 @@ build_wheel() {
   "$python" -m venv "$folder/build"
   # Without precompiled headers a compiler cache serves all sources but the module's own.
   SKBUILD_BUILD_DIR="$folder/skbuild" "$folder/build/bin/pip" wheel -q --disable-pip-version-check --no-deps \
-    -C cmake.define.CMAKE_DISABLE_PRECOMPILE_HEADERS=ON --wheel-dir "$folder/wheel" .
+    --config-settings=cmake.define.CMAKE_DISABLE_PRECOMPILE_HEADERS=ON --wheel-dir "$folder/wheel" .
 }
 
 failed=()
