@@ -15,6 +15,7 @@ import html
 from collections.abc import Iterator, Sequence
 from typing import Final, NamedTuple
 
+from nimbrel.batch_positions import batch_position, truncated
 from nimbrel.masks import WORD_BITS
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name
@@ -164,14 +165,14 @@ def _details(record: Record, targets: _Masks, controls: _Masks) -> Iterator[str]
     elif opcode == Opcode.CALLBACK:
         yield f"key {record.read_flag}"
     elif opcode == Opcode.PCP:
-        batch, number = divmod(int(record.angle), 1000)
-        yield f"product {number} of {batch}"
+        position = batch_position(record.angle)
+        yield f"product {position.place} of {position.size}"
     elif opcode == Opcode.FREE and record.cond_mask & _CHECK_ZERO:
         yield f"check, event code {record.read_flag}"
     if opcode in (Opcode.READ, Opcode.WRITE) and record.read_flag:
         yield _flags(record.read_flag, len(_qubits(targets)))
     elif opcode == Opcode.PPM:
-        if int(record.angle) == -1:
+        if truncated(record.angle) == -1:
             yield "inverted"
         if record.read_flag:
             yield _flags(record.read_flag, 1)

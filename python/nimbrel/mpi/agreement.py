@@ -27,7 +27,7 @@ def happened_everywhere(error: BaseException) -> bool:
     return bool(error.__dict__.get("_on_all_ranks"))
 
 
-def agree(comm: MPI.Comm, action: str, content: bytes | memoryview) -> None:
+def agree(comm: MPI.Comm, action: str, content: bytes | memoryview) -> bytes:
     """Check that all ranks are about to do the same.
 
     Args:
@@ -35,21 +35,25 @@ def agree(comm: MPI.Comm, action: str, content: bytes | memoryview) -> None:
         action: What this rank is about to do.
         content: What it does it with, such as a program.
 
+    Returns:
+        A digest of the content.
+
     Raises:
         ValueError: On all ranks, if they differ; it names the ranks.
     """
+    digest = hashlib.blake2b(content, digest_size=16).digest()
     if comm.size == 1:
-        return
-    own = (action, hashlib.blake2b(content, digest_size=16).hexdigest())
-    found: list[tuple[str, str]] = comm.allgather(own)
-    groups: dict[tuple[str, str], list[int]] = {}
+        return digest
+    found: list[tuple[str, bytes]] = comm.allgather((action, digest))
+    groups: dict[tuple[str, bytes], list[int]] = {}
     for rank, entry in enumerate(found):
         groups.setdefault(entry, []).append(rank)
     if len(groups) == 1:
-        return
+        return digest
     texts = [
-        f"rank{'s' if len(ranks) > 1 else ''} {', '.join(map(str, ranks))}: {name} ({digest[:8]})"
-        for (name, digest), ranks in groups.items()
+        f"rank{'s' if len(ranks) > 1 else ''} {', '.join(map(str, ranks))}: {name} "
+        f"({compared.hex()[:8]})"
+        for (name, compared), ranks in groups.items()
     ]
     raise mark(ValueError(f"the ranks were given different work: {'; '.join(texts)}"))
 

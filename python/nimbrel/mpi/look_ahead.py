@@ -7,24 +7,22 @@ of the state. Diagonal gates and controls mix nothing.
 from __future__ import annotations
 
 import math
-from collections.abc import Iterable
 from typing import Final
 
 import numpy as np
 
+from nimbrel.mpi.opcode_words import RZ, SWAP, X
 from nimbrel.mpi.operations import ANGLE, CONTROLS, PAIR_GATES, TARGETS, Bools, OpcodeSet
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
 
-__all__ = ["NEVER", "ahead_masks", "next_uses", "phase_like", "plain_masks"]
+__all__ = ["NEVER", "Uses", "ahead_masks", "phase_like", "plain_masks"]
 
 NEVER: Final = 2**62
-"""The distance of a use that does not come."""
+"""The place of a use that does not come."""
 
 _MIXING: Final = OpcodeSet(*PAIR_GATES.opcodes, Opcode.PPR)
 _PROBABLY_MIXING: Final = OpcodeSet(*_MIXING.opcodes, Opcode.PPM, Opcode.PCP)
-_WINDOW: Final = 1 << 14
-"""Most records that are looked at."""
 _NEAR_ONE: Final = 1 - 1e-12
 
 
@@ -37,7 +35,7 @@ def phase_like(words: Words) -> Bools:
     Args:
         words: Records, shape (n, 11).
     """
-    turns: Bools = words[:, 0] == Opcode.RZ
+    turns: Bools = words[:, 0] == RZ
     if not turns.any():
         return turns
     found: Bools = turns.copy()
@@ -64,33 +62,35 @@ def ahead_masks(words: Words) -> Words:
     """
     opcodes = words[:, 0]
     mixes = _PROBABLY_MIXING.among(opcodes)
-    swaps = opcodes == Opcode.SWAP
-    free = (opcodes == Opcode.X) | swaps
-    mixes = (mixes & (opcodes != Opcode.RZ) & ~free) | (free & (words[:, CONTROLS] != 0))
+    swaps = opcodes == SWAP
+    free = (opcodes == X) | swaps
+    mixes = (mixes & (opcodes != RZ) & ~free) | (free & (words[:, CONTROLS] != 0))
     masks: Words = np.where(mixes, words[:, TARGETS], np.uint64(0))
     return masks
 
 
-def next_uses(masks: Iterable[Words], num_qubits: int) -> list[int]:
-    """How many records pass until each qubit is mixed, or `NEVER`.
+class Uses:
+    """Finds when each qubit is mixed next, from any record of a program on."""
 
-    Args:
-        masks: Masks of mixed qubits, in program order, in pieces.
-        num_qubits: Qubits of the register.
-    """
-    uses = [NEVER] * num_qubits
-    seen, everything, count = 0, (1 << num_qubits) - 1, 0
-    for piece in masks:
-        for mask in piece[: _WINDOW - count].tolist():
-            new = mask & everything & ~seen
-            seen |= new
-            while new:
-                bit = new & -new
-                uses[bit.bit_length() - 1] = count
-                new ^= bit
-            count += 1
-            if seen == everything:
-                return uses
-        if count >= _WINDOW:
-            break
-    return uses
+    def __init__(self, masks: Words, num_qubits: int) -> None:
+        """Sort the uses by qubit, then by record.
+
+        Args:
+            masks: The mixed qubits of each record, in program order, shape (n,).
+            num_qubits: Qubits of the register.
+        """
+        mixing = np.flatnonzero(masks)
+        octets = masks[mixing].astype("<u8").view(np.uint8).reshape(len(mixing), 8)
+        bits = np.unpackbits(octets, axis=1, count=num_qubits, bitorder="little")
+        qubits, rows = np.nonzero(bits.T)
+        self._stride = len(masks) + 1
+        self._firsts = np.arange(num_qubits) * self._stride
+        self._uses = np.append(self._firsts[qubits] + mixing[rows], NEVER)
+
+    def behind(self, start: int) -> list[int]:
+        """The first record from `start` on that mixes each qubit, or `NEVER`."""
+        next_ones = self._uses[np.searchsorted(self._uses, self._firsts + start)] - self._firsts
+        # A qubit without a further use finds one of the next qubit.
+        next_ones[next_ones >= self._stride] = NEVER
+        found: list[int] = next_ones.tolist()
+        return found

@@ -8,6 +8,8 @@ Then outcomes and amplitudes are bit for bit those of one process with one block
 from __future__ import annotations
 
 import math
+from collections.abc import Sequence
+from typing import Any, Final
 
 import _lib_nb_sim
 import numpy as np
@@ -21,10 +23,14 @@ from nimbrel.mpi.parts import pieces, probability, view_of
 from nimbrel.mpi.products import PartProduct, plus_probability, project
 from nimbrel.mpi.register import Register
 from nimbrel.mpi.term_order import term_at, total_probability
+from nimbrel.mpi.value_sums import value_sums
 from nimbrel.register_trace import Words
 from nimbrel.sampling import draw_terms
 
 __all__ = ["Measuring"]
+
+_SUMMED_TOGETHER: Final = 1 << 14
+"""Sums that the ranks exchange in one message."""
 
 
 class Measuring:
@@ -75,13 +81,53 @@ class Measuring:
         own = probability(view_of(self._register.part, bits)) if fits else 0.0
         return self._summed(own)
 
-    def probability(self, mask: int, value: int) -> float:
-        """The probability that the qubits of a mask, one at least, have values."""
+    def probabilities(self, qubits: Sequence[int]) -> npt.NDArray[np.float64]:
+        """The probability of every value of some qubits, one at least.
+
+        Args:
+            qubits: The k qubits; bit j of a value is the j-th qubit given.
+
+        Returns:
+            Probabilities, shape (2**k,).
+        """
         whole = self._whole()
         if whole is None or self._register.num_qubits > MASK_QUBITS:
-            return self._where(mask, value)
+            return self._summed_all(self._own_probabilities(qubits))
         handle = self._engine_on(whole)
-        return call(_lib_nb_sim.peek_read_probability, handle, value & mask, mask, 0.0)
+        mask = sum(1 << qubit for qubit in qubits)
+        values = (
+            sum((value >> bit & 1) << qubit for bit, qubit in enumerate(qubits))
+            for value in range(1 << len(qubits))
+        )
+        peek = _lib_nb_sim.peek_read_probability
+        return np.array([call(peek, handle, value, mask, 0.0) for value in values])
+
+    def _own_probabilities(self, qubits: Sequence[int]) -> npt.NDArray[np.float64]:
+        """What the part of this rank adds to the probability of every value of some qubits."""
+        placement, number = self._register.placement, self._register.number
+        places = [placement.places[qubit] for qubit in qubits]
+        sums = value_sums(
+            self._register.part, [place for place in places if place < placement.num_local]
+        )
+        chosen: list[Any] = [
+            slice(None)
+            if place < placement.num_local
+            else number >> place - placement.num_local & 1
+            for place in reversed(places)
+        ]
+        found = np.zeros((2,) * len(qubits))
+        found[tuple(chosen)] = sums.reshape((2,) * found[tuple(chosen)].ndim)
+        return found.reshape(-1)
+
+    def _summed_all(self, values: npt.NDArray[np.float64]) -> npt.NDArray[np.float64]:
+        """Add arrays of all ranks; see `_summed`."""
+        summed = []
+        for start in range(0, len(values), _SUMMED_TOGETHER):
+            own = values[start : start + _SUMMED_TOGETHER]
+            found = np.empty((self._register.comm.size, len(own)))
+            self._register.comm.Allgather(own, found)
+            summed += [math.fsum(column) for column in found.T.tolist()]
+        return np.array(summed)
 
     def _engine_on(self, whole: Amplitudes) -> int:
         """A filter with the whole state."""
@@ -184,10 +230,8 @@ class Measuring:
 
     def _part_product(self, x_mask: int, z_mask: int) -> PartProduct:
         placement = self._register.placement
-        masks = np.array([x_mask, z_mask], dtype=np.uint64)
-        x_local, z_local = placement.maps()[0](masks).tolist()
         minus = (placement.number_bits(z_mask) & self._register.number).bit_count() % 2 == 1
-        return PartProduct(x_local, z_local, minus)
+        return PartProduct(placement.index_bits(x_mask), placement.index_bits(z_mask), minus)
 
     def sample(self, shots: int, seed: int) -> npt.NDArray[np.int64]:
         """Draw terms without a measurement.

@@ -17,6 +17,7 @@ from typing import Final, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
+from nimbrel.mpi.opcode_words import PPR, RZ, SWAP, X
 from nimbrel.mpi.word_bits import ONE, ZERO, bit_counts, highest_bits, lowest_bits
 from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
@@ -84,14 +85,14 @@ def plain_form(words: Words, num_qubits: int) -> Words:
     made = words.copy()
     made[:, COND_FLAG] = 0
     opcodes = made[:, 0]
-    rotations = opcodes == Opcode.PPR
+    rotations = opcodes == PPR
     register = np.uint64((1 << num_qubits) - 1)
     made[:, TARGETS] &= register
     made[:, CONTROLS] &= register
     if rotations.any():
         made = _inside(made, rotations, register)
         opcodes = made[:, 0]
-    swaps = opcodes == Opcode.SWAP
+    swaps = opcodes == SWAP
     if swaps.any():
         made = _swaps_as_flips(made, swaps)
         opcodes = made[:, 0]
@@ -128,7 +129,7 @@ def _swaps_as_flips(words: Words, swaps: Bools) -> Words:
     is_flip = split[sources]
     low, high = low[sources], high[sources]
     is_middle = step == 1
-    made[is_flip, 0] = Opcode.X
+    made[is_flip, 0] = X
     made[is_flip, TARGETS] = np.where(is_middle, low, high)[is_flip]
     made[is_flip, CONTROLS] |= np.where(is_middle, high, low)[is_flip]
     return made
@@ -179,6 +180,6 @@ def _without_own_controls(words: Words) -> Words:
         words[:, CONTROLS] &= ~own
         words[:, NEGATED] &= np.where(pairs, ~own, ~ZERO)
         words, pairs = words[~never], pairs[~never]
-    words[FLIPS.among(words[:, 0]), 0] = Opcode.X
-    zero_turns = (words[:, 0] == Opcode.RZ) & (words[:, ANGLE] << ONE == 0)
+    words[FLIPS.among(words[:, 0]), 0] = X
+    zero_turns = (words[:, 0] == RZ) & (words[:, ANGLE] << ONE == 0)
     return words[~zero_turns] if zero_turns.any() else words

@@ -7,46 +7,17 @@ from typing import Final, NamedTuple
 
 import numpy as np
 
+from nimbrel.batch_positions import batch_position
 from nimbrel.mpi.operations import ANGLE, CONTROLS, TARGETS
 from nimbrel.opcodes import Opcode
 from nimbrel.records import Record, pack
 from nimbrel.register_trace import Words
 from nimbrel.suspect_search import WORDS_PER_RECORD, as_words
 
-__all__ = ["BatchPosition", "Expansion", "PauliBatch", "batch_position"]
+__all__ = ["Expansion", "PauliBatch"]
 
-_COUNT_UNIT: Final = 1000
-_SMALLEST: Final = -(2**31)
 _MOST_PRODUCTS: Final = 30
 """The engine counts the subsets of a batch in 32 bits, and runs none of a larger batch."""
-
-
-class BatchPosition(NamedTuple):
-    """Where a product stands in its batch.
-
-    Attributes:
-        size: Products of the batch; a batch of 0 or less collects products and never runs.
-        place: The place of the product; 0 begins a batch.
-    """
-
-    size: int
-    place: int
-
-    @property
-    def is_last(self) -> bool:
-        """Whether the product ends the batch, which then runs."""
-        return self.size > 0 and self.place == self.size - 1
-
-
-def batch_position(code: float) -> BatchPosition:
-    """Decode count * 1000 + place, the word `angle` of a product.
-
-    The engine truncates it to 32 bits, and takes the smallest number for one that does not fit.
-    """
-    fits = _SMALLEST - 1 < code < -_SMALLEST
-    number = int(code) if fits else _SMALLEST
-    count, place = divmod(abs(number), _COUNT_UNIT)
-    return BatchPosition(count, place) if number >= 0 else BatchPosition(-count, -place)
 
 
 class Expansion(NamedTuple):
@@ -57,11 +28,13 @@ class Expansion(NamedTuple):
         records: The number of records that they stand for.
         error: The engine's error at the next record, if it fails: two products of a batch do not
             commute, or some are missing.
+        had_batches: Whether the gates depend on batches, which may have begun in earlier programs.
     """
 
     gates: Words
     records: int
     error: RuntimeError | None
+    had_batches: bool = True
 
 
 class PauliBatch:
@@ -88,7 +61,7 @@ class PauliBatch:
         """
         indices = np.flatnonzero(words[:, 0] == Opcode.PCP)
         if not len(indices):
-            return Expansion(words, len(words), None)
+            return Expansion(words, len(words), None, had_batches=False)
         made, start = [], 0
         for index in indices.tolist():
             made.append(words[start:index])

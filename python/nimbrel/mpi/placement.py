@@ -8,10 +8,10 @@ no amplitude.
 
 from __future__ import annotations
 
+from copy import copy
+
 import numpy as np
 import numpy.typing as npt
-
-from nimbrel.mpi.word_bits import BitMap
 
 __all__ = ["Placement"]
 
@@ -37,7 +37,7 @@ class Placement:
         self.num_local = num_qubits - (num_ranks.bit_length() - 1)
         self.places = list(range(num_qubits))
         self.numbers: npt.NDArray[np.int64] = np.arange(num_ranks, dtype=np.int64)
-        self._maps: tuple[BitMap, BitMap] | None = None
+        self._numbers_key: bytes | None = None
         self._ranks: npt.NDArray[np.intp] | None = None
 
     @property
@@ -49,19 +49,13 @@ class Placement:
         """The qubits in the ranks' numbers, ascending."""
         return [qubit for qubit, place in enumerate(self.places) if place >= self.num_local]
 
-    def local_qubits(self) -> list[int]:
-        """The qubits inside the parts, ascending."""
-        return [qubit for qubit, place in enumerate(self.places) if place < self.num_local]
-
-    def maps(self) -> tuple[BitMap, BitMap]:
-        """The maps of masks of qubits: to bits of an index into a part, to bits of a number."""
-        if self._maps is None:
-            local = {q: p for q, p in enumerate(self.places) if p < self.num_local}
-            number = {
-                q: p - self.num_local for q, p in enumerate(self.places) if p >= self.num_local
-            }
-            self._maps = BitMap(local), BitMap(number)
-        return self._maps
+    def index_bits(self, mask: int) -> int:
+        """The bits of an index into a part that hold the qubits of a mask; see `number_bits`."""
+        return sum(
+            1 << place
+            for qubit, place in enumerate(self.places)
+            if place < self.num_local and mask >> qubit & 1
+        )
 
     def number_bits(self, mask: int) -> int:
         """The bits of a number that hold the qubits of a mask; the other qubits are dropped."""
@@ -71,11 +65,24 @@ class Placement:
             if place >= self.num_local and mask >> qubit & 1
         )
 
+    @property
+    def key(self) -> tuple[bytes, bytes]:
+        """What two equal placements have in common."""
+        if self._numbers_key is None:
+            self._numbers_key = self.numbers.tobytes()
+        return bytes(self.places), self._numbers_key
+
+    def copy(self) -> Placement:
+        """A placement that changes by itself. The two share `numbers`, which a flip replaces."""
+        self.rank_of(0)  # the copies share the inverse too
+        made = copy(self)
+        made.places = self.places.copy()
+        return made
+
     def exchange(self, first: int, second: int) -> None:
         """Note that two qubits have exchanged their places."""
         places = self.places
         places[first], places[second] = places[second], places[first]
-        self._maps = None
 
     def flip(self, target: int, controls: int, negated: int) -> None:
         """Renumber the ranks by an X on a qubit in the numbers.
@@ -89,7 +96,7 @@ class Placement:
         values = wanted ^ self.number_bits(negated & controls)
         holds = self.numbers & wanted == values
         self.numbers = np.where(holds, self.numbers ^ self.number_bits(target), self.numbers)
-        self._ranks = None
+        self._ranks = self._numbers_key = None
 
     def rank_of(self, number: int) -> int:
         """The rank with a number."""

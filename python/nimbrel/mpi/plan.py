@@ -7,20 +7,17 @@ asks another one.
 from __future__ import annotations
 
 from collections.abc import Iterator
-from typing import Final, NamedTuple
+from typing import NamedTuple
 
 import numpy as np
 
-from nimbrel.mpi.look_ahead import NEVER, next_uses, plain_masks
-from nimbrel.mpi.operations import CONTROLS, NEGATED, TARGETS, Bools
+from nimbrel.mpi.look_ahead import NEVER, Uses, plain_masks
+from nimbrel.mpi.opcode_words import SWAP, X
+from nimbrel.mpi.operations import CONTROLS, NEGATED, TARGETS
 from nimbrel.mpi.placement import Placement
-from nimbrel.opcodes import Opcode
 from nimbrel.register_trace import Words
 
 __all__ = ["Exchange", "Gates", "choose_exchange", "steps"]
-
-_FIRST_WINDOW: Final = 256
-"""Records of the first search for the next exchange. Each further one has twice as many."""
 
 
 class Gates(NamedTuple):
@@ -51,37 +48,31 @@ def steps(words: Words, placement: Placement, ahead: Words) -> Iterator[Gates | 
         placement: The placement before the run; afterwards the one behind it.
         ahead: What the records behind these mix, shape (m,).
     """
+    if len(placement.numbers) == 1:
+        # One rank needs no freedom for its swaps. The order of the terms is worth more.
+        if len(words):
+            yield Gates(words)
+        return
     masks = plain_masks(words)
-    is_swap = words[:, 0] == Opcode.SWAP
-    # One rank needs no freedom. There the order of the terms is worth more.
-    relabels = is_swap if len(placement.numbers) > 1 else np.zeros_like(is_swap)
-    start = 0
+    uses = Uses(np.concatenate((masks, ahead)), placement.num_qubits)
+    swaps = iter([*np.flatnonzero(words[:, 0] == SWAP).tolist(), len(words)])
+    start, next_swap, next_uses = 0, next(swaps), uses.behind(0)
     while start < len(words):
-        stop = _next_stop(masks, relabels, start, np.uint64(placement.global_mask))
+        stop = min(next_swap, *(next_uses[qubit] for qubit in placement.global_qubits()))
         if stop > start:
             yield Gates(words[start:stop])
+            next_uses = uses.behind(stop)
         if stop == len(words):
             return
-        if _renumber(words[stop], placement):
-            start = stop + 1
+        if not _renumber(words[stop], placement):
+            yield choose_exchange(placement, int(masks[stop]), next_uses)
+            start = stop
             continue
-        uses = next_uses((masks[stop:], ahead), placement.num_qubits)
-        yield choose_exchange(placement, int(masks[stop]), uses)
-        start = stop
-
-
-def _next_stop(masks: Words, relabels: Bools, start: int, global_mask: np.uint64) -> int:
-    """The index of the next record that no rank can carry out alone, or the number of records."""
-    size = _FIRST_WINDOW
-    while start < len(masks):
-        window = slice(start, start + size)
-        found = relabels[window] | (masks[window] & global_mask != 0)
-        place = int(found.argmax())
-        if found[place]:
-            return start + place
-        start += size
-        size *= 2
-    return len(masks)
+        start = stop + 1
+        if stop == next_swap:
+            next_swap = next(swaps)
+        else:
+            next_uses = uses.behind(start)
 
 
 def _renumber(row: Words, placement: Placement) -> bool:
@@ -89,11 +80,11 @@ def _renumber(row: Words, placement: Placement) -> bool:
     opcode, targets, controls, negated = (
         int(row[word]) for word in (0, TARGETS, CONTROLS, NEGATED)
     )
-    if opcode == Opcode.SWAP:
+    if opcode == SWAP:
         placement.exchange((targets & -targets).bit_length() - 1, targets.bit_length() - 1)
         return True
     global_mask = placement.global_mask
-    if opcode != Opcode.X or controls & ~global_mask:
+    if opcode != X or controls & ~global_mask:
         return False
     placement.flip(targets, controls, negated)
     return True
@@ -110,20 +101,22 @@ def choose_exchange(placement: Placement, needed: int, uses: list[int]) -> Excha
     Args:
         placement: The placement.
         needed: The qubits that the next record mixes.
-        uses: How many records pass until each qubit is mixed.
+        uses: The record that mixes each qubit next, or `NEVER`.
     """
+    local, places = placement.num_local, placement.places
     # Among qubits that are mixed no more, the highest place goes: its halves are contiguous.
     leaving = sorted(
-        (qubit for qubit in placement.local_qubits() if not needed >> qubit & 1),
-        key=lambda qubit: (-uses[qubit], -placement.places[qubit]),
+        (-uses[qubit], -place, qubit)
+        for qubit, place in enumerate(places)
+        if place < local and not needed >> qubit & 1
     )
     entering = sorted(
-        placement.global_qubits(), key=lambda qubit: (not needed >> qubit & 1, uses[qubit])
+        (not needed >> qubit & 1, uses[qubit], qubit) for qubit in placement.global_qubits()
     )
     pairs = []
-    for new, old in zip(entering, leaving, strict=False):
-        if not needed >> new & 1 and (uses[new] >= uses[old] or uses[new] == NEVER):
+    for (is_free, use, new), (minus_use, _, old) in zip(entering, leaving, strict=False):
+        if is_free and (use >= -minus_use or use == NEVER):
             break
-        pairs.append((placement.places[new] - placement.num_local, placement.places[old]))
+        pairs.append((places[new] - local, places[old]))
         placement.exchange(new, old)
     return Exchange(tuple(pairs))

@@ -6,6 +6,7 @@ from typing import Final
 
 import numpy as np
 
+from nimbrel.batch_positions import truncated
 from nimbrel.mpi.agreement import mark
 from nimbrel.mpi.control_flow import running
 from nimbrel.mpi.flags import ReadFlags
@@ -63,8 +64,12 @@ class ProgramRun:
             self._register.num_qubits or None, bool(self._open_label), self._batch.x_letters
         )
 
-    def __call__(self, words: Words) -> None:
-        """Run a program, shape (n, 11).
+    def __call__(self, words: Words, name: bytes) -> None:
+        """Run a program.
+
+        Args:
+            words: The program, shape (n, 11).
+            name: Stands for the program: another one has another name.
 
         Raises:
             RuntimeError: On all ranks, with the engine's text.
@@ -77,16 +82,24 @@ class ProgramRun:
             if stop < start:
                 continue
             section = words[start : stop + 1]
+            key = (name, start)
             start = stop + 1
-            self._section(section, ahead[start : start + _LOOK_AHEAD])
+            self._section(section, ahead[start : start + _LOOK_AHEAD], key)
 
-    def _section(self, section: Words, ahead: Words) -> None:
-        """Run records of which the last one alone may change a read flag, shape (n, 11)."""
+    def _section(self, section: Words, ahead: Words, key: tuple[bytes, int]) -> None:
+        """Run records of which the last one alone may change a read flag.
+
+        Args:
+            section: The records, shape (n, 11).
+            ahead: What the records behind these mix, shape (m,).
+            key: Stands for both.
+        """
         runs, open_label = running(section, self._open_label, self._flags.hold)
         gates = np.flatnonzero(runs & _GATES.among(section[:, 0]))
         if len(gates):
             expansion = self._batch.expand(section[gates], self._register.num_qubits)
-            self._register.run(expansion.gates, ahead)
+            whole_key = None if expansion.had_batches else (*key, np.packbits(runs).tobytes())
+            self._register.run(expansion.gates, ahead, whole_key)
             if expansion.error is not None:
                 before = section[: gates[expansion.records]]
                 self._open_label = running(before, self._open_label, self._flags.hold)[1]
@@ -141,5 +154,4 @@ class ProgramRun:
         x_mask, z_mask = int(row[TARGETS]) & everything, int(row[CONTROLS]) & everything
         outcome = self._measuring.measure_product(x_mask, z_mask, ahead)
         sign = float(row[ANGLE : ANGLE + 1].view(np.float64)[0])
-        inverts = -2 < sign <= -1  # the engine truncates the sign to an integer
-        self._flags.store(flag, [outcome ^ inverts])
+        self._flags.store(flag, [outcome ^ (truncated(sign) == -1)])

@@ -7,6 +7,7 @@ from typing import Final, NamedTuple, TypeAlias
 import numpy as np
 import numpy.typing as npt
 
+from nimbrel.batch_positions import batch_position
 from nimbrel.masks import WORD_BITS
 from nimbrel.mpi.operations import (
     ANGLE,
@@ -18,7 +19,6 @@ from nimbrel.mpi.operations import (
     TARGETS,
     Bools,
 )
-from nimbrel.mpi.pauli_batches import batch_position
 from nimbrel.mpi.word_bits import bit_counts
 from nimbrel.opcodes import Opcode
 from nimbrel.record_names import record_name

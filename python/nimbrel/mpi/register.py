@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Hashable
 from typing import Any, Final
 
 import _lib_nb_sim
@@ -14,13 +15,12 @@ from nimbrel.amplitudes import Amplitudes, aligned_buffer
 from nimbrel.dense import DenseSimulator
 from nimbrel.mpi.agreement import agreed_call
 from nimbrel.mpi.exchange import Exchanger
-from nimbrel.mpi.look_ahead import next_uses
+from nimbrel.mpi.look_ahead import Uses
 from nimbrel.mpi.operations import plain_form
 from nimbrel.mpi.parts import PIECE
 from nimbrel.mpi.placement import Placement
-from nimbrel.mpi.plan import Exchange, Gates, choose_exchange, steps
-from nimbrel.mpi.rank_records import records_of_rank
-from nimbrel.records import QPU_OP
+from nimbrel.mpi.plan import choose_exchange
+from nimbrel.mpi.rank_plan import KeptPlans, RankPlan, Transfer, plan_for_rank
 from nimbrel.register_trace import Words
 from nimbrel.running.available_memory import available_memory
 
@@ -53,6 +53,7 @@ class Register:
         self.part: Amplitudes = _NO_STATE
         self.placement = Placement(0, 1)
         self.exchanger = Exchanger(comm)
+        self._plans = KeptPlans()
         # With one thread the engine keeps the buffer as one block, in the order of the terms.
         self._filter = DenseSimulator(max_num_threads=1)
         self._handle = self._filter.handle
@@ -116,32 +117,33 @@ class Register:
         """Tell the engine that the part has changed."""
         call(_lib_nb_sim.override_state_buffer, self._handle, self.part)
 
-    def run(self, words: Words, ahead: Words) -> None:
+    def run(self, words: Words, ahead: Words, key: Hashable = None) -> None:
         """Run gates.
 
         Args:
             words: Gate records that run, shape (n, 11).
             ahead: What the records behind these mix, shape (m,).
+            key: Stands for both: equal keys come with equal records. None if they have no key.
         """
-        plain = plain_form(words, self.num_qubits)
-        waiting: list[Words] = []
-        for step in steps(plain, self.placement, ahead):
-            if isinstance(step, Gates):
-                waiting.append(records_of_rank(step.words, self.placement, self.number))
-            else:
-                self._put(waiting)
-                waiting = []
+
+        def made() -> RankPlan:
+            plain = plain_form(words, self.num_qubits)
+            return plan_for_rank(plain, self.placement, ahead, self.comm.rank)
+
+        if key is None:
+            plan = made()
+        else:
+            plan = self._plans.get((key, self.num_qubits, self.placement.key), made)
+        for step in plan.steps:
+            if isinstance(step, Transfer):
                 self._exchange(step)
-        self._put(waiting)
+            else:
+                call(_lib_nb_sim.put_instructions, self._handle, step, len(step))
+        self.placement = plan.after.copy()
 
-    def _put(self, waiting: list[Words]) -> None:
-        words = waiting[0] if len(waiting) == 1 else np.concatenate(waiting) if waiting else None
-        if words is not None and len(words):
-            records = np.ascontiguousarray(words).view(QPU_OP).reshape(-1)
-            call(_lib_nb_sim.put_instructions, self._handle, records, len(records))
-
-    def _exchange(self, step: Exchange) -> None:
-        self.exchanger(self.part, self.placement, step)
+    def _exchange(self, transfer: Transfer) -> None:
+        self.exchanger(self.part, transfer.placement, transfer.step)
+        self.placement = transfer.placement.copy()
         self.lend()
 
     def bring_inside(self, mask: int, ahead: Words) -> None:
@@ -152,8 +154,9 @@ class Register:
             ahead: What the next records mix.
         """
         if mask & self.placement.global_mask:
-            uses = next_uses((ahead,), self.num_qubits)
-            self._exchange(choose_exchange(self.placement, mask, uses))
+            uses = Uses(ahead, self.num_qubits).behind(0)
+            step = choose_exchange(self.placement, mask, uses)
+            self._exchange(Transfer(step, self.placement))
 
     def local_bits(self, mask: int, value: int) -> tuple[dict[int, int], bool]:
         """Translate a condition on qubits for this rank.

@@ -9,6 +9,7 @@ import numpy.typing as npt
 from mpi4py import MPI
 
 from nimbrel.mpi.agreement import agree, mark
+from nimbrel.mpi.shared_ranks import shared_ranks
 from nimbrel.mpi.simulator import Simulator
 from nimbrel.records import Program, RecordArray
 from nimbrel.running.deferral import Deferred, defer
@@ -53,7 +54,8 @@ def sample(
         RuntimeError: The engine's error.
         MemoryError: If a rank has no memory for its part.
     """
-    ranks = MPI.COMM_WORLD if comm is None else comm
+    parent = MPI.COMM_WORLD if comm is None else comm
+    ranks = shared_ranks(parent).comm
     try:
         check_shots(shots)
         records = with_reset(program)
@@ -64,7 +66,7 @@ def sample(
     agree(ranks, "sample", f"{shots} {flags} {seed} ".encode() + records.tobytes())
     wanted = flag_use(records).stored if flags is None else flags
     plan = defer(records)
-    with Simulator(ranks) as sim:
+    with Simulator(parent) as sim:
         if isinstance(plan, Deferred):
             sim.run(plan.gates)
             sources = [plan.flags.read(flag) for flag in wanted]

@@ -23,6 +23,7 @@ from nimbrel.mpi.measuring import Measuring
 from nimbrel.mpi.program_run import ProgramRun
 from nimbrel.mpi.refusals import check_letters, check_records
 from nimbrel.mpi.register import Register
+from nimbrel.mpi.shared_ranks import shared_ranks
 from nimbrel.program_check import ProgramCheck
 from nimbrel.records import RecordArray, program
 from nimbrel.sampling import check_shots, gather_bits
@@ -46,10 +47,10 @@ class Simulator:
     Every rank runs the same program and calls the same methods with the same arguments, and every
     rank gets the same results. A rank holds 2**(n - k) amplitudes, 2 at least.
 
-    A method that one rank calls with other arguments raises `ValueError` on all ranks. An error
-    that only one rank has, and that leaves the `with` block or the program, is written to standard
-    error and ends all ranks. So does a rank that closes the simulator while others go on. After
-    `close`, every method raises `ValueError`.
+    A method that one rank calls with other arguments, or of another simulator of the same
+    communicator, raises `ValueError` on all ranks. An error that only one rank has, and that leaves
+    the `with` block or the program, is written to standard error and ends all ranks. So does a rank
+    that closes the simulator while others go on. After `close`, every method raises `ValueError`.
 
     Args:
         comm: The ranks, a power of two; None means all processes that `mpirun` has started.
@@ -73,8 +74,8 @@ class Simulator:
         ranks = MPI.COMM_WORLD if comm is None else comm
         if ranks.size & (ranks.size - 1):
             raise mark(ValueError(f"the number of ranks is a power of two, not {ranks.size}"))
-        # Messages of the caller on the same communicator must not meet those of the exchanges.
-        self._comm: MPI.Comm | None = ranks.Dup()
+        self._shared = shared_ranks(ranks)
+        self._comm: MPI.Comm | None = self._shared.comm
         agree(self._comm, "Simulator", f"{exact_qubits} {check_qubits}".encode())
         with or_end_all(self._comm):
             self._check = ProgramCheck("StreamQPU", qubits=check_qubits, inexact_controls=False)
@@ -84,6 +85,7 @@ class Simulator:
             draws = Draws(self._comm.bcast(entropy))
             self._measuring = Measuring(self._register, draws, exact_qubits)
             self._run = ProgramRun(self._register, self._measuring, self._flags)
+        self._number = self._shared.enter()
         self._at_exit = at_exit(self._comm)
 
     def __enter__(self: _Self) -> _Self:
@@ -112,13 +114,20 @@ class Simulator:
         All ranks close together. If one of them is about to do something else, all ranks end.
         """
         if self._comm is not None:
-            leave(self._comm, "close")
+            leave(self._comm, self._named("close"))
             atexit.unregister(self._at_exit)
-            comm, self._comm = self._comm, None
+            self._comm = None
             self._measuring.close()
             self._flags.close()
             self._register.close()
-            comm.Free()
+            self._shared.leave()
+
+    def _agree(self, action: str, content: bytes | memoryview = b"") -> bytes:
+        """Check that all ranks call the same method of this simulator; see `agree`."""
+        return agree(self._open(), self._named(action), content)
+
+    def _named(self, action: str) -> str:
+        return f"{action} of simulator {self._number}"
 
     def _open(self) -> MPI.Comm:
         if self._comm is None:
@@ -127,7 +136,7 @@ class Simulator:
 
     @property
     def comm(self) -> MPI.Comm:
-        """The ranks, a duplicate of the communicator that was given."""
+        """The ranks, a duplicate of the communicator that was given, which its simulators share."""
         return self._open()
 
     @property
@@ -170,10 +179,10 @@ class Simulator:
         try:
             records = program(*parts)
         except ValueError as error:
-            agree(comm, f"run: {error}", b"")
+            self._agree(f"run: {error}")
             raise mark(error) from None
-        agree(comm, "run", records.view(np.uint8).data)
-        words = as_words(records)
+        name = self._agree("run", records.view(np.uint8).data)
+        words = as_words(np.asarray(records))
         try:
             check_records(words, comm.size, self._run.before)
             entry, after = self._check.begin(records)
@@ -181,7 +190,7 @@ class Simulator:
         except (ValueError, RuntimeError) as error:
             raise mark(error) from None
         try:
-            self._run(words)
+            self._run(words, name)
             self._check.ran(entry, after)
         except BaseException:
             self._check.failed(records)
@@ -194,7 +203,7 @@ class Simulator:
 
     def forget_flags(self) -> None:
         """Go back to the read flags of a new simulator: none is stored."""
-        agree(self._open(), "forget_flags", b"")
+        self._agree("forget_flags")
         self._flags.forget()
 
     def seed(self, value: int) -> None:
@@ -211,7 +220,7 @@ class Simulator:
             ValueError: If `value` does not fit 32 bits, or the ranks give different seeds.
         """
         seed = word32(value, "seed")
-        agree(self._open(), "seed", str(seed).encode())
+        self._agree("seed", str(seed).encode())
         self._measuring.draws = Draws(seed)
 
     @overload
@@ -233,7 +242,8 @@ class Simulator:
         Raises:
             MemoryError: On all ranks, if a rank has too little memory.
         """
-        agree(self._with_register(), "state", str(root).encode())
+        self._with_register()
+        self._agree("state", str(root).encode())
         return self._register.gathered(root)
 
     def probabilities(self, qubits: Qubits) -> npt.NDArray[np.float64]:
@@ -243,16 +253,12 @@ class Simulator:
             qubits: The k qubits; bit j of a value is the j-th qubit given.
 
         Returns:
-            Probabilities, shape (2**k,).
+            Probabilities, shape (2**k,). Above `exact_qubits` qubits all come from one pass.
         """
         chosen = self._chosen(qubits)
-        agree(self._with_register(), "probabilities", str(chosen).encode())
-        mask = _mask(chosen)
-        values = (
-            sum((value >> bit & 1) << qubit for bit, qubit in enumerate(chosen))
-            for value in range(1 << len(chosen))
-        )
-        return np.array([self._measuring.probability(mask, value) for value in values])
+        self._with_register()
+        self._agree("probabilities", str(chosen).encode())
+        return self._measuring.probabilities(chosen)
 
     def pauli_probability(self, xs: Qubits, zs: Qubits) -> float:
         """The probability that a Pauli product measures as +1.
@@ -269,7 +275,8 @@ class Simulator:
         self._chosen({*x_qubits, *z_qubits})
         if len(x_qubits) > self._register.placement.num_local:
             raise ValueError(f"a part of the state holds fewer than {len(x_qubits)} qubits")
-        agree(self._with_register(), "pauli_probability", f"{x_qubits} {z_qubits}".encode())
+        self._with_register()
+        self._agree("pauli_probability", f"{x_qubits} {z_qubits}".encode())
         none = np.zeros(0, dtype=np.uint64)
         return self._measuring.plus_probability(_mask(x_qubits), _mask(z_qubits), none)
 
@@ -284,7 +291,8 @@ class Simulator:
             RuntimeError: If the value has probability 0. All amplitudes are 0 then.
         """
         chosen = self._chosen(qubits)
-        agree(self._with_register(), "postselect", f"{value} {chosen}".encode())
+        self._with_register()
+        self._agree("postselect", f"{value} {chosen}".encode())
         wanted = sum((value >> bit & 1) << qubit for bit, qubit in enumerate(chosen))
         self._measuring.collapse(_mask(chosen), wanted)
         if self._measuring.normalize() == 0.0:
@@ -293,7 +301,8 @@ class Simulator:
 
     def normalize(self) -> float:
         """Scale the state to total probability 1; returns the total probability before."""
-        agree(self._with_register(), "normalize", b"")
+        self._with_register()
+        self._agree("normalize")
         return self._measuring.normalize()
 
     def sample(
@@ -320,7 +329,7 @@ class Simulator:
         check_shots(shots)
         chosen = None if qubits is None else self._chosen(qubits)
         comm = self._with_register()
-        agree(comm, "sample", f"{shots} {chosen} {seed}".encode())
+        self._agree("sample", f"{shots} {chosen} {seed}".encode())
         entropy = int(np.random.SeedSequence().generate_state(1)[0])
         terms = self._measuring.sample(shots, comm.bcast(entropy if seed is None else seed))
         return terms if chosen is None else gather_bits(terms, chosen)

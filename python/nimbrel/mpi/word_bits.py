@@ -5,20 +5,22 @@ from __future__ import annotations
 from typing import Final
 
 import numpy as np
+import numpy.typing as npt
 
 from nimbrel.register_trace import Words
 
-__all__ = ["ONE", "ZERO", "BitMap", "bit_counts", "highest_bits", "lowest_bits", "odd_parity"]
+__all__ = ["ONE", "ZERO", "BitMaps", "bit_counts", "highest_bits", "lowest_bits", "odd_parity"]
 
 ZERO: Final = np.uint64(0)
 ONE: Final = np.uint64(1)
-_BYTES: Final = 8
-_BYTE: Final = np.uint64(0xFF)
+_WORD_BYTES: Final = 8
+_BYTE_BITS: Final = 8
+_BYTE_VALUES: Final = 1 << _BYTE_BITS
 
 
 def bit_counts(words: Words) -> np.ndarray[tuple[int], np.dtype[np.intp]]:
     """The number of set bits of each word, shape (n,)."""
-    octets = np.ascontiguousarray(words).view(np.uint8).reshape(-1, _BYTES)
+    octets = np.ascontiguousarray(words).view(np.uint8).reshape(-1, _WORD_BYTES)
     counts: np.ndarray[tuple[int], np.dtype[np.intp]] = np.unpackbits(octets, axis=1).sum(
         axis=1, dtype=np.intp
     )
@@ -46,28 +48,40 @@ def highest_bits(words: Words) -> Words:
     return highest
 
 
-class BitMap:
-    """Moves the bits of words to other positions, a table look-up for each byte."""
+class BitMaps:
+    """Moves the bits of words to other positions, by one of several maps for each word."""
 
-    def __init__(self, positions: dict[int, int]) -> None:
-        """Make the tables.
+    def __init__(self, places: Words) -> None:
+        """Make a table for each byte of a word.
 
         Args:
-            positions: The new position of each bit; a bit without one is dropped.
+            places: The new position of each bit that has one, below 64, shape (maps, bits). Higher
+                bits are dropped.
         """
-        self._tables = []
-        for number in range(max(positions, default=0) // _BYTES + 1):
-            table = np.zeros(1, dtype=np.uint64)
-            for bit in range(number * _BYTES, (number + 1) * _BYTES):
-                place = positions.get(bit)
-                moved = np.uint64(0 if place is None else 1 << place)
-                table = np.concatenate([table, table | moved])
-            self._tables.append(table)
+        maps, bits = places.shape
+        self._bytes = -(-bits // _BYTE_BITS)
+        moved = np.zeros((maps, self._bytes * _BYTE_BITS), dtype=np.uint64)
+        moved[:, :bits] = ONE << places
+        moved = moved.reshape(maps, self._bytes, _BYTE_BITS)
+        tables = np.zeros((maps, self._bytes, _BYTE_VALUES), dtype=np.uint64)
+        for bit in range(_BYTE_BITS):
+            filled = 1 << bit
+            lower = tables[:, :, :filled]
+            np.bitwise_or(lower, moved[:, :, bit, None], out=tables[:, :, filled : 2 * filled])
+        self._tables = tables.reshape(-1)
 
-    def __call__(self, words: Words) -> Words:
-        """Move the bits of all words, shape (n,)."""
-        moved: Words = self._tables[0][(words & _BYTE).astype(np.intp)]
-        for number, table in enumerate(self._tables[1:], start=1):
-            shift = np.uint64(number * _BYTES)
-            moved |= table[(words >> shift & _BYTE).astype(np.intp)]
+    def __call__(self, words: Words, chosen: npt.NDArray[np.intp]) -> Words:
+        """Move the bits of words.
+
+        Args:
+            words: Rows of words, shape (rows, n).
+            chosen: The map of each column, shape (n,).
+        """
+        octets = np.ascontiguousarray(words, dtype="<u8").view(np.uint8)
+        octets = octets.reshape(*words.shape, _WORD_BYTES)
+        start = chosen * (self._bytes * _BYTE_VALUES)
+        moved: Words = self._tables[start + octets[..., 0]]
+        for number in range(1, self._bytes):
+            start += _BYTE_VALUES
+            moved |= self._tables[start + octets[..., number]]
         return moved

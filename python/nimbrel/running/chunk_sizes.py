@@ -2,14 +2,20 @@
 
 import math
 import os
+from collections.abc import Hashable
 from typing import Final
 
 __all__ = ["ChunkSizes"]
 
+_OVERHEADS: Final = 20
+"""A chunk aims at this many times what it costs to hand it out, within the next two limits."""
 _SECONDS: Final = 0.2
-"""A chunk aims at this time: a hundred times what it costs to hand it out."""
+_MOST_SECONDS: Final = 0.5
+_MOST_OVERHEAD: Final = 0.05
+"""A worker that has yet to start is no reason for long chunks."""
 _LEAST_SECONDS: Final = 0.01
-"""The last chunks are shorter, so that all workers end together, but not shorter than this."""
+"""The last chunks are shorter, so that all workers end together, but not shorter than this or than
+it costs to hand them out."""
 _GROWTH: Final = 16
 _LEAST_ITEM: Final = 1e-7
 _MOST_UNDER_WAY: Final = 4096
@@ -18,8 +24,8 @@ _MOST_UNDER_WAY: Final = 4096
 class ChunkSizes:
     """Sizes chunks by the time that the chunks before took.
 
-    The number of workers of an executor is not known. So more and more chunks are handed out, as
-    long as a chunk begins soon after it was handed out.
+    The number of workers of an executor is not known. So two chunks are under way for each worker
+    that has run one. As long as every chunk comes from another worker, there may be more of them.
 
     Attributes:
         under_way: How many chunks may be under way.
@@ -29,6 +35,8 @@ class ChunkSizes:
         """Begin with chunks of one item."""
         self.under_way = 2 * (os.cpu_count() or 1)
         self._largest = 0
+        self._workers: set[Hashable] = set()
+        self._overhead = math.inf
         self._item_seconds = _LEAST_ITEM
 
     def next(self, remaining: int) -> int:
@@ -37,24 +45,29 @@ class ChunkSizes:
         Args:
             remaining: The number of items that have not been handed out, 1 or more.
         """
-        full = _SECONDS / self._item_seconds
-        least = _LEAST_SECONDS / self._item_seconds
+        overhead = min(self._overhead, _MOST_OVERHEAD) if self._workers else 0.0
+        full = min(max(_SECONDS, _OVERHEADS * overhead), _MOST_SECONDS) / self._item_seconds
+        least = max(_LEAST_SECONDS, overhead) / self._item_seconds
         share = max(math.ceil(remaining / self.under_way), least)
-        size = max(1, int(min(full, share, _GROWTH * self._largest)))
+        # Shorter chunks than it costs to hand them out save nothing.
+        grown = max(_GROWTH * self._largest, overhead / self._item_seconds)
+        size = max(1, int(min(full, share, grown)))
         return min(size, remaining)
 
-    def finished(self, items: int, seconds: float, elapsed: float) -> None:
+    def finished(self, items: int, seconds: float, elapsed: float, worker: Hashable) -> None:
         """Note the time of a chunk.
 
         Args:
             items: Its size.
             seconds: How long it ran.
             elapsed: How long ago it was handed out.
+            worker: Which worker has run it.
         """
         # A small chunk tells less than a large one, since its time may be that of a first call.
         each = max(seconds / items, _LEAST_ITEM)
         known = self._item_seconds
         self._item_seconds = each if items > self._largest else (known + each) / 2
         self._largest = max(self._largest, items)
-        if elapsed - seconds < seconds / 2:
-            self.under_way = min(2 * self.under_way, _MOST_UNDER_WAY)
+        self._overhead = min(self._overhead, max(elapsed - seconds, 0.0))
+        self._workers.add(worker)
+        self.under_way = min(max(self.under_way, 2 * len(self._workers)), _MOST_UNDER_WAY)

@@ -188,7 +188,7 @@ class _Distribution:
             raise outcome.error
         else:
             elapsed = time.perf_counter() - chunk.handed_out_at
-            self._sizes.finished(chunk.count, outcome.seconds, elapsed)
+            self._sizes.finished(chunk.count, outcome.seconds, elapsed, outcome.worker)
             self._finish(chunk, outcome.results)
 
     def _finish(self, chunk: _Chunk, results: list[Any]) -> None:

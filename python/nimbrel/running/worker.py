@@ -9,6 +9,7 @@ import atexit
 import os
 import pickle
 import secrets
+import threading
 import time
 import uuid
 from collections.abc import Iterator, Sequence
@@ -60,10 +61,12 @@ class ChunkDone(NamedTuple):
     """The result of a chunk.
 
     Attributes:
+        worker: The process and the thread that have run it.
         seconds: How long it took.
         results: What the job returned.
     """
 
+    worker: tuple[str, int]
     seconds: float
     results: list[Any]
 
@@ -94,6 +97,7 @@ class _Process:
     """What this process keeps. A forked child begins with nothing."""
 
     def __init__(self) -> None:
+        self.name = uuid.uuid4().hex
         self.handed_out: dict[str, _HandedOut] = {}
         self.jobs: dict[str, Job] = {}
         self.kept = KeptFilter(WORKER_THREADS)
@@ -101,6 +105,7 @@ class _Process:
     def forget(self) -> None:
         for kept in (self.kept, *(each.kept for each in self.handed_out.values())):
             kept.close()
+        self.name = uuid.uuid4().hex
         self.handed_out = {}
         self.jobs = {}
         self.kept = KeptFilter(WORKER_THREADS)
@@ -160,7 +165,8 @@ def run_chunk(
         if here is None and found.seed is not None:
             # Or else later draws of this worker without a seed would repeat too.
             _lib_nb_sim.random_seed(0, secrets.randbits(32))
-    return ChunkDone(time.perf_counter() - begin, results)
+    seconds = time.perf_counter() - begin
+    return ChunkDone((_process.name, threading.get_ident()), seconds, results)
 
 
 def _own_job(name: str, job: Job | None) -> Job | None:

@@ -56,6 +56,30 @@ LINES = {
 }
 
 
+NUMBERS = {
+    float("nan"): ("nan", "-648 of -2147483", ""),
+    float("inf"): ("inf", "-648 of -2147483", ""),
+    float("-inf"): ("-inf", "-648 of -2147483", ""),
+    1e300: ("1e+300", "-648 of -2147483", ""),
+    -0.0: ("-0", "0 of 0", ""),
+    -1.5: ("-1.5", "-1 of 0", "  inverted"),
+    -2003.0: ("-2003", "-3 of -2", ""),
+}
+"""The word `angle` in degrees, as a position in a batch and as the sign of a measured product."""
+
+
+@pytest.mark.parametrize("number", NUMBERS)
+def test_every_number_can_be_shown(number: float) -> None:
+    degrees, position, sign = NUMBERS[number]
+    codes = (Opcode.RX, Opcode.PCP, Opcode.PPM)
+    records = nb.program(*(nb.record(code, target_mask=1, angle=number) for code in codes))
+    assert str(records).splitlines() == [
+        f"0  rx   q0  {degrees} degrees",
+        f"1  pcp  X0  product {position}",
+        f"2  ppm  X0{sign}",
+    ]
+
+
 @pytest.mark.parametrize("line", LINES)
 def test_one_operation_is_one_line(line: str) -> None:
     assert str(nb.program(LINES[line])) == line

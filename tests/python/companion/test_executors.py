@@ -13,7 +13,7 @@ import numpy as np
 import pytest
 from nimbrel.running.chunk_sizes import ChunkSizes
 
-from support.sweep_points import FEEDING, drawn, turned
+from support.sweep_points import FEEDING, drawn, new_handle, turned
 
 SPAWN = multiprocessing.get_context("spawn")  # newer Pythons warn of forks beside threads
 SHOTS = 1500
@@ -147,6 +147,16 @@ def test_a_large_program_reaches_workers_that_lack_it(pools: dict[str, Executor]
     assert here.packed.tolist() == there.packed.tolist()
 
 
+def test_a_worker_makes_its_filter_once_and_keeps_it() -> None:
+    with ProcessPoolExecutor(1, SPAWN) as pool:
+        first = pool.submit(new_handle).result()
+        for _ in range(2):
+            nb.sample(FEEDING, 400, filter="StreamQPU", executor=pool)  # in several chunks
+            nb.expectation(turned(30), MANY_SUMS, filter="StreamQPU", executor=pool)
+            nb.sweep(turned, range(40), observable={"Z": 1}, filter="StreamQPU", executor=pool)
+        assert pool.submit(new_handle).result() == first + 2
+
+
 def test_a_callers_executor_stays_open(pools: dict[str, Executor]) -> None:
     nb.sample(FEEDING, 10, executor=pools["two processes"])
     assert pools["two processes"].submit(abs, -3).result() == 3
@@ -234,20 +244,43 @@ def test_the_bar_counts_shots_and_products(
 def test_chunks_grow_until_they_take_long_enough_and_end_small() -> None:
     sizes = ChunkSizes()
     assert sizes.next(10**9) == 1
-    sizes.finished(1, seconds=1e-6, elapsed=1.0)
+    sizes.finished(1, seconds=1e-6, elapsed=2e-6, worker=1)
     assert sizes.next(10**9) == 16
     for _ in range(10):
         size = sizes.next(10**9)
-        sizes.finished(size, seconds=size * 1e-5, elapsed=1.0)
+        sizes.finished(size, seconds=size * 1e-5, elapsed=1.0, worker=1)
     assert sizes.next(10**9) == pytest.approx(0.2 / 1e-5, rel=0.01)
     assert sizes.next(40_000) == 40_000 // sizes.under_way
+    assert sizes.next(2000) == pytest.approx(0.01 / 1e-5, rel=0.01)
     assert sizes.next(5) == 5
 
 
-def test_more_chunks_are_handed_out_while_they_begin_at_once() -> None:
+@pytest.mark.parametrize(
+    ("overhead", "longest", "shortest"), [(0.001, 0.2, 0.01), (0.02, 0.4, 0.02), (1.0, 0.5, 0.05)]
+)
+def test_chunks_are_longer_on_executors_that_take_long_to_hand_them_out(
+    overhead: float, longest: float, shortest: float
+) -> None:
+    sizes = ChunkSizes()
+    for _ in range(10):
+        size = sizes.next(10**9)
+        sizes.finished(size, seconds=size * 1e-5, elapsed=size * 1e-5 + overhead, worker=1)
+    assert sizes.next(10**9) * 1e-5 == pytest.approx(longest, rel=0.01)
+    assert sizes.next(int(shortest / 1e-5) + 1) * 1e-5 == pytest.approx(shortest, rel=0.01)
+
+
+def test_the_second_chunk_takes_as_long_as_it_costs_to_hand_it_out() -> None:
+    sizes = ChunkSizes()
+    sizes.finished(1, seconds=1e-4, elapsed=1e-4 + 0.01, worker=1)
+    assert sizes.next(10**9) == pytest.approx(100, rel=0.02)
+
+
+def test_two_chunks_are_under_way_for_each_worker_that_is_known() -> None:
     sizes = ChunkSizes()
     before = sizes.under_way
-    sizes.finished(1, seconds=0.2, elapsed=0.21)
-    assert sizes.under_way == 2 * before
-    sizes.finished(1, seconds=0.2, elapsed=0.5)
-    assert sizes.under_way == 2 * before
+    for _ in range(3 * before):
+        sizes.finished(1, seconds=0.2, elapsed=0.2, worker="the only one")
+    assert sizes.under_way == before
+    for worker in range(before):
+        sizes.finished(1, seconds=0.2, elapsed=0.5, worker=worker)
+    assert sizes.under_way == 2 * (before + 1)

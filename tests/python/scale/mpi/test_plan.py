@@ -3,6 +3,7 @@
 # ruff: noqa: E402 - mpi4py is set up before anything imports it
 
 import mpi4py
+import numpy as np
 import pytest
 
 mpi4py.rc.initialize = False  # the plan needs no ranks
@@ -11,6 +12,7 @@ import nimbrel as nb
 from nimbrel.mpi.operations import plain_form
 from nimbrel.mpi.placement import Placement
 from nimbrel.mpi.plan import Exchange, Gates, steps
+from nimbrel.mpi.rank_plan import Transfer, plan_for_rank
 from nimbrel.suspect_search import as_words
 
 QUBITS, RANKS = 8, 4  # qubits 6 and 7 are in the numbers of the ranks
@@ -75,6 +77,24 @@ def test_the_qubit_that_is_mixed_last_leaves() -> None:
 def test_a_later_read_of_the_same_qubits_keeps_them_inside() -> None:
     gates = [gate for _ in range(5) for gate in (nb.h(7), nb.h(0))]
     assert len(exchanges(*gates)) == 1
+
+
+def test_swaps_and_flips_among_the_numbers_part_no_run() -> None:
+    gates = [nb.h(0), nb.swap(6, 7), nb.h(1), nb.x(7), nb.rx(3, 2), nb.h(6), nb.h(0)]
+    words = plain_form(as_words(nb.program(*gates)), QUBITS)
+    found = plan_for_rank(words, Placement(QUBITS, RANKS), words[:0, 0], rank=1)
+    assert [type(step) is Transfer for step in found.steps] == [False, True, False]
+    assert [len(step) for step in found.steps[::2]] == [3, 2]
+
+
+def test_a_long_run_of_many_placements_is_one_run() -> None:
+    gates = [gate for _ in range(600) for gate in (nb.swap(6, 0), nb.h(0), nb.swap(6, 0), nb.t(1))]
+    words = plain_form(as_words(nb.program(*gates)), QUBITS)
+    found = plan_for_rank(words, Placement(QUBITS, RANKS), words[:0, 0], rank=1)
+    transfer, records = found.steps
+    assert isinstance(transfer, Transfer)
+    assert isinstance(records, np.ndarray)
+    assert np.array_equal(records, np.tile(records[:2], 600))
 
 
 def test_records_between_two_exchanges_are_one_run() -> None:

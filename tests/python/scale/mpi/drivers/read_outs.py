@@ -29,8 +29,10 @@ def same(found: object, expected: object) -> None:
 
 
 def compare(sim: nimbrel.mpi.Simulator, one: nimbrel.DenseSimulator, exact: bool) -> None:
-    for qubits in (0, QUBITS - 1, [QUBITS - 1, 0], [3, 6, 1]):
-        same(sim.probabilities(qubits), one.probabilities(qubits))
+    for qubits in (0, QUBITS - 1, [QUBITS - 1, 0], [3, 6, 1], range(QUBITS)):
+        found, expected = sim.probabilities(qubits), one.probabilities(qubits)
+        same(found, expected)
+        assert not exact or np.array_equal(found, expected)
     for xs, zs in (([0, 6], [6]), ([], [6, 5, 0]), ([5], [0]), ([], [6])):
         same(sim.pauli_probability(xs, zs), one.pauli_probability(xs, zs))
     same(sim.state(), one.state())
