@@ -39,11 +39,6 @@ SOAK_SECONDS ?= 600
 # Widths of bench/circuits.py. On 24 and 26 qubits a circuit takes minutes; CIRCUIT_QUBITS=24,26 runs them.
 CIRCUIT_QUBITS ?= 12,16,20
 
-# Tests of what crosses between Python and the engine.
-BOUNDARY_TESTS := $(addprefix tests/python/,module filter dense/test_transfer.py dense/test_array_sizes.py \
-  dense/test_buffers.py sparse/test_transfer.py sparse/test_array_sizes.py bit/test_readouts.py \
-  clifford/test_print.py remote)
-
 # Seconds for each fuzz target.
 FUZZ_SECONDS ?= 600
 
@@ -179,7 +174,7 @@ sanitize-thread: $(TEST_TOOLS) gtest
 # threads share. `make sanitize` runs all native tests, and most Python tests.
 sanitize-short: $(TEST_TOOLS) fuzz-build gtest
 	$(CMAKE) --build build/fuzz --target _lib_nb_sim
-	tools/asan_pytest.sh $(VENV_PYTHON) build/fuzz/lib $(BOUNDARY_TESTS)
+	tools/asan_pytest.sh $(VENV_PYTHON) build/fuzz/lib @tests/python/lists/boundary.txt
 	$(call configure,tsan)
 	$(CMAKE) --build --preset tsan --target nimbrel_dense_blocks_tests
 	$(CTEST) --preset tsan --label-regex '^dense/blocks$$'

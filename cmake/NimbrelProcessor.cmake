@@ -24,10 +24,12 @@ if(NIMBREL_VECTORS STREQUAL "avx")
   # the machine that built it.
   target_compile_options(nimbrel_options INTERFACE -mavx -mfma -mpopcnt)
   set(nimbrel_processor_check processor_check.cpp)
+  set(nimbrel_processor_features processor_features.cpp)
 elseif(NIMBREL_VECTORS STREQUAL "plain")
   # No option: the engine runs on every processor of the family.
   target_compile_definitions(nimbrel_options INTERFACE NIMBREL_PLAIN_VECTORS)
   set(nimbrel_processor_check any_processor.cpp)
+  set(nimbrel_processor_features)
 else()
   message(FATAL_ERROR "NIMBREL_VECTORS is ${NIMBREL_VECTORS}; it must be avx or plain")
 endif()

@@ -67,6 +67,7 @@ LICENCES: Final = {
     "stim": "Apache-2.0",
     "sybil": "MIT",
     "tqdm": "MPL-2.0 AND MIT",
+    "ziglang": "MIT",
 }
 
 INTRODUCTION: Final = """\

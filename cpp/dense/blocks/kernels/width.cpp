@@ -1,11 +1,13 @@
 #include "dense/blocks/kernels/width.h"
 
+#include "support/processor_features.h"
+
 namespace Nimbrel {
 namespace {
 
 bool processor_has_wide_vectors() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512dq") != 0;
+    const ProcessorFeatures has = this_processor();
+    return has.avx512f && has.avx512dq;
 }
 
 }  // namespace
