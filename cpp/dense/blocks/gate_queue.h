@@ -58,8 +58,8 @@ class GateQueue {
     const unsigned long num_threads_;
     const std::size_t most_gates_;
     const unsigned long tile_qubits_;
-    const unsigned long
-        tile_size_;  ///< amplitudes; a smaller register is one tile, of a row or more
+    /// Amplitudes. A register smaller than a tile is one tile, of a row or more.
+    const unsigned long tile_size_;
     std::vector<WaitingGate> gates_;
     TilePass pass_;
     struct Free {
