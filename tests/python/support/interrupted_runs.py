@@ -12,7 +12,7 @@ from pathlib import Path
 from typing import Any
 
 POINTS = 50 + 10 * (os.cpu_count() or 1)  # more than are handed out at first
-WAIT_SECONDS = 60.0
+WAIT_SECONDS = 600.0  # a guard against waiting for ever
 
 # The whole process group is ended afterwards.
 SOURCE = """
