@@ -11,7 +11,7 @@ from typing import Any, Final
 
 from openqasm3 import ast
 
-from nimbrel.qasm.branches import LeavesBranchError, choose
+from nimbrel.qasm.branches import LeavesBranchError, choose, kept_value
 from nimbrel.qasm.context import Context
 from nimbrel.qasm.expressions import evaluate, kind_of, known_integer, whole_range
 from nimbrel.qasm.flag_numbers import FALSE, TRUE
@@ -137,10 +137,12 @@ def while_loop(context: Context, node: ast.WhileLoop) -> None:
     Raises:
         QasmError: If a statement is refused, or the loop does not end.
     """
-    for _ in range(_MOST_REPETITIONS):
+    for number in range(_MOST_REPETITIONS):
         flag = _condition(context, node.while_condition)
         if flag == FALSE:
             return
+        # At powers of two, so that the comparisons take no time.
+        before = None if number & (number - 1) else _variable_values(context)
         if flag != TRUE:
             repeat_while(
                 context,
@@ -152,7 +154,13 @@ def while_loop(context: Context, node: ast.WhileLoop) -> None:
             return
         if not _repeats(context, node.block):
             return
+        if before is not None and before == _variable_values(context):
+            raise context.error(node, "the while loop does not end: it changes no variable")
     raise context.error(node, f"the while loop has more than {_MOST_REPETITIONS} repetitions")
+
+
+def _variable_values(context: Context) -> list[Value]:
+    return [kept_value(variable.value) for variable in context.scopes.variables()]
 
 
 def break_(context: Context, node: ast.BreakStatement) -> None:

@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """Fuzzes the programs that the command reads from files: OpenQASM, NumPy arrays of records.
 
 python tests/fuzz/python/fuzz_files.py CORPUS [libFuzzer's options]

@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """Fuzzes the reader of OpenQASM: a text gives a program or a `QasmError`, and nothing else.
 
 A program that was read is written and read again, and is run twice.

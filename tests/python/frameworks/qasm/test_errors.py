@@ -27,7 +27,11 @@ STATEMENTS = {
     "float f; if (c[0]) { f = 1; } rx(f) q;": (
         "'f' of type float was assigned under a condition that depends on a measurement"
     ),
-    "while (true) { }": "the while loop has more than 1000000 repetitions",
+    "while (true) { }": "the while loop does not end: it changes no variable",
+    "int n; while (n < 9) { if (n < 5) { n += 1; } x q; }": (
+        "the while loop does not end: it changes no variable"
+    ),
+    "int n; while (true) { n = 1 - n; }": "the while loop has more than 1000000 repetitions",
     "for uint i in [0:9] { if (c[0]) { break; } }": (
         "a break under a condition that depends on a measurement"
     ),
