@@ -22,6 +22,8 @@ export python build seconds programs
 # which cost time: a finding shows them when it is run again without these options.
 export ASAN_OPTIONS=quarantine_size_mb=1:malloc_context_size=1:allocator_may_return_null=1
 export UBSAN_OPTIONS=print_stacktrace=1
+# The order of Python's sets decides what is drawn next.
+export PYTHONHASHSEED=0
 
 # Without the entropic schedule, whose bookkeeping takes a third of the time of such fast targets.
 run_target() {

@@ -112,7 +112,10 @@ class Context:
             return rule(*args, **kwargs)
         except QasmError:
             raise
-        except ValueError as error:
+        except (
+            ValueError,
+            OverflowError,
+        ) as error:  # the latter for an integer too large for a float
             raise self.error(node, str(error)) from None
 
     @contextmanager

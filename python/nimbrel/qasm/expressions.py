@@ -59,7 +59,7 @@ def known_integer(context: Context, node: Any, what: str) -> int:
     value = evaluate(context, node)
     if isinstance(value, Bits) and value.number is not None:
         return value.number
-    if isinstance(value, float) and value == int(value):
+    if isinstance(value, float) and value.is_integer():
         return int(value)
     if not isinstance(value, int):
         raise context.error(node, f"{what} must be an integer that is known before the run")

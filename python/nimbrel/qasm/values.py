@@ -207,6 +207,8 @@ def _to_number(value: Value, kind: Kind) -> Value:
 
 
 def _angle(value: float, width: int | None) -> float:
+    if not math.isfinite(value):
+        raise ValueError(f"an angle cannot be {value}")
     # An angle of n bits is a multiple of 2 pi / 2**n, below 2 pi.
     if width is None or width > 52:
         return math.fmod(value, 2 * math.pi) % (2 * math.pi)

@@ -23,6 +23,10 @@ STATEMENTS = {
     "c = measure u;": "3 qubits do not fit 2 bits",
     "const uint k = 2; k = 3;": "'k' is a constant",
     "int[8] n = 1.5 / 0;": "1.5 / 0: division by zero",
+    "angle[4] a = 1e999;": "an angle cannot be inf",
+    "angle a = 1e999;": "an angle cannot be inf",
+    f"float f = {'9' * 400};": "int too large to convert to float",
+    "qubit[1e999] r;": "a register's size must be an integer that is known before the run",
     "uint[4] n = c + 1; rx(n) q[0];": "a gate's angle depends on a measurement, so it is not known",
     "float f; if (c[0]) { f = 1; } rx(f) q;": (
         "'f' of type float was assigned under a condition that depends on a measurement"
