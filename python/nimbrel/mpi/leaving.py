@@ -59,6 +59,8 @@ def at_exit(comm: MPI.Comm) -> Callable[[], None]:
     """
 
     def check() -> None:
+        if MPI.Is_finalized():
+            return
         # The interpreter notes an error that nothing has caught.
         error = getattr(sys, "last_value", None)
         if error is not None:

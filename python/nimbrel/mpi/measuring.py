@@ -121,13 +121,13 @@ class Measuring:
 
     def _summed_all(self, values: npt.NDArray[np.float64]) -> npt.NDArray[np.float64]:
         """Add arrays of all ranks; see `_summed`."""
-        summed = []
+        summed = np.empty(len(values))
         for start in range(0, len(values), _SUMMED_TOGETHER):
             own = values[start : start + _SUMMED_TOGETHER]
             found = np.empty((self._register.comm.size, len(own)))
             self._register.comm.Allgather(own, found)
-            summed += [math.fsum(column) for column in found.T.tolist()]
-        return np.array(summed)
+            summed[start : start + len(own)] = [math.fsum(column) for column in found.T.tolist()]
+        return summed
 
     def _engine_on(self, whole: Amplitudes) -> int:
         """A filter with the whole state."""

@@ -6,10 +6,13 @@ that use two simulators in different order would wait for each other for ever.
 
 from __future__ import annotations
 
+import atexit
 from functools import cache
 from typing import Any
 
 from mpi4py import MPI
+
+from nimbrel.mpi.leaving import at_exit
 
 __all__ = ["SharedRanks", "shared_ranks"]
 
@@ -31,6 +34,8 @@ class SharedRanks:
         self.created = 0
         self._open = 0
         self._is_left = False
+        # Until it is freed: a rank may end while another begins with a further simulator.
+        self._at_exit = at_exit(self.comm)
 
     def enter(self) -> int:
         """Note a new simulator and return its number, from 1."""
@@ -50,6 +55,7 @@ class SharedRanks:
 
     def _free_if_left(self) -> None:
         if self._is_left and not self._open and not MPI.Is_finalized():
+            atexit.unregister(self._at_exit)
             self.comm.Free()
 
 

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import atexit
 import operator
 from types import TracebackType
 from typing import Final, TypeVar, overload
@@ -18,7 +17,7 @@ from nimbrel.mpi.agreement import agree, mark
 from nimbrel.mpi.draws import Draws
 from nimbrel.mpi.exchange import Traffic
 from nimbrel.mpi.flags import ReadFlags
-from nimbrel.mpi.leaving import at_exit, leave, leave_by, or_end_all
+from nimbrel.mpi.leaving import leave, leave_by, or_end_all
 from nimbrel.mpi.measuring import Measuring
 from nimbrel.mpi.program_run import ProgramRun
 from nimbrel.mpi.refusals import check_letters, check_records
@@ -86,7 +85,6 @@ class Simulator:
             self._measuring = Measuring(self._register, draws, exact_qubits)
             self._run = ProgramRun(self._register, self._measuring, self._flags)
         self._number = self._shared.enter()
-        self._at_exit = at_exit(self._comm)
 
     def __enter__(self: _Self) -> _Self:
         """Return the simulator itself."""
@@ -115,7 +113,6 @@ class Simulator:
         """
         if self._comm is not None:
             leave(self._comm, self._named("close"))
-            atexit.unregister(self._at_exit)
             self._comm = None
             self._measuring.close()
             self._flags.close()

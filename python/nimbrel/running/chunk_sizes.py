@@ -70,4 +70,9 @@ class ChunkSizes:
         self._largest = max(self._largest, items)
         self._overhead = min(self._overhead, max(elapsed - seconds, 0.0))
         self._workers.add(worker)
-        self.under_way = min(max(self.under_way, 2 * len(self._workers)), _MOST_UNDER_WAY)
+        # Items so long are chunks of their own anyway, and idle workers would wait for as long.
+        begun_at_once = elapsed - seconds < seconds / 2
+        wanted = 2 * (
+            self.under_way if each > _MOST_SECONDS and begun_at_once else len(self._workers)
+        )
+        self.under_way = min(max(self.under_way, wanted), _MOST_UNDER_WAY)

@@ -284,3 +284,12 @@ def test_two_chunks_are_under_way_for_each_worker_that_is_known() -> None:
     for worker in range(before):
         sizes.finished(1, seconds=0.2, elapsed=0.5, worker=worker)
     assert sizes.under_way == 2 * (before + 1)
+
+
+def test_more_chunks_are_under_way_while_long_items_begin_at_once() -> None:
+    sizes = ChunkSizes()
+    before = sizes.under_way
+    sizes.finished(1, seconds=2.0, elapsed=2.1, worker="the only one yet")
+    assert sizes.under_way == 2 * before
+    sizes.finished(1, seconds=2.0, elapsed=4.0, worker="the only one yet")
+    assert sizes.under_way == 2 * before

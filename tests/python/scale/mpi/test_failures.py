@@ -14,6 +14,7 @@ TEXTS = {
     "own_error": "KeyError: 'of this rank alone'",
     "left_early": "rank 1: close",
     "forgotten": "rank 1: forget_flags",
+    "ended_between": "rank 1: exit",
 }
 UNEQUAL_TEXTS = {
     "arguments": "rank 1: Simulator",

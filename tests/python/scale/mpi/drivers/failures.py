@@ -1,6 +1,6 @@
 """Run under mpirun: something goes wrong on rank 1 only, inside the `with` block of a simulator.
 
-mpirun -n 4 python failures.py killed|memory|unequal|own_error|left_early|forgotten
+mpirun -n 4 python failures.py killed|memory|unequal|own_error|left_early|forgotten|ended_between
 """
 
 import os
@@ -59,7 +59,15 @@ def forgotten(sim: nimbrel.mpi.Simulator) -> None:
     sim.run(nimbrel.h(QUBITS - 1, flag=2))
 
 
-CASES = (killed, memory, unequal, own_error, left_early, forgotten)
+def ended_between(sim: nimbrel.mpi.Simulator) -> None:
+    sim.close()
+    if MPI.COMM_WORLD.rank == 1:
+        sys.exit()
+    with nimbrel.mpi.Simulator():
+        pass
+
+
+CASES = (killed, memory, unequal, own_error, left_early, forgotten, ended_between)
 
 
 def main() -> None:
