@@ -1,5 +1,6 @@
 # Everything starts here; `make help` lists the targets. One thing alone is ever changed outside this
-# directory: targets with native tests install the distribution's GoogleTest if it is missing.
+# directory: a target installs packages of the distribution that it needs and does not find, those that
+# docs/dependencies.md names.
 
 PYTHON ?= python3
 export PYTHON
@@ -46,7 +47,7 @@ FUZZ_SECONDS ?= 600
 .PHONY: help demo install test test-native test-python test-numpy test-doors test-frameworks check check-short
 .PHONY: test-scale test-scale-short mpi
 .PHONY: soak million-filters
-.PHONY: test-aarch64 test-plain test-interpreters program-fingerprints
+.PHONY: test-aarch64 test-plain test-interpreters test-newer-interpreters program-fingerprints
 .PHONY: format docs sanitize sanitize-address sanitize-thread sanitize-short bench gtest clean
 .PHONY: hooks wheels wheel-manylinux reproducible sbom audit
 
@@ -59,6 +60,7 @@ help:
 	@echo "make test-aarch64     native tests for AArch64, emulated"
 	@echo "make test-plain       native tests on plain vectors, for any processor"
 	@echo "make test-interpreters  tests of arrays on every CPython found here, under its oldest and newest NumPy"
+	@echo "make test-newer-interpreters  the same on CPython 3.14 and GCC 16 of a newer Debian, as root"
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"
 	@echo "make sanitize  tests under the address, undefined-behaviour and thread sanitizers"
@@ -142,6 +144,10 @@ test-numpy: $(WHEEL)
 # The tests of the module's boundary on every CPython that is found here.
 test-interpreters: $(CREATED)
 	tools/interpreters.sh
+
+# The same with a CPython of a newer Debian. Needs root.
+test-newer-interpreters:
+	tools/debian_interpreters.sh python3.14
 
 # The preset is configured for its compile database alone; warnings are errors in the asan preset. Under
 # the thread sanitizer GCC 12 warns of what is not there.
