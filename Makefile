@@ -59,7 +59,7 @@ help:
 	@echo "make test-scale       tests on MPI ranks; test-scale-short takes three minutes"
 	@echo "make test-aarch64     native tests for AArch64, emulated"
 	@echo "make test-plain       native tests on plain vectors, for any processor"
-	@echo "make test-interpreters  tests of arrays on every CPython found here, under its oldest and newest NumPy"
+	@echo "make test-interpreters  tests on every CPython found here, under its oldest and newest NumPy"
 	@echo "make test-newer-interpreters  the same on CPython 3.14 and GCC 16 of a newer Debian, as root"
 	@echo "make docs      the documentation site, in build/docs/html"
 	@echo "make check     warnings, layout, lint and types of all sources"

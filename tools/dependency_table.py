@@ -90,20 +90,21 @@ extras of `pyproject.toml`.
 DEBIAN: Final = """
 ## From the distribution
 
-A target installs what it needs of these, where it may. Versions are those of Debian 12; newer ones serve too, but for
-Clang's, whose packages name theirs.
+A target installs what it needs of these, where it may. Versions are those of Debian 12; newer ones
+serve too, but for Clang's, whose packages name theirs.
 
 | Package | Versions | Licence | Needed for | Reason |
 | --- | --- | --- | --- | --- |
-| g++ | `>=12` | GPL-3.0-or-later, with the runtime library exception | building | compiles the engine |
+| g++ | `>=12` | GPL-3.0-or-later, with its exception | building | compiles the engine |
 | make | `>=4.3` | GPL-3.0-or-later | building | one command for each task |
-| libgtest-dev | `>=1.12` | BSD-3-Clause | native tests | test cases, assertions and their reports |
-| clang-14, libclang-rt-14-dev, llvm-14 | `14` | Apache-2.0, with LLVM's exceptions | `make fuzz`, `fuzz-coverage` | libFuzzer, its sanitizers, coverage of lines and branches |
+| libgtest-dev | `>=1.12` | BSD-3-Clause | native tests | test cases and their reports |
+| clang-14, libclang-rt-14-dev | `14` | Apache-2.0, with exceptions | `make fuzz` | libFuzzer |
+| llvm-14 | `14` | Apache-2.0, with exceptions | `make fuzz-coverage` | lines and branches |
 | openmpi-bin | `>=4.1` | BSD-3-Clause | `make test-scale` | starts the ranks |
 | g++-aarch64-linux-gnu | `>=12` | as g++ | `make test-aarch64` | compiles for AArch64 |
-| googletest | `>=1.12` | BSD-3-Clause | `make test-aarch64` | GoogleTest's sources, for the same compiler |
-| qemu-user | `>=7.2` | GPL-2.0-only | `make test-aarch64`, tests of the processor check | runs programs of AArch64 and of older processors |
-| debootstrap | `>=1.0.128` | MIT | `make test-newer-interpreters` | installs a newer Debian in a folder |
+| googletest | `>=1.12` | BSD-3-Clause | `make test-aarch64` | sources for that compiler |
+| qemu-user | `>=7.2` | GPL-2.0-only | `make test-aarch64`, tests | other and older processors |
+| debootstrap | `>=1.0.128` | MIT | `make test-newer-interpreters` | a newer Debian in `build` |
 """
 
 

@@ -17,7 +17,7 @@ older_numpys() {
 }
 
 # test_under PYTHON WHEEL NUMPY FOLDER PYTEST_ARGUMENT...: makes an environment in FOLDER with the wheel and
-# that NumPy, a pattern or "newest", and runs tests in it.
+# that NumPy, a pattern or "newest", and runs tests in it. TEST_EXTRA names the extra that they need.
 test_under() {
   local python=$1 wheel=$2 numpy=$3 environment
   environment="$4/numpy-$(tr -d '*.' <<<"$numpy")"
@@ -26,7 +26,7 @@ test_under() {
   local wanted=numpy
   [[ $numpy == newest ]] || wanted="numpy==$numpy"
   "$environment/bin/pip" install -q --disable-pip-version-check --upgrade --only-binary numpy "$wanted" \
-    "${wheel}[test-numpy]" || return
+    "${wheel}[${TEST_EXTRA:-test-numpy}]" || return
   "$environment/bin/pip" install -q --disable-pip-version-check --force-reinstall --no-deps "$wheel" || return
   "$environment/bin/python" -c 'import sys, numpy
 print("== CPython %d.%d.%d, NumPy" % sys.version_info[:3], numpy.__version__)'
