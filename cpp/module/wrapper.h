@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "filter/op_filter.h"
+#include "module/owned_reference.h"
 
 namespace Nimbrel::Binding {
 
@@ -20,7 +21,10 @@ PyObject* run_wrapper(Body&& body) {
     try {
         return body();
     } catch (const std::exception& error) {
-        PyErr_SetString(PyExc_RuntimeError, error.what());
+        // Made here, because without the memory for it CPython 3.10 would set a RuntimeError
+        // without text.
+        const OwnedReference text(PyUnicode_FromString(error.what()));
+        if (text) PyErr_SetObject(PyExc_RuntimeError, text.get());
         // Without the memory for that error, the interpreter may have set another one or none.
         if (PyErr_Occurred() != PyExc_RuntimeError) return PyErr_NoMemory();
         Py_RETURN_NONE;
