@@ -112,10 +112,7 @@ class Context:
             return rule(*args, **kwargs)
         except QasmError:
             raise
-        except (
-            ValueError,
-            OverflowError,
-        ) as error:  # the latter for an integer too large for a float
+        except (ValueError, OverflowError) as error:  # OverflowError: too large for a float
             raise self.error(node, str(error)) from None
 
     @contextmanager

@@ -72,7 +72,6 @@ class ChunkSizes:
         self._workers.add(worker)
         # Items so long are chunks of their own anyway, and idle workers would wait for as long.
         begun_at_once = elapsed - seconds < seconds / 2
-        wanted = 2 * (
-            self.under_way if each > _MOST_SECONDS and begun_at_once else len(self._workers)
-        )
+        double = each > _MOST_SECONDS and begun_at_once
+        wanted = 2 * (self.under_way if double else len(self._workers))
         self.under_way = min(max(self.under_way, wanted), _MOST_UNDER_WAY)
